@@ -1,0 +1,254 @@
+/// \file
+/// CCurl, the transfer object: holds the settings of a request, composes and splits URLs, performs HTTP and FTP
+/// requests through libcurl, analyses response headers and reports progress. One libcurl handle serves the whole
+/// process, so one transfer runs at a time; a second one is refused.
+#pragma once
+
+#include "zel_curl_exception.h"
+#include "zel_curl_text.h"
+
+#include <array>
+#include <cstdint>
+#include <curl/curl.h>
+#include <exception>
+#include <memory>
+#include <string>
+#include <vector>
+
+/// Transfer figures handed to the status callback, in bytes; valid during the call only.
+struct xProgressValues {
+  std::int64_t isValid; ///< 1 when the record carries figures
+  double dlTotal;       ///< expected to download, 0 when unknown
+  double dlNow;
+  double ulTotal; ///< expected to upload
+  double ulNow;
+};
+
+/// Status callback: routine name, user data, message, figures (null for plain messages). 0 cancels the transfer. It may
+/// throw; the transfer then ends and the exception continues from CurlProcessRequest.
+using CurlCallbackFunc = int (*)(char* name, unsigned long data, char const* msg, xProgressValues* progress);
+
+/// Request types; bit 0x40 marks the HTTP family, bit 0x80 the FTP family.
+enum CurlRequestType : int {
+  CURL_RQ_HTTP_GET = 0x41,
+  CURL_RQ_HTTP_PUT = 0x42,
+  CURL_RQ_HTTP_POST = 0x43,
+  CURL_RQ_HTTP_DELETE = 0x44,
+  CURL_RQ_FTP_GET = 0x81,
+  CURL_RQ_FTP_PUT = 0x82,
+  CURL_RQ_FTP_DIR = 0x83,
+  CURL_RQ_FTP_CMD = 0x84
+};
+
+/// What a user sets. Stays across requests.
+struct CurlSettings {
+  CText callback; ///< name of the status routine; reports are made only when function and name are set
+  unsigned long callbackData = 0;
+  CText scheme{"http"}, host, port{"80"}, path, queryPrefix, query, querySuffix;
+  CText proxy, proxyPort{"80"};
+  CText user, passwd, usrPwd; ///< usrPwd: "user:password"
+  CText proxyUser, proxyPasswd, proxyUsrPwd;
+  int authent = 3; ///< 0 none, 1 Basic, 2 Digest, 3 either
+  int proxyAuthent = 3;
+  int encode = 0;         ///< 0 none, 1 deflate, 2 gzip, 3 whatever libcurl knows
+  int ftpDirListType = 0; ///< 1: names only
+  int ftpAscii = 0;
+  int ftpExplicitSsl = 0;
+  int ftpConnMode = 1; ///< 1 active, 0 passive
+  CText sslCaInfo;
+  int sslVerifyPeer = 1;
+  int sslVerifyHost = 1;
+  int sslVersion = 0;       ///< as CURLOPT_SSLVERSION, 0 to 3
+  int extVers = 0;          ///< 0: the HTTP GET file gets the extension of the content type
+  int connectTimeout = 180; ///< seconds
+  int rxTxTimeout = 1800;   ///< seconds, whole transfer
+  int verbose = 0;
+  CText fileToSend;
+  CText fileHttpGetRsp, fileHttpPutPostRsp, fileFtpGetRsp, fileFtpRsp;
+};
+
+/// What the last response said. Every request starts from the defaults.
+struct CurlResponse {
+  CText statusText, contentLengthText, contentTypeText, server, date, lastModified;
+  CText parsedContentType; ///< the content type as a file extension
+  CText transferEncoding, contentEncoding;
+  CText errorFile;                 ///< file that holds the server's answer to a failed request
+  std::array<char, 8192> header{}; ///< raw header bytes, NUL-terminated at index 8191
+  std::array<char, 128> lastFtpResponse{};
+  int statusCode = 0;    ///< HTTP status, FTP reply code, or libcurl's code after a failed transfer
+  int contentLength = 0; ///< bytes; 0 when the header gives none or a single digit
+  int headerLength = 0;  ///< bytes seen while headers arrive; then the index just past the blank line
+  int chunked = 0;
+  int headerComplete = 0;
+};
+
+class CCurl {
+public:
+  CCurl();
+  ~CCurl();
+  CCurl(const CCurl&) = delete;
+  CCurl& operator=(const CCurl&) = delete;
+
+  /// \name Process-wide
+  /// @{
+  /// Brings OpenSSL, libcurl and the shared handle up. \return 1 when the handle exists, else 0.
+  static int CurlStartup();
+  /// Takes them down. \throws CCurlException while a transfer runs.
+  static void CurlShutdown();
+  /// Drops every cached connection; while a transfer runs, as soon as it has ended.
+  static void CurlCloseConnections();
+  /// 1 while a transfer runs.
+  [[nodiscard]] static int CurlTransferRunning() noexcept;
+  /// Installs a check that running transfers make beside the status callback: a nonzero answer cancels.
+  static void CurlSetInterruptFunc(int (*interrupted)()) noexcept;
+  /// @}
+
+  /// Frees settings, response and buffers. Scheme and port are absent afterwards.
+  void CurlCleanup();
+  /// Forgets the last response and the message, cancel flag and receive buffer.
+  void CurlResponseReset();
+
+  /// \name Settings
+  /// A string setter stores a copy of a non-empty argument; null or empty leaves the setting absent.
+  /// @{
+  void CurlSetScheme(char const* v);
+  void CurlSetHost(char const* v);
+  void CurlSetPath(char const* v);
+  void CurlSetQueryPrefix(char const* v);
+  void CurlSetQuery(char const* v);
+  void CurlSetQuerySuffix(char const* v);
+  void CurlSetProxy(char const* v);
+  void CurlSetFileNameHttpGetRsp(char const* v);
+  void CurlSetFileNameHttpPutPostRsp(char const* v);
+  void CurlSetFileNameFtpGetRsp(char const* v);
+  void CurlSetFileNameFtpRsp(char const* v);
+  void CurlSetFileToSend(char const* v);
+  void CurlSetCallback(char const* v);
+  void CurlSetSslCAInfo(char const* v);
+  void CurlSetRspParsedContentType(char const* v);
+  static void CurlStringHandler(CText* field, char const* value);
+  static void CurlCleanUpCharArray(CText* field) noexcept;
+
+  /// Stores the text, then converts it. \return the port. \throws CCurlException for an empty text or a number below 1;
+  /// an unusable text stays stored.
+  int CurlSetPort(char const* port);
+  /// Stores the text as proxy port, but checks the server's port: the proxy port itself is judged by libcurl.
+  int CurlSetProxyPort(char const* port);
+
+  /// Credentials; each rebuilds the "user:password" text.
+  void CurlSetUser(char const* v);
+  void CurlSetPasswd(char const* v);
+  void CurlSetProxyUser(char const* v);
+  void CurlSetProxyPasswd(char const* v);
+  static void CurlCreateUsrPwd(CText* out, char const* user, char const* pwd);
+
+  /// Values outside the range throw CCurlException and change nothing.
+  void CurlSetAuthent(int v);
+  void CurlSetProxyAuthent(int v);
+  void CurlSetEncode(int v);
+  void CurlSetFtpDirListType(int v);
+  void CurlSetFtpAscii(int v);
+  void CurlSetSslVersion(int v);
+  void CurlSetExtVers(int v);
+
+  /// Any value is taken: flags become 0 or 1, timeouts at least 1, a verbose of 2 and more 1.
+  void CurlSetSslVerifyPeer(int v) noexcept;
+  void CurlSetSslVerifyHost(int v) noexcept;
+  void CurlSetFtpExplicitSSL(int v) noexcept;
+  void CurlSetFtpConnMode(int v) noexcept;
+  void CurlSetToBuf(int v) noexcept;
+  void CurlSetRxTxTo(int seconds) noexcept;
+  void CurlSetConnectTo(int seconds) noexcept;
+  void CurlSetVerbose(int v) noexcept;
+
+  void CurlSetCallbackFunc(CurlCallbackFunc fn) noexcept;
+  void CurlSetCallbackData(unsigned long data) noexcept;
+
+  /// Upload from the caller's memory (not copied, must live until the request has ended) instead of the file to send.
+  void CurlSetFromBufPtr(int flag, char const* data, long length) noexcept;
+  void CurlReleaseToBuf() noexcept;
+
+  [[nodiscard]] const CurlSettings& Settings() const noexcept { return m_set; }
+  [[nodiscard]] const CurlResponse& Response() const noexcept { return m_rsp; }
+  /// Last composed status or error message.
+  [[nodiscard]] const std::string& Message() const noexcept { return m_message; }
+  /// Received body of a request in buffer mode: address (null when none), length and reported capacity in bytes.
+  [[nodiscard]] const char* Buffer() const noexcept;
+  [[nodiscard]] std::int64_t BufferLength() const noexcept;
+  [[nodiscard]] std::int64_t BufferCapacity() const noexcept;
+  /// @}
+
+  /// \name String lists
+  /// @{
+  /// Empties a list.
+  static void CurlCleanUpStrNodes(CTextList* list) noexcept;
+  [[nodiscard]] static int CurlGetStrNodeCount(const xNodeStr_t* head) noexcept;
+  /// Node `index` (from 0; below 1 gives the head), null when the list ends first.
+  [[nodiscard]] static const xNodeStr_t* CurlGetStrNode(const xNodeStr_t* head, int index) noexcept;
+  /// Adds a request header line (an FTP command for a command request) to the next request, which consumes the list. An
+  /// empty line adds an absent one, which is not sent.
+  void CurlAddHeader(char const* line);
+  [[nodiscard]] CTextList& HeaderList() noexcept { return m_headers; }
+  /// @}
+
+  /// \name URLs and file names
+  /// @{
+  /// The full request URL, of scheme, host, port, path and query parts. \param out buffer of `outSize` bytes, the URL
+  /// is cut to it. \return length without the cut. \throws CCurlException naming the part that is missing.
+  int CurlBuildUrlRq(char* out, int outSize);
+  /// A URL of which only scheme and host are required; query prefix and suffix are not used.
+  int CurlBuildUrlRqSimple(char* out, int outSize);
+  /// Splits "scheme://[credentials@]host[:port]/path?query" into scheme, host, port and path.
+  void CurlParseURL(char const* url);
+  /// Splits any URL with scheme and host, also into path and query.
+  void CurlParseURLSimple(char const* url);
+  /// Blanks become "%20" in place, in a buffer of `size` bytes. \throws CCurlException when it does not fit.
+  static void CurlEscapeSpaces(char* str, unsigned long size);
+  /// Percent encoding and decoding through libcurl. \return 1, or 0 when there is no input or `out` is too small.
+  static int CurlUrlEncode(char const* in, char* out, unsigned long outSize);
+  static int CurlUrlDecode(char const* in, char* out, unsigned long outSize);
+  /// 1 when the path ends in a file name.
+  [[nodiscard]] static int CurlContainsFilename(char const* path) noexcept;
+  static void CurlReplaceInvalidFilenameChars(char* name) noexcept;
+  /// Gives a response file name the extension of the content type and deletes an older file of that name.
+  /// \return the result of `unlink`.
+  int CurlBuildFileName(CText* name);
+  /// Leading blanks; the last character is never counted.
+  [[nodiscard]] static int CurlCountLeadingSpaces(char const* str) noexcept;
+  /// Cuts line feeds, carriage returns, blanks and commas off the end of the first `len` characters.
+  static void CurlRemoveTrailingLfCrSpacesCommas(char* str, int len) noexcept;
+  /// @}
+
+  /// Runs one request (CurlRequestType). \throws CCurlException for every failure it reports, after the status callback
+  /// was told; also when another transfer is running.
+  void CurlProcessRequest(char const* url, int requestType);
+
+  /// \name Response analysis
+  /// @{
+  void CurlHttpParseRspHdr(char const* header);
+  void CurlHttpExamineHeaderMsg();
+  /// Derives the parsed content type from the content type text.
+  virtual void CurlHttpParseContentType();
+  /// Composes the message for an HTML answer where data was expected; cut to `outSize`. \return length without the cut.
+  int CurlHttpGetHtmlErrorMsg(char* out, int outSize);
+  static void CurlHttpParseError(char const* text, char* out, int outSize);
+  static int CurlGetRspValue(char const* header, int index, CText* value);
+  /// Index just past the first match of `pattern` (lower case; text may be lower or upper) in `text` between `start`
+  /// and `limit`, or 0. After a mismatch the search goes on at the next character without trying the mismatching one
+  /// again.
+  [[nodiscard]] static int CurlFindStringEndIdx(int limit, char const* text, char const* pattern, int start) noexcept;
+  void CurlFtpGetReponseCode(char const* reply, int length);
+  /// @}
+
+  /// Tells the status callback; an answer of 0 sets the cancel flag.
+  void CurlIssueCallback(char const* msg, xProgressValues* progress);
+
+  /// Name of the file that the last HTTP GET wrote, null when none.
+  [[nodiscard]] const char* ResponseFile() const noexcept { return m_set.fileHttpGetRsp.get(); }
+
+private:
+  CurlSettings m_set;
+  CurlResponse m_rsp;
+  CTextList m_headers;
+  std::string m_message;
+};

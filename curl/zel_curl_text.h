@@ -1,0 +1,63 @@
+/// \file
+/// Texts of the transfer layer: owned texts that can be absent, and lists of them.
+#pragma once
+
+#include <cstddef>
+#include <memory_resource>
+#include <string>
+#include <string_view>
+
+/// A setting or response text that can be absent. An empty text counts as absent.
+class CText {
+public:
+  CText() = default;
+  explicit CText(std::string_view text) : m_text(text) {}
+
+  /// Stores a copy; null or empty makes it absent.
+  void set(const char* text) { m_text = text != nullptr ? text : ""; }
+  void set(std::string_view text) { m_text = text; }
+  void clear() noexcept { m_text.clear(); }
+  /// Appends a piece, joined to a text that is already there by one blank; an empty piece changes nothing.
+  void join(std::string_view piece) {
+    if (piece.empty()) return;
+    if (!m_text.empty()) m_text += ' ';
+    m_text += piece;
+  }
+
+  [[nodiscard]] bool present() const noexcept { return !m_text.empty(); }
+  /// The text, null when absent.
+  [[nodiscard]] const char* get() const noexcept { return m_text.empty() ? nullptr : m_text.c_str(); }
+  /// The text, "" when absent.
+  [[nodiscard]] const char* c_str() const noexcept { return m_text.c_str(); }
+  [[nodiscard]] const std::string& str() const noexcept { return m_text; }
+
+private:
+  std::string m_text;
+};
+
+/// Node of a list of texts. A null text is an absent one. Nodes and texts belong to the arena they were made in.
+struct xNodeStr_t {
+  const char* str;
+  xNodeStr_t* next;
+};
+
+/// A list of texts that owns its nodes.
+class CTextList {
+public:
+  CTextList() = default;
+  CTextList(const CTextList&) = delete;
+  CTextList& operator=(const CTextList&) = delete;
+
+  /// Appends a node; an empty text appends a node whose text is absent.
+  void append(std::string_view text);
+  void clear() noexcept;
+  [[nodiscard]] xNodeStr_t* head() const noexcept { return m_head; }
+
+private:
+  std::pmr::monotonic_buffer_resource m_arena;
+  xNodeStr_t* m_head = nullptr;
+  xNodeStr_t* m_tail = nullptr;
+};
+
+/// A text composed as by `printf` and cut at `limit` characters. A null text prints as nothing: pass CText::c_str().
+[[nodiscard]] [[gnu::format(printf, 2, 3)]] std::string formatLimited(std::size_t limit, const char* format, ...);
