@@ -1,0 +1,52 @@
+/// \file
+/// The arena of a parsed document: many small records and texts, one owner.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <string_view>
+#include <type_traits>
+#include <unordered_map>
+#include <vector>
+
+/// Hands out zero-filled records and texts that live until release() or the arena's end. Nothing is freed singly.
+class COgcArena {
+public:
+  COgcArena() = default;
+  COgcArena(const COgcArena&) = delete;
+  COgcArena& operator=(const COgcArena&) = delete;
+
+  /// New zero-filled record, or `n` consecutive ones.
+  template <typename T>
+  [[nodiscard]] T* make(std::size_t n = 1) {
+    static_assert(std::is_trivially_default_constructible_v<T> && std::is_trivially_destructible_v<T>);
+    return static_cast<T*>(allocate(sizeof(T) * n, alignof(T)));
+  }
+
+  /// Stores a copy of `text`, also of an empty one.
+  [[nodiscard]] const char* copy(std::string_view text);
+
+  /// Appends `text` to the arena text `*dst`, behind `separator` when `*dst` is not null. Appending is linear over all
+  /// appends to one text, also when texts are extended in turn.
+  void append(const char** dst, std::string_view text, std::string_view separator);
+
+  /// Forgets everything that was handed out; the memory goes back.
+  void release() noexcept;
+
+private:
+  struct Extent {
+    std::size_t length;
+    std::size_t capacity;
+  };
+
+  void* allocate(std::size_t bytes, std::size_t align);
+  char* reserve(std::size_t bytes);
+
+  std::vector<std::unique_ptr<std::byte[]>> m_chunks;
+  std::byte* m_top = nullptr;
+  std::byte* m_end = nullptr;
+  std::size_t m_nextChunk = 0;
+  const char* m_open = nullptr; ///< the last allocation, when it is a text: extended in place
+  std::size_t m_openLength = 0;
+  std::unordered_map<const char*, Extent> m_grown; ///< texts that had to move; they have room to grow
+};

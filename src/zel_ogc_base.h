@@ -1,0 +1,102 @@
+/// \file
+/// What both service clients share: a transfer object with OGC request handling on top.
+#pragma once
+
+#include "zel_curl_obj.h"
+
+#include <string>
+
+class COgcSaxHelper;
+
+/// 0 until the XML platform has been initialised in this process.
+extern int g_iOgcBaseSaxInitialized;
+
+/// Longest composed query or URL, and longest file name, that a request uses.
+constexpr std::size_t ogcQueryLimit = 4095;
+constexpr std::size_t ogcFileLimit = 1023;
+
+class COgcBase : public CCurl {
+public:
+  /// Takes scheme, host, port and path from a service URL; its parameters before the last of service=, request= and
+  /// version= become the query prefix, those after it the query suffix, the three themselves are dropped.
+  /// \throws CCurlException for a URL without scheme, host, path or "?".
+  void OgcBaseParseURL(const char* url);
+
+  /// \return 0 when `path` exists. \throws CCurlException "message  file: (path)" otherwise, after a status line.
+  int OgcBaseFileExistsCheck(const char* path, const char* message);
+
+  /// \throws CCurlException when the last parsed document was an exception report, after a status line.
+  void OgcBaseServerErrorCheck();
+
+  /// Parses `file` into `handler`. \param schemaChecking 0 off, 1 on, otherwise with full constraint checking.
+  /// \param validationMode 0 off, 1 when the document has a DTD, 2 always; others set nothing.
+  /// \throws CCurlException for every failure, also for an exception report.
+  void OgcBaseParse(COgcSaxHelper* handler, const char* file, int schemaChecking, int validationMode);
+
+  /// Content types that contain "xml" or "html" read just so.
+  void CurlHttpParseContentType() override;
+
+  static void OgcBaseStringHandler(CText* slot, const char* text) { slot->set(text); }
+  static void OgcBaseCleanUpCharArray(CText* slot) noexcept { slot->clear(); }
+
+  [[nodiscard]] const CText& Version() const noexcept { return m_version; }
+  [[nodiscard]] const CText& ServiceExceptionText() const noexcept { return m_serviceException; }
+  [[nodiscard]] const CText& ExceptionReportText() const noexcept { return m_exceptionReport; }
+  /// Collects a piece of an exception text; pieces are joined by one blank.
+  void AddServiceException(std::string_view piece) { m_serviceException.join(piece); }
+  void AddExceptionReport(std::string_view piece) { m_exceptionReport.join(piece); }
+
+  /// Hands a line to the status callback; its answer cancels nothing.
+  void OgcBaseStatus(const char* text);
+
+  /// True while a request of this client runs, its parse included.
+  [[nodiscard]] bool Busy() const noexcept { return m_busy; }
+  /// Refuses to go on while a request of this client runs. \throws CCurlException naming `what`.
+  void OgcBaseRequireIdle(const char* what) const;
+
+protected:
+  /// Marks the client busy for the time of one request. \throws CCurlException when it already is.
+  class Request {
+  public:
+    explicit Request(COgcBase& client);
+    ~Request() { m_client.m_busy = false; }
+    Request(const Request&) = delete;
+    Request& operator=(const Request&) = delete;
+
+  private:
+    COgcBase& m_client;
+  };
+
+  explicit COgcBase(const char* version);
+  ~COgcBase() = default;
+
+  /// How a request is announced and what its failures say.
+  struct RequestTexts {
+    const char* noFile;      ///< thrown when no response file was written
+    const char* fileMissing; ///< thrown when the file is not there
+    const char* written;     ///< status line before the file's name
+  };
+
+  /// Formats "Version=...&Service=...&Request=...rest" and makes it the query.
+  void OgcBaseSetQuery(const char* service, const char* request, std::string_view rest);
+  /// Composes the URL, performs the HTTP GET into `file`, checks that a file came. \return its name.
+  std::string OgcBaseFetch(const char* file, const RequestTexts& texts);
+  /// Performs an HTTP GET of a URL given whole into `file`; nothing is parsed.
+  void OgcBaseFetchUrl(const char* url, const char* file);
+  /// \throws CCurlException with the server's error text when the answer is HTML.
+  void OgcBaseRefuseHtml();
+  [[nodiscard]] bool OgcBaseAnswerIsXml() const noexcept;
+  /// Parses the answer just written; refuses it when another process replaced the file since.
+  void OgcBaseParseAnswer(COgcSaxHelper* handler, const char* file, int schemaChecking, int validationMode);
+  /// Parses an existing file and keeps a copy under `copyBase`. \param announce status line before the file's name.
+  void OgcBaseParseFile(COgcSaxHelper* handler, const char* file, const char* announce, const char* copyBase,
+                        int schemaChecking, int validationMode);
+  void OgcBaseClearExceptions() noexcept;
+
+  CText m_version;
+
+private:
+  CText m_serviceException;
+  CText m_exceptionReport;
+  bool m_busy = false;
+};
