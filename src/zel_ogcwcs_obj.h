@@ -1,0 +1,209 @@
+/// \file
+/// COgcWcs, the client of the Web Coverage Service 1.0.0 (OGC 03-065r6), and the records of the documents it reads.
+/// Texts are UTF-8 as the server sent them, null when the document gave none; nothing is converted to numbers. Records,
+/// texts and nodes belong to the client and live until the next request of their kind or its clean-up.
+#pragma once
+
+#include "zel_ogc_arena.h"
+#include "zel_ogc_base.h"
+
+/// A list in document order. Reads as a pointer to its first item; items are linked by `next`.
+template <typename T>
+struct WcsList {
+  T* head;
+  T* tail; ///< where the next item is appended; may lag behind the last one
+
+  operator T*() const noexcept { return head; }
+};
+using WcsTexts = WcsList<xNodeStr_t>;
+
+/// Service section of a capabilities document.
+struct WcsService {
+  const char *name, *label, *description;
+  WcsTexts keywords;
+  const char *individualName, *organisationName, *positionName;
+  const char *voice, *facsimile;
+  const char *deliveryPoint, *city, *administrativeArea, *postalCode, *country, *electronicMailAddress;
+  const char *onlineResource, *fees, *accessConstraints;
+};
+
+/// Coverage offering brief. Positions are blank-separated coordinates, lower corner first.
+struct WcsBrief {
+  const char* index;                    ///< position in the document from 0, as text of at most 7 characters
+  const char *version, *updateSequence; ///< of the document
+  const char *name, *description, *label;
+  const char *lonLatSrsName, *pos1, *pos1Dimension, *pos2, *pos2Dimension, *timePosition1, *timePosition2;
+  WcsTexts keywords;
+  WcsBrief* next;
+};
+
+struct WcsEnvelope {
+  const char *srsName, *pos1, *pos1Dimension, *pos2, *pos2Dimension, *timePosition1, *timePosition2;
+  WcsEnvelope* next;
+};
+
+struct WcsGrid {
+  const char* rectified; ///< "Yes" or "No"
+  const char *dimension, *srsName, *low, *high;
+  WcsTexts axisNames;
+  const char* origin;
+  WcsTexts offsetVectors;
+  WcsGrid* next;
+};
+
+struct WcsTimePosition {
+  const char *position, *frame, *calendarEraName, *indeterminatePosition;
+  WcsTimePosition* next;
+};
+
+/// The three attributes are those of the begin position.
+struct WcsTimePeriod {
+  const char *begin, *end, *resolution, *frame, *calendarEraName, *indeterminatePosition;
+  WcsTimePeriod* next;
+};
+
+struct WcsInterval {
+  const char *min, *max, *res;
+  WcsInterval* next;
+};
+
+struct WcsRangeSet {
+  const char *description, *label, *name;
+  WcsList<WcsInterval> nullIntervals;
+  WcsTexts nullSingleValues;
+};
+
+struct WcsAxis {
+  const char *name, *label, *description, *defaultValue;
+  WcsTexts singleValues;
+  WcsList<WcsInterval> intervals;
+  WcsAxis* next;
+};
+
+struct WcsCrs {
+  WcsTexts requestResponseCRSs, requestCRSs, responseCRSs, nativeCRSs;
+};
+
+/// Coverage offering of a coverage description.
+struct WcsOffering {
+  const char* index;                    ///< position in the document from 0, as text of at most 7 characters
+  const char *version, *updateSequence; ///< of the document
+  const char *description, *name, *label;
+  WcsEnvelope lonLatEnvelope; ///< its `next` is always null
+  WcsList<WcsEnvelope> envelopes;
+  WcsList<WcsGrid> grids;
+  WcsList<WcsTimePosition> timePositions;
+  WcsList<WcsTimePeriod> timePeriods;
+  WcsRangeSet rangeSet;
+  WcsList<WcsAxis> axes;
+  WcsCrs crs;
+  WcsTexts formats;
+  const char* nativeFormat;
+  WcsTexts interpolationMethods;
+  const char* defaultInterpolation;
+  WcsOffering* next;
+};
+
+/// What a capabilities document holds.
+struct WcsCapabilities {
+  COgcArena arena;
+  WcsService* pService = nullptr; ///< null until a child of `Service` was seen
+  WcsBrief* pBriefHead = nullptr;
+  int iBriefCount = 0;
+};
+
+/// What a coverage description holds.
+struct WcsDescription {
+  COgcArena arena;
+  WcsOffering* pCovOfferingHead = nullptr;
+  int iCovOfferingCount = 0;
+};
+
+/// Requests, and what they found. Failures are CCurlExceptions; a failed request leaves what was read so far until the
+/// next one. While a request runs, a second one and the clean-ups are refused.
+class COgcWcs final : public COgcBase {
+public:
+  COgcWcs();
+
+  [[nodiscard]] static int OgcWcsInit() noexcept { return 1; }
+
+  /// Version sent in requests, unchecked.
+  void OgcWcsSetVer(const char* version);
+  /// Names of the files that answers are written to. \throws CCurlException for an empty name; the old one stays.
+  void OgcWcsSetCapFN(const char* name);
+  void OgcWcsSetDesCovFN(const char* name);
+  void OgcWcsSetCovFN(const char* name);
+
+  /// Requests and reads the capabilities document. \param fromFile existing document to read instead, null for none.
+  /// \param fromUrl complete request URL, null for none; its answer is written to the capabilities file and not read.
+  /// \param schemaChecking,validationMode as for COgcBase::OgcBaseParse.
+  void OgcWcsGetCap(const char* fromFile, const char* fromUrl, int schemaChecking, int validationMode);
+  /// Requests and reads the description of coverages, asked for as one comma-separated value: the names after the first
+  /// are cut at 2047 characters together. \param names null: the query of the last request is used again.
+  /// \param fromFile existing document to read instead, null for none.
+  void OgcWcsDescribeCoverage(const char* const* names, int nameCount, const char* fromFile, int schemaChecking,
+                              int validationMode);
+  /// Requests a coverage and writes it to the coverage file. \param query key-value pairs of the request, joined by
+  /// "&".
+  void OgcWcsGetCoverage(const char* query);
+
+  /// Brief at the cursor, null at the end; the cursor goes on. A capabilities request puts it at the first brief.
+  const WcsBrief* OgcWcsGetNextCOB() noexcept;
+  /// Puts the cursor behind the first `count` briefs. \throws CCurlException when there are fewer or `count` is
+  /// negative.
+  void OgcWcsGetNextCOBSkip(int count);
+
+  /// \name Parts of a coverage offering
+  /// Offering `co` and item `n` of one of its lists, both from 0; below that the first is meant. An item beyond the end
+  /// is null, a list of an absent item has no length. \throws CCurlException when `co` is not below the number of
+  /// offerings. Counts of a grid or an axis take -1 for the largest among all.
+  /// @{
+  [[nodiscard]] const WcsOffering* OgcWcsGetCO(int index) const;
+  [[nodiscard]] const WcsEnvelope* OgcWcsGetCOSDLLE(int co, int n) const;
+  [[nodiscard]] int OgcWcsGetCOSDLLECount(int co) const;
+  [[nodiscard]] const WcsGrid* OgcWcsGetCOSDGrid(int co, int n) const;
+  [[nodiscard]] int OgcWcsGetCOSDGridCount(int co) const;
+  [[nodiscard]] int OgcWcsGetCOSDGridAxisNameCount(int co, int grid) const;
+  [[nodiscard]] int OgcWcsGetCOSDGridOffsetVectorCount(int co, int grid) const;
+  [[nodiscard]] const WcsTimePosition* OgcWcsGetCOTempTimePos(int co, int n) const;
+  [[nodiscard]] int OgcWcsGetCOTempTimePosCount(int co) const;
+  [[nodiscard]] const WcsTimePeriod* OgcWcsGetCOTempTimePeriod(int co, int n) const;
+  [[nodiscard]] int OgcWcsGetCOTempTimePeriodCount(int co) const;
+  [[nodiscard]] const WcsInterval* OgcWcsGetCORngNullInterval(int co, int n) const;
+  [[nodiscard]] int OgcWcsGetCORngNullIntervalCount(int co) const;
+  [[nodiscard]] const WcsAxis* OgcWcsGetCORngAxis(int co, int n) const;
+  [[nodiscard]] int OgcWcsGetCORngAxisCount(int co) const;
+  [[nodiscard]] int OgcWcsGetCORngAxisSingleCount(int co, int axis) const;
+  [[nodiscard]] const WcsInterval* OgcWcsGetCORngAxisInt(int co, int axis, int n) const;
+  [[nodiscard]] int OgcWcsGetCORngAxisIntCount(int co, int axis) const;
+  /// @}
+
+  /// \name Clean-ups
+  /// @{
+  void OgcWcsCleanupNewCap();
+  void OgcWcsCleanupDesCov();
+  /// Forgets the exception texts only.
+  void OgcWcsCleanupCov() noexcept { OgcBaseClearExceptions(); }
+  /// Forgets records, file names, exception texts and the transfer settings. \return 1
+  int OgcWcsCleanup();
+  /// @}
+
+  /// Service section, null when none was read.
+  [[nodiscard]] const WcsService* Service() const noexcept { return m_capabilities.pService; }
+  [[nodiscard]] const WcsBrief* Briefs() const noexcept { return m_capabilities.pBriefHead; }
+  [[nodiscard]] int BriefCount() const noexcept { return m_capabilities.iBriefCount; }
+  [[nodiscard]] const WcsOffering* Offerings() const noexcept { return m_description.pCovOfferingHead; }
+  [[nodiscard]] int OfferingCount() const noexcept { return m_description.iCovOfferingCount; }
+  /// Coverages that the last request fetched, 0 or 1.
+  [[nodiscard]] int CoverageCount() const noexcept { return m_coverageCount; }
+  [[nodiscard]] const CText& CapFN() const noexcept { return m_capFileName; }
+  [[nodiscard]] const CText& DesCovFN() const noexcept { return m_desCovFileName; }
+  [[nodiscard]] const CText& CovFN() const noexcept { return m_covFileName; }
+
+private:
+  CText m_capFileName{"cap"}, m_desCovFileName{"descov"}, m_covFileName{"cov"};
+  WcsCapabilities m_capabilities;
+  const WcsBrief* m_briefCursor = nullptr;
+  WcsDescription m_description;
+  int m_coverageCount = 0;
+};
