@@ -1,0 +1,63 @@
+/// \file
+/// Reference system names of layers: their own and the ones they take over from the layers around them.
+#pragma once
+
+#include "zel_curl_text.h"
+
+#include <cstdint>
+#include <span>
+#include <vector>
+
+struct xWmsLayer_t;
+
+/// The names of one kind (SRS or CRS) of all layers of a document. A layer's names are its own, in document order, then
+/// those of the enclosing layers from the inside out, less the ones that are already there in any letter case; a name
+/// without text is never a repetition. Taken over names are not copied: memory and time are linear in the names that
+/// the document holds.
+class COgcWmsNames {
+public:
+  /// Walks the names of one layer after the other without allocating for each. Valid until the document is released.
+  class Reader {
+  public:
+    explicit Reader(const COgcWmsNames& names) : m_names(&names), m_seen(names.m_idCount) {}
+    /// Starts with the first name of `layer`.
+    void open(const xWmsLayer_t& layer) noexcept;
+    /// The next name, null when there is none left. A node's text is null when it is absent.
+    [[nodiscard]] const xNodeStr_t* next() noexcept;
+
+  private:
+    [[nodiscard]] bool repeated() noexcept;
+
+    const COgcWmsNames* m_names;
+    std::vector<std::uint32_t> m_seen; ///< by name id: the round in which the name was last met
+    std::uint32_t m_round = 0;
+    int m_owner = -1;    ///< layer whose own names are being read
+    int m_receiver = -1; ///< layer that was read before it
+    const xNodeStr_t* m_node = nullptr;
+    std::size_t m_id = 0; ///< place of the node's id
+  };
+
+  COgcWmsNames(xNodeStr_t* xWmsLayer_t::*list, int xWmsLayer_t::*count) noexcept : m_list(list), m_count(count) {}
+
+  /// Lets every layer but the first take over the names of its parent, and adds their number to the layer's count.
+  /// `layers` are in document order, each behind its parent.
+  void inherit(std::span<xWmsLayer_t* const> layers);
+  void clear() noexcept;
+
+private:
+  static constexpr std::uint32_t absent = 0; ///< id of a name without text
+  static constexpr std::uint32_t blank = 1;  ///< id of an empty text, which is taken over as an absent one
+
+  struct Own {
+    std::size_t firstId;
+    int outer;     ///< nearest enclosing layer with names, -1 none
+    bool hasBlank; ///< an empty text is among them
+  };
+
+  xNodeStr_t* xWmsLayer_t::*m_list;
+  int xWmsLayer_t::*m_count;
+  std::span<xWmsLayer_t* const> m_layers;
+  std::vector<Own> m_own;           ///< by layer; empty when nothing is taken over
+  std::vector<std::uint32_t> m_ids; ///< of all own names, layer by layer
+  std::size_t m_idCount = 0;
+};

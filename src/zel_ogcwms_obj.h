@@ -1,0 +1,242 @@
+/// \file
+/// COgcWms, the WMS client: the records of a capabilities document, its requests and access to its layers.
+/// Documents: OGC Web Map Service 1.1.0, 1.1.1 and 1.3.0, https://www.ogc.org/standard/wms/.
+#pragma once
+
+#include "zel_ogc_arena.h"
+#include "zel_ogc_base.h"
+#include "zel_ogcwms_names.h"
+
+#include <cstdint>
+#include <string_view>
+#include <vector>
+
+/// \name Records of a capabilities document
+/// Every value is the text that stood in the document, null when absent. Counts tell how many entries of a list are
+/// valid; entry k is k links from the head. Lists of a layer may continue in a list of the layer it inherits from.
+/// @{
+
+/// A lat-lon box, or the west, east, south and north bounds of a geographic box, in degrees.
+struct xWmsGeoBox_t {
+  const char* szMinX; ///< or west
+  const char* szMinY; ///< or east
+  const char* szMaxX; ///< or south
+  const char* szMaxY; ///< or north
+};
+
+struct xWmsBBox_t {
+  const char *szCrs, *szSrs;
+  const char *szMinX, *szMinY, *szMaxX, *szMaxY; ///< in units of the reference system
+  const char *szResX, *szResY;
+  xWmsBBox_t* pNext;
+};
+
+struct xWmsExtent_t {
+  const char *szName, *szDefault, *szNearestValue, *szValue;
+  xWmsExtent_t* pNext;
+};
+
+struct xWmsDimension_t {
+  const char *szName, *szUnits, *szUnitSymbol, *szDefault, *szMultipleValues, *szNearestValue, *szCurrent, *szValue;
+  xWmsDimension_t* pNext;
+};
+
+struct xWmsAttribution_t {
+  const char *szTitle, *szOnline, *szLogoFormat, *szLogoOnline, *szLogoWidth, *szLogoHeight;
+};
+
+struct xWmsAuthorityUrl_t {
+  const char *szName, *szOnline;
+  xWmsAuthorityUrl_t* pNext;
+};
+
+struct xWmsIdentifier_t {
+  const char *szValue, *szAuthority;
+  xWmsIdentifier_t* pNext;
+};
+
+struct xWmsMetadataUrl_t {
+  const char *szType, *szFormat, *szOnline;
+  xWmsMetadataUrl_t* pNext;
+};
+
+struct xWmsOnlineRes_t {
+  const char *szFormat, *szOnline;
+  xWmsOnlineRes_t* pNext;
+};
+
+struct xWmsStyle_t {
+  const char *szName, *szTitle, *szAbstract;
+  const char *szLegendFormat, *szLegendOnline, *szLegendWidth, *szLegendHeight;
+  const char *szSheetFormat, *szSheetOnline;
+  const char *szStyleFormat, *szStyleOnline;
+  xWmsStyle_t* pNext;
+};
+
+/// Content of the `Service` element.
+struct xWmsService_t {
+  const char *szName, *szTitle, *szAbstract;
+  int nKeyword;
+  xNodeStr_t* pKeyword;
+  const char* szOnline;
+  const char *szContactPerson, *szContactOrganization, *szContactPosition;
+  const char *szAddressType, *szAddress, *szCity, *szStateOrProvince, *szPostCode, *szCountry;
+  const char *szVoiceTelephone, *szFacsimileTelephone, *szElectronicMailAddress;
+  const char *szFees, *szAccessConstraints;
+  const char *szLayerLimit, *szMaxWidth, *szMaxHeight;
+};
+
+/// One `Layer` element. A flag is 1 when the attribute or element was there, also with an empty text.
+struct xWmsLayer_t {
+  int iIndex;                               ///< position in document order, from 0
+  int iParent;                              ///< index of the enclosing layer, -1 none
+  int iLevel;                               ///< 1 outermost
+  const char *szVersion, *szUpdateSequence; ///< of the document
+  const char *szName, *szTitle, *szAbstract;
+  int nMapFormat;
+  xNodeStr_t* pMapFormat; ///< one list for all layers of a document
+  int nFeatureFormat;
+  xNodeStr_t* pFeatureFormat; ///< one list for all layers of a document
+  int nKeyword;
+  xNodeStr_t* pKeyword;
+  int nSrs;         ///< `SRS` elements, not names, and names taken over
+  xNodeStr_t* pSrs; ///< own names; all of them: COgcWms::SrsNames
+  int nCrs;
+  xNodeStr_t* pCrs; ///< own names; all of them: COgcWms::CrsNames
+  int nLatLonBBox;
+  xWmsGeoBox_t* pLatLonBBox;
+  int nExGeoBBox;
+  xWmsGeoBox_t* pExGeoBBox;
+  int nBBox;
+  xWmsBBox_t* pBBox;
+  int nExtent;
+  xWmsExtent_t* pExtent;
+  int nDimension;
+  xWmsDimension_t* pDimension;
+  int nAttribution; ///< 0 for an attribution that is inherited
+  xWmsAttribution_t* pAttribution;
+  int nAuthorityUrl;
+  xWmsAuthorityUrl_t* pAuthorityUrl;
+  int nIdentifier;
+  xWmsIdentifier_t* pIdentifier;
+  int nMetadataUrl;
+  xWmsMetadataUrl_t* pMetadataUrl;
+  int nDataUrl;
+  xWmsOnlineRes_t* pDataUrl;
+  int nFeatureUrl;
+  xWmsOnlineRes_t* pFeatureUrl;
+  int nStyle;
+  xWmsStyle_t* pStyle;
+  int bMinScale; ///< flags stay 0 for values that are inherited
+  const char* szMinScale;
+  int bMaxScale;
+  const char* szMaxScale;
+  int bQueryable;
+  const char* szQueryable;
+  int bCascaded;
+  const char* szCascaded;
+  int bOpaque;
+  const char* szOpaque;
+  int bNoSubsets;
+  const char* szNoSubsets;
+  int bFixedWidth;
+  const char* szFixedWidth;
+  int bFixedHeight;
+  const char* szFixedHeight;
+  xWmsLayer_t* pNext;
+};
+/// @}
+
+class COgcWms final : public COgcBase {
+public:
+  COgcWms();
+
+  /// Gives the layer pointer cache its first capacity. \return 1.
+  int OgcWmsInit();
+  /// Makes the cache `capacity` null entries long; the old entries stay in front when `keep` is not 0.
+  void OgcWmsAllocateLayerPtrCache(long capacity, int keep);
+  /// Releases the capabilities and the exception texts; the cache keeps its capacity.
+  void OgcWmsCleanupCap() noexcept;
+  /// Releases everything, settings included. \return 1. \throws CCurlException while a request runs.
+  int OgcWmsCleanup();
+
+  /// \name Settings
+  /// @{
+  /// Base names of the files that answers are written to. \throws CCurlException for an empty name.
+  void OgcWmsSetCapFN(const char* name);
+  void OgcWmsSetMapFN(const char* name);
+  void OgcWmsSetFeatFN(const char* name);
+  /// WMS version sent in requests; not checked.
+  void OgcWmsSetVer(const char* version);
+  [[nodiscard]] const CText& CapFile() const noexcept { return szCapFile; }
+  [[nodiscard]] const CText& MapFile() const noexcept { return szMapFile; }
+  [[nodiscard]] const CText& FeatFile() const noexcept { return szFeatFile; }
+  /// @}
+
+  /// \name Requests
+  /// One runs at a time. \throws CCurlException for every failure; what a failed capabilities
+  /// request had read by then stays until the next one.
+  /// @{
+  /// Gets and parses the capabilities: from the server, from an existing file (`fromFile`), or, with `fromUrl`, writes
+  /// the answer to that URL to the capabilities file, unparsed, to be read later with `fromFile`. Absent: null or
+  /// empty. \param schemaChecking,validationMode see COgcBase::OgcBaseParse
+  void OgcWmsGetCap(const char* fromFile, const char* fromUrl, int schemaChecking, int validationMode,
+                    int disableInheritance);
+  /// Gets a map. \param query parameters joined with "&". The file written is ResponseFile().
+  void OgcWmsGetMap(const char* query);
+  /// Gets feature information; whatever the server answers is the result.
+  void OgcWmsGetFeature(const char* query);
+  /// @}
+
+  /// Completes the layers from the ones around them; once per document.
+  void OgcWmsApplyInheritance();
+
+  /// \name Access to the capabilities
+  /// @{
+  /// Null until a `Service` element was parsed.
+  [[nodiscard]] const xWmsService_t* Service() const noexcept { return pService; }
+  [[nodiscard]] std::int64_t NumLayers() const noexcept { return nLayers; }
+  [[nodiscard]] std::int64_t LayerCacheCapacity() const noexcept {
+    return static_cast<std::int64_t>(ppLayerCache.size());
+  }
+  /// All SRS or CRS names of layers, the inherited included: `COgcWmsNames::Reader names(client.SrsNames());`.
+  [[nodiscard]] const COgcWmsNames& SrsNames() const noexcept { return m_srsNames; }
+  [[nodiscard]] const COgcWmsNames& CrsNames() const noexcept { return m_crsNames; }
+
+  /// Moves the cursor to layer `n`. \throws CCurlException when there are fewer than `n` layers.
+  void OgcWmsGetNextLayerSkip(int n);
+  /// The layer at the cursor, which moves on; null at the end.
+  const xWmsLayer_t* OgcWmsGetNextLayer() noexcept;
+  /// \throws CCurlException for an index out of range.
+  [[nodiscard]] const xWmsLayer_t* OgcWmsGetLayer(int i) const;
+  /// Entry `k` of a list of layer `i`, null when the list is shorter; the first for a `k` below 1.
+  /// \throws CCurlException for a layer index out of range.
+  [[nodiscard]] const xWmsStyle_t* OgcWmsGetLyrStyle(int i, int k) const;
+  [[nodiscard]] const xWmsDimension_t* OgcWmsGetLyrDim(int i, int k) const;
+  [[nodiscard]] const xWmsAuthorityUrl_t* OgcWmsGetLyrAuth(int i, int k) const;
+  [[nodiscard]] const xWmsBBox_t* OgcWmsGetLyrBBox(int i, int k) const;
+  [[nodiscard]] const xWmsExtent_t* OgcWmsGetLyrExt(int i, int k) const;
+  [[nodiscard]] const xWmsIdentifier_t* OgcWmsGetLyrId(int i, int k) const;
+  [[nodiscard]] const xWmsMetadataUrl_t* OgcWmsGetLyrMeta(int i, int k) const;
+  [[nodiscard]] const xWmsOnlineRes_t* OgcWmsGetLyrData(int i, int k) const;
+  [[nodiscard]] const xWmsOnlineRes_t* OgcWmsGetLyrFeat(int i, int k) const;
+  /// @}
+
+private:
+  friend class COgcWmsSaxCapHandler;
+
+  /// New last layer with its empty first records.
+  xWmsLayer_t& addLayer(int parent, int level);
+
+  CText szCapFile{"cap"};
+  CText szMapFile{"map"};
+  CText szFeatFile{"map"};
+  COgcArena m_arena; ///< owns the records
+  xWmsService_t* pService = nullptr;
+  xWmsLayer_t* pLayers = nullptr;
+  const xWmsLayer_t* pCurLayer = nullptr;
+  std::int64_t nLayers = 0;
+  std::vector<xWmsLayer_t*> ppLayerCache;
+  COgcWmsNames m_srsNames{&xWmsLayer_t::pSrs, &xWmsLayer_t::nSrs};
+  COgcWmsNames m_crsNames{&xWmsLayer_t::pCrs, &xWmsLayer_t::nCrs};
+};
