@@ -1,0 +1,256 @@
+#include "zel_ogcwcs_obj.h"
+
+#include "zel_ogc_bridge.h"
+#include "zel_ogcwcs_sax.h"
+
+#include <algorithm>
+#include <string>
+
+namespace {
+
+constexpr std::size_t joinedNamesLimit = 2047;
+constexpr std::size_t nameLimit = 2048;
+constexpr int allItems = -1;
+
+/// Item `n` of a linked list, null behind its end.
+template <typename T>
+const T* itemOf(const T* head, int n) noexcept {
+  for (; n > 0 && head != nullptr; --n) head = head->next;
+  return head;
+}
+
+template <typename T>
+int lengthOf(const T* head) noexcept {
+  int n = 0;
+  for (; head != nullptr; head = head->next) ++n;
+  return n;
+}
+
+/// Length of a list of item `n`, or the largest among all items.
+template <typename T, typename U>
+int lengthIn(const T* head, int n, WcsList<U> T::*list) noexcept {
+  if (n != allItems) {
+    const T* item = itemOf(head, n);
+    return item != nullptr ? lengthOf<U>(item->*list) : 0;
+  }
+  int largest = 0;
+  for (; head != nullptr; head = head->next) largest = std::max(largest, lengthOf<U>(head->*list));
+  return largest;
+}
+
+/// A list of an offering, which is null when there are no offerings.
+template <typename T>
+const T* listOf(const WcsOffering* offering, WcsList<T> WcsOffering::*list) noexcept {
+  return offering != nullptr ? (offering->*list).head : nullptr;
+}
+
+void setFileName(CText& name, const char* text, const char* refusal) {
+  if (text == nullptr || *text == '\0') throw CCurlException(refusal);
+  name.set(text);
+}
+
+/// The Coverage parameter: all names as one comma-separated value.
+std::string coverageParameter(const char* const* names, int count) {
+  const auto text = [&](int i) { return std::string_view(names[i] != nullptr ? names[i] : ""); };
+  std::string others;
+  for (int i = 1; i < count && others.size() < joinedNamesLimit; ++i) {
+    others += ',';
+    others += text(i).substr(0, nameLimit);
+  }
+  others.resize(std::min(others.size(), joinedNamesLimit));
+  return std::string("&Coverage=").append(text(0)).append(others);
+}
+
+} // namespace
+
+COgcWcs::COgcWcs() : COgcBase("1.0.0") { CurlSetCallbackFunc(OgcCallback); }
+
+void COgcWcs::OgcWcsSetVer(const char* version) { OgcBaseStringHandler(&m_version, version); }
+
+void COgcWcs::OgcWcsSetCapFN(const char* name) {
+  setFileName(m_capFileName, name, "Error: Capabilities Filename can not be null.");
+}
+
+void COgcWcs::OgcWcsSetDesCovFN(const char* name) {
+  setFileName(m_desCovFileName, name, "Error: Describe Coverage Filename can not be null.");
+}
+
+void COgcWcs::OgcWcsSetCovFN(const char* name) {
+  setFileName(m_covFileName, name, "Error: Coverage Filename can not be null.");
+}
+
+void COgcWcs::OgcWcsGetCap(const char* fromFile, const char* fromUrl, int schemaChecking, int validationMode) {
+  OgcWcsCleanupNewCap();
+  const Request request(*this);
+  OgcBaseSetQuery("WCS", "GetCapabilities", "");
+  COgcWcsSaxCapHandler handler(*this, m_capabilities);
+  if (fromFile != nullptr) {
+    OgcBaseParseFile(&handler, fromFile, "Parsing capabilities from an existing XML file:", m_capFileName.c_str(),
+                     schemaChecking, validationMode);
+  } else if (fromUrl == nullptr) {
+    const std::string file =
+        OgcBaseFetch(m_capFileName.c_str(), {"Error: failed to get a capabilities doc",
+                                             "Error: Get Capabilities request failed to retrieve an xml file.",
+                                             "Get Capabilites response written to: "});
+    OgcBaseRefuseHtml();
+    OgcBaseStatus("Parsing GetCapabilities XML doc...");
+    OgcBaseParseAnswer(&handler, file.c_str(), schemaChecking, validationMode);
+  }
+  if (fromUrl != nullptr) {
+    OgcBaseFetchUrl(fromUrl, m_capFileName.c_str());
+    return;
+  }
+  m_briefCursor = Briefs();
+  OgcBaseStatus(formatLimited(1023, "Number of brief coverage decriptions found: %d.", BriefCount()).c_str());
+  OgcBaseStatus("Get Capabilites request completed.");
+}
+
+void COgcWcs::OgcWcsDescribeCoverage(const char* const* names, int nameCount, const char* fromFile, int schemaChecking,
+                                     int validationMode) {
+  OgcWcsCleanupDesCov();
+  const Request request(*this);
+  if (names != nullptr) OgcBaseSetQuery("WCS", "DescribeCoverage", coverageParameter(names, nameCount));
+  COgcWcsSaxDesCovHandler handler(*this, m_description);
+  if (fromFile != nullptr) {
+    OgcBaseParseFile(&handler, fromFile,
+                     "Parsing describe coverage from an XML existing file:", m_desCovFileName.c_str(), schemaChecking,
+                     validationMode);
+  } else {
+    const std::string file =
+        OgcBaseFetch(m_desCovFileName.c_str(), {"Error: failed to get a describe coverage doc",
+                                                "Error: Describe Coverage request failed to retrieve an xml file.",
+                                                "Describe Coverage response written to: "});
+    OgcBaseRefuseHtml();
+    OgcBaseStatus("Parsing Describe Coverage XML doc...");
+    OgcBaseParseAnswer(&handler, file.c_str(), schemaChecking, validationMode);
+  }
+  OgcBaseStatus(formatLimited(1023, "Number of Describe Coverages found: %d.", OfferingCount()).c_str());
+  OgcBaseStatus("Get DescribeCoverage request completed.");
+}
+
+void COgcWcs::OgcWcsGetCoverage(const char* query) {
+  const Request request(*this);
+  OgcWcsCleanupCov();
+  m_coverageCount = 0;
+  OgcBaseSetQuery("WCS", "GetCoverage", std::string("&").append(query != nullptr ? query : ""));
+  const std::string file =
+      OgcBaseFetch(m_covFileName.c_str(),
+                   {"Error: failed to get a coverage.", "Error: Get Coverage request failed to retrieve a data file.",
+                    "Coverage file written to: "});
+  m_coverageCount = 1;
+  if (OgcBaseAnswerIsXml()) {
+    COgcArena texts;
+    COgcSaxExceptionHandler handler(*this, texts);
+    OgcBaseParseAnswer(&handler, file.c_str(), 0, 0);
+    throw CCurlException("Error: Received an XML file instead of a coverage.", Response().contentTypeText.c_str());
+  }
+  OgcBaseRefuseHtml();
+  OgcBaseStatus(formatLimited(1023, "Number of Coverages retrieved: %d.", m_coverageCount).c_str());
+  OgcBaseStatus("Get Coverage request completed.");
+}
+
+const WcsBrief* COgcWcs::OgcWcsGetNextCOB() noexcept {
+  const WcsBrief* brief = m_briefCursor;
+  if (brief != nullptr) m_briefCursor = brief->next;
+  return brief;
+}
+
+void COgcWcs::OgcWcsGetNextCOBSkip(int count) {
+  m_briefCursor = itemOf(Briefs(), count);
+  if (count < 0 || count > BriefCount()) {
+    throw CCurlException("Error: unable to skip over the desired number of coverage briefs.");
+  }
+}
+
+const WcsOffering* COgcWcs::OgcWcsGetCO(int index) const {
+  if (index >= OfferingCount()) throw CCurlException("Error: Invalid index in OgcWcsGetCO call.");
+  return itemOf(Offerings(), index);
+}
+
+const WcsEnvelope* COgcWcs::OgcWcsGetCOSDLLE(int co, int n) const {
+  return itemOf(listOf(OgcWcsGetCO(co), &WcsOffering::envelopes), n);
+}
+
+int COgcWcs::OgcWcsGetCOSDLLECount(int co) const { return lengthOf(listOf(OgcWcsGetCO(co), &WcsOffering::envelopes)); }
+
+const WcsGrid* COgcWcs::OgcWcsGetCOSDGrid(int co, int n) const {
+  return itemOf(listOf(OgcWcsGetCO(co), &WcsOffering::grids), n);
+}
+
+int COgcWcs::OgcWcsGetCOSDGridCount(int co) const { return lengthOf(listOf(OgcWcsGetCO(co), &WcsOffering::grids)); }
+
+int COgcWcs::OgcWcsGetCOSDGridAxisNameCount(int co, int grid) const {
+  return lengthIn(listOf(OgcWcsGetCO(co), &WcsOffering::grids), grid, &WcsGrid::axisNames);
+}
+
+int COgcWcs::OgcWcsGetCOSDGridOffsetVectorCount(int co, int grid) const {
+  return lengthIn(listOf(OgcWcsGetCO(co), &WcsOffering::grids), grid, &WcsGrid::offsetVectors);
+}
+
+const WcsTimePosition* COgcWcs::OgcWcsGetCOTempTimePos(int co, int n) const {
+  return itemOf(listOf(OgcWcsGetCO(co), &WcsOffering::timePositions), n);
+}
+
+int COgcWcs::OgcWcsGetCOTempTimePosCount(int co) const {
+  return lengthOf(listOf(OgcWcsGetCO(co), &WcsOffering::timePositions));
+}
+
+const WcsTimePeriod* COgcWcs::OgcWcsGetCOTempTimePeriod(int co, int n) const {
+  return itemOf(listOf(OgcWcsGetCO(co), &WcsOffering::timePeriods), n);
+}
+
+int COgcWcs::OgcWcsGetCOTempTimePeriodCount(int co) const {
+  return lengthOf(listOf(OgcWcsGetCO(co), &WcsOffering::timePeriods));
+}
+
+const WcsInterval* COgcWcs::OgcWcsGetCORngNullInterval(int co, int n) const {
+  const WcsOffering* offering = OgcWcsGetCO(co);
+  return offering != nullptr ? itemOf<WcsInterval>(offering->rangeSet.nullIntervals, n) : nullptr;
+}
+
+int COgcWcs::OgcWcsGetCORngNullIntervalCount(int co) const { return lengthOf(OgcWcsGetCORngNullInterval(co, 0)); }
+
+const WcsAxis* COgcWcs::OgcWcsGetCORngAxis(int co, int n) const {
+  return itemOf(listOf(OgcWcsGetCO(co), &WcsOffering::axes), n);
+}
+
+int COgcWcs::OgcWcsGetCORngAxisCount(int co) const { return lengthOf(listOf(OgcWcsGetCO(co), &WcsOffering::axes)); }
+
+int COgcWcs::OgcWcsGetCORngAxisSingleCount(int co, int axis) const {
+  return lengthIn(listOf(OgcWcsGetCO(co), &WcsOffering::axes), axis, &WcsAxis::singleValues);
+}
+
+const WcsInterval* COgcWcs::OgcWcsGetCORngAxisInt(int co, int axis, int n) const {
+  const WcsAxis* item = OgcWcsGetCORngAxis(co, axis);
+  return item != nullptr ? itemOf<WcsInterval>(item->intervals, n) : nullptr;
+}
+
+int COgcWcs::OgcWcsGetCORngAxisIntCount(int co, int axis) const {
+  return lengthIn(listOf(OgcWcsGetCO(co), &WcsOffering::axes), axis, &WcsAxis::intervals);
+}
+
+void COgcWcs::OgcWcsCleanupNewCap() {
+  OgcBaseRequireIdle("GetCapabilities");
+  m_briefCursor = nullptr;
+  m_capabilities.pService = nullptr;
+  m_capabilities.pBriefHead = nullptr;
+  m_capabilities.iBriefCount = 0;
+  m_capabilities.arena.release();
+  OgcBaseClearExceptions();
+}
+
+void COgcWcs::OgcWcsCleanupDesCov() {
+  OgcBaseRequireIdle("DescribeCoverage");
+  m_description.pCovOfferingHead = nullptr;
+  m_description.iCovOfferingCount = 0;
+  m_description.arena.release();
+  OgcBaseClearExceptions();
+}
+
+int COgcWcs::OgcWcsCleanup() {
+  OgcWcsCleanupNewCap();
+  OgcWcsCleanupDesCov();
+  for (CText* name : {&m_capFileName, &m_desCovFileName, &m_covFileName}) OgcBaseCleanUpCharArray(name);
+  CurlCleanup();
+  return 1;
+}
