@@ -1,0 +1,89 @@
+#!/usr/bin/python3
+"""MapServer behind lighttpd on free loopback ports, with maps (WMS) and coverages (WCS) of the Earth.
+
+As a program it serves until it is interrupted; its first line of output is the URL of the server.
+"""
+
+import pathlib
+import shutil
+import signal
+import sys
+import tempfile
+
+from osgeo import gdal
+
+from lighttpd import Lighttpd
+
+gdal.UseExceptions()
+
+PICTURE = "/usr/share/xplanet/images/earth.jpg"
+DEFINITIONS = pathlib.Path(__file__).resolve().parent / "ogc_data"
+SEASONS = {"2024-01-01": 100, "2024-07-01": 200}
+
+CONFIG = """CONFIG
+  MAPS
+    earth "{data}/earth.map"
+  END
+END
+"""
+
+
+def make_data(directory):
+    """earth.tif (three bands), relief.tif (heights of -500 to 8000 m), seasons.shp (two rasters and their times).
+
+    Everything covers the whole Earth in EPSG:4326. The values come from the bands of the picture.
+    """
+    directory.mkdir()
+    for definition in DEFINITIONS.iterdir():
+        shutil.copy(definition, directory)
+
+    world = {"outputSRS": "EPSG:4326", "outputBounds": [-180, 90, 180, -90], "creationOptions": ["TILED=YES"]}
+    gdal.Translate(str(directory / "earth.tif"), PICTURE, **world)
+
+    def numbers(name, band, low, high):
+        gdal.Translate(str(directory / name), PICTURE, **world, bandList=[band], outputType=gdal.GDT_Int16,
+                       width=720, height=360, scaleParams=[[0, 255, low, high]])
+
+    numbers("relief.tif", 1, -500, 8000)
+    corners = "-180 -90,180 -90,180 90,-180 90,-180 -90"
+    rows = ["location,time,shape"]
+    for time, brightest in SEASONS.items():
+        numbers(f"season-{time}.tif", 2, 0, brightest)
+        rows.append(f'season-{time}.tif,{time},"POLYGON(({corners}))"')
+    (directory / "seasons.csv").write_text("\n".join(rows) + "\n")
+    gdal.VectorTranslate(str(directory / "seasons.shp"), str(directory / "seasons.csv"), format="ESRI Shapefile",
+                         layerCreationOptions=["SHPT=POLYGON"], selectFields=["location", "time"],
+                         dstSRS="EPSG:4326")
+
+
+class OgcServer(Lighttpd):
+    """Lighttpd with MapServer as CGI program, for both services and every way of access of the web server.
+
+    service         URL of the server, as a user would write it
+    secure_service  the same over TLS
+    data            directory of the rasters, see make_data
+    """
+
+    def __init__(self, directory):
+        directory = pathlib.Path(directory).resolve()
+        self.data = directory / "data"
+        make_data(self.data)
+        (directory / "mapserver.conf").write_text(CONFIG.format(data=self.data))
+        super().__init__(directory, {"MAPSERVER_CONFIG_FILE": str(directory / "mapserver.conf")})
+        (self.root / "cgi-bin" / "mapserv").symlink_to("/usr/lib/cgi-bin/mapserv")
+        self.service = self.url + "/cgi-bin/mapserv?map=earth"
+        self.secure_service = self.tls_url + "/cgi-bin/mapserv?map=earth"
+
+
+def main():
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit())
+    with tempfile.TemporaryDirectory(prefix="ogc-server.") as directory, OgcServer(directory) as server:
+        print(server.service, flush=True)
+        try:
+            signal.pause()
+        except KeyboardInterrupt:
+            pass
+
+
+if __name__ == "__main__":
+    main()

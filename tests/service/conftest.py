@@ -1,0 +1,80 @@
+"""What all service tests share: the real web server, the OGC server behind it, and the runner.
+
+    http(...)          lighttpd on loopback, see scripts/lighttpd.py for what it serves
+    ogc                the same with MapServer behind it, see scripts/ogc_server.py
+    zel(script, ...)   runs a Lua script with the runner
+"""
+
+import dataclasses
+import os
+import pathlib
+import subprocess
+import sys
+
+import pytest
+
+SOURCE = pathlib.Path(__file__).resolve().parents[2]
+BUILD = pathlib.Path(os.environ.get("ZEL_BUILD", SOURCE / "build"))
+sys.path.insert(0, str(SOURCE / "scripts"))
+
+from lighttpd import Lighttpd  # noqa: E402
+from ogc_server import OgcServer  # noqa: E402
+
+
+@pytest.fixture(scope="session")
+def http(tmp_path_factory):
+    """The web server: `.url`, `.tls_url`, `.ca`, `.root` (served), `.dav` (written)."""
+    with Lighttpd(tmp_path_factory.mktemp("lighttpd")) as server:
+        yield server
+
+
+@pytest.fixture(scope="session")
+def ogc(tmp_path_factory):
+    """The web server with MapServer: `.wms` and `.wcs` are service URLs, `.data` holds the rasters."""
+    with OgcServer(tmp_path_factory.mktemp("ogc")) as server:
+        yield server
+
+
+@dataclasses.dataclass
+class Run:
+    """What a program left behind."""
+
+    status: int
+    out: str
+    err: str
+    user_dir: pathlib.Path
+
+
+# Appended to a script: what the module still holds once every object of the script is gone.
+NO_LEAK = """
+do
+  collectgarbage() collectgarbage()
+  zel.reset()
+  for name, count in pairs(zel.counts()) do
+    if count ~= 0 then error("leaked " .. count .. " " .. name) end
+  end
+end
+"""
+
+
+@pytest.fixture
+def zel(tmp_path):
+    """zel(script, *arguments, ok=True, no_leak=False, env={}): runs a script, given as a path or as Lua code.
+
+    Every test has its own directory for user files. With `ok` a failing script fails the test.
+    """
+
+    def run(script, *arguments, ok=True, no_leak=False, env=None, timeout=120):
+        if not isinstance(script, pathlib.Path):
+            code, script = script, tmp_path / "script.lua"
+            script.write_text(code + (NO_LEAK if no_leak else ""))
+        user_dir = tmp_path / "user"
+        user_dir.mkdir(exist_ok=True)
+        done = subprocess.run([BUILD / "zel", script, *map(str, arguments)], cwd=tmp_path, timeout=timeout,
+                              capture_output=True, text=True, stdin=subprocess.DEVNULL,
+                              env=os.environ | {"ZEL_USER_DIR": str(user_dir)} | (env or {}))
+        if ok:
+            assert done.returncode == 0, done.stdout + done.stderr
+        return Run(done.returncode, done.stdout, done.stderr, user_dir)
+
+    return run
