@@ -5,15 +5,16 @@
 #pragma once
 
 #include "zel_curl_exception.h"
+#include "zel_curl_file.h"
 #include "zel_curl_text.h"
 
 #include <array>
 #include <cstdint>
 #include <curl/curl.h>
 #include <exception>
-#include <memory>
+#include <optional>
 #include <string>
-#include <vector>
+#include <string_view>
 
 /// Transfer figures handed to the status callback, in bytes; valid during the call only.
 struct xProgressValues {
@@ -84,7 +85,9 @@ struct CurlResponse {
 
 class CCurl {
 public:
+  /// Brings the transfer library up when needed.
   CCurl();
+  /// Drops the cached connections. The object must not be transferring (CurlIsTransferring).
   ~CCurl();
   CCurl(const CCurl&) = delete;
   CCurl& operator=(const CCurl&) = delete;
@@ -103,7 +106,10 @@ public:
   static void CurlSetInterruptFunc(int (*interrupted)()) noexcept;
   /// @}
 
+  /// True while this object's own request runs: it must not be cleaned up or destroyed then.
+  [[nodiscard]] bool CurlIsTransferring() const noexcept;
   /// Frees settings, response and buffers. Scheme and port are absent afterwards.
+  /// \throws CCurlException while the object is transferring.
   void CurlCleanup();
   /// Forgets the last response and the message, cancel flag and receive buffer.
   void CurlResponseReset();
@@ -226,6 +232,8 @@ public:
   /// \name Response analysis
   /// @{
   void CurlHttpParseRspHdr(char const* header);
+  /// Analyses the headers when the first body data arrives and makes the place where the body goes.
+  void CurlExamineHeader();
   void CurlHttpExamineHeaderMsg();
   /// Derives the parsed content type from the content type text.
   virtual void CurlHttpParseContentType();
@@ -240,15 +248,104 @@ public:
   void CurlFtpGetReponseCode(char const* reply, int length);
   /// @}
 
+  /// \name Progress
+  /// @{
   /// Tells the status callback; an answer of 0 sets the cancel flag.
   void CurlIssueCallback(char const* msg, xProgressValues* progress);
+  /// @}
+
+  /// \name Callbacks of libcurl
+  /// `object` is the CCurl. What the status callback throws in one of them ends the transfer and continues from
+  /// CurlProcessRequest.
+  /// @{
+  /// Collects header data. \return the bytes taken, or -1 to abort the transfer.
+  static std::size_t CurlHttpWriteHeaderCallback(void* data, unsigned long size, unsigned long count,
+                                                 void* object) noexcept;
+  /// Stores body data. \return the items taken; fewer than `count` end the transfer.
+  static std::size_t CurlWriteDataCallback(void* data, unsigned long size, unsigned long count, void* object) noexcept;
+  /// Supplies upload data. \return the bytes supplied, 0 at the end.
+  static std::size_t CurlHttpPutPostPushCallback(void* buffer, unsigned long size, unsigned long count,
+                                                 void* object) noexcept;
+  /// Reports progress. \return 1 when the request is cancelled, else 0.
+  static int CurlHttpProgressCallback(void* object, double dlTotal, double dlNow, double ulTotal,
+                                      double ulNow) noexcept;
+  /// Reports a line of the verbose trace, credentials replaced. \return 0
+  static int CurlHttpDebugCallback(CURL* handle, curl_infotype type, char* data, unsigned long size,
+                                   void* object) noexcept;
+  /// @}
 
   /// Name of the file that the last HTTP GET wrote, null when none.
   [[nodiscard]] const char* ResponseFile() const noexcept { return m_set.fileHttpGetRsp.get(); }
+  /// True when the file of that name is still the very file that the last request wrote.
+  [[nodiscard]] bool CurlResponseFileIsOurs() const noexcept;
 
 private:
+  struct RequestKind;
+  class RequestEnd;
+  friend int zelCurlOptSeekFunction(void* object, curl_off_t offset, int origin) noexcept;
+
+  struct Upload {
+    CFilePtr file;              ///< source when `data` is null
+    const char* data = nullptr; ///< the caller's memory
+    std::int64_t size = 0;
+    std::int64_t position = 0;
+  };
+  struct ReceiveBuffer {
+    std::string data;
+    std::int64_t capacity; ///< as reported
+  };
+
+  template <class Result, class Body>
+  static Result atEdge(void* object, Result failed, Body body) noexcept;
+  static int xferInfo(void* object, curl_off_t dlTotal, curl_off_t dlNow, curl_off_t ulTotal,
+                      curl_off_t ulNow) noexcept;
+
+  [[nodiscard]] bool isHttp() const noexcept { return (m_requestType & 0x40) != 0; }
+  [[nodiscard]] bool isFtp() const noexcept { return (m_requestType & 0x80) != 0; }
+  [[nodiscard]] CText* responseFileName() noexcept;
+
+  void tell(std::string text);
+  [[noreturn]] void fail(const std::string& text);
+  void fileFault(const std::string& problem);
+
+  std::size_t splitServer(std::string_view url, bool needsPath);
+  const RequestKind& checkRequest(const char* url);
+  CURLcode transfer(const RequestKind& kind, const char* target);
+  void openUpload();
+  void judgeStatus(const RequestKind& kind);
+  [[noreturn]] void failTransfer(const RequestKind& kind, CURLcode code);
+
+  void forgetBlock();
+  std::size_t takeHeader(std::string_view data);
+  std::size_t takeBody(const char* data, std::size_t size, std::size_t count);
+  std::size_t supplyBody(char* buffer, std::size_t size);
+  int seekBody(std::int64_t offset, int origin) noexcept;
+  void trace(curl_infotype type, std::string_view data);
+  std::string withoutSecrets(curl_infotype type, std::string_view data);
+
   CurlSettings m_set;
-  CurlResponse m_rsp;
+  CurlCallbackFunc m_callback = nullptr;
+  int m_toBuf = 0;
+  int m_fromBuf = 0;
+  const char* m_fromBufData = nullptr;
+  std::int64_t m_fromBufLength = 0;
   CTextList m_headers;
+
+  CurlResponse m_rsp;
   std::string m_message;
+  std::optional<ReceiveBuffer> m_buffer;
+
+  int m_requestType = 0;
+  int m_cancelled = 0;
+  bool m_headerTruncated = false; ///< of the current header block, and told
+  bool m_headerExamined = false;
+  Upload m_upload;
+  CResponseFile m_file;
+  std::string m_fault;      ///< why the request fails when libcurl cannot know it
+  std::string m_tracedLine; ///< start of an outgoing header line that the trace has seen in part
+  std::exception_ptr m_thrown;
+  std::array<char, CURL_ERROR_SIZE + 1> m_errorText{};
 };
+
+/// Rewinds an upload for libcurl. \return a CURL_SEEKFUNC code.
+int zelCurlOptSeekFunction(void* object, curl_off_t offset, int origin) noexcept;

@@ -1,0 +1,42 @@
+/// \file
+/// Files of a request.
+#pragma once
+
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <sys/types.h>
+
+struct CFileCloser {
+  void operator()(std::FILE* file) const noexcept { std::fclose(file); }
+};
+using CFilePtr = std::unique_ptr<std::FILE, CFileCloser>;
+
+/// The file that receives a response. It replaces an older file of its name, and remembers which file it wrote, so that
+/// nothing another process puts there meanwhile is taken for it.
+class CResponseFile {
+public:
+  /// \return false when the file could not be opened; `errno` says why.
+  bool open(const char* path);
+  /// \return the bytes written; `errno` says why some are missing.
+  std::size_t write(const char* data, std::size_t size) noexcept;
+  /// \return false when data did not reach the disk; `errno` says why.
+  bool close() noexcept;
+  /// Closes and deletes the file, unless another one stands there now.
+  void remove() noexcept;
+  /// Makes ready for the next request.
+  void forget() noexcept;
+
+  [[nodiscard]] bool isOpen() const noexcept { return m_file != nullptr; }
+  /// True when a file was opened since `forget`.
+  [[nodiscard]] bool wasOpened() const noexcept { return !m_path.empty(); }
+  [[nodiscard]] const std::string& path() const noexcept { return m_path; }
+  /// True when `path` names the file that was written.
+  [[nodiscard]] bool isAt(const char* path) const noexcept;
+
+private:
+  CFilePtr m_file;
+  std::string m_path;
+  dev_t m_device = 0;
+  ino_t m_inode = 0;
+};

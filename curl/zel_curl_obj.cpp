@@ -1,0 +1,189 @@
+#include "zel_curl_obj.h"
+
+#include <algorithm>
+#include <climits>
+#include <cstdlib>
+
+namespace {
+
+constexpr CText CurlSettings::*allTexts[] = {&CurlSettings::callback,       &CurlSettings::scheme,
+                                             &CurlSettings::host,           &CurlSettings::port,
+                                             &CurlSettings::path,           &CurlSettings::queryPrefix,
+                                             &CurlSettings::query,          &CurlSettings::querySuffix,
+                                             &CurlSettings::proxy,          &CurlSettings::proxyPort,
+                                             &CurlSettings::user,           &CurlSettings::passwd,
+                                             &CurlSettings::usrPwd,         &CurlSettings::proxyUser,
+                                             &CurlSettings::proxyPasswd,    &CurlSettings::proxyUsrPwd,
+                                             &CurlSettings::sslCaInfo,      &CurlSettings::fileToSend,
+                                             &CurlSettings::fileHttpGetRsp, &CurlSettings::fileHttpPutPostRsp,
+                                             &CurlSettings::fileFtpGetRsp,  &CurlSettings::fileFtpRsp};
+
+void setInRange(int& field, int value, int most, const char* error) {
+  if (value < 0 || value > most) throw CCurlException(error);
+  field = value;
+}
+
+int flag(int value) noexcept { return value != 0 ? 1 : 0; }
+
+int portNumber(const CText& text) noexcept {
+  return static_cast<int>(std::clamp(std::strtol(text.c_str(), nullptr, 10), 0L, static_cast<long>(INT_MAX)));
+}
+
+} // namespace
+
+CCurl::CCurl() { CurlStartup(); }
+
+CCurl::~CCurl() { CurlCloseConnections(); }
+
+void CCurl::CurlCleanup() {
+  if (CurlIsTransferring())
+    throw CCurlException("Error: the object is still needed by its running request. Wait until it has ended.");
+  for (auto text : allTexts) (m_set.*text).clear();
+  m_headers.clear();
+  CurlResponseReset();
+}
+
+void CCurl::CurlResponseReset() {
+  forgetBlock();
+  m_message.clear();
+  m_errorText.fill('\0');
+  m_fault.clear();
+  m_cancelled = 0;
+}
+
+void CCurl::CurlSetScheme(char const* v) { m_set.scheme.set(v); }
+void CCurl::CurlSetHost(char const* v) { m_set.host.set(v); }
+void CCurl::CurlSetPath(char const* v) { m_set.path.set(v); }
+void CCurl::CurlSetQueryPrefix(char const* v) { m_set.queryPrefix.set(v); }
+void CCurl::CurlSetQuery(char const* v) { m_set.query.set(v); }
+void CCurl::CurlSetQuerySuffix(char const* v) { m_set.querySuffix.set(v); }
+void CCurl::CurlSetProxy(char const* v) { m_set.proxy.set(v); }
+void CCurl::CurlSetFileNameHttpGetRsp(char const* v) { m_set.fileHttpGetRsp.set(v); }
+void CCurl::CurlSetFileNameHttpPutPostRsp(char const* v) { m_set.fileHttpPutPostRsp.set(v); }
+void CCurl::CurlSetFileNameFtpGetRsp(char const* v) { m_set.fileFtpGetRsp.set(v); }
+void CCurl::CurlSetFileNameFtpRsp(char const* v) { m_set.fileFtpRsp.set(v); }
+void CCurl::CurlSetFileToSend(char const* v) { m_set.fileToSend.set(v); }
+void CCurl::CurlSetCallback(char const* v) { m_set.callback.set(v); }
+void CCurl::CurlSetSslCAInfo(char const* v) { m_set.sslCaInfo.set(v); }
+void CCurl::CurlSetRspParsedContentType(char const* v) { m_rsp.parsedContentType.set(v); }
+
+void CCurl::CurlStringHandler(CText* field, char const* value) {
+  if (field != nullptr) field->set(value);
+}
+
+void CCurl::CurlCleanUpCharArray(CText* field) noexcept {
+  if (field != nullptr) field->clear();
+}
+
+int CCurl::CurlSetPort(char const* port) {
+  if (port == nullptr || *port == '\0')
+    throw CCurlException("Error: CurlSetPort failed. Port Number can not be set to a null string.");
+  m_set.port.set(port);
+  const int number = portNumber(m_set.port);
+  if (number < 1)
+    throw CCurlException("Error: CurlSetPort failed to convert port value from string to integer: ",
+                         m_set.port.c_str());
+  return number;
+}
+
+int CCurl::CurlSetProxyPort(char const* port) {
+  m_set.proxyPort.set(port);
+  const int number = portNumber(m_set.port);
+  if (number < 1)
+    throw CCurlException("Error: CurlSetProxyPort failed to convert port value from string to integer: ",
+                         m_set.proxyPort.c_str());
+  return number;
+}
+
+void CCurl::CurlSetUser(char const* v) {
+  m_set.user.set(v);
+  CurlCreateUsrPwd(&m_set.usrPwd, m_set.user.c_str(), m_set.passwd.c_str());
+}
+
+void CCurl::CurlSetPasswd(char const* v) {
+  m_set.passwd.set(v);
+  CurlCreateUsrPwd(&m_set.usrPwd, m_set.user.c_str(), m_set.passwd.c_str());
+}
+
+void CCurl::CurlSetProxyUser(char const* v) {
+  m_set.proxyUser.set(v);
+  CurlCreateUsrPwd(&m_set.proxyUsrPwd, m_set.proxyUser.c_str(), m_set.proxyPasswd.c_str());
+}
+
+void CCurl::CurlSetProxyPasswd(char const* v) {
+  m_set.proxyPasswd.set(v);
+  CurlCreateUsrPwd(&m_set.proxyUsrPwd, m_set.proxyUser.c_str(), m_set.proxyPasswd.c_str());
+}
+
+void CCurl::CurlCreateUsrPwd(CText* out, char const* user, char const* pwd) {
+  const CText name(user != nullptr ? user : "");
+  const CText secret(pwd != nullptr ? pwd : "");
+  out->set(name.present() || secret.present() ? name.str() + ':' + secret.str() : std::string());
+}
+
+void CCurl::CurlSetAuthent(int v) {
+  setInRange(m_set.authent, v, 3, "Error: Failed to set Authentictation. Value is not valid.");
+}
+void CCurl::CurlSetProxyAuthent(int v) {
+  setInRange(m_set.proxyAuthent, v, 3, "Error: Failed to set ProxyAuthentictation. Value is not valid.");
+}
+void CCurl::CurlSetEncode(int v) { setInRange(m_set.encode, v, 3, "Error: Failed to set Encode. Value is not valid."); }
+void CCurl::CurlSetFtpDirListType(int v) {
+  setInRange(m_set.ftpDirListType, v, 1, "Error: Failed to set FtpDirListType. Value is not valid.");
+}
+void CCurl::CurlSetFtpAscii(int v) {
+  setInRange(m_set.ftpAscii, v, 1, "Error: Failed to set FtpAscii. Value is not valid.");
+}
+void CCurl::CurlSetSslVersion(int v) {
+  setInRange(m_set.sslVersion, v, 3, "Error: Failed to set SSL Version. Value is not valid.");
+}
+void CCurl::CurlSetExtVers(int v) {
+  setInRange(m_set.extVers, v, 1, "Error: Failed to set filename extension version. Value is not valid.");
+}
+
+void CCurl::CurlSetSslVerifyPeer(int v) noexcept { m_set.sslVerifyPeer = flag(v); }
+void CCurl::CurlSetSslVerifyHost(int v) noexcept { m_set.sslVerifyHost = flag(v); }
+void CCurl::CurlSetFtpExplicitSSL(int v) noexcept { m_set.ftpExplicitSsl = flag(v); }
+void CCurl::CurlSetFtpConnMode(int v) noexcept { m_set.ftpConnMode = flag(v); }
+void CCurl::CurlSetToBuf(int v) noexcept { m_toBuf = flag(v); }
+void CCurl::CurlSetRxTxTo(int seconds) noexcept { m_set.rxTxTimeout = std::max(seconds, 1); }
+void CCurl::CurlSetConnectTo(int seconds) noexcept { m_set.connectTimeout = std::max(seconds, 1); }
+void CCurl::CurlSetVerbose(int v) noexcept { m_set.verbose = std::min(v, 1); }
+
+void CCurl::CurlSetCallbackFunc(CurlCallbackFunc fn) noexcept { m_callback = fn; }
+void CCurl::CurlSetCallbackData(unsigned long data) noexcept { m_set.callbackData = data; }
+
+void CCurl::CurlSetFromBufPtr(int flag, char const* data, long length) noexcept {
+  m_fromBuf = ::flag(flag);
+  m_fromBufData = data;
+  m_fromBufLength = length;
+}
+
+void CCurl::CurlReleaseToBuf() noexcept { m_buffer.reset(); }
+
+const char* CCurl::Buffer() const noexcept { return m_buffer ? m_buffer->data.c_str() : nullptr; }
+
+std::int64_t CCurl::BufferLength() const noexcept {
+  return m_buffer ? static_cast<std::int64_t>(m_buffer->data.size()) : 0;
+}
+
+std::int64_t CCurl::BufferCapacity() const noexcept { return m_buffer ? m_buffer->capacity : 0; }
+
+bool CCurl::CurlResponseFileIsOurs() const noexcept { return m_file.isAt(ResponseFile()); }
+
+void CCurl::CurlCleanUpStrNodes(CTextList* list) noexcept {
+  if (list != nullptr) list->clear();
+}
+
+int CCurl::CurlGetStrNodeCount(const xNodeStr_t* head) noexcept {
+  int count = 0;
+  for (; head != nullptr; head = head->next) ++count;
+  return count;
+}
+
+const xNodeStr_t* CCurl::CurlGetStrNode(const xNodeStr_t* head, int index) noexcept {
+  for (; head != nullptr && index > 0; --index) head = head->next;
+  return head;
+}
+
+void CCurl::CurlAddHeader(char const* line) { m_headers.append(line != nullptr ? line : ""); }

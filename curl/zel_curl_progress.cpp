@@ -1,0 +1,61 @@
+#include "zel_curl_edge.h"
+#include "zel_curl_handle.h"
+
+#include <algorithm>
+#include <cstdio>
+
+namespace {
+
+/// The progress line of a request type.
+struct ProgressLine {
+  int type;
+  const char* idle; ///< before an upload has begun; null when the figures are shown from the start
+  const char* text; ///< with figures: what has come or gone, then what is expected
+  bool upload;
+};
+
+constexpr ProgressLine progressLines[] = {
+    {CURL_RQ_HTTP_GET, nullptr, "Http: get: received (%.0f), total expected (%.0f)", false},
+    {CURL_RQ_HTTP_PUT, "Http: put: sending file data...", "Http: put: sent (%.0f), total to send (%.0f)", true},
+    {CURL_RQ_HTTP_POST, "Http: post: sending data...", "Http: post: sent (%.0f), total to send (%.0f)", true},
+    {CURL_RQ_FTP_GET, nullptr, "Ftp: get: received (%.0f), total expected (%.0f)", false},
+    {CURL_RQ_FTP_PUT, "Ftp: put: sending file data...", "Ftp: put: sent (%.0f), total to send (%.0f)", true},
+    {CURL_RQ_FTP_DIR, nullptr, "Ftp: dir: receiving directory data...", false},
+    {CURL_RQ_FTP_CMD, nullptr, "Ftp: cmd: processing...", false},
+    {0, nullptr, "unknown call to CurlHttpProgressCallback", false}};
+
+constexpr char chunkedText[] = "Http: get: received (%.0f)";
+
+} // namespace
+
+void CCurl::CurlIssueCallback(char const* msg, xProgressValues* progress) {
+  if (m_callback == nullptr || !m_set.callback.present()) return;
+  std::string name = m_set.callback.str(); // the routine may change the settings
+  if (m_callback(name.data(), m_set.callbackData, msg, progress) == 0) m_cancelled = 1;
+}
+
+void CCurl::tell(std::string text) { CurlIssueCallback(text.c_str(), nullptr); }
+
+int CCurl::xferInfo(void* object, curl_off_t dlTotal, curl_off_t dlNow, curl_off_t ulTotal, curl_off_t ulNow) noexcept {
+  return atEdge(object, 1, [&](CCurl& self) {
+    if (CCurlLease::interrupted()) return self.m_cancelled = 1;
+    if (self.m_requestType == CURL_RQ_HTTP_DELETE) return 0;
+    return CurlHttpProgressCallback(object, static_cast<double>(dlTotal), static_cast<double>(dlNow),
+                                    static_cast<double>(ulTotal), static_cast<double>(ulNow));
+  });
+}
+
+int CCurl::CurlHttpProgressCallback(void* object, double dlTotal, double dlNow, double ulTotal, double ulNow) noexcept {
+  return atEdge(object, 1, [&](CCurl& self) {
+    const auto* line = std::find_if(std::begin(progressLines), std::end(progressLines) - 1,
+                                    [&](const ProgressLine& row) { return row.type == self.m_requestType; });
+    const char* format = line->text;
+    if (line->idle != nullptr && ulTotal == 0 && ulNow == 0) format = line->idle;
+    if (line->type == CURL_RQ_HTTP_GET && self.m_rsp.chunked != 0) format = chunkedText;
+    char text[256];
+    std::snprintf(text, sizeof text, format, line->upload ? ulNow : dlNow, line->upload ? ulTotal : dlTotal);
+    xProgressValues values{1, dlTotal, dlNow, ulTotal, ulNow};
+    self.CurlIssueCallback(text, &values);
+    return self.m_cancelled;
+  });
+}

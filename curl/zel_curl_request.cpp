@@ -1,0 +1,345 @@
+#include "zel_curl_handle.h"
+#include "zel_curl_obj.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <iterator>
+#include <memory>
+#include <new>
+#include <strings.h>
+#include <sys/stat.h>
+#include <utility>
+#include <vector>
+
+/// A row of the table of request types.
+struct CCurl::RequestKind {
+  int type;
+  const char* name;
+  CText CurlSettings::*file; ///< name of the response file, null when there is none
+  const char* noFileName;    ///< what to say when that name is missing, null when it may be
+  bool toBuffer;             ///< the response may go to the receive buffer
+
+  static const RequestKind all[8];
+  static const RequestKind* find(int type) noexcept;
+};
+
+const CCurl::RequestKind CCurl::RequestKind::all[8] = {
+    {CURL_RQ_HTTP_GET, "Http Get", &CurlSettings::fileHttpGetRsp, "Error: Http Filename for Get Response is not set.",
+     true},
+    {CURL_RQ_HTTP_PUT, "Http Put", &CurlSettings::fileHttpPutPostRsp,
+     "Error: Http Filename for Put Response is not set.", true},
+    {CURL_RQ_HTTP_POST, "Http Post", &CurlSettings::fileHttpPutPostRsp,
+     "Error: Http Filename for Put Post Response is not set.", true},
+    {CURL_RQ_HTTP_DELETE, "Http Delete", nullptr, nullptr, true},
+    {CURL_RQ_FTP_GET, "Ftp Get", &CurlSettings::fileFtpGetRsp, "Error: Ftp Filename for Get Response is not set.",
+     true},
+    {CURL_RQ_FTP_PUT, "Ftp Put", &CurlSettings::fileFtpRsp, "Error: Ftp Filename for Put/Cmd Response is not set.",
+     false},
+    {CURL_RQ_FTP_DIR, "Ftp Dir", &CurlSettings::fileFtpRsp, nullptr, true},
+    {CURL_RQ_FTP_CMD, "Ftp Cmd", &CurlSettings::fileFtpRsp, "Error: Ftp Filename for Put/Cmd Response is not set.",
+     true}};
+
+const CCurl::RequestKind* CCurl::RequestKind::find(int type) noexcept {
+  const auto* row = std::find_if(std::begin(all), std::end(all), [=](const auto& kind) { return kind.type == type; });
+  return row != std::end(all) ? row : nullptr;
+}
+
+/// However a request ends, closes its files, drops the header lines it was given and deletes the response file unless
+/// that was kept.
+class CCurl::RequestEnd {
+public:
+  explicit RequestEnd(CCurl& request) noexcept : m_request(request) { m_request.m_file.forget(); }
+  ~RequestEnd() {
+    m_request.m_upload = Upload{};
+    m_request.m_headers.clear();
+    if (!m_keepFile) m_request.m_file.remove();
+  }
+  RequestEnd(const RequestEnd&) = delete;
+  RequestEnd& operator=(const RequestEnd&) = delete;
+
+  void keepFile() noexcept { m_keepFile = true; }
+
+private:
+  CCurl& m_request;
+  bool m_keepFile = false;
+};
+
+namespace {
+
+constexpr std::size_t reportLimit = 511;
+constexpr long receiveSize = 100 * 1024L; // the fastest for large downloads
+
+constexpr const char* encodings[] = {nullptr, "deflate", "gzip", ""};
+
+struct FreeList {
+  void operator()(curl_slist* list) const noexcept { curl_slist_free_all(list); }
+};
+using SList = std::unique_ptr<curl_slist, FreeList>;
+
+SList copyLines(const CTextList& lines) {
+  SList list;
+  for (const auto* node = lines.head(); node != nullptr; node = node->next) {
+    if (node->str == nullptr) continue;
+    curl_slist* longer = curl_slist_append(list.get(), node->str);
+    if (longer == nullptr) throw std::bad_alloc();
+    static_cast<void>(list.release());
+    list.reset(longer);
+  }
+  return list;
+}
+
+/// Sets options of a handle, until libcurl refuses one.
+class Options {
+public:
+  explicit Options(CURL* handle) noexcept : m_handle(handle) {}
+
+  void number(CURLoption option, long value) { set(option, value); }
+  void size(CURLoption option, curl_off_t value) { set(option, value); }
+  void text(CURLoption option, const char* value) { set(option, value); }
+  template <class Pointer>
+  void pointer(CURLoption option, Pointer value) {
+    set(option, value);
+  }
+
+  [[nodiscard]] CURLcode code() const noexcept { return m_code; }
+  [[nodiscard]] std::string refusal() const {
+    const curl_easyoption* option = curl_easy_option_by_id(m_refused);
+    return formatLimited(reportLimit, "%s (CURLOPT_%s)", curl_easy_strerror(m_code),
+                         option != nullptr ? option->name : "");
+  }
+
+private:
+  template <class Value>
+  void set(CURLoption option, Value value) {
+    if (m_code != CURLE_OK) return;
+    m_code = curl_easy_setopt(m_handle, option, value);
+    m_refused = option;
+  }
+
+  CURL* m_handle;
+  CURLcode m_code = CURLE_OK;
+  CURLoption m_refused{};
+};
+
+} // namespace
+
+CText* CCurl::responseFileName() noexcept {
+  const RequestKind* kind = RequestKind::find(m_requestType);
+  return kind != nullptr && kind->file != nullptr ? &(m_set.*(kind->file)) : nullptr;
+}
+
+void CCurl::fail(const std::string& text) {
+  tell(text);
+  throw CCurlException(text.c_str());
+}
+
+void CCurl::CurlProcessRequest(char const* url, int requestType) {
+  const CCurlLease lease(this);
+  m_requestType = requestType;
+  const RequestKind& kind = checkRequest(url);
+  std::vector<char> target(3 * std::strlen(url) + 1);
+  std::strcpy(target.data(), url);
+  if (isHttp()) CurlEscapeSpaces(target.data(), target.size());
+
+  CurlResponseReset();
+  m_thrown = nullptr;
+  m_tracedLine.clear();
+  RequestEnd end(*this);
+  CURLcode code = transfer(kind, target.data());
+  m_upload.file.reset();
+  m_headers.clear();
+  if (!m_file.wasOpened())
+    for (const RequestKind& row : RequestKind::all)
+      if (row.file != nullptr) (m_set.*row.file).clear();
+  if (!m_thrown && !m_file.close()) {
+    code = CURLE_WRITE_ERROR;
+    fileFault("Error: Failed to write the data into file, (" + m_file.path() + ")");
+  }
+  if (code == CURLE_OK && m_cancelled != 0) code = CURLE_ABORTED_BY_CALLBACK; // asked for in the very last report
+
+  if (m_thrown || code != CURLE_OK) {
+    CurlReleaseToBuf();
+    m_rsp.statusCode = code;
+    if (m_thrown) std::rethrow_exception(std::exchange(m_thrown, nullptr));
+    if (kind.type == CURL_RQ_FTP_CMD && code != CURLE_ABORTED_BY_CALLBACK) return end.keepFile();
+    failTransfer(kind, code);
+  }
+  end.keepFile();
+  if (isHttp()) judgeStatus(kind);
+}
+
+const CCurl::RequestKind& CCurl::checkRequest(const char* url) {
+  if (url == nullptr) fail("Error: Url request ptr is null.");
+  if (*url == '\0') fail("Error: Url request is empty.");
+  CurlReleaseToBuf();
+  const RequestKind* kind = RequestKind::find(m_requestType);
+  if (m_toBuf != 0 && (kind == nullptr || !kind->toBuffer))
+    fail("Error: Writing to a buffer is not supported for this operation.");
+  if (kind == nullptr) fail(formatLimited(reportLimit, "Error: The request type %d is not known.", m_requestType));
+  const bool needsFile = kind->noFileName != nullptr && (m_toBuf == 0 || kind->type == CURL_RQ_FTP_CMD);
+  if (needsFile && !(m_set.*(kind->file)).present()) fail(kind->noFileName);
+  return *kind;
+}
+
+CURLcode CCurl::transfer(const RequestKind& kind, const char* target) {
+  CURL* const handle = CCurlLease::handle();
+  Options set(handle);
+  set.pointer(CURLOPT_ERRORBUFFER, m_errorText.data());
+  set.number(CURLOPT_NOSIGNAL, 1);
+  set.text(CURLOPT_URL, target);
+  const char* const family = isHttp() ? "http,https" : "ftp,ftps";
+  set.text(CURLOPT_PROTOCOLS_STR, family);
+  set.text(CURLOPT_REDIR_PROTOCOLS_STR, family);
+  set.number(CURLOPT_HTTP_VERSION, CURL_HTTP_VERSION_1_1);
+  set.number(CURLOPT_FAILONERROR, 0);
+  set.number(CURLOPT_AUTOREFERER, 1);
+  set.number(CURLOPT_FOLLOWLOCATION, 1);
+  set.number(CURLOPT_MAXREDIRS, -1);
+  set.number(CURLOPT_TIMEOUT, m_set.rxTxTimeout);
+  set.number(CURLOPT_CONNECTTIMEOUT, m_set.connectTimeout);
+  set.number(CURLOPT_BUFFERSIZE, receiveSize);
+  set.text(CURLOPT_ACCEPT_ENCODING, encodings[m_set.encode]);
+
+  set.number(CURLOPT_SSL_VERIFYHOST, m_set.sslVerifyHost != 0 ? 2 : 0);
+  set.number(CURLOPT_SSL_VERIFYPEER, m_set.sslVerifyPeer);
+  set.number(CURLOPT_SSLVERSION, m_set.sslVersion);
+  set.text(CURLOPT_CAPATH, nullptr); // the bundle is the only trust
+  set.text(CURLOPT_PROXY_CAPATH, nullptr);
+  if (m_set.sslCaInfo.present()) {
+    set.text(CURLOPT_CAINFO, m_set.sslCaInfo.get());
+    set.text(CURLOPT_PROXY_CAINFO, m_set.sslCaInfo.get());
+  }
+
+  set.text(CURLOPT_PROXY, m_set.proxy.c_str()); // "": none, whatever the environment says
+  set.text(CURLOPT_NOPROXY, "");
+  if (m_set.proxy.present() && m_set.proxyPort.present()) {
+    const long port = std::strtol(m_set.proxyPort.c_str(), nullptr, 10);
+    set.number(CURLOPT_PROXYPORT, port > 0 ? port : -1); // 0 would mean libcurl's default
+  }
+
+  set.pointer(CURLOPT_HEADERFUNCTION, &CurlHttpWriteHeaderCallback);
+  set.pointer(CURLOPT_HEADERDATA, static_cast<void*>(this));
+  set.pointer(CURLOPT_WRITEFUNCTION, &CurlWriteDataCallback);
+  set.pointer(CURLOPT_WRITEDATA, static_cast<void*>(this));
+  set.pointer(CURLOPT_XFERINFOFUNCTION, &xferInfo);
+  set.pointer(CURLOPT_XFERINFODATA, static_cast<void*>(this));
+  set.number(CURLOPT_NOPROGRESS, 0);
+  if (m_set.verbose != 0) {
+    set.number(CURLOPT_VERBOSE, 1);
+    set.pointer(CURLOPT_DEBUGFUNCTION, &CurlHttpDebugCallback);
+    set.pointer(CURLOPT_DEBUGDATA, static_cast<void*>(this));
+  }
+
+  const SList lines = copyLines(m_headers);
+  if (isHttp()) {
+    if (m_set.usrPwd.present() && m_set.authent != 0) {
+      set.text(CURLOPT_USERPWD, m_set.usrPwd.get());
+      set.number(CURLOPT_HTTPAUTH, m_set.authent);
+    }
+    if (m_set.proxyUsrPwd.present() && m_set.proxyAuthent != 0) {
+      set.text(CURLOPT_PROXYUSERPWD, m_set.proxyUsrPwd.get());
+      set.number(CURLOPT_PROXYAUTH, m_set.proxyAuthent);
+    }
+    set.pointer(CURLOPT_HTTPHEADER, lines.get());
+  } else {
+    set.number(CURLOPT_TRANSFERTEXT, m_set.ftpAscii);
+    if (m_set.ftpExplicitSsl != 0 || strcasecmp(m_set.scheme.c_str(), "ftps") == 0)
+      set.number(CURLOPT_USE_SSL, CURLUSESSL_ALL);
+    if (m_set.usrPwd.present()) set.text(CURLOPT_USERPWD, m_set.usrPwd.get());
+    set.number(CURLOPT_FTP_USE_EPSV, 0);
+    set.number(CURLOPT_FTP_USE_EPRT, 0);
+    set.text(CURLOPT_FTPPORT, m_set.ftpConnMode != 0 ? "-" : nullptr);
+  }
+
+  switch (kind.type) {
+  case CURL_RQ_HTTP_GET:
+    set.number(CURLOPT_HTTPGET, 1);
+    break;
+  case CURL_RQ_HTTP_DELETE:
+    set.text(CURLOPT_CUSTOMREQUEST, "DELETE");
+    break;
+  case CURL_RQ_FTP_DIR:
+    set.number(CURLOPT_DIRLISTONLY, m_set.ftpDirListType);
+    break;
+  case CURL_RQ_FTP_CMD:
+    set.number(CURLOPT_NOBODY, 1);
+    set.pointer(CURLOPT_QUOTE, lines.get());
+    break;
+  case CURL_RQ_FTP_PUT:
+    set.number(CURLOPT_FTP_CREATE_MISSING_DIRS, 1);
+    [[fallthrough]];
+  case CURL_RQ_HTTP_PUT:
+  case CURL_RQ_HTTP_POST: {
+    openUpload();
+    const bool post = kind.type == CURL_RQ_HTTP_POST;
+    set.number(post ? CURLOPT_POST : CURLOPT_UPLOAD, 1);
+    set.size(post ? CURLOPT_POSTFIELDSIZE_LARGE : CURLOPT_INFILESIZE_LARGE, m_upload.size);
+    set.pointer(CURLOPT_READFUNCTION, &CurlHttpPutPostPushCallback);
+    set.pointer(CURLOPT_READDATA, static_cast<void*>(this));
+    set.pointer(CURLOPT_SEEKFUNCTION, &zelCurlOptSeekFunction);
+    set.pointer(CURLOPT_SEEKDATA, static_cast<void*>(this));
+    break;
+  }
+  default:
+    break;
+  }
+
+  if (set.code() != CURLE_OK) {
+    m_fault = set.refusal();
+    return set.code();
+  }
+  const CURLcode code = curl_easy_perform(handle);
+  curl_easy_reset(handle);
+  return code;
+}
+
+void CCurl::openUpload() {
+  const char* const name = m_set.fileToSend.c_str();
+  if (m_set.fileToSend.present()) {
+    m_upload.file.reset(std::fopen(name, "rb"));
+    if (!m_upload.file)
+      fail(formatLimited(reportLimit, "Error: The file to send (http put/post) to the remote server failed to open: %s",
+                         name));
+    struct stat status {};
+    if (::fstat(::fileno(m_upload.file.get()), &status) != 0)
+      fail(formatLimited(reportLimit,
+                         "Error: Failed to get file stats on file to send (http put/post) to the remote server: %s",
+                         name));
+    m_upload.size = status.st_size;
+  }
+  if (m_fromBuf != 0) {
+    m_upload.data = m_fromBufData;
+    m_upload.size = m_fromBufData != nullptr ? std::max<std::int64_t>(m_fromBufLength, 0) : 0;
+  }
+}
+
+void CCurl::judgeStatus(const RequestKind& kind) {
+  if (!m_headerExamined && m_rsp.headerLength > 0) {
+    CurlHttpParseRspHdr(m_rsp.header.data());
+    CurlHttpExamineHeaderMsg();
+  }
+  if (m_rsp.statusCode >= 200 && m_rsp.statusCode < 300) return;
+  CurlReleaseToBuf();
+  const std::string failed = formatLimited(reportLimit, "Error: %s Request Failed.", kind.name);
+  if (m_file.wasOpened()) {
+    m_rsp.errorFile.set(m_file.path());
+    tell(formatLimited(reportLimit, "http: %s see file: (%s)", failed.c_str(), m_file.path().c_str()));
+  }
+  throw CCurlException((failed + " Error = ").c_str(), m_message.c_str());
+}
+
+void CCurl::failTransfer(const RequestKind& kind, CURLcode code) {
+  if (code == CURLE_ABORTED_BY_CALLBACK && m_fault.empty()) {
+    tell("Cancel Request Detected...Operation Cancelled.");
+    throw CCurlException("Cancel request detected...Operation canceled.");
+  }
+  const char* reason = m_errorText.data();
+  if (*reason == '\0') reason = curl_easy_strerror(code);
+  if (!m_fault.empty()) reason = m_fault.c_str();
+  std::string text =
+      formatLimited(reportLimit, "Error: %s Request Failed. Error = %s, Curl Error Code = %d", kind.name, reason, code);
+  if (kind.type == CURL_RQ_HTTP_DELETE) throw CCurlException(text.c_str());
+  text += isHttp() ? "." : formatLimited(reportLimit, ". Last Ftp Response = %s", m_rsp.lastFtpResponse.data());
+  fail(text.substr(0, reportLimit));
+}
