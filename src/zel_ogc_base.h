@@ -4,6 +4,7 @@
 
 #include "zel_curl_obj.h"
 
+#include <exception>
 #include <string>
 
 class COgcSaxHelper;
@@ -49,6 +50,9 @@ public:
   /// Hands a line to the status callback; its answer cancels nothing.
   void OgcBaseStatus(const char* text);
 
+  /// The same as a warning: also an informational message.
+  void OgcBaseWarn(const char* text);
+
   /// True while a request of this client runs, its parse included.
   [[nodiscard]] bool Busy() const noexcept { return m_busy; }
   /// Refuses to go on while a request of this client runs. \throws CCurlException naming `what`.
@@ -59,7 +63,7 @@ protected:
   class Request {
   public:
     explicit Request(COgcBase& client);
-    ~Request() { m_client.m_busy = false; }
+    ~Request() noexcept { m_client.m_busy = false; }
     Request(const Request&) = delete;
     Request& operator=(const Request&) = delete;
 
@@ -96,7 +100,12 @@ protected:
   CText m_version;
 
 private:
+  template <typename Call>
+  void callOut(Call call);
+  void OgcBaseGet(const char* url);
+
   CText m_serviceException;
   CText m_exceptionReport;
+  std::exception_ptr m_hostError; ///< what left the host during a parse, whatever the parser made of it
   bool m_busy = false;
 };

@@ -82,9 +82,11 @@ protected:
     (*current != nullptr ? (*current)->*next : *head) = record;
     return *current = record;
   }
-  /// Appends the value of the first attribute of that local name (lower case given, any case matched) to `*dst`.
+  /// Appends the value of the attribute that FindAttribute finds to `*dst`.
   /// \return whether the attribute is there.
   bool GetAttributes(const xercesc::Attributes& attrs, const char* name, const char** dst);
+  /// Value of the first attribute of that local name (lower case given, any case matched), null when there is none.
+  [[nodiscard]] static const XMLCh* FindAttribute(const xercesc::Attributes& attrs, const char* name) noexcept;
   /// Reads and checks the root element's version. \return 0. \throws CCurlException
   int HandleVersion(const xercesc::Attributes& attrs);
 
@@ -109,7 +111,8 @@ protected:
   xNodeStr_t* pCurNode = nullptr;
 
 private:
-  void report(const xercesc::SAXParseException& e, const char* format, bool fatal);
+  /// Message, line, column and document of a parser's report, in that order.
+  std::string describe(const xercesc::SAXParseException& e, const char* format);
 
   const OgcVersionRule& m_versions;
 };
