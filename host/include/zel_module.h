@@ -155,13 +155,18 @@ std::size_t ZEL_StrBase_strlcat(char* dst, const char* src, std::size_t size) no
 /// \name Structures
 /// @{
 
+/// Flag bits of ZEL_StructTagDef::flags.
+enum ZEL_StructTagFlag : std::uint8_t {
+  ZEL_TAG_INHERIT = 1 ///< the tags of `sdef` are taken over here, and the new structure inherits that class
+};
+
 /// One tag of a structure that is being defined. A table of tags is closed by an entry with a null name.
 struct ZEL_StructTagDef {
   const char* name; ///< upper case
   ZEL_Type type;
   std::int64_t n;            ///< 0: a scalar; otherwise an array of `n` elements
   const ZEL_StructDef* sdef; ///< structure of the elements, for ZEL_TYP_STRUCT
-  std::uint8_t flags;        ///< 0
+  std::uint8_t flags;        ///< ZEL_StructTagFlag bits
 };
 
 /// Defines a structure from a table of tags. A null name makes an anonymous structure; a named one that is already
@@ -207,6 +212,7 @@ void ZEL_HeapVarDelete(ZEL_HeapVar* hv) noexcept;
 struct ZEL_Keyword {
   const char* name;    ///< upper case
   ZEL_Variable* value; ///< the caller's own variable
+  bool output = false; ///< the caller gave no value, but asks for one
 };
 
 /// The keywords of a call.
@@ -268,8 +274,8 @@ struct ZEL_KwResult {
 };
 
 /// Sorts the keywords of a call into a result record (a standard-layout struct that begins with a ZEL_KwResult, all
-/// zero). Unknown keywords, keywords given twice and an unsorted table are errors. \return number of positional
-/// arguments.
+/// zero). Unknown keywords, keywords given twice, a value for an output keyword, an input keyword without one and an
+/// unsorted table are errors. \return number of positional arguments.
 int ZEL_KWProcessByOffset(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk, const ZEL_KwDef* table,
                           unsigned enabled, ZEL_KwResult* result);
 /// Releases what processing the keywords allocated, when the record's marker says so.
@@ -338,7 +344,7 @@ void ZEL_SessionResetAdd(int (*reset)());
 
 /// Path of the per-user directory of an application, made with a read-me file when it is missing.
 /// All arguments are string scalars; `restrictAppVersion` makes the directory specific to a version of the application.
-/// \return temporary string; empty when no directory can be made.
+/// A place where it cannot be made or written is an error that names it. \return temporary string.
 ZEL_Variable* ZEL_AppUserDir(ZEL_Variable* authorDir, ZEL_Variable* authorDesc, ZEL_Variable* appDir,
                              ZEL_Variable* appDesc, ZEL_Variable* readmeText, ZEL_Variable* readmeVersion,
                              ZEL_Variable* restrictAppVersion);

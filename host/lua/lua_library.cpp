@@ -1,0 +1,79 @@
+#include "lua_library.h"
+
+#include "interpreter.h"
+#include "lua_objects.h"
+#include "lua_values.h"
+
+#include "host_heap.h"
+#include "host_modules.h"
+#include "host_routines.h"
+#include "host_session.h"
+
+namespace zel::lua {
+
+namespace {
+
+/// zel.load(name): loads a module.
+int loadModule(lua_State* L) {
+  const char* name = luaL_checkstring(L, 1);
+  return protect(L, [name] {
+    host::loadModule(name);
+    return 0;
+  });
+}
+
+/// zel.reset(): resets the session.
+int resetSession(lua_State* L) {
+  return protect(L, [L] {
+    const Interpreter::Calling calling(L);
+    host::resetSession();
+    return 0;
+  });
+}
+
+/// zel.tags(structure): its tags in their order.
+int tags(lua_State* L) {
+  luaL_checktype(L, 1, LUA_TTABLE);
+  pushTags(L, 1);
+  return 1;
+}
+
+/// zel.counts(): how many temporaries, heap variables and objects are alive, and how many temporaries modules left.
+int counts(lua_State* L) {
+  const auto heap = host::heapCounts();
+  const struct {
+    const char* name;
+    std::int64_t count;
+  } rows[] = {{"temporaries", ZEL_TempCount()},
+              {"leaked", host::leakedTemporaries()},
+              {"heap", heap.pointers},
+              {"objects", heap.objects}};
+  lua_createtable(L, 0, static_cast<int>(std::size(rows)));
+  for (const auto& row : rows) {
+    lua_pushinteger(L, row.count);
+    lua_setfield(L, -2, row.name);
+  }
+  return 1;
+}
+
+constexpr luaL_Reg kFunctions[] = {{"new", newObject}, {"load", loadModule}, {"reset", resetSession},
+                                   {"tags", tags},     {"counts", counts},   {nullptr, nullptr}};
+
+int makeLibrary(lua_State* L) {
+  luaL_newlib(L, kFunctions);
+  lua_pushliteral(L, ZEL_VERSION);
+  lua_setfield(L, -2, "version");
+  pushUndefined(L);
+  lua_setfield(L, -2, "undefined");
+  return 1;
+}
+
+} // namespace
+
+void openLibrary(lua_State* L) {
+  openObjects(L);
+  luaL_requiref(L, "zel", makeLibrary, 1);
+  lua_pop(L, 1);
+}
+
+} // namespace zel::lua

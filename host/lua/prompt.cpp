@@ -1,0 +1,136 @@
+#include "prompt.h"
+
+#include "lua_run.h"
+
+#include "host_directories.h"
+
+#include <clocale>
+#include <csignal>
+#include <cstdio>
+#include <filesystem>
+#include <iostream>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include <readline/history.h>
+#include <readline/readline.h>
+#include <sys/stat.h>
+
+namespace fs = std::filesystem;
+
+namespace zel::lua {
+
+namespace {
+
+constexpr int kHistoryLines = 1000;
+
+volatile std::sig_atomic_t g_dropLine = 0;
+
+/// Ctrl-C at the prompt drops the line.
+int dropLine() {
+  if (!g_dropLine) return 0;
+  rl_replace_line("", 0);
+  rl_done = 1;
+  return 0;
+}
+
+/// The lines of earlier sessions. Without a place to keep them they are forgotten at the end.
+class History {
+public:
+  History() {
+    const fs::path root = host::userRoot();
+    if (root.empty()) return;
+    std::error_code failed;
+    fs::create_directories(root, failed);
+    m_file = root / "history";
+    read_history(m_file.c_str());
+    stifle_history(kHistoryLines);
+  }
+  ~History() {
+    if (m_file.empty() || write_history(m_file.c_str()) != 0) return;
+    ::chmod(m_file.c_str(), S_IRUSR | S_IWUSR);
+  }
+  History(const History&) = delete;
+  History& operator=(const History&) = delete;
+
+  static void add(const std::string& line) {
+    if (!line.empty()) add_history(line.c_str());
+  }
+
+private:
+  fs::path m_file;
+};
+
+/// One line; nothing at the end of input.
+std::optional<std::string> readLine(const char* prompt) {
+  for (;;) {
+    g_dropLine = 0;
+    const auto outer = std::signal(SIGINT, [](int) { g_dropLine = 1; });
+    const std::unique_ptr<char, void (*)(void*)> line(readline(prompt), rl_free);
+    std::signal(SIGINT, outer);
+    if (g_dropLine) {
+      std::cout << std::endl;
+      continue;
+    }
+    if (!line) return std::nullopt;
+    return std::string(line.get());
+  }
+}
+
+/// Whether loading failed only because the text stops too early.
+bool isIncomplete(lua_State* L, int status) {
+  if (status != LUA_ERRSYNTAX) return false;
+  return std::string_view(lua_tostring(L, -1)).ends_with("<eof>");
+}
+
+int load(lua_State* L, const std::string& text) { return luaL_loadbuffer(L, text.data(), text.size(), "=prompt"); }
+
+/// Loads one statement or expression, reading on while it is incomplete. \return status of loading, nothing at the end
+/// of input.
+std::optional<int> loadStatement(lua_State* L) {
+  auto text = readLine("> ");
+  if (!text) return std::nullopt;
+  if (load(L, "return " + *text) == LUA_OK) {
+    History::add(*text);
+    return LUA_OK;
+  }
+  lua_pop(L, 1);
+  int status = load(L, *text);
+  while (isIncomplete(L, status)) {
+    const auto more = readLine(">> ");
+    if (!more) break;
+    *text += '\n' + *more;
+    lua_pop(L, 1);
+    status = load(L, *text);
+  }
+  History::add(*text);
+  return status;
+}
+
+bool printResults(lua_State* L) {
+  const int results = lua_gettop(L);
+  if (results == 0) return true;
+  luaL_checkstack(L, LUA_MINSTACK, "too many results to print");
+  lua_getglobal(L, "print");
+  lua_insert(L, 1);
+  return callChunk(L, results, 0);
+}
+
+} // namespace
+
+void runPrompt(lua_State* L) {
+  std::setlocale(LC_CTYPE, ""); // line editing in the terminal's encoding
+  rl_readline_name = "zel";
+  rl_signal_event_hook = dropLine;
+  const History history;
+  lua_settop(L, 0);
+  while (const auto status = loadStatement(L)) {
+    if (*status != LUA_OK || !callChunk(L, 0, LUA_MULTRET) || !printResults(L)) reportError(L);
+    lua_settop(L, 0);
+  }
+  std::cout << std::endl;
+}
+
+} // namespace zel::lua
