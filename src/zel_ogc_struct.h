@@ -1,0 +1,144 @@
+/// \file
+/// Host structures from the records of a parsed document, by tables of tags. All leaves are strings; a list is an array
+/// as long as the longest one of its kind among the records that are returned together, and a single empty value when
+/// all are empty.
+#pragma once
+
+#include "zel_curl_text.h"
+#include "zel_module.h"
+
+#include <concepts>
+#include <cstdint>
+#include <span>
+#include <type_traits>
+
+/// One tag of a structure: how it is named and how its value is reached from the record. Made by the functions below.
+struct OgcTag {
+  const char* name;
+  const char* (*text)(const void* record) = nullptr;                 ///< of a text, or of an entry of a text list
+  std::int64_t (*count)(const void* record) = nullptr;               ///< of a number; length of a list
+  const void* (*first)(const void* record, void* context) = nullptr; ///< nested record, or first entry of a list
+  const void* (*next)(const void* entry, void* context) = nullptr;   ///< of a list
+  std::span<const OgcTag> nested{};                                  ///< tags of nested structures
+};
+
+/// An array of structures, one for each record. \pre there is a record
+/// \param context handed to the functions of the tags that reach list entries
+[[nodiscard]] zel::Temp ogcStructs(std::span<const OgcTag> tags, std::span<const void* const> records,
+                                   void* context = nullptr);
+
+/// \name Primitives
+/// `offsets` are those of the tags of a structure, `element` is one element of it.
+/// @{
+
+/// Defines a tag; its name is kept in element `index` of `names`. \param n 0: a scalar, otherwise an array
+void _ZEL_OgcWcsAddStrucTag(int index, const char* name, ZEL_STRING* names, ZEL_StructTagDef* tag, ZEL_Type type,
+                            std::int64_t n, std::uint8_t flags);
+void _ZEL_OgcWcsSetTagDataStr(int tag, char* element, const std::int64_t* offsets, const char* text);
+void _ZEL_OgcWcsSetTagDataStrArray(int tag, std::int64_t i, char* element, const std::int64_t* offsets,
+                                   const char* text);
+void _ZEL_OgcWcsSetTagDataInt(int tag, char* element, const std::int64_t* offsets, std::int32_t value);
+/// @}
+
+namespace ogc_tag {
+
+template <typename Record, typename Field>
+std::type_identity<Record> recordOf(Field Record::*);
+
+/// The field of a record.
+template <auto Member>
+const auto& field(const void* record) noexcept {
+  return static_cast<const typename decltype(recordOf(Member))::type*>(record)->*Member;
+}
+
+template <auto Member>
+const char* textOf(const void* record) noexcept {
+  return field<Member>(record);
+}
+
+template <typename Entry>
+const Entry* nextOf(const Entry* entry) noexcept {
+  if constexpr (requires { entry->next; })
+    return entry->next;
+  else
+    return entry->pNext;
+}
+
+/// The entries of a list that a field is the head of.
+template <auto Head>
+const auto* headOf(const void* record) noexcept {
+  return +field<Head>(record);
+}
+template <auto Head>
+using EntryOf = std::remove_cvref_t<decltype(*headOf<Head>(nullptr))>;
+
+/// A number, or the length of a list.
+template <auto Member>
+std::int64_t countOf(const void* record) noexcept {
+  if constexpr (std::integral<std::remove_cvref_t<decltype(field<Member>(record))>>) {
+    return field<Member>(record);
+  } else {
+    std::int64_t n = 0;
+    for (const auto* entry = headOf<Member>(record); entry != nullptr; entry = nextOf(entry)) ++n;
+    return n;
+  }
+}
+
+template <auto Head>
+const void* firstOf(const void* record, void*) noexcept {
+  return headOf<Head>(record);
+}
+template <typename Entry>
+const void* following(const void* entry, void*) noexcept {
+  return nextOf(static_cast<const Entry*>(entry));
+}
+
+/// A nested record, which a field holds or points to.
+template <auto Member>
+const void* nestedOf(const void* record, void*) noexcept {
+  if constexpr (std::is_pointer_v<std::remove_cvref_t<decltype(field<Member>(record))>>)
+    return field<Member>(record);
+  else
+    return &field<Member>(record);
+}
+
+} // namespace ogc_tag
+
+/// A text field.
+template <auto Member>
+constexpr OgcTag ogcText(const char* name) {
+  return {.name = name, .text = ogc_tag::textOf<Member>};
+}
+
+/// A number field, or the length of the list that a field is the head of, as decimal text.
+template <auto Member>
+constexpr OgcTag ogcNumber(const char* name) {
+  return {.name = name, .count = ogc_tag::countOf<Member>};
+}
+
+/// A nested record.
+template <auto Member>
+constexpr OgcTag ogcNested(const char* name, std::span<const OgcTag> tags) {
+  return {.name = name, .first = ogc_tag::nestedOf<Member>, .nested = tags};
+}
+
+/// A list of texts. \tparam Count the field with the number of its valid entries; by default all are
+template <auto Head, auto Count = Head>
+constexpr OgcTag ogcTexts(const char* name) {
+  static_assert(std::is_same_v<ogc_tag::EntryOf<Head>, xNodeStr_t>);
+  return {.name = name,
+          .text = ogc_tag::textOf<&xNodeStr_t::str>,
+          .count = ogc_tag::countOf<Count>,
+          .first = ogc_tag::firstOf<Head>,
+          .next = ogc_tag::following<xNodeStr_t>};
+}
+
+/// A list of records. \tparam Count as for texts
+template <auto Head, auto Count = Head>
+constexpr OgcTag ogcRecords(const char* name, std::span<const OgcTag> tags) {
+  return {.name = name,
+          .count = ogc_tag::countOf<Count>,
+          .first = ogc_tag::firstOf<Head>,
+          .next = ogc_tag::following<ogc_tag::EntryOf<Head>>,
+          .nested = tags};
+}
