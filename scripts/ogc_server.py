@@ -40,20 +40,20 @@ def make_data(directory):
     world = {"outputSRS": "EPSG:4326", "outputBounds": [-180, 90, 180, -90], "creationOptions": ["TILED=YES"]}
     gdal.Translate(str(directory / "earth.tif"), PICTURE, **world)
 
-    def numbers(name, band, low, high):
-        gdal.Translate(str(directory / name), PICTURE, **world, bandList=[band], outputType=gdal.GDT_Int16,
+    def numbers(path, band, low, high):
+        gdal.Translate(str(path), PICTURE, **world, bandList=[band], outputType=gdal.GDT_Int16,
                        width=720, height=360, scaleParams=[[0, 255, low, high]])
 
-    numbers("relief.tif", 1, -500, 8000)
+    numbers(directory / "relief.tif", 1, -500, 8000)
     corners = "-180 -90,180 -90,180 90,-180 90,-180 -90"
-    rows = ["location,time,shape"]
+    rows = ["location,time,WKT"]
     for time, brightest in SEASONS.items():
-        numbers(f"season-{time}.tif", 2, 0, brightest)
-        rows.append(f'season-{time}.tif,{time},"POLYGON(({corners}))"')
+        season = directory / f"season-{time}.tif"
+        numbers(season, 2, 0, brightest)
+        rows.append(f'{season},{time},"POLYGON(({corners}))"')
     (directory / "seasons.csv").write_text("\n".join(rows) + "\n")
     gdal.VectorTranslate(str(directory / "seasons.shp"), str(directory / "seasons.csv"), format="ESRI Shapefile",
-                         layerCreationOptions=["SHPT=POLYGON"], selectFields=["location", "time"],
-                         dstSRS="EPSG:4326")
+                         selectFields=["location", "time"], dstSRS="EPSG:4326", reproject=False)
 
 
 class OgcServer(Lighttpd):
