@@ -78,7 +78,8 @@ std::string CCurl::withoutSecrets(curl_infotype type, std::string_view data) {
       shown += line;
     } else {
       const auto open = std::min(end, secret - std::min(secret, before.size()));
-      shown.append(line, 0, open).append(" ").append(hidden).append(line, end);
+      shown.append(line, 0, open).append(open > 0 && line[open - 1] != ' ' ? " " : "").append(hidden);
+      shown.append(line, end);
     }
     const bool ended = line.back() == '\n';
     before = ended ? "" : whole.substr(0, longestStart);

@@ -1,0 +1,18 @@
+/// \file
+/// What the tests of the transfer object share.
+#pragma once
+
+#include "zel_curl_exception.h"
+
+#include <string>
+
+/// The message of the failure of an action, empty when it succeeds.
+template <class Action>
+std::string errorOf(Action action) {
+  try {
+    action();
+  } catch (const CCurlException& error) {
+    return error.ErrMsg();
+  }
+  return "";
+}
