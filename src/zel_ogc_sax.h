@@ -125,4 +125,10 @@ public:
                     const xercesc::Attributes& attrs) override;
   void endElement(const XMLCh* uri, const XMLCh* localname, const XMLCh* qname) override;
   void characters(const XMLCh* chars, XMLSize_t length) override;
+  void endDocument() override { m_complete = true; }
+  /// True once the whole document was read.
+  [[nodiscard]] bool Complete() const noexcept { return m_complete; }
+
+private:
+  bool m_complete = false;
 };

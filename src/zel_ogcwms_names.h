@@ -26,15 +26,17 @@ public:
     [[nodiscard]] const xNodeStr_t* next() noexcept;
 
   private:
-    [[nodiscard]] bool repeated() noexcept;
+    /// The name as it is taken over from the layer being read, null when it is a repetition.
+    const xNodeStr_t* take(const xNodeStr_t& node, std::uint32_t id) noexcept;
 
     const COgcWmsNames* m_names;
     std::vector<std::uint32_t> m_seen; ///< by name id: the round in which the name was last met
     std::uint32_t m_round = 0;
-    int m_owner = -1;    ///< layer whose own names are being read
-    int m_receiver = -1; ///< layer that was read before it
+    int m_owner = -1;       ///< layer whose own names are being read
+    int m_receiver = -1;    ///< layer that was read before it, -1 none
+    int m_toTakeOver = 0;   ///< names of enclosing layers that are still to come
+    std::size_t m_next = 0; ///< place of the node's id
     const xNodeStr_t* m_node = nullptr;
-    std::size_t m_id = 0; ///< place of the node's id
   };
 
   COgcWmsNames(xNodeStr_t* xWmsLayer_t::*list, int xWmsLayer_t::*count) noexcept : m_list(list), m_count(count) {}
@@ -49,14 +51,23 @@ private:
   static constexpr std::uint32_t blank = 1;  ///< id of an empty text, which is taken over as an absent one
 
   struct Own {
-    std::size_t firstId;
-    int outer;     ///< nearest enclosing layer with names, -1 none
-    bool hasBlank; ///< an empty text is among them
+    const xNodeStr_t* names = nullptr;
+    std::size_t firstId = 0;
+    std::size_t size = 0;
+    int parent = -1;
+    int outer = -1;    ///< nearest enclosing layer with names, -1 none
+    int takenOver = 0; ///< number of names from enclosing layers
+    int absent = 0;    ///< absent ones among all names, taken over or not
+    int blank = 0;     ///< empty ones among the own names
   };
+
+  class Ids;
+  class OpenNames;
+
+  [[nodiscard]] std::span<const std::uint32_t> idsOf(int layer) const noexcept;
 
   xNodeStr_t* xWmsLayer_t::*m_list;
   int xWmsLayer_t::*m_count;
-  std::span<xWmsLayer_t* const> m_layers;
   std::vector<Own> m_own;           ///< by layer; empty when nothing is taken over
   std::vector<std::uint32_t> m_ids; ///< of all own names, layer by layer
   std::size_t m_idCount = 0;

@@ -8,7 +8,7 @@
 #include "zel_ogcwms_names.h"
 
 #include <cstdint>
-#include <string_view>
+#include <string>
 #include <vector>
 
 /// \name Records of a capabilities document
@@ -156,7 +156,8 @@ public:
   /// Makes the cache `capacity` null entries long; the old entries stay in front when `keep` is not 0.
   void OgcWmsAllocateLayerPtrCache(long capacity, int keep);
   /// Releases the capabilities and the exception texts; the cache keeps its capacity.
-  void OgcWmsCleanupCap() noexcept;
+  /// \throws CCurlException while a request runs.
+  void OgcWmsCleanupCap();
   /// Releases everything, settings included. \return 1. \throws CCurlException while a request runs.
   int OgcWmsCleanup();
 
@@ -179,7 +180,8 @@ public:
   /// @{
   /// Gets and parses the capabilities: from the server, from an existing file (`fromFile`), or, with `fromUrl`, writes
   /// the answer to that URL to the capabilities file, unparsed, to be read later with `fromFile`. Absent: null or
-  /// empty. \param schemaChecking,validationMode see COgcBase::OgcBaseParse
+  /// empty.
+  /// \param schemaChecking,validationMode see COgcBase::OgcBaseParse
   void OgcWmsGetCap(const char* fromFile, const char* fromUrl, int schemaChecking, int validationMode,
                     int disableInheritance);
   /// Gets a map. \param query parameters joined with "&". The file written is ResponseFile().
@@ -225,6 +227,12 @@ public:
 private:
   friend class COgcWmsSaxCapHandler;
 
+  void forgetCapabilities() noexcept;
+  /// Gets what `query` asks for into `file`. \return the name of the file written.
+  std::string fetch(const char* request, const char* query, const CText& file, const RequestTexts& texts);
+  /// Refuses an XML answer after its exception texts were collected.
+  [[noreturn]] void refuseXml(const std::string& file);
+  [[nodiscard]] xWmsLayer_t& layerAt(int i) const;
   /// New last layer with its empty first records.
   xWmsLayer_t& addLayer(int parent, int level);
 

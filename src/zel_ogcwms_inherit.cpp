@@ -1,0 +1,128 @@
+#include "zel_ogcwms_obj.h"
+
+#include <span>
+#include <strings.h>
+#include <vector>
+
+namespace {
+
+using Layer = xWmsLayer_t;
+
+/// A value that children take over from a layer that has it of its own; their flag stays as it is.
+struct ValueRow {
+  int Layer::*flag;
+  const char* Layer::*text;
+};
+
+constexpr ValueRow values[] = {
+    {&Layer::bMinScale, &Layer::szMinScale},     {&Layer::bMaxScale, &Layer::szMaxScale},
+    {&Layer::bQueryable, &Layer::szQueryable},   {&Layer::bCascaded, &Layer::szCascaded},
+    {&Layer::bOpaque, &Layer::szOpaque},         {&Layer::bNoSubsets, &Layer::szNoSubsets},
+    {&Layer::bFixedWidth, &Layer::szFixedWidth}, {&Layer::bFixedHeight, &Layer::szFixedHeight}};
+
+/// Last of the first `count` entries of a list.
+template <typename T>
+T* lastOf(T* head, int count) noexcept {
+  for (; count > 1; --count) head = head->pNext;
+  return head;
+}
+
+/// Lets the child's list go on with `inherited`, a list of `inheritedCount` entries that both layers share from then
+/// on.
+template <typename T>
+void merge(T*& head, int& count, T* inherited, int inheritedCount) noexcept {
+  if (inheritedCount == 0) return;
+  (count > 0 ? lastOf(head, count)->pNext : head) = inherited;
+  count += inheritedCount;
+}
+
+template <typename T>
+void mergeLists(Layer& child, const Layer& parent, T* Layer::*list, int Layer::*count) noexcept {
+  merge(child.*list, child.*count, parent.*list, parent.*count);
+}
+
+/// Fills the child's empty first record with the parent's first one when the child has none of its own.
+template <typename T>
+void copyWhenMissing(Layer& child, const Layer& parent, T* Layer::*list, int Layer::*count) noexcept {
+  if (child.*count > 0 || parent.*count == 0) return;
+  *(child.*list) = *(parent.*list);
+  if constexpr (requires(T record) { record.pNext; }) (child.*list)->pNext = nullptr;
+  child.*count = 1;
+}
+
+void copyValues(Layer& child, const Layer& parent) noexcept {
+  if (child.nAttribution < 1 && parent.nAttribution != 0) *child.pAttribution = *parent.pAttribution;
+  for (const ValueRow& value : values) {
+    if (child.*value.flag < 1 && parent.*value.flag != 0) child.*value.text = parent.*value.text;
+  }
+}
+
+/// What each layer hands down of its dimensions: of its own ones name, units and unit symbol, then what it took over.
+class DimensionHeritage {
+public:
+  DimensionHeritage(COgcArena& arena, std::size_t layers) : m_arena(arena), m_handedDown(layers, nullptr) {}
+
+  /// Makes the list for the children of `layer`, whose first `own` dimensions are its own.
+  void keep(const Layer& layer, int own) {
+    xWmsDimension_t*& head = m_handedDown[static_cast<std::size_t>(layer.iIndex)];
+    xWmsDimension_t** link = &head;
+    const xWmsDimension_t* dimension = layer.pDimension;
+    for (; own > 0; --own, dimension = dimension->pNext) {
+      auto* copy = m_arena.make<xWmsDimension_t>();
+      copy->szName = dimension->szName;
+      copy->szUnits = dimension->szUnits;
+      copy->szUnitSymbol = dimension->szUnitSymbol;
+      *link = copy;
+      link = &copy->pNext;
+    }
+    *link = const_cast<xWmsDimension_t*>(dimension);
+  }
+
+  void mergeInto(Layer& child, const Layer& parent) noexcept {
+    merge(child.pDimension, child.nDimension, m_handedDown[static_cast<std::size_t>(parent.iIndex)], parent.nDimension);
+  }
+
+private:
+  COgcArena& m_arena;
+  std::vector<xWmsDimension_t*> m_handedDown; ///< by layer
+};
+
+bool hasVersion(const Layer& layer, const char* version) noexcept {
+  return layer.szVersion != nullptr && strcasecmp(layer.szVersion, version) == 0;
+}
+
+} // namespace
+
+void COgcWms::OgcWmsApplyInheritance() {
+  if (nLayers < 2) return;
+  const std::span layers(ppLayerCache.data(), static_cast<std::size_t>(nLayers));
+  for (const Layer* layer : layers) {
+    if (layer->iParent != -1) (void)layerAt(layer->iParent);
+  }
+  m_crsNames.inherit(layers);
+  m_srsNames.inherit(layers);
+
+  DimensionHeritage dimensions(m_arena, layers.size());
+  bool is111 = hasVersion(*layers[1], "1.1.1"); // both up to the first layer of another version
+  bool is130 = hasVersion(*layers[1], "1.3.0");
+  for (std::size_t i = 0; i < layers.size(); ++i) {
+    Layer& layer = *layers[i];
+    is111 = is111 && (i == 0 || hasVersion(layer, "1.1.1"));
+    is130 = is130 && (i == 0 || hasVersion(layer, "1.3.0"));
+    const int ownDimensions = layer.nDimension;
+    if (layer.iParent != -1) {
+      const Layer& parent = layerAt(layer.iParent);
+      mergeLists(layer, parent, &Layer::pStyle, &Layer::nStyle);
+      copyWhenMissing(layer, parent, &Layer::pExGeoBBox, &Layer::nExGeoBBox);
+      copyWhenMissing(layer, parent, &Layer::pLatLonBBox, &Layer::nLatLonBBox);
+      if (is130) copyWhenMissing(layer, parent, &Layer::pDimension, &Layer::nDimension);
+      if (is111) dimensions.mergeInto(layer, parent);
+      if (is111) copyWhenMissing(layer, parent, &Layer::pExtent, &Layer::nExtent);
+      copyWhenMissing(layer, parent, &Layer::pBBox, &Layer::nBBox);
+      mergeLists(layer, parent, &Layer::pAuthorityUrl, &Layer::nAuthorityUrl);
+      copyValues(layer, parent);
+    }
+    const bool hasChildren = i + 1 < layers.size() && layers[i + 1]->iParent == layer.iIndex;
+    if (is111 && hasChildren) dimensions.keep(layer, ownDimensions);
+  }
+}

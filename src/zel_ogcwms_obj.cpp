@@ -1,0 +1,211 @@
+#include "zel_ogcwms_obj.h"
+
+#include "zel_ogcwms_sax.h"
+
+#include <algorithm>
+#include <string>
+
+namespace {
+
+constexpr long firstCacheCapacity = 2000;
+constexpr long cacheGrowth = 4000;
+
+/// A layer with the empty first records of its lists, allocated in one piece.
+struct LayerBlock {
+  xWmsLayer_t layer;
+  xWmsGeoBox_t latLonBBox, exGeoBBox;
+  xWmsBBox_t bbox;
+  xWmsExtent_t extent;
+  xWmsDimension_t dimension;
+  xWmsAttribution_t attribution;
+  xWmsAuthorityUrl_t authorityUrl;
+  xWmsIdentifier_t identifier;
+  xWmsMetadataUrl_t metadataUrl;
+  xWmsOnlineRes_t dataUrl, featureUrl;
+  xWmsStyle_t style;
+};
+
+template <typename T>
+const T* entryOf(const T* head, int k) noexcept {
+  for (; k > 0 && head != nullptr; --k) head = head->pNext;
+  return head;
+}
+
+bool given(const char* text) noexcept { return text != nullptr && *text != '\0'; }
+
+void setFileName(CText& name, const char* text, const char* refusal) {
+  if (!given(text)) throw CCurlException(refusal);
+  name.set(text);
+}
+
+} // namespace
+
+COgcWms::COgcWms() : COgcBase("1.1.1") {}
+
+int COgcWms::OgcWmsInit() {
+  OgcWmsAllocateLayerPtrCache(firstCacheCapacity, 0);
+  return 1;
+}
+
+void COgcWms::OgcWmsAllocateLayerPtrCache(long capacity, int keep) {
+  if (keep == 0) ppLayerCache.clear();
+  ppLayerCache.resize(static_cast<std::size_t>(std::max<std::int64_t>(capacity, nLayers)), nullptr);
+}
+
+void COgcWms::forgetCapabilities() noexcept {
+  std::ranges::fill(ppLayerCache, nullptr);
+  OgcBaseClearExceptions();
+  m_srsNames.clear();
+  m_crsNames.clear();
+  pService = nullptr;
+  pLayers = nullptr;
+  pCurLayer = nullptr;
+  nLayers = 0;
+  m_arena.release();
+}
+
+void COgcWms::OgcWmsCleanupCap() {
+  OgcBaseRequireIdle("The clean-up of the capabilities");
+  forgetCapabilities();
+}
+
+int COgcWms::OgcWmsCleanup() {
+  OgcWmsCleanupCap();
+  for (CText* text : {&szCapFile, &szMapFile, &szFeatFile, &m_version}) OgcBaseCleanUpCharArray(text);
+  ppLayerCache = {};
+  CurlCleanup();
+  return 1;
+}
+
+void COgcWms::OgcWmsSetCapFN(const char* name) {
+  setFileName(szCapFile, name, "Error: Capabilities Filename can not be null.");
+}
+
+void COgcWms::OgcWmsSetMapFN(const char* name) { setFileName(szMapFile, name, "Error: Map Filename can not be null."); }
+
+void COgcWms::OgcWmsSetFeatFN(const char* name) {
+  setFileName(szFeatFile, name, "Error: Feature Info Filename can not be null.");
+}
+
+void COgcWms::OgcWmsSetVer(const char* version) { OgcBaseStringHandler(&m_version, version); }
+
+void COgcWms::OgcWmsGetCap(const char* fromFile, const char* fromUrl, int schemaChecking, int validationMode,
+                           int disableInheritance) {
+  const Request request(*this);
+  forgetCapabilities();
+  const std::string capFile = szCapFile.str(); // a status routine may set another one
+  OgcBaseSetQuery("WMS", "GetCapabilities", "");
+  COgcWmsSaxCapHandler handler(*this);
+  if (given(fromFile)) {
+    OgcBaseParseFile(&handler, fromFile, "Parsing capabilities from an existing XML file:", capFile.c_str(),
+                     schemaChecking, validationMode);
+  } else if (!given(fromUrl)) {
+    const std::string file =
+        OgcBaseFetch(capFile.c_str(), {"Error: failed to get a capabilities doc",
+                                       "Error: Get Capabilities request failed to retrieve an xml file.",
+                                       "Get Capabilites response written to: "});
+    OgcBaseRefuseHtml();
+    OgcBaseStatus("Parsing GetCapabilities XML doc...");
+    OgcBaseParseAnswer(&handler, file.c_str(), schemaChecking, validationMode);
+  }
+  if (given(fromUrl)) {
+    OgcBaseFetchUrl(fromUrl, capFile.c_str());
+    return;
+  }
+  pCurLayer = pLayers;
+  if (disableInheritance == 0) OgcWmsApplyInheritance();
+  OgcBaseStatus(("Number of layers found: " + std::to_string(nLayers) + '.').c_str());
+  OgcBaseStatus("Get Capabilites request completed.");
+}
+
+void COgcWms::OgcWmsGetMap(const char* query) {
+  const Request request(*this);
+  const std::string file = fetch("GetMap", query, szMapFile,
+                                 {"Error: failed to get a Map.",
+                                  "Error: Get Map request failed to retrieve a data file.", "Map file written to: "});
+  if (OgcBaseAnswerIsXml()) refuseXml(file);
+  OgcBaseRefuseHtml();
+  OgcBaseStatus("Get Map request completed.");
+}
+
+void COgcWms::OgcWmsGetFeature(const char* query) {
+  const Request request(*this);
+  fetch("GetFeatureInfo", query, szFeatFile,
+        {"Error: failed to get a Feature Info.", "Error: GetFeatureInfo request failed to retrieve a data file.",
+         "Feature Info file written to: "});
+  OgcBaseStatus("Get Feature Info request completed.");
+}
+
+std::string COgcWms::fetch(const char* request, const char* query, const CText& file, const RequestTexts& texts) {
+  OgcBaseSetQuery("WMS", request, std::string("&").append(query != nullptr ? query : ""));
+  return OgcBaseFetch(file.c_str(), texts);
+}
+
+void COgcWms::refuseXml(const std::string& file) {
+  COgcArena texts;
+  COgcSaxExceptionHandler handler(*this, texts);
+  try {
+    OgcBaseParseAnswer(&handler, file.c_str(), 0, 0);
+  } catch (const CCurlException&) {
+    if (!handler.Complete()) throw; // the server's own words have reached the status routine, a parser's are the reason
+  }
+  throw CCurlException("Error: Recieved an XML file instead of a Map.", Response().contentTypeText.c_str());
+}
+
+void COgcWms::OgcWmsGetNextLayerSkip(int n) {
+  const std::int64_t steps = std::max(n, 0);
+  pCurLayer = steps < nLayers ? ppLayerCache[static_cast<std::size_t>(steps)] : nullptr;
+  if (steps > nLayers) throw CCurlException("Error: unable to skip over the desired number of layers.");
+}
+
+const xWmsLayer_t* COgcWms::OgcWmsGetNextLayer() noexcept {
+  const xWmsLayer_t* layer = pCurLayer;
+  if (layer != nullptr) pCurLayer = layer->pNext;
+  return layer;
+}
+
+xWmsLayer_t& COgcWms::layerAt(int i) const {
+  if (i < 0 || i >= nLayers) throw CCurlException("Error: Invalid index in OgcWcsGetLayer call.");
+  return *ppLayerCache[static_cast<std::size_t>(i)];
+}
+
+const xWmsLayer_t* COgcWms::OgcWmsGetLayer(int i) const { return &layerAt(i); }
+
+const xWmsStyle_t* COgcWms::OgcWmsGetLyrStyle(int i, int k) const { return entryOf(layerAt(i).pStyle, k); }
+const xWmsDimension_t* COgcWms::OgcWmsGetLyrDim(int i, int k) const { return entryOf(layerAt(i).pDimension, k); }
+const xWmsAuthorityUrl_t* COgcWms::OgcWmsGetLyrAuth(int i, int k) const { return entryOf(layerAt(i).pAuthorityUrl, k); }
+const xWmsBBox_t* COgcWms::OgcWmsGetLyrBBox(int i, int k) const { return entryOf(layerAt(i).pBBox, k); }
+const xWmsExtent_t* COgcWms::OgcWmsGetLyrExt(int i, int k) const { return entryOf(layerAt(i).pExtent, k); }
+const xWmsIdentifier_t* COgcWms::OgcWmsGetLyrId(int i, int k) const { return entryOf(layerAt(i).pIdentifier, k); }
+const xWmsMetadataUrl_t* COgcWms::OgcWmsGetLyrMeta(int i, int k) const { return entryOf(layerAt(i).pMetadataUrl, k); }
+const xWmsOnlineRes_t* COgcWms::OgcWmsGetLyrData(int i, int k) const { return entryOf(layerAt(i).pDataUrl, k); }
+const xWmsOnlineRes_t* COgcWms::OgcWmsGetLyrFeat(int i, int k) const { return entryOf(layerAt(i).pFeatureUrl, k); }
+
+xWmsLayer_t& COgcWms::addLayer(int parent, int level) {
+  if (ppLayerCache.empty()) OgcWmsInit();
+  auto* block = m_arena.make<LayerBlock>();
+  xWmsLayer_t& layer = block->layer;
+  layer.iIndex = static_cast<int>(nLayers);
+  layer.iParent = parent;
+  layer.iLevel = level;
+  layer.pLatLonBBox = &block->latLonBBox;
+  layer.pExGeoBBox = &block->exGeoBBox;
+  layer.pBBox = &block->bbox;
+  layer.pExtent = &block->extent;
+  layer.pDimension = &block->dimension;
+  layer.pAttribution = &block->attribution;
+  layer.pAuthorityUrl = &block->authorityUrl;
+  layer.pIdentifier = &block->identifier;
+  layer.pMetadataUrl = &block->metadataUrl;
+  layer.pDataUrl = &block->dataUrl;
+  layer.pFeatureUrl = &block->featureUrl;
+  layer.pStyle = &block->style;
+  const auto slot = static_cast<std::size_t>(nLayers);
+  (slot == 0 ? pLayers : ppLayerCache[slot - 1]->pNext) = &layer;
+  ppLayerCache[slot] = &layer;
+  ++nLayers;
+  if (LayerCacheCapacity() <= nLayers) {
+    OgcWmsAllocateLayerPtrCache(static_cast<long>(LayerCacheCapacity()) + cacheGrowth, 1);
+  }
+  return layer;
+}
