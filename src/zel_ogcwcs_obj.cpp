@@ -1,6 +1,5 @@
 #include "zel_ogcwcs_obj.h"
 
-#include "zel_ogc_bridge.h"
 #include "zel_ogcwcs_sax.h"
 
 #include <algorithm>
@@ -63,7 +62,7 @@ std::string coverageParameter(const char* const* names, int count) {
 
 } // namespace
 
-COgcWcs::COgcWcs() : COgcBase("1.0.0") { CurlSetCallbackFunc(OgcCallback); }
+COgcWcs::COgcWcs() : COgcBase("1.0.0") {}
 
 void COgcWcs::OgcWcsSetVer(const char* version) { OgcBaseStringHandler(&m_version, version); }
 
@@ -80,57 +79,45 @@ void COgcWcs::OgcWcsSetCovFN(const char* name) {
 }
 
 void COgcWcs::OgcWcsGetCap(const char* fromFile, const char* fromUrl, int schemaChecking, int validationMode) {
-  OgcWcsCleanupNewCap();
+  static constexpr DocumentTexts texts{{"Error: failed to get a capabilities doc",
+                                        "Error: Get Capabilities request failed to retrieve an xml file.",
+                                        "Get Capabilites response written to: "},
+                                       "Parsing GetCapabilities XML doc...",
+                                       "Parsing capabilities from an existing XML file:"};
   const Request request(*this);
+  forgetCapabilities();
   OgcBaseSetQuery("WCS", "GetCapabilities", "");
-  COgcWcsSaxCapHandler handler(*this, m_capabilities);
-  if (fromFile != nullptr) {
-    OgcBaseParseFile(&handler, fromFile, "Parsing capabilities from an existing XML file:", m_capFileName.c_str(),
-                     schemaChecking, validationMode);
-  } else if (fromUrl == nullptr) {
-    const std::string file =
-        OgcBaseFetch(m_capFileName.c_str(), {"Error: failed to get a capabilities doc",
-                                             "Error: Get Capabilities request failed to retrieve an xml file.",
-                                             "Get Capabilites response written to: "});
-    OgcBaseRefuseHtml();
-    OgcBaseStatus("Parsing GetCapabilities XML doc...");
-    OgcBaseParseAnswer(&handler, file.c_str(), schemaChecking, validationMode);
+  if (fromFile != nullptr || fromUrl == nullptr) {
+    COgcWcsSaxCapHandler handler(*this, m_capabilities);
+    readDocument(handler, fromFile, m_capFileName, texts, schemaChecking, validationMode);
   }
   if (fromUrl != nullptr) {
     OgcBaseFetchUrl(fromUrl, m_capFileName.c_str());
     return;
   }
   m_briefCursor = Briefs();
-  OgcBaseStatus(formatLimited(1023, "Number of brief coverage decriptions found: %d.", BriefCount()).c_str());
+  reportCount("Number of brief coverage decriptions found: ", BriefCount());
   OgcBaseStatus("Get Capabilites request completed.");
 }
 
 void COgcWcs::OgcWcsDescribeCoverage(const char* const* names, int nameCount, const char* fromFile, int schemaChecking,
                                      int validationMode) {
-  OgcWcsCleanupDesCov();
+  static constexpr DocumentTexts texts{{"Error: failed to get a describe coverage doc",
+                                        "Error: Describe Coverage request failed to retrieve an xml file.",
+                                        "Describe Coverage response written to: "},
+                                       "Parsing Describe Coverage XML doc...",
+                                       "Parsing describe coverage from an XML existing file:"};
   const Request request(*this);
+  forgetDescription();
   if (names != nullptr) OgcBaseSetQuery("WCS", "DescribeCoverage", coverageParameter(names, nameCount));
   COgcWcsSaxDesCovHandler handler(*this, m_description);
-  if (fromFile != nullptr) {
-    OgcBaseParseFile(&handler, fromFile,
-                     "Parsing describe coverage from an XML existing file:", m_desCovFileName.c_str(), schemaChecking,
-                     validationMode);
-  } else {
-    const std::string file =
-        OgcBaseFetch(m_desCovFileName.c_str(), {"Error: failed to get a describe coverage doc",
-                                                "Error: Describe Coverage request failed to retrieve an xml file.",
-                                                "Describe Coverage response written to: "});
-    OgcBaseRefuseHtml();
-    OgcBaseStatus("Parsing Describe Coverage XML doc...");
-    OgcBaseParseAnswer(&handler, file.c_str(), schemaChecking, validationMode);
-  }
-  OgcBaseStatus(formatLimited(1023, "Number of Describe Coverages found: %d.", OfferingCount()).c_str());
+  readDocument(handler, fromFile, m_desCovFileName, texts, schemaChecking, validationMode);
+  reportCount("Number of Describe Coverages found: ", OfferingCount());
   OgcBaseStatus("Get DescribeCoverage request completed.");
 }
 
 void COgcWcs::OgcWcsGetCoverage(const char* query) {
   const Request request(*this);
-  OgcWcsCleanupCov();
   m_coverageCount = 0;
   OgcBaseSetQuery("WCS", "GetCoverage", std::string("&").append(query != nullptr ? query : ""));
   const std::string file =
@@ -145,7 +132,7 @@ void COgcWcs::OgcWcsGetCoverage(const char* query) {
     throw CCurlException("Error: Received an XML file instead of a coverage.", Response().contentTypeText.c_str());
   }
   OgcBaseRefuseHtml();
-  OgcBaseStatus(formatLimited(1023, "Number of Coverages retrieved: %d.", m_coverageCount).c_str());
+  reportCount("Number of Coverages retrieved: ", m_coverageCount);
   OgcBaseStatus("Get Coverage request completed.");
 }
 
@@ -230,27 +217,49 @@ int COgcWcs::OgcWcsGetCORngAxisIntCount(int co, int axis) const {
 }
 
 void COgcWcs::OgcWcsCleanupNewCap() {
-  OgcBaseRequireIdle("GetCapabilities");
+  OgcBaseRequireIdle("The clean-up of the capabilities");
+  forgetCapabilities();
+}
+
+void COgcWcs::OgcWcsCleanupDesCov() {
+  OgcBaseRequireIdle("The clean-up of the coverage offerings");
+  forgetDescription();
+}
+
+int COgcWcs::OgcWcsCleanup() {
+  OgcBaseRequireIdle("The clean-up");
+  forgetCapabilities();
+  forgetDescription();
+  OgcBaseClearExceptions();
+  for (CText* name : {&m_capFileName, &m_desCovFileName, &m_covFileName}) OgcBaseCleanUpCharArray(name);
+  CurlCleanup();
+  return 1;
+}
+
+void COgcWcs::forgetCapabilities() noexcept {
   m_briefCursor = nullptr;
   m_capabilities.pService = nullptr;
   m_capabilities.pBriefHead = nullptr;
   m_capabilities.iBriefCount = 0;
   m_capabilities.arena.release();
-  OgcBaseClearExceptions();
 }
 
-void COgcWcs::OgcWcsCleanupDesCov() {
-  OgcBaseRequireIdle("DescribeCoverage");
+void COgcWcs::forgetDescription() noexcept {
   m_description.pCovOfferingHead = nullptr;
   m_description.iCovOfferingCount = 0;
   m_description.arena.release();
-  OgcBaseClearExceptions();
 }
 
-int COgcWcs::OgcWcsCleanup() {
-  OgcWcsCleanupNewCap();
-  OgcWcsCleanupDesCov();
-  for (CText* name : {&m_capFileName, &m_desCovFileName, &m_covFileName}) OgcBaseCleanUpCharArray(name);
-  CurlCleanup();
-  return 1;
+void COgcWcs::readDocument(COgcSaxHelper& handler, const char* fromFile, const CText& keptAs,
+                           const DocumentTexts& texts, int schemaChecking, int validationMode) {
+  if (fromFile != nullptr) {
+    OgcBaseParseFile(&handler, fromFile, texts.parsingFile, keptAs.c_str(), schemaChecking, validationMode);
+    return;
+  }
+  const std::string file = OgcBaseFetch(keptAs.c_str(), texts.request);
+  OgcBaseRefuseHtml();
+  OgcBaseStatus(texts.parsing);
+  OgcBaseParseAnswer(&handler, file.c_str(), schemaChecking, validationMode);
 }
+
+void COgcWcs::reportCount(const char* what, int count) { OgcBaseStatus((what + std::to_string(count) + '.').c_str()); }
