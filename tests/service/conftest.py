@@ -30,7 +30,7 @@ def http(tmp_path_factory):
 
 @pytest.fixture(scope="session")
 def ogc(tmp_path_factory):
-    """The web server with MapServer: `.wms` and `.wcs` are service URLs, `.data` holds the rasters."""
+    """The web server with MapServer: `.service` and `.secure_service` are its URLs, `.data` holds the rasters."""
     with OgcServer(tmp_path_factory.mktemp("ogc")) as server:
         yield server
 
@@ -45,14 +45,13 @@ class Run:
     user_dir: pathlib.Path
 
 
-# Appended to a script: what the module still holds once every object of the script is gone.
-NO_LEAK = """
-do
-  collectgarbage() collectgarbage()
-  zel.reset()
-  for name, count in pairs(zel.counts()) do
-    if count ~= 0 then error("leaked " .. count .. " " .. name) end
-  end
+# Around the code of a script: once its objects are gone the host must hold nothing of them.
+NO_LEAK = """local function script(...) {}
+end
+script(...)
+collectgarbage() collectgarbage()
+for name, count in pairs(zel.counts()) do
+  if count ~= 0 then error("leaked: " .. count .. " " .. name) end
 end
 """
 
@@ -61,13 +60,14 @@ end
 def zel(tmp_path):
     """zel(script, *arguments, ok=True, no_leak=False, env={}): runs a script, given as a path or as Lua code.
 
-    Every test has its own directory for user files. With `ok` a failing script fails the test.
+    Every test has its own directory for user files. With `ok` a failing script fails the test, with `no_leak` also
+    Lua code that leaves variables or objects in the host.
     """
 
     def run(script, *arguments, ok=True, no_leak=False, env=None, timeout=120):
         if not isinstance(script, pathlib.Path):
             code, script = script, tmp_path / "script.lua"
-            script.write_text(code + (NO_LEAK if no_leak else ""))
+            script.write_text(NO_LEAK.replace("{}", code) if no_leak else code)
         user_dir = tmp_path / "user"
         user_dir.mkdir(exist_ok=True)
         done = subprocess.run([BUILD / "zel", script, *map(str, arguments)], cwd=tmp_path, timeout=timeout,
