@@ -48,19 +48,19 @@ void COgcBase::OgcBaseClearExceptions() noexcept {
 }
 
 template <typename Call>
-void COgcBase::callOut(Call call) {
+auto COgcBase::callOut(Call call) {
   try {
-    call();
+    return call();
   } catch (...) {
     m_hostError = std::current_exception();
     throw;
   }
 }
 
-void COgcBase::OgcBaseStatus(const char* text) {
-  const CText& callback = Settings().callback;
-  if (!callback.present()) return;
-  callOut([&] { OgcCallback(const_cast<char*>(callback.c_str()), Settings().callbackData, text, nullptr); });
+int COgcBase::OgcBaseReport(const char* text, xProgressValues* figures) {
+  if (!Settings().callback.present()) return 1;
+  std::string name = Settings().callback.str(); // the routine may change the settings
+  return callOut([&] { return OgcCallback(name.data(), Settings().callbackData, text, figures); });
 }
 
 void COgcBase::OgcBaseWarn(const char* text) {

@@ -47,8 +47,10 @@ public:
   void AddServiceException(std::string_view piece) { m_serviceException.join(piece); }
   void AddExceptionReport(std::string_view piece) { m_exceptionReport.join(piece); }
 
-  /// Hands a line to the status callback; its answer cancels nothing.
-  void OgcBaseStatus(const char* text);
+  /// Hands a line and transfer figures (null: none) to the status callback. \return its answer, 1 when there is none.
+  int OgcBaseReport(const char* text, xProgressValues* figures);
+  /// The same for a line alone; its answer cancels nothing.
+  void OgcBaseStatus(const char* text) { OgcBaseReport(text, nullptr); }
 
   /// The same as a warning: also an informational message.
   void OgcBaseWarn(const char* text);
@@ -101,8 +103,10 @@ protected:
 
 private:
   template <typename Call>
-  void callOut(Call call);
+  auto callOut(Call call);
   void OgcBaseGet(const char* url);
+  void parse(COgcSaxHelper* handler, const char* file, int schemaChecking, int validationMode);
+  [[noreturn]] void failParse(const char* file);
 
   CText m_serviceException;
   CText m_exceptionReport;

@@ -41,9 +41,11 @@ std::string_view COgcUtf8::operator()(const XMLCh* chars, XMLSize_t length) {
   while (done < length) {
     m_buffer.resize(std::max(m_buffer.size(), used + longestSequence * (length - done)));
     XMLSize_t eaten = 0;
-    used += m_transcoder->transcodeTo(chars + done, length - done, reinterpret_cast<XMLByte*>(m_buffer.data()) + used,
-                                      m_buffer.size() - used, eaten, xercesc::XMLTranscoder::UnRep_RepChar);
-    if (eaten == 0) { // half a surrogate pair at the end
+    const bool trailing = chars[done] >= 0xDC00 && chars[done] < 0xE000;
+    if (!trailing)
+      used += m_transcoder->transcodeTo(chars + done, length - done, reinterpret_cast<XMLByte*>(m_buffer.data()) + used,
+                                        m_buffer.size() - used, eaten, xercesc::XMLTranscoder::UnRep_RepChar);
+    if (eaten == 0) { // half a surrogate pair
       used += std::string_view("\xEF\xBF\xBD").copy(m_buffer.data() + used, longestSequence);
       eaten = 1;
     }

@@ -1,0 +1,137 @@
+/// \file
+/// Reading XML that nobody vouches for: limits on memory, entities and nesting.
+#pragma once
+
+#include <cstddef>
+#include <memory_resource>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+#include <xercesc/framework/MemoryManager.hpp>
+#include <xercesc/parsers/SAX2XMLReaderImpl.hpp>
+#include <xercesc/sax/InputSource.hpp>
+#include <xercesc/sax2/DefaultHandler.hpp>
+#include <xercesc/util/SecurityManager.hpp>
+
+using OgcXmlString = std::basic_string<XMLCh>;
+
+/// The parser's characters of a UTF-8 text; a text that is not UTF-8 is taken byte by byte.
+[[nodiscard]] OgcXmlString ogcXmlChars(std::string_view text);
+
+/// Thrown through the parser when a document asks for more than it may have.
+class COgcXmlRefusal {
+public:
+  explicit COgcXmlRefusal(std::string reason) : m_reason(std::move(reason)) {}
+  [[nodiscard]] const std::string& reason() const noexcept { return m_reason; }
+
+private:
+  std::string m_reason;
+};
+
+struct OgcXmlLimits {
+  std::size_t memory; ///< bytes that the parser may hold at a time
+  std::size_t depth;  ///< of nested elements
+};
+
+/// The parser holds no document, only what it is reading: 48 MiB leave room for texts of millions of characters. Its
+/// work for an element grows with the element's depth.
+constexpr OgcXmlLimits ogcXmlDocumentLimits{48UL << 20, 10'000};
+/// It holds whole schemas, when it reads any.
+constexpr OgcXmlLimits ogcXmlSchemaLimits{256UL << 20, 10'000};
+
+/// All memory of one reader, freed with it, also what the parser itself forgets.
+class COgcXmlMemory final : public xercesc::MemoryManager {
+public:
+  explicit COgcXmlMemory(std::size_t limit) : m_limit(limit) {}
+
+  /// \throws COgcXmlRefusal once, when there is too much, or too many entities were expanded.
+  void* allocate(XMLSize_t size) override;
+  void deallocate(void* block) noexcept override;
+  MemoryManager* getExceptionMemoryManager() override;
+
+private:
+  [[noreturn]] void refuse(std::string reason);
+
+  std::pmr::unsynchronized_pool_resource m_pool;
+  std::size_t m_limit;
+  std::size_t m_held = 0;
+  std::size_t m_expansions = 0;
+  bool m_refused = false;
+};
+
+/// Watches a document on its way to the handler: how deep its elements nest and how large its entities can get.
+class COgcXmlGuard final : public xercesc::DefaultHandler {
+public:
+  /// \param handler  gets the content; null for nobody
+  COgcXmlGuard(xercesc::ContentHandler* handler, std::size_t depthLimit);
+
+  /// System identifier of the external DTD subset, empty when the document names none.
+  [[nodiscard]] const OgcXmlString& dtd() const noexcept { return m_dtd; }
+
+  /// \name Content, handed on
+  /// @{
+  void setDocumentLocator(const xercesc::Locator* locator) override { m_next.setDocumentLocator(locator); }
+  void startDocument() override { m_next.startDocument(); }
+  void endDocument() override { m_next.endDocument(); }
+  void startPrefixMapping(const XMLCh* prefix, const XMLCh* uri) override { m_next.startPrefixMapping(prefix, uri); }
+  void endPrefixMapping(const XMLCh* prefix) override { m_next.endPrefixMapping(prefix); }
+  void startElement(const XMLCh* uri, const XMLCh* localname, const XMLCh* qname,
+                    const xercesc::Attributes& attrs) override;
+  void endElement(const XMLCh* uri, const XMLCh* localname, const XMLCh* qname) override;
+  void characters(const XMLCh* chars, XMLSize_t length) override { m_next.characters(chars, length); }
+  void ignorableWhitespace(const XMLCh* chars, XMLSize_t length) override { m_next.ignorableWhitespace(chars, length); }
+  void processingInstruction(const XMLCh* target, const XMLCh* data) override {
+    m_next.processingInstruction(target, data);
+  }
+  void skippedEntity(const XMLCh* name) override { m_next.skippedEntity(name); }
+  /// @}
+
+  /// \name Declarations
+  /// @{
+  void startDTD(const XMLCh* name, const XMLCh* publicId, const XMLCh* systemId) override;
+  void internalEntityDecl(const XMLCh* name, const XMLCh* value) override;
+  /// @}
+
+private:
+  struct Entity {
+    std::size_t size = 0;       ///< characters of the full expansion, and one for each reference in it
+    std::vector<Entity*> users; ///< whose values refer to it, once for each reference
+  };
+
+  void grow(Entity& entity, std::size_t by);
+
+  xercesc::DefaultHandler m_nobody;
+  xercesc::ContentHandler& m_next;
+  std::size_t m_depthLimit;
+  std::size_t m_depth = 0;
+  OgcXmlString m_dtd;
+  std::unordered_map<OgcXmlString, Entity> m_entities; ///< by name, of parameter entities with the "%"
+  std::size_t m_expandable = 0;                        ///< size of all together
+};
+
+/// A SAX2 reader with its limits. Resolver and features are the caller's to set; Xerces itself opens nothing.
+class COgcXmlReader {
+public:
+  COgcXmlReader(xercesc::ContentHandler* handler, const OgcXmlLimits& limits);
+
+  xercesc::SAX2XMLReaderImpl* operator->() noexcept { return &m_reader; }
+  [[nodiscard]] COgcXmlMemory& memory() noexcept { return m_memory; }
+  [[nodiscard]] const COgcXmlGuard& guard() const noexcept { return m_guard; }
+
+private:
+  COgcXmlMemory m_memory;
+  COgcXmlGuard m_guard;
+  xercesc::SecurityManager m_expansions;
+  xercesc::SAX2XMLReaderImpl m_reader;
+};
+
+/// A local file as the parser's input, by a name in the bytes of the file system, whatever the locale.
+class COgcXmlFile final : public xercesc::InputSource {
+public:
+  explicit COgcXmlFile(std::string path);
+  [[nodiscard]] xercesc::BinInputStream* makeStream() const override;
+
+private:
+  std::string m_path;
+};
