@@ -150,6 +150,11 @@ void CCurl::CurlSetRxTxTo(int seconds) noexcept { m_set.rxTxTimeout = std::max(s
 void CCurl::CurlSetConnectTo(int seconds) noexcept { m_set.connectTimeout = std::max(seconds, 1); }
 void CCurl::CurlSetVerbose(int v) noexcept { m_set.verbose = std::min(v, 1); }
 
+void CCurl::CurlCopySettings(const CCurl& from) {
+  m_set = from.m_set;
+  m_callback = from.m_callback;
+}
+
 void CCurl::CurlSetCallbackFunc(CurlCallbackFunc fn) noexcept { m_callback = fn; }
 void CCurl::CurlSetCallbackData(unsigned long data) noexcept { m_set.callbackData = data; }
 

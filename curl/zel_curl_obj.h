@@ -170,6 +170,9 @@ public:
   void CurlSetCallbackFunc(CurlCallbackFunc fn) noexcept;
   void CurlSetCallbackData(unsigned long data) noexcept;
 
+  /// Takes over another object's settings and status callback, not its header lines, buffers and response.
+  void CurlCopySettings(const CCurl& from);
+
   /// Upload from the caller's memory (not copied, must live until the request has ended) instead of the file to send.
   void CurlSetFromBufPtr(int flag, char const* data, long length) noexcept;
   void CurlReleaseToBuf() noexcept;
