@@ -13,8 +13,8 @@ local function give_up(...)
   os.exit(1, true)
 end
 
-local url = arg[1] or os.getenv("OGC_SERVER_URL")
-if not url then give_up("Usage: zel wcs_coverage.lua [URL [COVERAGE]], or set OGC_SERVER_URL to the URL of a service") end
+local url = arg[1] or os.getenv("OGC_SERVER_URL") or ""
+if url == "" then give_up("Usage: zel wcs_coverage.lua [URL [COVERAGE]], or set OGC_SERVER_URL to the URL of a service") end
 if not url:find("?", 1, true) then url = url .. "?" end
 
 -- Status lines come without figures; during a transfer progress holds the bytes expected and received.
@@ -49,13 +49,13 @@ if count == 0 then give_up("The service at " .. url .. " offers no coverages") e
 
 local names = {}
 for i, brief in ipairs(wcs:GetCoverageOfferingBriefs()) do names[i] = brief.NAME end
-print(("%s: %s"):format(wcs:GetServiceSection().LABEL, table.concat(names, ", ")))
+print(("%s: %s"):format(wcs:GetServiceSection()[1].LABEL, table.concat(names, ", ")))
 
 local name = arg[2] or names[1]
 print("Asking what " .. name .. " is")
 local described, reason = pcall(wcs.DescribeCoverage, wcs, {NAMES = name})
 if not described then give_up("The service does not describe " .. name, reason) end
-local offering = wcs:GetCoverageOffering()
+local offering = wcs:GetCoverageOffering()[1]
 
 -- The box in the coverage's own reference system; the numbers of its grid's rows and columns.
 local envelope, system = offering.LONLATENV, "EPSG:4326"

@@ -5,15 +5,15 @@
 -- URL is the address of the service; without it the environment variable OGC_SERVER_URL gives one.
 -- Several layers are drawn over one another, the first one lowest. Without layers: the first that can be drawn.
 
-local WIDTH = 800
+local WIDTH = 512
 
 local function give_up(...)
   io.stderr:write(table.concat({...}, "\n"), "\n")
   os.exit(1, true)
 end
 
-local url = arg[1] or os.getenv("OGC_SERVER_URL")
-if not url then give_up("Usage: zel wms_map.lua [URL [LAYER ...]], or set OGC_SERVER_URL to the URL of a service") end
+local url = arg[1] or os.getenv("OGC_SERVER_URL") or ""
+if url == "" then give_up("Usage: zel wms_map.lua [URL [LAYER ...]], or set OGC_SERVER_URL to the URL of a service") end
 if not url:find("?", 1, true) then url = url .. "?" end
 
 -- Status lines come without figures; during a transfer progress holds the bytes expected and received.
@@ -54,7 +54,7 @@ for _, layer in ipairs(wms:GetLayers()) do
     names[#names + 1] = layer.NAME
   end
 end
-print(("%s: %s"):format(wms:GetServiceSection().TITLE, table.concat(names, ", ")))
+print(("%s: %s"):format(wms:GetServiceSection()[1].TITLE, table.concat(names, ", ")))
 
 local wanted = arg[2] and {table.unpack(arg, 2)} or {names[1]}
 for _, name in ipairs(wanted) do

@@ -54,7 +54,7 @@ read -r url <&"${SERVER[0]}" || fail "the map server did not start"
 export ZEL_USER_DIR=$work
 
 fetch wms_map.lua "$url" earth zones places
-keep "$file" map.png PNG 800 400
+keep "$file" map.png PNG 512 256
 fetch wcs_coverage.lua "$url" earth
 keep "$file" coverage.tif GTiff 1024 512
 
