@@ -2,26 +2,37 @@
 
 #include "zel_ogc_sax.h"
 
+#include <algorithm>
 #include <memory>
 #include <xercesc/internal/XMLReader.hpp>
 #include <xercesc/util/BinFileInputStream.hpp>
 #include <xercesc/util/PlatformUtils.hpp>
 #include <xercesc/util/TransService.hpp>
 #include <xercesc/util/XMLException.hpp>
+#include <xercesc/util/XMLString.hpp>
 #include <xercesc/util/XMLUni.hpp>
 
 namespace {
 
 constexpr std::size_t expansionLimit = 5'000;
-constexpr std::size_t entityLimit = 8 * 1024;      // characters of one entity
-constexpr std::size_t entitiesLimit = 1024 * 1024; // characters of all entities, each expanded once
+constexpr std::size_t expandedLimit = 4 << 20; // characters of all expansions
+constexpr std::size_t entityLimit = 8 << 10;   // characters of one entity
+constexpr std::size_t entitiesLimit = 1 << 20; // characters of all entities, each expanded once
+
+// In steps of a few nanoseconds. Each element costs one for each level above it, and for each attribute declared for it
+// eight and the length of the default. Real documents need a few dozen for an element.
+constexpr std::size_t workAtOnce = 50'000'000;
+constexpr std::size_t workPerElement = 200;
+constexpr std::size_t workPerAttribute = 8;
+// A content model becomes an automaton, at a cost that grows with the square of its length.
+constexpr std::size_t modelWork = 32'000'000;
 
 // Each block begins with its size.
 constexpr std::size_t header = alignof(std::max_align_t);
 
 // Xerces makes a new XMLReader for every entity that it expands, of any kind and anywhere: what no callback tells of
 // parameter entities and attribute values shows in the size of the allocation, with room for XMemory's own header.
-bool isExpansion(XMLSize_t size) noexcept {
+bool isReader(XMLSize_t size) noexcept {
   return size >= sizeof(xercesc::XMLReader) && size <= sizeof(xercesc::XMLReader) + 4 * header;
 }
 
@@ -42,14 +53,17 @@ xercesc::MemoryManager* COgcXmlMemory::getExceptionMemoryManager() {
   return xercesc::XMLPlatformUtils::fgMemoryManager;
 }
 
+COgcXmlMemory::COgcXmlMemory(std::size_t limit) : m_limit(limit), m_expansionLimit(expansionLimit) {}
+
 void* COgcXmlMemory::allocate(XMLSize_t size) {
   if (m_held + size > m_limit && !m_refused) {
     refuse("reading it takes more than " + std::to_string(m_limit >> 20) + " MiB of memory");
   }
-  if (isExpansion(size) && ++m_expansions > expansionLimit && !m_refused) {
-    refuse("it expands more than " + std::to_string(expansionLimit) + " entities");
+  if (isReader(size) && ++m_readers > m_expansionLimit + 1 && !m_refused) {
+    refuse("it expands more than " + std::to_string(m_expansionLimit) + " entities of such size");
   }
-  auto* block = static_cast<std::byte*>(m_pool.allocate(size + header, header));
+  size += header;
+  auto* block = static_cast<std::byte*>(m_pool.allocate(size, header));
   *reinterpret_cast<std::size_t*>(block) = size;
   m_held += size;
   return block + header;
@@ -67,16 +81,24 @@ void COgcXmlMemory::deallocate(void* block) noexcept {
   auto* start = static_cast<std::byte*>(block) - header;
   const std::size_t size = *reinterpret_cast<std::size_t*>(start);
   m_held -= size;
-  m_pool.deallocate(start, size + header, header);
+  m_pool.deallocate(start, size, header);
 }
 
-COgcXmlGuard::COgcXmlGuard(xercesc::ContentHandler* handler, std::size_t depthLimit)
-    : m_next(handler != nullptr ? *handler : m_nobody), m_depthLimit(depthLimit) {}
+COgcXmlGuard::COgcXmlGuard(xercesc::ContentHandler* handler, COgcXmlMemory& memory, std::size_t depthLimit)
+    : m_next(handler != nullptr ? *handler : m_nobody), m_memory(memory), m_depthLimit(depthLimit) {}
 
 void COgcXmlGuard::startElement(const XMLCh* uri, const XMLCh* localname, const XMLCh* qname,
                                 const xercesc::Attributes& attrs) {
   if (++m_depth > m_depthLimit) {
     throw COgcXmlRefusal("its elements are nested more than " + std::to_string(m_depthLimit) + " deep");
+  }
+  m_work += m_depth;
+  if (!m_attributeWork.empty()) {
+    const auto attributes = m_attributeWork.find(qname);
+    if (attributes != m_attributeWork.end()) m_work += attributes->second;
+  }
+  if (m_work > workAtOnce + workPerElement * ++m_elements) {
+    throw COgcXmlRefusal("too many of its elements are deeply nested or have long default attributes");
   }
   m_next.startElement(uri, localname, qname, attrs);
 }
@@ -110,25 +132,40 @@ void COgcXmlGuard::internalEntityDecl(const XMLCh* name, const XMLCh* value) {
     grow(entity, size);
   } catch (const COgcXmlRefusal& refusal) {
     COgcUtf8 utf8;
-    throw COgcXmlRefusal("entity (" + std::string(utf8(name)) + ") " + refusal.reason());
+    throw COgcXmlRefusal("with entity (" + std::string(utf8(name)) + ") " + refusal.reason());
   }
+  m_memory.limitExpansions(std::min(expansionLimit, expandedLimit / m_largest));
 }
 
 void COgcXmlGuard::grow(Entity& entity, std::size_t by) {
   if (by == 0) return;
   entity.size += by;
   m_expandable += by;
-  if (entity.size > entityLimit || m_expandable > entitiesLimit) throw COgcXmlRefusal("expands to too much text");
+  m_largest = std::max(m_largest, entity.size);
+  if (entity.size > entityLimit) {
+    throw COgcXmlRefusal("an entity expands to more than " + std::to_string(entityLimit) + " characters");
+  }
+  if (m_expandable > entitiesLimit) {
+    throw COgcXmlRefusal("its entities expand to more than " + std::to_string(entitiesLimit) + " characters");
+  }
   for (Entity* user : entity.users) grow(*user, by);
 }
 
+void COgcXmlGuard::elementDecl(const XMLCh*, const XMLCh* model) {
+  const std::size_t length = xercesc::XMLString::stringLen(model);
+  m_modelWork += length * length;
+  if (m_modelWork > modelWork) throw COgcXmlRefusal("the content models in its DTD are too long");
+}
+
+void COgcXmlGuard::attributeDecl(const XMLCh* element, const XMLCh*, const XMLCh*, const XMLCh*, const XMLCh* value) {
+  m_attributeWork[element] += workPerAttribute + xercesc::XMLString::stringLen(value);
+}
+
 COgcXmlReader::COgcXmlReader(xercesc::ContentHandler* handler, const OgcXmlLimits& limits)
-    : m_memory(limits.memory), m_guard(handler, limits.depth), m_reader(&m_memory) {
-  m_expansions.setEntityExpansionLimit(expansionLimit);
+    : m_memory(limits.memory), m_guard(handler, m_memory, limits.depth), m_reader(&m_memory) {
   m_reader.setContentHandler(&m_guard);
   m_reader.setLexicalHandler(&m_guard);
   m_reader.setDeclarationHandler(&m_guard);
-  m_reader.setProperty(xercesc::XMLUni::fgXercesSecurityManager, &m_expansions);
   m_reader.setFeature(xercesc::XMLUni::fgXercesDisableDefaultEntityResolution, true);
 }
 

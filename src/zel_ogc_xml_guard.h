@@ -12,7 +12,6 @@
 #include <xercesc/parsers/SAX2XMLReaderImpl.hpp>
 #include <xercesc/sax/InputSource.hpp>
 #include <xercesc/sax2/DefaultHandler.hpp>
-#include <xercesc/util/SecurityManager.hpp>
 
 using OgcXmlString = std::basic_string<XMLCh>;
 
@@ -34,21 +33,22 @@ struct OgcXmlLimits {
   std::size_t depth;  ///< of nested elements
 };
 
-/// The parser holds no document, only what it is reading: 48 MiB leave room for texts of millions of characters. Its
-/// work for an element grows with the element's depth.
-constexpr OgcXmlLimits ogcXmlDocumentLimits{48UL << 20, 10'000};
+/// The parser holds no document, only what it is reading: there is room for texts of millions of characters.
+constexpr OgcXmlLimits ogcXmlDocumentLimits{40UL << 20, 10'000};
 /// It holds whole schemas, when it reads any.
 constexpr OgcXmlLimits ogcXmlSchemaLimits{256UL << 20, 10'000};
 
 /// All memory of one reader, freed with it, also what the parser itself forgets.
 class COgcXmlMemory final : public xercesc::MemoryManager {
 public:
-  explicit COgcXmlMemory(std::size_t limit) : m_limit(limit) {}
+  explicit COgcXmlMemory(std::size_t limit);
 
   /// \throws COgcXmlRefusal once, when there is too much, or too many entities were expanded.
   void* allocate(XMLSize_t size) override;
   void deallocate(void* block) noexcept override;
   MemoryManager* getExceptionMemoryManager() override;
+  /// Refuses from now on to expand more than `count` entities in all.
+  void limitExpansions(std::size_t count) noexcept { m_expansionLimit = count; }
 
 private:
   [[noreturn]] void refuse(std::string reason);
@@ -56,15 +56,17 @@ private:
   std::pmr::unsynchronized_pool_resource m_pool;
   std::size_t m_limit;
   std::size_t m_held = 0;
-  std::size_t m_expansions = 0;
+  std::size_t m_readers = 0; ///< made so far: the document's own, and one for each expansion
+  std::size_t m_expansionLimit;
   bool m_refused = false;
 };
 
-/// Watches a document on its way to the handler: how deep its elements nest and how large its entities can get.
+/// Watches a document on its way to the handler: how deep its elements nest, how large its entities can get, and what
+/// each element costs the parser beyond the characters it has.
 class COgcXmlGuard final : public xercesc::DefaultHandler {
 public:
   /// \param handler  gets the content; null for nobody
-  COgcXmlGuard(xercesc::ContentHandler* handler, std::size_t depthLimit);
+  COgcXmlGuard(xercesc::ContentHandler* handler, COgcXmlMemory& memory, std::size_t depthLimit);
 
   /// System identifier of the external DTD subset, empty when the document names none.
   [[nodiscard]] const OgcXmlString& dtd() const noexcept { return m_dtd; }
@@ -91,6 +93,9 @@ public:
   /// @{
   void startDTD(const XMLCh* name, const XMLCh* publicId, const XMLCh* systemId) override;
   void internalEntityDecl(const XMLCh* name, const XMLCh* value) override;
+  void elementDecl(const XMLCh* name, const XMLCh* model) override;
+  void attributeDecl(const XMLCh* element, const XMLCh* name, const XMLCh* type, const XMLCh* mode,
+                     const XMLCh* value) override;
   /// @}
 
 private:
@@ -103,11 +108,17 @@ private:
 
   xercesc::DefaultHandler m_nobody;
   xercesc::ContentHandler& m_next;
+  COgcXmlMemory& m_memory;
   std::size_t m_depthLimit;
   std::size_t m_depth = 0;
+  std::size_t m_elements = 0;
+  std::size_t m_work = 0; ///< for all elements so far: their levels, and their declared attributes with the defaults
   OgcXmlString m_dtd;
-  std::unordered_map<OgcXmlString, Entity> m_entities; ///< by name, of parameter entities with the "%"
-  std::size_t m_expandable = 0;                        ///< size of all together
+  std::unordered_map<OgcXmlString, Entity> m_entities;           ///< by name, of parameter entities with the "%"
+  std::size_t m_largest = 1;                                     ///< size of the largest
+  std::size_t m_expandable = 0;                                  ///< size of all together
+  std::size_t m_modelWork = 0;                                   ///< for the content models
+  std::unordered_map<OgcXmlString, std::size_t> m_attributeWork; ///< of an element of that name
 };
 
 /// A SAX2 reader with its limits. Resolver and features are the caller's to set; Xerces itself opens nothing.
@@ -122,7 +133,6 @@ public:
 private:
   COgcXmlMemory m_memory;
   COgcXmlGuard m_guard;
-  xercesc::SecurityManager m_expansions;
   xercesc::SAX2XMLReaderImpl m_reader;
 };
 
