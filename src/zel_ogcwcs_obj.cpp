@@ -253,7 +253,8 @@ void COgcWcs::forgetDescription() noexcept {
 void COgcWcs::readDocument(COgcSaxHelper& handler, const char* fromFile, const CText& keptAs,
                            const DocumentTexts& texts, int schemaChecking, int validationMode) {
   if (fromFile != nullptr) {
-    OgcBaseParseFile(&handler, fromFile, texts.parsingFile, keptAs.c_str(), schemaChecking, validationMode);
+    const std::string copyBase = keptAs.str(); // a status routine may set another one
+    OgcBaseParseFile(&handler, fromFile, texts.parsingFile, copyBase.c_str(), schemaChecking, validationMode);
     return;
   }
   const std::string file = OgcBaseFetch(keptAs.c_str(), texts.request);
