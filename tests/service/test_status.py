@@ -1,0 +1,165 @@
+"""The status routine: what it is told, how it cancels, and what scripts may do inside it."""
+
+import pytest
+
+from responder import HEAD, HOLD, Responder
+
+IMAGE = b"HTTP/1.1 200 OK\r\nContent-Type: image/png\r\nContent-Length: "
+# A download that stops half way until the client goes, and one that comes at once.
+SLOW = [HEAD, IMAGE + b"100000\r\n\r\n" + b"x" * 5000, HOLD]
+FAST = [HEAD, IMAGE + b"4\r\nConnection: close\r\n\r\ndone"]
+
+CANCELLED = "Cancel request detected...Operation canceled."
+CANCEL_NOTICE = "Cancel Request Detected...Operation Cancelled."
+
+# An object for the server in arg[1]; `now(progress)` tells that some of the body has come.
+OBJECT = """
+wms = zel.new("ZELnetOGCWMS", {URL_HOSTNAME = "127.0.0.1", URL_PORT = arg[1], URL_PATH = "ogc", MAP_FILENAME = "map"})
+other = zel.new("ZELnetOGCWCS", {URL_HOSTNAME = "127.0.0.1", URL_PORT = arg[1], URL_PATH = "ogc"})
+function now(progress) return progress[1] == 1 and progress[3] > 0 end
+function exists(name) local f = io.open(name) if f then f:close() end return f ~= nil end
+function try(f, ...) return select(2, pcall(f, ...)) end
+"""
+
+
+@pytest.fixture
+def script(zel):
+    """Runs a script with OBJECT before it; in the end nothing is left of its objects."""
+    return lambda code, *ports: zel(OBJECT + code + "\nwms:close() other:close() wms, other = nil", *ports,
+                                    no_leak=True, timeout=30)
+
+
+def test_what_the_routine_is_told(script):
+    """Texts in their order, whole figures, and a copy of the data when there is one."""
+    with Responder(FAST) as server:
+        done = script("""
+          function on_status(...)
+            local text, progress, data = ...
+            print(select("#", ...) .. " " .. text .. " " .. table.concat(progress, ",") .. " " .. (data and data.N or ""))
+            if data then data.N = data.N + 1 end
+          end
+          wms:SetProperty{CALLBACK_FUNCTION = "on_status"}
+          wms:GetMap("LAYERS=a b")
+          wms:SetProperty{CALLBACK_DATA = {N = 7}}
+          wms:GetFeatureInfo("X=1")
+        """, server.port)
+    lines = done.out.splitlines()
+    url = f"http://127.0.0.1:{server.port}/ogc?Version=1.1.1&Service=WMS&Request="
+    plain = [line[:-len(" 0,0,0,0,0 ")] for line in lines if line.endswith(" 0,0,0,0,0 ")]
+    assert plain[:2] == ["2 Sending Http Get Request: ", f"2 {url}GetMap&LAYERS=a b"]
+    assert plain[-3:] == ["2 Map file written to: ", "2 map.png", "2 Get Map request completed."]
+    assert "2 Http: get: received (4), total expected (4) 1,4,4,0,0 " in lines
+    second = lines[lines.index("2 Get Map request completed. 0,0,0,0,0 ") + 1:]
+    assert second and all(line.startswith("3 ") and line.endswith(" 7") for line in second)
+
+
+@pytest.mark.parametrize("answer", ["0", "false", "65536", "-0.9"])
+def test_cancel(script, answer):
+    with Responder(SLOW) as slow, Responder(FAST) as fast:
+        done = script(f"""
+          local texts = {{}}
+          wms:SetProperty{{CALLBACK_FUNCTION = function(text, progress)
+            texts[text] = true
+            if now(progress) then return {answer} end
+          end}}
+          print(try(wms.GetMap, wms, "a=b"))
+          print(texts["{CANCEL_NOTICE}"], exists("map"), exists("map.png"), wms:GetProperty{{"LAST_FILE"}}.LAST_FILE .. "|")
+          wms:SetProperty{{CALLBACK_FUNCTION = "", URL_PORT = arg[2]}}
+          print(io.open(wms:GetMap("a=b")):read("a"))
+        """, slow.port, fast.port)
+    lines = done.out.splitlines()
+    assert CANCELLED in lines[0]
+    assert lines[1].split("\t")[:3] == ["true", "false", "false"] and lines[2] == "done"
+
+
+@pytest.mark.parametrize("routine, said", [
+    ('function() error("my own words") end', "my own words"),
+    ('function(_, progress) if now(progress) then error({code = 5}) end end', ""),
+    ('function() return {1, 2} end', "not a number or a boolean"),
+    ('"no_such_routine"', "no_such_routine"),
+])
+def test_error_in_the_routine(script, routine, said):
+    """It reaches the script, leaves no partial file, and the next request works."""
+    with Responder(SLOW) as slow, Responder(FAST) as fast:
+        done = script(f"""
+          wms:SetProperty{{CALLBACK_FUNCTION = {routine}}}
+          local ok, why = pcall(wms.GetMap, wms, "a=b")
+          print(ok, type(why) == "table" and why.code or why)
+          wms:SetProperty{{CALLBACK_FUNCTION = "", URL_PORT = arg[2]}}
+          print(exists("map.png"), io.open(wms:GetMap("a=b")):read("a"))
+        """, slow.port, fast.port)
+    lines = done.out.splitlines()
+    assert lines[0].startswith("false") and said in lines[0]
+    assert lines[-1] == "false\tdone"
+
+
+# What the routine tries while a map is being transferred, and what is said to it.
+INSIDE = {
+    'wms.GetMap, wms, "a=b"': "still running",
+    "wms.GetCapabilities, wms": "still running",
+    "wms.Init, wms": "INIT has to wait",
+    "wms.Cleanup, wms": "CLEANUP has to wait",
+    "wms.close, wms": "CLEANUP has to wait",
+    'other.GetCoverage, other, "a=b"': "another request is running",
+    "zel.reset": "can not be reset while a transfer runs",
+}
+
+
+@pytest.mark.parametrize("call", INSIDE)
+def test_refused_inside_the_routine(script, call):
+    """The transfer goes on undisturbed."""
+    with Responder([HEAD, IMAGE + b"4\r\n\r\ndo", 0.3, b"ne", HOLD]) as server:
+        done = script(f"""
+          local tried
+          wms:SetProperty{{CALLBACK_FUNCTION = function(_, progress)
+            if now(progress) and not tried then tried = true print(try({call})) end
+          end}}
+          print(io.open(wms:GetMap("a=b")):read("a"))
+        """, server.port)
+    lines = (done.out + done.err).splitlines()
+    assert "done" in lines and any(INSIDE[call] in line for line in lines), lines
+
+
+def test_allowed_inside_the_routine(script):
+    """Properties change at once for what comes next; another object may come, go and read a file."""
+    with Responder([HEAD, IMAGE + b"4\r\n\r\ndo", 0.3, b"ne", HOLD]) as server:
+        done = script("""
+          local told, tried = 0
+          local function second(text) told = told + 1 end
+          wms:SetProperty{CALLBACK_DATA = {1, 2, 3}, HEADERS = "X-A: 1", CALLBACK_FUNCTION = function(_, progress)
+            if tried or not now(progress) then return end
+            tried = true
+            wms:SetProperty{CALLBACK_FUNCTION = second, CALLBACK_DATA = "new", MAP_FILENAME = "elsewhere", HEADERS = "",
+                            URL_HOSTNAME = "nowhere", URL_PATH = "", SSL_CERTIFICATE_FILE = "", USERNAME = "u"}
+            wms:ParseURL("http://else.where/path?map=x")
+            print(wms:GetProperty{"LAST_FILE"}.LAST_FILE, wms:GetLayers())
+            zel.new("ZELnetOGCWCS", {CALLBACK_DATA = 1}):close()
+            collectgarbage()
+          end}
+          print(wms:GetMap("a=b"), told > 0)
+          print(wms:GetProperty{"MAP_FILENAME"}.MAP_FILENAME, wms:GetProperty{"CALLBACK_DATA"}.CALLBACK_DATA)
+        """, server.port)
+    assert done.out.splitlines() == ["map.png\t0", "map.png\ttrue", "elsewhere\tnew"]
+
+
+def test_parse_time_answers_cancel_nothing(zel, tmp_path):
+    """While a document is read the routine is told too; its 0 has no effect, its error ends the request."""
+    (tmp_path / "caps.xml").write_text(
+        '<WMS_Capabilities version="1.3.0"><Capability><Layer><Name>a</Name></Layer></Capability></WMS_Capabilities>')
+    done = zel("""
+      local wms = zel.new("ZELnetOGCWMS")
+      local nested
+      wms:SetProperty{CALLBACK_FUNCTION = function(text)
+        nested = nested or select(2, pcall(wms.GetCapabilities, wms, {FROM_FILE = "caps.xml"}))
+        wms:GetLayers()
+        return 0
+      end}
+      print(wms:GetCapabilities{FROM_FILE = "caps.xml"}, wms:GetLayers()[1].NAME)
+      print(nested)
+      wms:SetProperty{CALLBACK_FUNCTION = function(text) if text:find("Schema") then error("stop here") end end}
+      print(select(2, pcall(wms.GetCapabilities, wms, {FROM_FILE = "caps.xml"})))
+      wms:SetProperty{CALLBACK_FUNCTION = ""}
+      print(wms:GetCapabilities{FROM_FILE = "caps.xml"})
+    """, no_leak=True)
+    lines = done.out.splitlines()
+    assert lines[0] == "1\ta" and "still running" in lines[1] and "stop here" in lines[2] and lines[3] == "1"
