@@ -15,7 +15,7 @@
 namespace {
 
 constexpr std::size_t expansionLimit = 5'000;
-constexpr std::size_t expandedLimit = 4 << 20; // characters of all expansions
+constexpr std::size_t expandedLimit = 8 << 20; // characters of all expansions
 constexpr std::size_t entityLimit = 8 << 10;   // characters of one entity
 constexpr std::size_t entitiesLimit = 1 << 20; // characters of all entities, each expanded once
 

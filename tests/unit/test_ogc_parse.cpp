@@ -1,0 +1,335 @@
+// The parse driver: validation modes, failures, encodings, grammars, and documents that mean harm.
+#include "ogc_client.h"
+
+#include <chrono>
+#include <stdexcept>
+#include <sys/stat.h>
+#include <xercesc/sax/SAXParseException.hpp>
+
+namespace {
+
+std::string shown(const char* text) { return text != nullptr ? text : "-"; }
+
+std::string times(std::size_t count, const std::string& text) {
+  std::string all;
+  for (std::size_t i = 0; i < count; ++i) all += text;
+  return all;
+}
+
+/// What the host unwinds with, unknown to the clients.
+struct Unwinding {
+  int number;
+};
+
+/// Does something at the first element.
+class ActingHandler : public COgcSaxHelper {
+public:
+  ActingHandler(Client& client, std::function<void()> action)
+      : COgcSaxHelper(client, arena, versions), m_action(std::move(action)) {}
+  void startElement(const XMLCh*, const XMLCh*, const XMLCh*, const xercesc::Attributes&) override { m_action(); }
+
+private:
+  static constexpr OgcVersionRule versions{{}, "", ""};
+  COgcArena arena;
+  std::function<void()> m_action;
+};
+
+TEST_F(Ogc, ModesAreAnnounced) {
+  const std::string dtdOff = "XML DTD validation is off. ";
+  const std::string dtdAuto = "XML DTD validation is on, if DTD is present. ";
+  const std::string dtdOn = "XML DTD validation is on. ";
+  const std::string schemaOff = "XML Schema validation is off. ";
+  const std::string schemaOn = "XML Schema validation is on. ";
+  const std::string schemaFull = "XML Full Schema validation is on. ";
+  const struct {
+    int schema;
+    int validation;
+    Lines lines;
+  } cases[] = {{0, 0, {dtdOff, schemaOff}}, {1, 1, {dtdAuto, schemaOn}}, {2, 0, {dtdOff, schemaFull}},
+               {7, 5, {schemaFull}},        {0, -1, {schemaOff}},        {0, 2, {dtdOn, schemaOff}}};
+  for (const auto& c : cases) {
+    fakeBridge() = {};
+    EXPECT_EQ(parse("<a/>", c.schema, c.validation), "");
+    Lines& lines = fakeBridge().status;
+    const std::size_t reports = c.validation == 2 ? 1 : 0; // of the element that nothing declares
+    ASSERT_EQ(lines.size(), c.lines.size() + reports);
+    EXPECT_EQ(fakeBridge().info.size(), reports);
+    lines.resize(c.lines.size());
+    EXPECT_EQ(lines, c.lines);
+  }
+}
+
+TEST_F(Ogc, FailuresOfTheParserAreOneKindOfException) {
+  const std::string longText(400, 'x');
+  const struct {
+    std::function<void()> action;
+    std::string error;
+  } cases[] = {
+      {[&] { throw CCurlException("Error: as it is"); }, "Error: as it is."},
+      {[&] { throw std::runtime_error("any"); }, "Error: unknown parse error."},
+      {[&] { throw 1; }, "Error: unknown parse error."},
+      {[&] { throw xercesc::SAXParseException(u"m\u00fc", u"", u"", 1, 2); }, "Error: SAX parse error m\u00fc."},
+      {[&] {
+         const std::u16string message(longText.begin(), longText.end());
+         throw xercesc::SAXParseException(message.c_str(), u"", u"", 1, 2);
+       },
+       "Error: SAX parse error " + longText.substr(0, 255) + "."}};
+  const std::string file = write("a.xml", "<a/>");
+  for (const auto& c : cases) {
+    ActingHandler acting(client, c.action);
+    EXPECT_EQ(errorOf([&] { client.OgcBaseParse(&acting, file.c_str(), 0, 0); }), c.error);
+  }
+}
+
+TEST_F(Ogc, WhatIsNoDocumentEndsInTheFatalText) {
+  std::filesystem::create_directory(path("directory"));
+  const std::string files[] = {path("missing.xml"), path("directory"), write("empty.xml", ""),
+                               write("picture.png", std::string("\x89PNG\r\n\x1a\n\0\0\0\rIHDR", 16)),
+                               write("h\u00e4.xml", "<a><b></a>")};
+  for (const std::string& file : files) {
+    const std::string error = errorOf([&] { client.OgcBaseParse(&handler, file.c_str(), 0, 0); });
+    EXPECT_EQ(error.find("Fatal Error: SAX Parser: Message ("), 0U) << error;
+    EXPECT_EQ(fakeBridge().status.back() + ".", error);
+  }
+  EXPECT_EQ(fakeBridge().status.back(),
+            "Fatal Error: SAX Parser: Message (expected end of tag 'b'), Line (1), Column( 9), URI (" + files[4] +
+                ").");
+  const std::string longName(3000, 'n');
+  EXPECT_EQ(parse("<" + longName + "></a>").size(), 1023U);
+}
+
+TEST_F(Ogc, ErrorsOfTheHostPassUnchanged) {
+  write("a.dtd", "<!ELEMENT a EMPTY>");
+  const std::string file = write("a.xml", "<!DOCTYPE a SYSTEM 'a.dtd'><a><b/></a>");
+  const std::string broken = write("broken.xml", "<a>");
+  const struct {
+    std::string file;
+    const char* line;
+  } cases[] = {{file, "XML DTD"}, {file, "XML Schema"}, {file, "Error SAX"}, {broken, "Fatal Error"}};
+  int number = 0;
+  for (const auto& c : cases) {
+    ++number;
+    fakeBridge().onStatus = [&](const std::string& line) -> int {
+      if (line.find(c.line) == 0) throw Unwinding{number};
+      return 1;
+    };
+    try {
+      client.OgcBaseParse(&handler, c.file.c_str(), 0, 1);
+      ADD_FAILURE() << c.line;
+    } catch (const Unwinding& unwinding) {
+      EXPECT_EQ(unwinding.number, number);
+    }
+  }
+  fakeBridge() = {};
+  fakeBridge().onInfo = [](const std::string&) { throw Unwinding{7}; };
+  EXPECT_THROW(client.OgcBaseParse(&handler, file.c_str(), 0, 1), Unwinding);
+  fakeBridge() = {};
+  EXPECT_EQ(parse("<a/>"), "");
+}
+
+TEST_F(Ogc, TextsAreUtf8WhateverTheEncoding) {
+  const std::u16string wide = u"<?xml version='1.0' encoding='UTF-16'?><a>h\u00e4 \u20ac</a>";
+  std::string utf16 = "\xff\xfe";
+  for (const char16_t c : wide) utf16 += {static_cast<char>(c & 0xff), static_cast<char>(c >> 8)};
+  const std::string documents[] = {"<a>h\u00e4 \u20ac</a>",
+                                   "<?xml version='1.0' encoding='ISO-8859-1'?><a>h\xe4 &#x20AC;</a>",
+                                   "<?xml version='1.0' encoding='windows-1252'?><a>h\xe4 \x80</a>", utf16};
+  for (const std::string& document : documents) {
+    handler.text = nullptr;
+    EXPECT_EQ(parse(document), "");
+    std::string text = shown(handler.text);
+    if (const auto joint = text.find("  "); joint != text.npos) text.erase(joint, 1); // behind a reference
+    EXPECT_EQ(text, "h\u00e4 \u20ac");
+  }
+}
+
+constexpr char schemaHead[] = "<xs:schema xmlns:xs='http://www.w3.org/2001/XMLSchema'>";
+constexpr char schemaOfA[] = "<xs:element name='a' type='xs:int'/>";
+
+std::string withSchema(const std::string& location, const std::string& content) {
+  return "<a xmlns:xsi='http://www.w3.org/2001/XMLSchema-instance' xsi:noNamespaceSchemaLocation='" + location + "'>" +
+         content + "</a>";
+}
+
+TEST_F(Ogc, DocumentsAreValidatedByGrammarsBesideThem) {
+  write("own.dtd", "<!ELEMENT a (#PCDATA)><!ATTLIST a a CDATA 'default'>");
+  write("my own/a.xsd", schemaHead + std::string(schemaOfA) + "</xs:schema>");
+  write("including.xsd", schemaHead + std::string("<xs:include schemaLocation='my%20own/a.xsd'/></xs:schema>"));
+  const std::string dtd = "<!DOCTYPE a SYSTEM 'own.dtd'>";
+  const struct {
+    std::string document;
+    int schema;
+    int validation;
+    std::size_t errors;
+  } cases[] = {{dtd + "<a>1</a>", 0, 1, 0},
+               {dtd + "<a><b/></a>", 0, 1, 2},
+               {dtd + "<a><b/></a>", 0, 2, 2},
+               {dtd + "<a><b/></a>", 0, 0, 0},
+               {"<a><b/></a>", 0, 1, 0},
+               {withSchema("my%20own/a.xsd", "1"), 1, 1, 0},
+               {withSchema("my%20own/a.xsd", "one"), 1, 1, 1},
+               {withSchema("including.xsd", "one"), 1, 1, 1},
+               {withSchema("including.xsd", "one"), 2, 2, 1},
+               {withSchema("including.xsd", "one"), 1, 0, 0},
+               {withSchema("including.xsd", "one"), 0, 1, 0}};
+  for (const auto& c : cases) {
+    fakeBridge() = {};
+    EXPECT_EQ(parse(c.document, c.schema, c.validation), "") << c.document;
+    EXPECT_EQ(fakeBridge().info.size(), c.errors) << c.document << c.schema << c.validation;
+    for (const std::string& line : fakeBridge().info) EXPECT_EQ(line.find("Error SAX Parser: Message ("), 0U) << line;
+  }
+  handler.attribute = nullptr;
+  EXPECT_EQ(parse(dtd + "<a>1</a>", 0, 1), "");
+  EXPECT_EQ(shown(handler.attribute), "default");
+  // Relative to the working directory, as users name them.
+  const std::string file = write("a.xml", dtd + "<a><b/></a>");
+  fakeBridge() = {};
+  client.OgcBaseParse(&handler, std::filesystem::relative(file).c_str(), 0, 1);
+  EXPECT_EQ(fakeBridge().info.size(), 2U);
+}
+
+TEST_F(Ogc, NothingElseIsRead) {
+  write("secret.txt", "secret");
+  write("inside/x.dtd", "<!ELEMENT a ANY>");
+  write("parts.dtd", "<!ENTITY % part SYSTEM 'inside/x.dtd'> %part;");
+  ASSERT_EQ(mkfifo(path("inside/pipe").c_str(), 0600), 0);
+  write("inside/long.dtd", std::string((8 << 20) + 1, ' '));
+  const std::string outside = path("secret.txt");
+  // Refused with the document.
+  const struct {
+    std::string document;
+    int validation;
+    const char* why;
+  } refused[] = {
+      {"<!DOCTYPE a [<!ENTITY e SYSTEM 'file://" + outside + "'>]><a>&e;</a>", 0, "external entity"},
+      {"<!DOCTYPE a [<!ENTITY e SYSTEM 'x.dtd'>]><a>&e;</a>", 1, "external entity"},
+      {"<!DOCTYPE a [<!ENTITY e SYSTEM 'http://127.0.0.1:1/x'>]><a>&e;</a>", 5, "external entity"},
+      {"<!DOCTYPE a [<!ENTITY % e SYSTEM '" + outside + "'> %e;]><a/>", 0, "external entity"},
+      {"<!DOCTYPE a SYSTEM '../secret.txt'><a/>", 1, "outside the document's directory"},
+      {"<!DOCTYPE a SYSTEM '" + outside + "'><a/>", 2, "outside the document's directory"},
+      {"<!DOCTYPE a SYSTEM 'x/%2e%2e/%2e%2e/secret.txt'><a/>", 1, "outside the document's directory"},
+      {"<!DOCTYPE a SYSTEM 'pipe'><a/>", 1, "not a file"},
+      {"<!DOCTYPE a SYSTEM 'none.dtd'><a/>", 1, "VALIDATION_MODE 0 does without it"},
+      {"<!DOCTYPE a SYSTEM 'long.dtd'><a/>", 1, "at most 8 MiB"},
+      {"<!DOCTYPE a SYSTEM 'ftp://127.0.0.1:1/x.dtd'><a/>", 1, "nor on an HTTP server"},
+      {"<!DOCTYPE a SYSTEM 'gopher2://127.0.0.1:1/x.dtd'><a/>", 1, "neither a relative name"},
+      {"<!DOCTYPE a SYSTEM 'http://127.0.0.1:1/x.dtd'><a/>", 1, "127.0.0.1"},
+  };
+  for (const auto& c : refused) {
+    const std::string file = write("inside/a.xml", c.document);
+    const std::string error = errorOf([&] { client.OgcBaseParse(&handler, file.c_str(), 0, c.validation); });
+    EXPECT_NE(error.find(c.why), error.npos) << c.document << error;
+    EXPECT_EQ(error.find("Error: XML document (" + file + ") refused: "), 0U) << error;
+    EXPECT_EQ(fakeBridge().status.back(), error.substr(0, error.size() - 1));
+  }
+  EXPECT_NE(parse("<!DOCTYPE a SYSTEM 'parts.dtd'><a/>", 0, 1).find("external entity"), std::string::npos);
+  // Not asked for, so not missed.
+  EXPECT_EQ(parse("<!DOCTYPE a SYSTEM 'http://127.0.0.1:1/x.dtd'><a/>", 0, 0), "");
+  EXPECT_EQ(parse("<!DOCTYPE a SYSTEM 'http://127.0.0.1:1/x.dtd'><a/>", 0, 5), "");
+  EXPECT_EQ(parse(withSchema("../secret.txt", ""), 0, 1), "");
+  // A schema that cannot be had is a warning.
+  fakeBridge() = {};
+  EXPECT_EQ(parse(withSchema("../secret.txt", ""), 1, 0), "");
+  ASSERT_EQ(fakeBridge().info.size(), 1U);
+  EXPECT_EQ(fakeBridge().info[0].find("Warning: XML Schema is not used: ("), 0U) << fakeBridge().info[0];
+  EXPECT_EQ(shown(handler.text), "-");
+}
+
+TEST_F(Ogc, SchemasAreReadWithoutTheirDtd) {
+  write("a.xsd", "<!DOCTYPE xs:schema SYSTEM 'http://127.0.0.1:1/XMLSchema.dtd' [<!ENTITY % p SYSTEM 'none'> %p;]>" +
+                     std::string(schemaHead) + schemaOfA + "</xs:schema>");
+  EXPECT_EQ(parse(withSchema("a.xsd", "one"), 1, 1), "");
+  EXPECT_EQ(fakeBridge().info.size(), 1U);
+}
+
+/// Ten entities, each ten times the one before, as `reference` + number.
+std::string laughs(const std::string& kind, const std::string& reference, const std::string& first) {
+  std::string dtd = "<!ENTITY " + kind + "l0 '" + first + "'>";
+  for (int i = 1; i < 10; ++i) {
+    dtd += "<!ENTITY " + kind + "l" + std::to_string(i) + " '" +
+           times(10, reference + "l" + std::to_string(i - 1) + ";") + "'>";
+  }
+  return dtd;
+}
+
+TEST_F(Ogc, BombsEndQuickly) {
+  const std::string large = "<!ENTITY q '" + std::string(8000, 'x') + "'>";
+  const std::string blank = "<!ENTITY % p '" + std::string(8000, ' ') + "'>";
+  std::string forward;
+  for (int i = 9; i > 0; --i) {
+    forward += "<!ENTITY l" + std::to_string(i) + " '" + times(10, "&l" + std::to_string(i - 1) + ";") + "'>";
+  }
+  forward += "<!ENTITY l0 'lol'>";
+  std::string chain;
+  for (int i = 0; i < 20'000; ++i) {
+    chain += "<!ENTITY e" + std::to_string(i) + " '&e" + std::to_string(i + 1) + ";'>";
+  }
+  std::string attributes;
+  for (int i = 0; i < 20'000; ++i) attributes += "<!ATTLIST b x" + std::to_string(i) + " CDATA #IMPLIED>";
+  write("parameters.dtd", laughs("% ", "%", "x") + "%l9;");
+  write("value.dtd", blank + "<!ENTITY v '" + times(5'000, "%p;") + "'>");
+  write("deep.xsd", schemaHead + times(20'000, "<xs:sequence>") + times(20'000, "</xs:sequence>") + "</xs:schema>");
+  const auto dtd = [](const std::string& subset) { return "<!DOCTYPE a [" + subset + "]>"; };
+  const struct {
+    const char* name;
+    std::string document;
+    const char* why;
+    int validation = 0;
+  } cases[] = {
+      {"laughs", dtd(laughs("", "&", "lol")) + "<a>&l9;</a>", "(l4)"},
+      {"laughs of nothing", dtd(laughs("", "&", "")) + "<a>&l9;</a>", "(l4)"},
+      {"laughs in an attribute", dtd(laughs("", "&", "lol")) + "<a a='&l9;'/>", "(l4)"},
+      {"laughs in a default", dtd(laughs("", "&", "lol") + "<!ATTLIST a a CDATA '&l9;'>") + "<a/>", "(l4)"},
+      {"laughs declared backwards", dtd(forward + "<!ATTLIST a a CDATA '&l9;'>") + "<a/>", "8192 characters"},
+      {"recursion", dtd("<!ENTITY e '&f;'><!ENTITY f '&e;'>") + "<a>&e;</a>", "8192 characters"},
+      {"one large entity", dtd("<!ENTITY q '" + std::string(9000, 'x') + "'>") + "<a>&q;</a>", "(q)"},
+      {"a long chain", dtd(chain) + "<a/>", "characters"},
+      {"quadratic text", dtd(large) + "<a>" + times(5'000, "&q;") + "</a>", "expands more than"},
+      {"quadratic attribute", dtd(large) + "<a a='" + times(5'000, "&q;") + "'/>", "expands more than"},
+      {"quadratic default", dtd(large + "<!ATTLIST a a CDATA '" + times(5'000, "&q;") + "'>") + "<a/>",
+       "expands more than"},
+      {"many expansions", dtd("<!ENTITY q 'x'>") + "<a>" + times(5'001, "&q;") + "</a>",
+       "expands more than 5000 entities"},
+      {"parameter laughs", dtd(laughs("% ", "&#37;", "x") + "%l9;") + "<a/>", "(%l4)"},
+      {"parameter laughs outside", "<!DOCTYPE a SYSTEM 'parameters.dtd'><a/>", "(%l4)", 1},
+      {"a value of parameters", "<!DOCTYPE a SYSTEM 'value.dtd'><a/>", "expands more than", 1},
+      {"many parameters", dtd(blank + times(100'000, "%p; ")) + "<a/>", "expands more than"},
+      {"a default on every element",
+       dtd(large + "<!ATTLIST b a CDATA '" + times(100, "&q;") + "'>") + "<a>" + times(100'000, "<b/>") + "</a>",
+       "default attributes"},
+      {"declared attributes of every element", dtd(attributes) + "<a>" + times(100'000, "<b/>") + "</a>",
+       "default attributes"},
+      {"a content model", dtd("<!ELEMENT a (b" + times(3'000, ",b?") + ")>") + "<a/>", "content models", 1},
+      {"an automaton", dtd("<!ELEMENT a ((b|c)*,b" + times(40, ",(b|c)") + ")>") + "<a><b/></a>", "memory", 1},
+      {"depth", times(100'000, "<a>") + times(100'000, "</a>"), "nested more than 10000 deep"},
+      {"elements in the deep", times(9'900, "<a>") + times(100'000, "<b/>") + times(9'900, "</a>"), "deeply nested"},
+      {"an attribute of 40 MB", "<a a='" + std::string(40'000'000, 'x') + "'/>", "40 MiB of memory"},
+  };
+  for (const auto& c : cases) {
+    const auto start = std::chrono::steady_clock::now();
+    const std::string error = parse(c.document, 0, c.validation);
+    EXPECT_NE(error.find("refused: "), error.npos) << c.name << ": " << error;
+    EXPECT_NE(error.find(c.why), error.npos) << c.name << ": " << error;
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10)) << c.name;
+  }
+  fakeBridge() = {};
+  EXPECT_EQ(parse(withSchema("deep.xsd", ""), 1, 0), "");
+  EXPECT_NE(fakeBridge().info[0].find("nested more than 256 deep"), std::string::npos) << fakeBridge().info[0];
+}
+
+TEST_F(Ogc, LargeButHonestDocumentsAreRead) {
+  const std::string megabyte(1'000'000, 'n');
+  EXPECT_EQ(parse("<" + megabyte + " a='" + megabyte + "'>" + times(3, megabyte) + "</" + megabyte + ">"), "");
+  EXPECT_EQ(shown(handler.attribute), megabyte);
+  EXPECT_GE(shown(handler.text).size(), 3'000'000U);
+  handler.text = nullptr;
+  EXPECT_EQ(parse(times(9'999, "<a>") + times(9'999, "</a>")), "");
+  EXPECT_EQ(parse("<!DOCTYPE a [<!ENTITY copy '(c)'><!ENTITY q '" + std::string(8000, 'x') +
+                  "'><!ENTITY w '&copy;&copy;'>"
+                  "<!ATTLIST b a CDATA 'd&copy;' c CDATA #IMPLIED>]><a>" +
+                  times(300, "&w;") + times(100'000, "<b/>") + "</a>"),
+            "");
+  EXPECT_EQ(shown(handler.text).substr(0, 11), "(c) (c) (c)");
+}
+
+} // namespace
