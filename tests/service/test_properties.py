@@ -212,12 +212,12 @@ def test_parse_url(zel, url, said, settings):
     done = zel(SHOW + f"""
       local o = zel.new("ZELnetOGCWMS")
       local ok, why = pcall(o.ParseURL, o, "{url}")
-      if not ok then print(why) os.exit() end
+      if not ok then print(why) return end
       local p = o:GetProperty{{"URL_SCHEME", "URL_HOSTNAME", "URL_PORT", "URL_PATH", "URL_QUERY_PREFIX",
                               "URL_QUERY_SUFFIX"}}
       print(show(p.URL_SCHEME), show(p.URL_HOSTNAME), show(p.URL_PORT), show(p.URL_PATH), show(p.URL_QUERY_PREFIX),
             show(p.URL_QUERY_SUFFIX))
-    """, no_leak=True)
+    """)
     assert done.out.split() == settings.split() if settings else said in done.out
 
 
