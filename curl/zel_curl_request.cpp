@@ -68,7 +68,7 @@ private:
 namespace {
 
 constexpr std::size_t reportLimit = 511;
-constexpr long receiveSize = 100 * 1024L; // the fastest for large downloads
+constexpr long receiveSize = 512 * 1024L; // the fastest for large downloads
 
 constexpr const char* encodings[] = {nullptr, "deflate", "gzip", ""};
 

@@ -1,0 +1,161 @@
+"""vsftpd and tinyproxy on free loopback ports."""
+
+import contextlib
+import os
+import pathlib
+import re
+import signal
+import socket
+import subprocess
+import threading
+import time
+
+from lighttpd import make_certificates
+
+# Ends a server together with the process that started it.
+LEASH = ["setpriv", "--pdeathsig", "KILL"]
+PATH = os.environ["PATH"] + ":/usr/sbin"
+
+VSFTPD = """
+listen=NO
+run_as_launching_user=YES
+seccomp_sandbox=NO
+anonymous_enable=YES
+local_enable=NO
+anon_root={root}
+write_enable=YES
+anon_upload_enable=YES
+anon_mkdir_write_enable=YES
+anon_other_write_enable=YES
+anon_world_readable_only=NO
+anon_umask=022
+ascii_download_enable=YES
+ascii_upload_enable=YES
+secure_email_list_enable=YES
+email_password_file={directory}/passwords
+xferlog_enable=YES
+vsftpd_log_file={directory}/log
+log_ftp_protocol=YES
+connect_from_port_20=NO
+"""
+
+VSFTPD_TLS = """
+ssl_enable=YES
+allow_anon_ssl=YES
+force_anon_logins_ssl=YES
+force_anon_data_ssl=YES
+require_ssl_reuse=NO
+ssl_ciphers=HIGH
+rsa_cert_file={directory}/server.pem
+rsa_private_key_file={directory}/server.pem
+implicit_ssl={implicit}
+"""
+
+FTP_USER = "anonymous"
+FTP_PASSWORD = "open&sesame"
+
+
+class Vsftpd:
+    """Serves `root` to FTP_USER with FTP_PASSWORD. `tls`: "" none, "explicit" or "implicit".
+
+    The listening socket is ours: each connection gets a server of its own, as from an Internet superserver.
+    """
+
+    def __init__(self, directory, tls=""):
+        self.directory = pathlib.Path(directory)
+        self.root = self.directory / "root"
+        self.root.mkdir(parents=True)
+        self.ca = self.directory / "ca.pem"
+        self._config = self.directory / "vsftpd.conf"
+        text = VSFTPD
+        if tls:
+            make_certificates(self.directory)
+            text += VSFTPD_TLS
+        self._config.write_text(text.format(directory=self.directory, root=self.root,
+                                            implicit="YES" if tls == "implicit" else "NO"))
+        self._config.chmod(0o600)
+        (self.directory / "passwords").write_text(FTP_PASSWORD + "\n")
+        self._servers = []
+        self._listener = socket.create_server(("127.0.0.1", 0))
+        self.port = self._listener.getsockname()[1]
+        self.url = f"{'ftps' if tls == 'implicit' else 'ftp'}://localhost:{self.port}/"
+        self._thread = threading.Thread(target=self._accept, daemon=True)
+        self._thread.start()
+
+    def _accept(self):
+        while True:
+            try:
+                connection, _ = self._listener.accept()
+            except OSError:
+                return
+            with connection:
+                self._servers.append(subprocess.Popen([*LEASH, "vsftpd", self._config], stdin=connection,
+                                                      stdout=connection, stderr=subprocess.DEVNULL,
+                                                      start_new_session=True, env=os.environ | {"PATH": PATH}))
+
+    def log(self):
+        log = self.directory / "log"
+        return log.read_text(errors="replace") if log.exists() else ""
+
+    def commands(self):
+        """What clients sent, first words only."""
+        return re.findall(r'FTP command: Client "[^"]*", "(\w+)', self.log())
+
+    def forget_log(self):
+        (self.directory / "log").write_text("")
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self._listener.shutdown(socket.SHUT_RDWR)
+        self._listener.close()
+        self._thread.join(10)
+        for server in self._servers:
+            with contextlib.suppress(ProcessLookupError):
+                os.killpg(server.pid, signal.SIGKILL)
+            server.wait()
+
+
+class Tinyproxy:
+    """A proxy on `port`, for anyone or for `user` with `password` by Basic authentication. `log()` names requests."""
+
+    def __init__(self, directory, user="", password=""):
+        self.directory = pathlib.Path(directory)
+        self.directory.mkdir(parents=True, exist_ok=True)
+        self._log = self.directory / "log"
+        for _ in range(20):  # another process may take the port before the proxy does
+            with contextlib.closing(socket.create_server(("127.0.0.1", 0))) as free:
+                self.port = free.getsockname()[1]
+            config = [f"Port {self.port}", "Listen 127.0.0.1", "Timeout 60", f'LogFile "{self._log}"',
+                      "LogLevel Connect", "ViaProxyName \"theproxy\""]
+            if user:
+                config.append(f"BasicAuth {user} {password}")
+            (self.directory / "tinyproxy.conf").write_text("\n".join(config) + "\n")
+            self._process = subprocess.Popen([*LEASH, "tinyproxy", "-d", "-c", self.directory / "tinyproxy.conf"],
+                                             stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
+                                             stderr=subprocess.DEVNULL, start_new_session=True)
+            if self._answers():
+                return
+        raise RuntimeError("tinyproxy did not start: " + self.log())
+
+    def _answers(self):
+        deadline = time.monotonic() + 10
+        while time.monotonic() < deadline and self._process.poll() is None:
+            with contextlib.suppress(OSError), socket.create_connection(("127.0.0.1", self.port), 1):
+                return True
+            time.sleep(0.02)
+        self._process.kill()
+        self._process.wait()
+        return False
+
+    def log(self):
+        return self._log.read_text(errors="replace") if self._log.exists() else ""
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        with contextlib.suppress(ProcessLookupError):
+            os.killpg(self._process.pid, signal.SIGKILL)
+        self._process.wait()

@@ -1,0 +1,101 @@
+"""A TCP server that plays a script, for what no real server can be made to say.
+
+A script is what one connection does, step by step:
+
+    bytes       sent as they are
+    a number    seconds to wait
+    HEAD        reads up to a blank line
+    LINE        reads one line
+    Body(n)     reads n bytes
+    RESET       ends the connection with a reset
+    HOLD        waits until the client goes
+
+After the last step the connection is closed. What the client sent stands in `received`, one entry a connection.
+"""
+
+import socket
+import struct
+import threading
+import time
+
+HEAD, LINE, RESET, HOLD = "head", "line", "reset", "hold"
+
+
+class Body(int):
+    """Reads so many bytes."""
+
+
+class Responder:
+    """Plays one script for each connection, the last one for all further connections, until the end of a `with`."""
+
+    def __init__(self, *scripts):
+        self.scripts = scripts
+        self.received = []
+        self._listener = socket.create_server(("127.0.0.1", 0))
+        self._connections = []
+        self._threads = [threading.Thread(target=self._accept, daemon=True)]
+        self._threads[0].start()
+        self.port = self._listener.getsockname()[1]
+        self.url = f"http://127.0.0.1:{self.port}/"
+
+    @property
+    def requests(self):
+        """What came on all connections, as text."""
+        return [bytes(data).decode("latin-1") for data in self.received]
+
+    def _accept(self):
+        while True:
+            try:
+                connection, _ = self._listener.accept()
+            except OSError:
+                return
+            self._connections.append(connection)
+            self.received.append(bytearray())
+            script = self.scripts[min(len(self.received), len(self.scripts)) - 1]
+            thread = threading.Thread(target=self._play, args=(connection, script, self.received[-1]), daemon=True)
+            self._threads.append(thread)
+            thread.start()
+
+    @staticmethod
+    def _play(connection, script, received):
+        def read(enough):
+            start = len(received)
+            while not enough(received[start:]):
+                data = connection.recv(1)
+                if not data:
+                    return
+                received.extend(data)
+
+        try:
+            with connection:
+                for step in script:
+                    if isinstance(step, bytes):
+                        connection.sendall(step)
+                    elif isinstance(step, Body):
+                        read(lambda data, size=step: len(data) >= size)
+                    elif isinstance(step, (int, float)):
+                        time.sleep(step)
+                    elif step == HEAD:
+                        read(lambda data: data.endswith(b"\r\n\r\n"))
+                    elif step == LINE:
+                        read(lambda data: data.endswith(b"\n"))
+                    elif step == HOLD:
+                        read(lambda data: False)
+                    elif step == RESET:
+                        connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
+        except OSError:
+            pass  # the client went away
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self._listener.shutdown(socket.SHUT_RDWR)
+        self._listener.close()
+        for connection in self._connections:
+            try:
+                connection.shutdown(socket.SHUT_RDWR)
+            except OSError:
+                pass
+        for thread in self._threads:
+            thread.join(10)
