@@ -78,7 +78,7 @@ struct ZEL_Variable {
     std::uint32_t ul;
     float f;
     double d;
-    ZEL_STRING str;
+    ZEL_STRING str{}; // the largest member: a new variable is zero throughout
     ZEL_HVID hvid;
     std::uint64_t ul64;
     std::int64_t l64;

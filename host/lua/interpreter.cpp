@@ -79,10 +79,10 @@ void pushError(lua_State* L, const char* text) {
 
 void pushHostError(lua_State* L) {
   const host::Error error = host::takeError();
-  if (error.fromScript)
-    lua_rawgetp(L, LUA_REGISTRYINDEX, &kErrorKey);
-  else
-    pushError(L, error.text.c_str());
+  if (!error.fromScript) return pushError(L, error.text.c_str());
+  lua_rawgetp(L, LUA_REGISTRYINDEX, &kErrorKey);
+  lua_pushboolean(L, 0);
+  lua_rawsetp(L, LUA_REGISTRYINDEX, &kErrorKey);
 }
 
 Interpreter::Interpreter() : m_main(luaL_newstate()), m_current(m_main) {

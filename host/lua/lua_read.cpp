@@ -122,6 +122,8 @@ private:
     std::vector<std::string> names;
     for (lua_pushnil(m_state); lua_next(m_state, index); lua_pop(m_state, 1)) names.push_back(tagName());
     std::sort(names.begin(), names.end());
+    if (const auto twice = std::adjacent_find(names.begin(), names.end()); twice != names.end())
+      refuse("the name " + *twice + " appears twice in different case");
     if (luaL_getmetafield(m_state, index, "tags") != LUA_TNIL) {
       std::vector<std::string> ordered;
       const auto n = static_cast<lua_Integer>(lua_rawlen(m_state, -1));

@@ -31,7 +31,11 @@ void raiseInterrupt(lua_State* L) {
   luaL_error(L, "interrupted!");
 }
 
+constexpr int kEverywhere = LUA_MASKCALL | LUA_MASKRET | LUA_MASKLINE | LUA_MASKCOUNT;
+
+/// Raises in the script what stops it. While an exit is due it does so again and again: no pcall ends it.
 void hook(lua_State* L, lua_Debug*) {
+  if (Interpreter::of(L).exitAsked) luaL_error(L, "exit");
   lua_sethook(L, nullptr, 0, 0);
   if (host::takeInterrupt()) raiseInterrupt(L);
 }
@@ -39,7 +43,7 @@ void hook(lua_State* L, lua_Debug*) {
 void handleSignal(int) {
   host::requestInterrupt();
   for (const auto& state : g_states)
-    if (lua_State* L = state.load()) lua_sethook(L, hook, LUA_MASKCALL | LUA_MASKRET | LUA_MASKLINE | LUA_MASKCOUNT, 1);
+    if (lua_State* L = state.load()) lua_sethook(L, hook, kEverywhere, 1);
 }
 
 /// os.exit([code [, close]]); upvalue 1 is the library's own.
@@ -57,6 +61,7 @@ int exitScript(lua_State* L) {
   else
     code = static_cast<int>(luaL_optinteger(L, 1, EXIT_SUCCESS));
   Interpreter::of(L).exitAsked = Interpreter::Exit{code, lua_toboolean(L, 2) != 0};
+  for (lua_State* running : {L, Interpreter::of(L).state()}) lua_sethook(running, hook, kEverywhere, 1);
   return luaL_error(L, "exit");
 }
 
@@ -64,10 +69,13 @@ int exitScript(lua_State* L) {
 
 void settle(lua_State* L) {
   if (host::routineDepth() > 0) return;
-  const Interpreter& interpreter = Interpreter::of(L);
+  Interpreter& interpreter = Interpreter::of(L);
   if (interpreter.exitAsked) {
-    if (interpreter.exitAsked->close) lua_close(interpreter.state());
-    std::exit(interpreter.exitAsked->code);
+    const auto [code, close] = *interpreter.exitAsked;
+    interpreter.exitAsked.reset();
+    lua_sethook(interpreter.state(), nullptr, 0, 0);
+    if (close) lua_close(interpreter.state());
+    std::exit(code);
   }
   if (ZEL_InterpInterrupted() && host::takeInterrupt()) raiseInterrupt(L);
 }

@@ -4,6 +4,7 @@
 
 #include "host_directories.h"
 
+#include <cerrno>
 #include <clocale>
 #include <csignal>
 #include <cstdio>
@@ -17,6 +18,7 @@
 #include <readline/history.h>
 #include <readline/readline.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace fs = std::filesystem;
 
@@ -28,12 +30,18 @@ constexpr int kHistoryLines = 1000;
 
 volatile std::sig_atomic_t g_dropLine = 0;
 
-/// Ctrl-C at the prompt drops the line.
-int dropLine() {
-  if (!g_dropLine) return 0;
-  rl_replace_line("", 0);
-  rl_done = 1;
-  return 0;
+/// Reads one character for readline. Ctrl-C drops the line and accepts the empty one.
+int readKey(FILE* in) {
+  for (;;) {
+    unsigned char key = 0;
+    const ssize_t got = ::read(::fileno(in), &key, 1);
+    if (got == 1) return key;
+    if (got == 0 || errno != EINTR) return EOF;
+    rl_check_signals();
+    if (!g_dropLine) continue;
+    rl_replace_line("", 0);
+    return '\n';
+  }
 }
 
 /// The lines of earlier sessions. Without a place to keep them they are forgotten at the end.
@@ -70,10 +78,7 @@ std::optional<std::string> readLine(const char* prompt) {
     const auto outer = std::signal(SIGINT, [](int) { g_dropLine = 1; });
     const std::unique_ptr<char, void (*)(void*)> line(readline(prompt), rl_free);
     std::signal(SIGINT, outer);
-    if (g_dropLine) {
-      std::cout << std::endl;
-      continue;
-    }
+    if (g_dropLine) continue;
     if (!line) return std::nullopt;
     return std::string(line.get());
   }
@@ -123,7 +128,7 @@ bool printResults(lua_State* L) {
 void runPrompt(lua_State* L) {
   std::setlocale(LC_CTYPE, ""); // line editing in the terminal's encoding
   rl_readline_name = "zel";
-  rl_signal_event_hook = dropLine;
+  rl_getc_function = readKey;
   const History history;
   lua_settop(L, 0);
   while (const auto status = loadStatement(L)) {

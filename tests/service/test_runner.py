@@ -1,0 +1,278 @@
+"""The runner: its command line, the script library, and calls between scripts and a small native module."""
+
+import fcntl
+import os
+import pty
+import select
+import signal
+import subprocess
+import termios
+import time
+
+import pytest
+
+from conftest import BUILD
+
+MODULE = BUILD / "tests" / "sample_module.so"
+SETUP = f"zel.load('{MODULE}')\nlocal o = zel.new('Sample')\n"
+
+
+def command(*words, stdin="", cwd=None, **env):
+    return subprocess.run([BUILD / "zel", *map(str, words)], input=stdin, text=True, capture_output=True, timeout=60,
+                          cwd=cwd, env=os.environ | env)
+
+
+@pytest.mark.parametrize("words, status, out, err", [
+    (["--help"], 0, "Usage: zel", ""),
+    (["--version"], 0, "zel 1.", ""),
+    (["-e", "print(arg[0], arg[1], ...)", "a", "-m"], 0, "zel\ta\ta\t-m", ""),
+    (["-m", MODULE, "-e", "print(zel.new('sample'))"], 0, "SAMPLE object", ""),
+    (["-"], 0, "piped", ""),
+    ([], 0, "piped", ""),
+    (["-e", "error('boom')"], 1, "", "zel: (command line):1: boom\nstack traceback:"),
+    (["-e", "error({})"], 1, "", "(error object is a table value)"),
+    (["-e", "x ="], 1, "", "unexpected symbol near <eof>"),
+    (["-e", "pcall(os.exit, 3)"], 3, "", ""),
+    (["-m", "nosuch", "-e", ""], 1, "", 'Module "nosuch" was not found in'),
+    (["-x"], 2, "", "unknown option -x"),
+    (["-e"], 2, "", "option -e needs code"),
+    (["nosuch.lua"], 2, "", "cannot open the script nosuch.lua"),
+])
+def test_command_line(words, status, out, err):
+    done = command(*words, stdin="print('piped')")
+    assert done.returncode == status, done.stderr
+    assert out in done.stdout and err in done.stderr
+
+
+def test_script_has_arguments_and_errors_have_positions(zel):
+    done = zel("print(arg[1], select('#', ...))\nlocal function f() error('wrong') end\nf()", "x", "y", ok=False)
+    assert done.status == 1 and done.out == "x\t2\n"
+    assert "script.lua:2: wrong" in done.err and "script.lua:3: in main chunk" in done.err
+
+
+@pytest.mark.parametrize("value, expected", [
+    ("7", "integer 7"), ("2^53", "integer 9007199254740992"), ("2.5", "float 2.5"), ("1e300", "float 1e+300"),
+    ("true", "integer 1"), ("'\u00e4'", "string \u00e4"), ("''", "string "), ("zel.undefined", "nil nil"),
+    ("{1, 2.5}", "table float 1.0,float 2.5"), ("{'a', ''}", "table string a,string "),
+    ("{true, 3}", "table integer 1,integer 3"),
+    ("{b = 1, a = {X = 'q', y = {1, 2}}}", "table A={X=string q,Y=table integer 1,integer 2},B=integer 1"),
+    ("{{k = 1}, {k = 2}}", "table {K=integer 1},{K=integer 2}"),
+])
+def test_values_come_back_as_they_went(zel, value, expected):
+    show = """
+    local function show(v)
+      if math.type(v) then return math.type(v) .. ' ' .. v end
+      if type(v) ~= 'table' then return type(v) .. ' ' .. tostring(v) end
+      local parts = {}
+      if #v > 0 then for i = 1, #v do parts[i] = show(v[i]) end return
+        (type(v[1]) == 'table' and '' or 'table ') .. table.concat(parts, ',') end
+      for i, tag in ipairs(zel.tags(v)) do parts[i] = tag .. '=' .. show(v[tag]) end
+      return '{' .. table.concat(parts, ',') .. '}'
+    end
+    """
+    out = zel(SETUP + show + f"print(show(o:Echo({value}, {{}})))", no_leak=True).out.rstrip("\n")
+    assert out.strip("{}").replace("table ", "") == expected.removeprefix("table ").strip("{}").replace("table ", "")
+
+
+@pytest.mark.parametrize("value, why", [
+    ("{}", "an empty table cannot be passed"), ("{1, 'a'}", "element 2 differs in type"),
+    ("{{1}, {2}}", "element 1 is a list itself"), ("{1, x = 2}", "either a list without holes or have names only"),
+    ("{[1] = 1, [3] = 3}", "either a list without holes"), ("print", "a function cannot be passed"),
+    ("nil", "it is nil"), ("'a\\0b'", "a text with a zero byte"), ("{['a b'] = 1}", "cannot be the name of a tag"),
+    ("{{a = 1}, {b = 1}}", "element 2 differs in type"), ("{a = 1, A = 2}", "the name A appears twice"),
+    ("(function() local t = {} t.t = t return t end)()", "nested too deeply"),
+])
+def test_values_that_cannot_be_passed(zel, value, why):
+    out = zel(SETUP + f"print(select(2, pcall(function() o:Echo({value}, {{}}) end)))", no_leak=True).out
+    assert "script.lua:" in out and "SAMPLE::ECHO: argument 1: " in out and why in out
+
+
+@pytest.mark.parametrize("call, why", [
+    ("o:Echo()", "SAMPLE::ECHO: Incorrect number of arguments: 1 wanted besides the object, 0 given."),
+    ("o:Call()", "SAMPLE::CALL: Incorrect number of arguments: 1 to 2 wanted besides the object, 0 given."),
+    ("o:Call('f', {X = 1})", "SAMPLE::CALL: Keyword X is not allowed: the routine takes no keywords."),
+    ("o:Echo(1, {X = 1})", "Keyword X is not allowed. Accepted keywords: COUNT, FAIL, NUMBER, TEXT, WATCH."),
+    ("o:Echo(1, {TEXT = 1, text = 2})", "SAMPLE::ECHO: Keyword TEXT is given twice."),
+    ("o:Echo(1, {'TEXT'})", "SAMPLE::ECHO: Keyword TEXT is an input: give it a value."),
+    ("o:Echo(1, {COUNT = 1})", "SAMPLE::ECHO: Keyword COUNT is an output"),
+    ("o:Echo(1, {5})", "SAMPLE::ECHO: the table of keywords holds a number without a keyword"),
+    ("o:Echo(1, {NUMBER = 'abc'})", 'SAMPLE::ECHO: Unable to read the text "abc" as a number.'),
+    ("o:Nosuch()", 'SAMPLE has no method "Nosuch"; it has CALL, '),
+    ("o.Echo(5)", "SAMPLE::ECHO: a method is called with its object"),
+    ("o:Fault(1)", "SAMPLE::FAULT: The module failed: out of luck."),
+    ("o:Fault(2)", "SAMPLE::FAULT: The module failed: unknown exception."),
+    ("o:Fault(3)", "SAMPLE::FAULT: Sample:  "),
+    ("zel.new('Nosuch')", 'There is no object class "Nosuch".'),
+    ("zel.new('Sample', {NOPE = 1})", "SAMPLE::INIT: Keyword NOPE is not allowed."),
+    ("zel.new('Sample', {'COUNT', FAIL = {}})", "SAMPLE::INIT: keyword FAIL: an empty table cannot be passed."),
+])
+def test_call_errors_name_routine_and_place(zel, call, why):
+    out = zel(SETUP + f"print(select(2, pcall(function()\n {call} end)))", no_leak=True).out
+    assert "script.lua:" in out and why in out
+
+
+def test_keywords_and_results(zel):
+    out = zel(SETUP + """
+      local value, outputs = o:eCHO({1, 2, 3}, {'count', TEXT = 8080})
+      print(value, outputs.COUNT)
+      print(o:Echo(1, {NUMBER = '  12'}), select('#', o:Echo(1)), select('#', o:Configure{}))
+      print(o:Configure{'COUNT'}.COUNT, o:Echo(o) == o)
+    """, no_leak=True).out
+    assert out == "                  8080\t3\n12\t1\t0\n7\ttrue\n"
+
+
+def test_objects_live_and_die(zel):
+    done = zel(SETUP + """
+      local none, why = zel.new('SampleDerived', {FAIL = 'no luck'})
+      print(none, why)
+      do local d <close> = zel.new('SampleDerived') print(d, d:Echo('inherited')) end
+      print(zel.counts().objects)
+      o:close() o:close()
+      print(o, pcall(o.Echo, o, 1))
+      for i = 1, 10 do zel.new('Sample') end
+    """, no_leak=True)
+    assert done.out == ("nil\tSAMPLE::INIT: no luck\nSAMPLEDERIVED object\tinherited\n1\n"
+                        "SAMPLE object (closed)\tfalse\tSAMPLE::ECHO: the object is closed.\n")
+    assert "no luck" not in done.err and done.err.count("SAMPLE::INIT: hello\n") == 12
+
+
+@pytest.mark.parametrize("body, answer", [
+    ("", "1"), ("return nil", "1"), ("return false", "0"), ("return true", "1"), ("return 65536", "0"),
+    ("return -3", "-3"), ("return 2.9", "2"), ("return coroutine.wrap(function() return 4 end)()", "4"),
+])
+def test_status_routine_answers(zel, body, answer):
+    assert zel(SETUP + f"function f() {body} end print(o:Call('f'))", no_leak=True).out == answer + "\n"
+
+
+def test_status_routine_arguments(zel):
+    out = zel(SETUP + """
+      function f(...) local text, progress, data = ... print(select('#', ...), text, table.concat(progress, ','), data) end
+      o:Call('f') o:Call('f', 'mine')
+      coroutine.wrap(function() o:Call('f', 'there') end)()
+    """, no_leak=True).out
+    assert out == "2\tworking\t0,1,2,3,4\tnil\n3\tworking\t0,1,2,3,4\tmine\n3\tworking\t0,1,2,3,4\tthere\n"
+
+
+def test_status_routine_errors_arrive_as_they_were_raised(zel):
+    out = zel(SETUP + """
+      local fault = setmetatable({}, {})
+      function table_error() error(fault) end
+      function text_error() error('boom') end
+      function nested() return o:Call('text_error') end
+      function yields() coroutine.yield() end
+      function wrong() return {} end
+      print(select(2, pcall(o.Call, o, 'table_error')) == fault)
+      for _, name in ipairs{'text_error', 'nested', 'nosuch', 'wrong'} do print(select(2, pcall(function() o:Call(name) end))) end
+      print(select(2, pcall(coroutine.wrap(function() o:Call('yields') end))))
+      nested = nil
+    """, no_leak=True).out.splitlines()
+    assert out[0] == "true"
+    assert out[1] == out[2] and out[1].endswith(": boom") and out[1].count(":") == 2
+    assert out[3].endswith('SAMPLE::CALL: There is no global function "nosuch" to call.') and "script.lua:" in out[3]
+    assert "Routine wrong returned a table" in out[4] and "yield across" in out[5]
+
+
+def test_function_values_as_routines(zel):
+    out = zel(SETUP + """
+      local kept = setmetatable({}, {__mode = 'v'})
+      do
+        local d = zel.new('Sample')
+        kept.object = d
+        kept.first = function(text) print('first', text, d) end
+        d:Configure{WATCH = kept.first, TEXT = ''}
+        d:Configure{WATCH = function() print('second') end, TEXT = ''}
+        collectgarbage()
+        print(kept.first)
+        pcall(d.Configure, d, {WATCH = function() end, NOPE = 1})
+        d:Configure{TEXT = ''}
+      end
+      collectgarbage() collectgarbage()
+      print(kept.object)
+      print(select(2, pcall(o.Configure, o, {TEXT = ''})))
+    """, no_leak=True).out.splitlines()
+    assert out[:4] == ["first\tworking\tSAMPLE object", "second", "nil", "second"]
+    assert out[4] == "nil" and "There is no global function" in out[5]
+
+
+def test_closing_while_a_method_runs(zel):
+    out = zel(SETUP + """
+      function close() print(pcall(o.close, o)) end
+      o:Call('close')
+      function drop() o = nil collectgarbage() collectgarbage() return 5 end
+      local count = zel.counts().objects
+      print(o:Call('drop'), zel.counts().objects == count)
+      local p <close> = zel.new('Sample')
+      print(p:Echo('usable'))
+    """, no_leak=True).out
+    assert out == "false\tSAMPLE::CLEANUP: still running\n5\ttrue\nusable\n"
+
+
+@pytest.mark.parametrize("call, status", [("os.exit(7)", 7), ("pcall(os.exit, true)", 0), ("os.exit(false, true)", 1)])
+def test_exit_below_native_code_unwinds_first(zel, call, status):
+    done = zel(SETUP + f"""
+      function stop() {call} end
+      function outer() pcall(o.Call, o, 'stop') print('not reached') end
+      pcall(o.Call, o, 'outer')
+      print('not reached')
+    """, ok=False)
+    assert done.status == status and done.out == "" and "traceback" not in done.err
+
+
+def test_session_reset_and_leaks(zel):
+    done = zel(SETUP + "zel.reset() o:Leak() print(zel.counts().leaked, zel.counts().temporaries)")
+    assert done.out == "1\t0\n"
+    assert "could not be reset" in zel(SETUP + "zel.reset()", ok=False, env={"SAMPLE_NO_RESET": "1"}).err
+
+
+@pytest.mark.parametrize("code", ["while true do end", "function f() while true do end end o:Call('f')",
+                                  "pcall(function() while true do end end) error('caught')"])
+def test_interrupt(tmp_path, code):
+    script = tmp_path / "script.lua"
+    script.write_text(SETUP + "io.stdout:write('ready\\n') io.stdout:flush()\n" + code)
+    with subprocess.Popen([BUILD / "zel", script], stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True) as run:
+        assert run.stdout.readline() == "ready\n"
+        time.sleep(0.1)
+        run.send_signal(signal.SIGINT)
+        _, err = run.communicate(timeout=30)
+    assert run.returncode == 1
+    assert ("caught" if "caught" in code else "interrupted!") in err
+
+
+def test_large_results_keep_their_order(zel):
+    out = zel(SETUP + """
+      local list = o:Structures(5000)
+      local tags = zel.tags(list[5000])
+      print(#list, #tags, tags[1], tags[47], list[2].TAG1 == '', #list[1].TAG21, list[1].TAG20.TAG0, list[5000].TAG45)
+    """, no_leak=True).out
+    assert out == "5000\t47\tTAG0\tTAG46\ttrue\t1\t20\t110\n"
+
+
+def test_prompt(tmp_path):
+    parent, child = pty.openpty()
+    run = subprocess.Popen([BUILD / "zel"], stdin=child, stdout=child, stderr=child, start_new_session=True,
+                           preexec_fn=lambda: fcntl.ioctl(0, termios.TIOCSCTTY, 0),  # so that Ctrl-C signals
+                           env=os.environ | {"ZEL_USER_DIR": str(tmp_path), "TERM": "dumb"})
+    os.close(child)
+    try:
+        def answer(line, prompt):
+            shown = b""
+            os.write(parent, line)
+            while not shown.endswith(prompt) and select.select([parent], [], [], 30)[0]:
+                shown += os.read(parent, 4096)
+            return shown.decode()
+
+        assert answer(b"", b"> ").startswith("zel ")
+        assert "42" in answer(b"1 + 41\n", b"> ").splitlines()
+        assert answer(b"for i = 7, 7 do\n", b">> ").endswith(">> ")
+        assert "i=7" in answer(b"print('i=' .. i) end\n", b"\n> ")
+        assert "prompt:1: no" in answer(b"error('no')\n", b"\n> ")
+        assert "drop this" in answer(b"drop this", b"drop this")
+        assert answer(b"\x03", b"\n> ")
+        assert "1.5" in answer(b"3 / 2\n", b"\n> ").splitlines()
+        os.write(parent, b"\x04")
+        assert run.wait(timeout=30) == 0
+    finally:
+        run.kill()
+        run.wait()
+        os.close(parent)
+    assert (tmp_path / "history").read_text().splitlines()[0] == "1 + 41"
