@@ -1,0 +1,89 @@
+"""DTDs and schemas that lie on a server: fetched with the client's settings, and only when asked for."""
+
+import pytest
+
+from lighttpd import PASSWORD, USER
+from responder import HEAD, HOLD, Responder
+
+# Reads the capabilities in arg[2] with schema checking arg[1] and an object for the server at arg[3]:arg[4]; the status
+# routine says no to arg[5].
+READ = """
+function on_status(text) print(text) return not (arg[5] and text:find(arg[5])) end
+local wms <close> = zel.new("ZELnetOGCWMS", {URL_HOSTNAME = arg[3], URL_PORT = arg[4], USERNAME = "{user}",
+                                             PASSWORD = "{password}", CALLBACK_FUNCTION = "on_status"})
+print(pcall(wms.GetCapabilities, wms, {FROM_FILE = arg[2], SCHEMA_CHECKING = tonumber(arg[1]), VALIDATION_MODE = 1}))
+""".replace("{user}", USER).replace("{password}", PASSWORD)
+XSD = '<xs:schema xmlns:xs="http://www.w3.org/2001/XMLSchema">%s</xs:schema>'
+OK = b"HTTP/1.1 200 OK\r\nContent-Type: text/xml\r\n"
+
+
+@pytest.fixture
+def read(zel, tmp_path):
+    """read(url, host, port, no=..., dtd=False): the lines of a run with a document whose grammar is at `url`."""
+
+    def run(url, host, port, no=None, dtd=False):
+        document = tmp_path / "capabilities.xml"
+        document.write_text((f'<!DOCTYPE WMT_MS_Capabilities SYSTEM "{url}">' if dtd else "") +
+                            '<WMT_MS_Capabilities version="1.1.1"' +
+                            ("" if dtd else ' xmlns:xsi="http://www.w3.org/2001/XMLSchema-instance"'
+                                            f' xsi:noNamespaceSchemaLocation="{url}"') + "/>")
+        arguments = [0 if dtd else 1, document, host, port] + ([no] if no else [])
+        return zel(READ, *arguments, timeout=60).out
+
+    return run
+
+
+@pytest.fixture(scope="module")
+def grammars(http):
+    """A schema in two files and a DTD, both wanting an attribute that the document has not."""
+    (http.root / "parts").mkdir()
+    (http.root / "outer.xsd").write_text(XSD % '<xs:include schemaLocation="parts/inner.xsd"/>')
+    (http.root / "parts" / "inner.xsd").write_text(XSD % (
+        '<xs:element name="WMT_MS_Capabilities"><xs:complexType><xs:attribute name="version"/>'
+        '<xs:attribute name="updateSequence" use="required"/></xs:complexType></xs:element>'))
+    (http.root / "wms.dtd").write_text("<!ELEMENT WMT_MS_Capabilities EMPTY><!ATTLIST WMT_MS_Capabilities "
+                                       "version CDATA #IMPLIED updateSequence CDATA #REQUIRED>")
+    return http
+
+
+def test_grammars_are_fetched_from_servers(read, grammars):
+    for url, dtd in (("/outer.xsd", False), ("/wms.dtd", True)):
+        out = read(grammars.url + url, "localhost", grammars.port, dtd=dtd)
+        assert "Error SAX Parser: Message (" in out and "updateSequence" in out, out
+        assert out.splitlines()[-1].startswith("true")
+
+
+def test_credentials_go_to_the_clients_own_server_only(read, grammars):
+    schema = grammars.url + "/basic/outer.xsd"
+    assert "updateSequence" in read(schema, "localhost", grammars.port)
+    for host, port in (("127.0.0.1", grammars.port), ("localhost", grammars.second_port)):
+        out = read(schema, host, port)
+        assert "Warning: XML Schema is not used: (" + schema in out and "updateSequence" not in out, out
+    with Responder([HEAD, OK + b"Content-Length: 0\r\n\r\n"]) as other:
+        read(f"http://127.0.0.1:{other.port}/@localhost:{grammars.port}/x.xsd", "localhost", grammars.port)
+    assert "Authorization" not in other.requests[0]
+
+
+def test_an_endless_schema_is_given_up(read):
+    with Responder([HEAD, OK + b"\r\n"] + [b" " * 1_000_000] * 200) as server:
+        out = read(server.url + "x.xsd", "localhost", 1)
+    assert "x.xsd) is too long" in out and out.splitlines()[-1].startswith("true")
+
+
+def test_a_cancel_ends_the_request(read):
+    with Responder([HEAD, OK + b"Content-Length: 1000\r\n\r\n" + b" " * 500, HOLD]) as server:
+        out = read(server.url + "x.xsd", "localhost", 1, no="received %(500%)")
+    assert out.splitlines()[-1].startswith("false") and "ancel" in out.splitlines()[-1], out
+
+
+def test_errors_in_the_routine_pass_through(zel, tmp_path):
+    document = tmp_path / "capabilities.xml"
+    document.write_text('<WMT_MS_Capabilities xmlns:xsi="http://www.w3.org/2001/XMLSchema-instance" version="1.1.1"'
+                        ' xsi:noNamespaceSchemaLocation="http://127.0.0.1:1/x.xsd"/>')
+    for line in ("XML Schema", "Sending Http", "Http Get Request Failed"):
+        done = zel("""
+          function on_status(text) if text:find(arg[2]) then error("mine", 0) end end
+          local wms <close> = zel.new("ZELnetOGCWMS", {CALLBACK_FUNCTION = "on_status"})
+          print(pcall(wms.GetCapabilities, wms, {FROM_FILE = arg[1], SCHEMA_CHECKING = 1}))
+        """, document, line)
+        assert done.out.startswith("false") and "mine" in done.out and "unknown parse" not in done.out, done.out
