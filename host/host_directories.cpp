@@ -37,6 +37,13 @@ fs::path installationRoot() {
   return fs::is_directory(installed, missing) ? installed : here;
 }
 
+fs::path sharedDirectory() {
+  const fs::path here = executableDirectory();
+  const fs::path installed = here.parent_path() / "share" / "zel";
+  std::error_code missing;
+  return fs::is_directory(installed, missing) ? installed : here / "share" / "zel";
+}
+
 fs::path userRoot() {
   if (const char* root = std::getenv("ZEL_USER_DIR"); root && *root) return fs::absolute(root);
   // A relative XDG directory is invalid and must be ignored.

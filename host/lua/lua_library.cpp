@@ -4,14 +4,22 @@
 #include "lua_objects.h"
 #include "lua_values.h"
 
+#include "host_directories.h"
 #include "host_heap.h"
 #include "host_modules.h"
 #include "host_routines.h"
 #include "host_session.h"
 
+#include <chrono>
+#include <cstdio>
+
+#include <sys/ioctl.h>
+
 namespace zel::lua {
 
 namespace {
+
+constexpr lua_Integer kUsualColumns = 80; ///< of a terminal that does not tell
 
 /// zel.load(name): loads a module.
 int loadModule(lua_State* L) {
@@ -56,8 +64,38 @@ int counts(lua_State* L) {
   return 1;
 }
 
-constexpr luaL_Reg kFunctions[] = {{"new", newObject}, {"load", loadModule}, {"reset", resetSession},
-                                   {"tags", tags},     {"counts", counts},   {nullptr, nullptr}};
+/// zel.clock(): seconds on a clock that runs evenly, whatever the time of day is set to.
+int clockSeconds(lua_State* L) {
+  const auto now = std::chrono::steady_clock::now().time_since_epoch();
+  lua_pushnumber(L, std::chrono::duration<double>(now).count());
+  return 1;
+}
+
+/// zel.columns(file): the width of the terminal that an open file is; nil when it is none.
+int columns(lua_State* L) {
+  const auto* stream = static_cast<luaL_Stream*>(luaL_checkudata(L, 1, LUA_FILEHANDLE));
+  winsize size{};
+  if (!stream->closef || ::ioctl(::fileno(stream->f), TIOCGWINSZ, &size) != 0)
+    luaL_pushfail(L);
+  else
+    lua_pushinteger(L, size.ws_col > 0 ? size.ws_col : kUsualColumns);
+  return 1;
+}
+
+constexpr luaL_Reg kFunctions[] = {{"new", newObject},   {"load", loadModule}, {"reset", resetSession},
+                                   {"tags", tags},       {"counts", counts},   {"clock", clockSeconds},
+                                   {"columns", columns}, {nullptr, nullptr}};
+
+/// Lets `require` find the Lua modules that come with the runner, before others of their names.
+void addModules(lua_State* L) {
+  luaL_getsubtable(L, LUA_REGISTRYINDEX, LUA_LOADED_TABLE);
+  lua_getfield(L, -1, LUA_LOADLIBNAME);
+  lua_pushstring(L, ((host::sharedDirectory() / "lua" / "?.lua").string() + ';').c_str());
+  lua_getfield(L, -2, "path");
+  lua_concat(L, 2);
+  lua_setfield(L, -2, "path");
+  lua_pop(L, 2);
+}
 
 int makeLibrary(lua_State* L) {
   luaL_newlib(L, kFunctions);
@@ -72,6 +110,7 @@ int makeLibrary(lua_State* L) {
 
 void openLibrary(lua_State* L) {
   openObjects(L);
+  addModules(L);
   luaL_requiref(L, "zel", makeLibrary, 1);
   lua_pop(L, 1);
 }
