@@ -9,6 +9,7 @@ A script is what one connection does, step by step:
     Body(n)     reads n bytes
     RESET       ends the connection with a reset
     HOLD        waits until the client goes
+    a function  called
 
 After the last step the connection is closed. What the client sent stands in `received`, one entry a connection.
 """
@@ -58,10 +59,10 @@ class Responder:
 
     @staticmethod
     def _play(connection, script, received):
-        def read(enough):
+        def read(end=None, size=1 << 62):
             start = len(received)
-            while not enough(received[start:]):
-                data = connection.recv(1)
+            while len(received) - start < size and not (end and received.endswith(end, start)):
+                data = connection.recv(1 if end else min(size - (len(received) - start), 65536))
                 if not data:
                     return
                 received.extend(data)
@@ -72,15 +73,17 @@ class Responder:
                     if isinstance(step, bytes):
                         connection.sendall(step)
                     elif isinstance(step, Body):
-                        read(lambda data, size=step: len(data) >= size)
+                        read(size=step)
                     elif isinstance(step, (int, float)):
                         time.sleep(step)
+                    elif callable(step):
+                        step()
                     elif step == HEAD:
-                        read(lambda data: data.endswith(b"\r\n\r\n"))
+                        read(end=b"\r\n\r\n")
                     elif step == LINE:
-                        read(lambda data: data.endswith(b"\n"))
+                        read(end=b"\n")
                     elif step == HOLD:
-                        read(lambda data: False)
+                        read()
                     elif step == RESET:
                         connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
         except OSError:

@@ -1,0 +1,80 @@
+"""Requests through a real proxy."""
+
+import json
+
+import pytest
+from ftp_proxy_servers import Tinyproxy
+from lighttpd import PASSWORD, USER
+from responder import HEAD, Responder
+from transfer import transfer
+
+LOGIN = ["proxyuser=clerk", "proxypassword=s3cret"]
+
+
+@pytest.fixture(scope="module")
+def proxy(tmp_path_factory):
+    with Tinyproxy(tmp_path_factory.mktemp("proxy")) as server:
+        yield server
+
+
+@pytest.fixture(scope="module")
+def guarded(tmp_path_factory):
+    with Tinyproxy(tmp_path_factory.mktemp("proxy"), "clerk", "s3cret") as server:
+        yield server
+
+
+def through(server, *arguments, environment=None):
+    return transfer("proxy=127.0.0.1", f"proxyport={server.port}", "tobuf=1", "verbose=1", *arguments,
+                    environment=environment)
+
+
+def test_plain_requests_go_through_the_proxy(http, proxy):
+    everything = {"NO_PROXY": "*", "no_proxy": "*"}
+    outcome = through(proxy, f"url={http.url}/cgi-bin/echo", "request=get", environment=everything)
+    assert "theproxy" in json.loads(outcome.response["buffer"])["environment"]["HTTP_VIA"]
+    assert f"GET {http.url}/cgi-bin/echo" in proxy.log()
+
+
+def test_tls_is_tunnelled(http, proxy):
+    outcome = through(proxy, f"cainfo={http.ca}", "header=X-Mine: 1", f"url={http.tls_url}/cgi-bin/echo", "request=get")
+    environment = json.loads(outcome.response["buffer"])["environment"]
+    assert "HTTP_VIA" not in environment and environment["HTTP_X_MINE"] == "1"
+    assert f"CONNECT localhost:{http.tls_port}" in proxy.log()
+    assert "Established" not in outcome.response["header"] and outcome.response["text"] == "OK"
+    connect = next(line for line in outcome.lines if "Header Out:  CONNECT" in line)
+    assert "X-Mine" not in connect
+
+
+@pytest.mark.parametrize("method, works", [(0, False), (1, True), (2, False), (3, True)])
+def test_proxy_authentication_methods(http, guarded, method, works):
+    for url in (f"{http.url}/cgi-bin/echo", f"{http.tls_url}/cgi-bin/echo"):
+        outcome = through(guarded, *LOGIN, f"proxyauthent={method}", f"cainfo={http.ca}", f"url={url}", "request=get")
+        if works:
+            got = json.loads(outcome.response["buffer"])
+            assert outcome.result == "ok" and "HTTP_PROXY_AUTHORIZATION" not in got["environment"]
+        else:
+            assert "407" in outcome.result and outcome.response["hasBuffer"] == "no"
+        assert "Y2xlcms6czNjcmV0" not in outcome.trace and "s3cret" not in outcome.trace + outcome.result
+
+
+def test_proxy_and_server_ask_for_their_own_credentials(http, guarded):
+    outcome = through(guarded, *LOGIN, "proxyauthent=1", f"user={USER}", f"password={PASSWORD}", "sendmemory=posted",
+                      f"url={http.url}/digest/cgi-bin/echo", "request=post")
+    got = json.loads(outcome.response["buffer"])
+    assert (got["body"], got["environment"]["REMOTE_USER"]) == ("posted", USER)
+
+
+def test_digest_answers_a_proxys_challenge():
+    challenge = (b"HTTP/1.1 407 No\r\nProxy-Authenticate: Digest realm=\"r\", nonce=\"n\", qop=\"auth\"\r\n"
+                 b"Content-Length: 2\r\n\r\nno")
+    with Responder([HEAD, challenge, HEAD, b"HTTP/1.1 200 OK\r\nContent-Length: 3\r\n\r\nyes"]) as server:
+        outcome = through(server, *LOGIN, "proxyauthent=2", "url=http://elsewhere.invalid/", "request=get")
+    assert (outcome.result, outcome.response["buffer"]) == ("ok", "yes")
+    first, second = server.requests[0].split("\r\n\r\n")[:2]
+    assert "Authorization" not in first
+    assert "Proxy-Authorization: Digest username=\"clerk\"" in second and "s3cret" not in second
+
+
+def test_proxy_that_is_not_there(http):
+    outcome = transfer("proxy=127.0.0.1", "proxyport=1", "tobuf=1", f"url={http.url}/hello.txt", "request=get")
+    assert outcome.status == 7 and "port 1 " in outcome.result
