@@ -19,6 +19,12 @@ constexpr OgcVersionRule anyVersion{{}, "", ""};
 
 enum Element : int { SERVICE_EXCEPTION = 14, EXCEPTION = 16, EXCEPTION_TEXT = 17 };
 
+/// Place of the first blank or comma.
+std::size_t endOfName(std::string_view s, std::size_t from) noexcept {
+  while (from < s.size() && s[from] != ' ' && s[from] != ',') ++from;
+  return from < s.size() ? from : s.npos;
+}
+
 } // namespace
 
 COgcUtf8::COgcUtf8() = default;
@@ -69,13 +75,13 @@ void COgcSaxHelper::AppendStrings(const char** dst, std::string_view src, int tr
 void COgcSaxHelper::ParseConcatenatedValues(std::string_view s, int trimTrailing) {
   if (pCurNode == nullptr) return;
   const std::size_t first = s.find_first_not_of(' ');
-  std::size_t end = first == s.npos ? s.npos : s.find_first_of(" ,", first);
+  std::size_t end = first == s.npos ? s.npos : endOfName(s, first);
   AppendStrings(&pCurNode->str, s.substr(0, end), trimTrailing, 0);
   while (end != s.npos) {
     const std::size_t begin = s.find_first_not_of(' ', end + 1);
     if (begin == s.npos || s[begin] == ',') return;
-    end = s.find_first_of(" ,", begin);
-    AddCurrentNode(nullptr);
+    end = endOfName(s, begin);
+    AddCurrentNode(&pCurNode->next);
     AppendStrings(&pCurNode->str, s.substr(begin, end - begin).substr(0, nameLimit), trimTrailing, 0);
   }
 }

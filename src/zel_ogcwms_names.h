@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <span>
+#include <unordered_map>
 #include <vector>
 
 struct xWmsLayer_t;
@@ -19,7 +20,7 @@ public:
   /// Walks the names of one layer after the other without allocating for each. Valid until the document is released.
   class Reader {
   public:
-    explicit Reader(const COgcWmsNames& names) : m_names(&names), m_seen(names.m_idCount) {}
+    explicit Reader(const COgcWmsNames& names) : m_names(&names), m_seen(names.m_idOf.size() + firstId) {}
     /// Starts with the first name of `layer`.
     void open(const xWmsLayer_t& layer) noexcept;
     /// The next name, null when there is none left. A node's text is null when it is absent.
@@ -47,13 +48,18 @@ public:
   void clear() noexcept;
 
 private:
-  static constexpr std::uint32_t absent = 0; ///< id of a name without text
-  static constexpr std::uint32_t blank = 1;  ///< id of an empty text, which is taken over as an absent one
+  /// Ids of names; equal names have equal ones.
+  enum Id : std::uint32_t {
+    absent,   ///< a name without text
+    blank,    ///< an empty text, which is taken over as an absent one
+    unshared, ///< a name of an innermost layer that no enclosing layer has
+    firstId
+  };
 
   struct Own {
     const xNodeStr_t* names = nullptr;
-    std::size_t firstId = 0;
-    std::size_t size = 0;
+    std::size_t ids = 0;  ///< place of the first name's id
+    std::size_t size = 0; ///< number of ids
     int parent = -1;
     int outer = -1;    ///< nearest enclosing layer with names, -1 none
     int takenOver = 0; ///< number of names from enclosing layers
@@ -61,14 +67,22 @@ private:
     int blank = 0;     ///< empty ones among the own names
   };
 
-  class Ids;
+  struct FoldedHash { // FNV-1a over the lower-case bytes, http://www.isthe.com/chongo/tech/comp/fnv/
+    std::size_t operator()(const char* name) const noexcept;
+  };
+  struct FoldedEqual {
+    bool operator()(const char* a, const char* b) const noexcept;
+  };
+  class Lookup;
   class OpenNames;
+
+  [[nodiscard]] std::uint32_t idOf(const char* name) const;
 
   [[nodiscard]] std::span<const std::uint32_t> idsOf(int layer) const noexcept;
 
   xNodeStr_t* xWmsLayer_t::*m_list;
   int xWmsLayer_t::*m_count;
   std::vector<Own> m_own;           ///< by layer; empty when nothing is taken over
-  std::vector<std::uint32_t> m_ids; ///< of all own names, layer by layer
-  std::size_t m_idCount = 0;
+  std::vector<std::uint32_t> m_ids; ///< of the own names of layers that others are in, layer by layer
+  std::unordered_map<const char*, std::uint32_t, FoldedHash, FoldedEqual> m_idOf; ///< of these layers' names
 };

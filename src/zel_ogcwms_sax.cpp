@@ -68,6 +68,7 @@ enum Name : int {
   N_NORTH,
   N_ONLINE_RESOURCE,
   N_POST_CODE,
+  N_REPORT,
   N_SCALE_HINT,
   N_SERVICE,
   N_SOUTH,
@@ -100,6 +101,9 @@ const COgcNames& names() {
                                {"DataURL", N_DATA_URL},
                                {"Dimension", N_DIMENSION},
                                {"eastBoundLongitude", N_EAST},
+                               {"Exception", N_REPORT},
+                               {"ExceptionReport", N_REPORT},
+                               {"ExceptionText", N_REPORT},
                                {"EX_GeographicBoundingBox", N_EX_GEO},
                                {"Extent", N_EXTENT},
                                {"FeatureListURL", N_FEATURE_URL},
@@ -127,6 +131,8 @@ const COgcNames& names() {
                                {"PostCode", N_POST_CODE},
                                {"ScaleHint", N_SCALE_HINT},
                                {"Service", N_SERVICE},
+                               {"ServiceException", N_REPORT},
+                               {"ServiceExceptionReport", N_REPORT},
                                {"southBoundLatitude", N_SOUTH},
                                {"SRS", N_SRS},
                                {"StateOrProvince", N_STATE},
@@ -182,7 +188,7 @@ struct AttributeRow {
 };
 
 struct FlagRow {
-  const char* attribute; ///< lower case
+  const char* name; ///< lower case
   int xWmsLayer_t::*flag;
   const char* xWmsLayer_t::*text;
 };
@@ -333,13 +339,15 @@ void COgcWmsSaxCapHandler::addText(int& count, xNodeStr_t** head, xNodeStr_t** t
 
 template <typename Rows, typename T>
 void COgcWmsSaxCapHandler::store(const Rows& rows, T& record, const xercesc::Attributes& attrs) {
-  for (const auto& row : rows) GetAttributes(attrs, row.name, &(record.*row.text));
-}
-
-template <typename Rows>
-void COgcWmsSaxCapHandler::storeFlags(const Rows& rows, const xercesc::Attributes& attrs) {
-  for (const auto& row : rows) {
-    if (GetAttributes(attrs, row.attribute, &(m_layer->*row.text))) m_layer->*row.flag = 1;
+  unsigned found = 0; // bit by row: of attributes with the same local name the first counts
+  for (XMLSize_t i = 0; i < attrs.getLength(); ++i) {
+    const XMLCh* name = attrs.getLocalName(i);
+    for (std::size_t row = 0; row < std::size(rows); ++row) {
+      if ((found >> row & 1U) != 0 || !ogcNameEquals(name, rows[row].name)) continue;
+      found |= 1U << row;
+      AppendStrings(&(record.*rows[row].text), m_utf8(attrs.getValue(i)), 0, 0);
+      if constexpr (requires { rows[row].flag; }) record.*rows[row].flag = 1;
+    }
   }
 }
 
@@ -363,7 +371,7 @@ void COgcWmsSaxCapHandler::startElement(const XMLCh*, const XMLCh* localname, co
                                         const xercesc::Attributes& attrs) {
   const int code = names().find(localname);
   m_openElements.push_back(code);
-  if (ExceptionStart(localname, attrs)) return;
+  if (code == N_REPORT && ExceptionStart(localname, attrs)) return;
   switch (code) {
   case N_CAPABILITIES:
     if (iSection == ROOT) break;
@@ -413,7 +421,7 @@ void COgcWmsSaxCapHandler::openLayer(const xercesc::Attributes& attrs) {
   m_lastOfLevel[static_cast<std::size_t>(iLayerDepth) - 1] = m_layer->iIndex;
   m_layer->szVersion = szVersion;
   m_layer->szUpdateSequence = szUpdateSequence;
-  storeFlags(layerFlags, attrs);
+  store(layerFlags, *m_layer, attrs);
   m_layer->nMapFormat = m_mapFormats.count;
   m_layer->pMapFormat = m_mapFormats.head;
   m_layer->nFeatureFormat = m_featureFormats.count;
@@ -436,7 +444,7 @@ void COgcWmsSaxCapHandler::layerElement(int code, const xercesc::Attributes& att
     m_layer->bMaxScale = 1;
     break;
   case N_SCALE_HINT:
-    storeFlags(scaleFlags, attrs);
+    store(scaleFlags, *m_layer, attrs);
     break;
   default:
     break;

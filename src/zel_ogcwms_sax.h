@@ -66,8 +66,6 @@ private:
   void listElement(const Rule& rule, T*& current, int code, const xercesc::Attributes& attrs);
   template <typename Rows, typename T>
   void store(const Rows& rows, T& record, const xercesc::Attributes& attrs);
-  template <typename Rows>
-  void storeFlags(const Rows& rows, const xercesc::Attributes& attrs);
   void addText(int& count, xNodeStr_t** head, xNodeStr_t** tail, int use);
   void collect(const char** text) noexcept;
   void leave() noexcept;
