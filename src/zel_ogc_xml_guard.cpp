@@ -56,7 +56,7 @@ xercesc::MemoryManager* COgcXmlMemory::getExceptionMemoryManager() {
 COgcXmlMemory::COgcXmlMemory(std::size_t limit) : m_limit(limit), m_expansionLimit(expansionLimit) {}
 
 void* COgcXmlMemory::allocate(XMLSize_t size) {
-  if (m_held + size > m_limit && !m_refused) {
+  if (size > m_limit - std::min(m_held, m_limit) && !m_refused) {
     refuse("reading it takes more than " + std::to_string(m_limit >> 20) + " MiB of memory");
   }
   if (isReader(size) && ++m_readers > m_expansionLimit + 1 && !m_refused) {

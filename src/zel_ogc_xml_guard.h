@@ -36,7 +36,7 @@ struct OgcXmlLimits {
 /// The parser holds no document, only what it is reading: there is room for texts of millions of characters.
 constexpr OgcXmlLimits ogcXmlDocumentLimits{40UL << 20, 10'000};
 /// It holds whole schemas, when it reads any.
-constexpr OgcXmlLimits ogcXmlSchemaLimits{256UL << 20, 10'000};
+constexpr OgcXmlLimits ogcXmlSchemaLimits{128UL << 20, 10'000};
 
 /// All memory of one reader, freed with it, also what the parser itself forgets.
 class COgcXmlMemory final : public xercesc::MemoryManager {
