@@ -15,6 +15,7 @@
 #include <string>
 #include <string_view>
 
+#include <poll.h>
 #include <readline/history.h>
 #include <readline/readline.h>
 #include <sys/stat.h>
@@ -30,17 +31,22 @@ constexpr int kHistoryLines = 1000;
 
 volatile std::sig_atomic_t g_dropLine = 0;
 
-/// Reads one character for readline. Ctrl-C drops the line and accepts the empty one.
+/// Reads one character for readline. Ctrl-C drops the line and accepts the empty one; it is looked for now and then,
+/// since it may come just before the wait begins.
 int readKey(FILE* in) {
+  constexpr int kWaitMilliseconds = 200;
   for (;;) {
+    rl_check_signals();
+    if (g_dropLine) {
+      rl_replace_line("", 0);
+      return '\n';
+    }
+    pollfd waiting{::fileno(in), POLLIN, 0};
+    if (::poll(&waiting, 1, kWaitMilliseconds) <= 0) continue;
     unsigned char key = 0;
-    const ssize_t got = ::read(::fileno(in), &key, 1);
+    const ssize_t got = ::read(waiting.fd, &key, 1);
     if (got == 1) return key;
     if (got == 0 || errno != EINTR) return EOF;
-    rl_check_signals();
-    if (!g_dropLine) continue;
-    rl_replace_line("", 0);
-    return '\n';
   }
 }
 
