@@ -43,7 +43,7 @@ forbid_services() {
 }
 
 install() {
-    apt-get install -y --no-install-recommends "$@" </dev/null
+    apt-get -qq install -y --no-install-recommends "$@" </dev/null
 }
 
 main() {
@@ -77,7 +77,7 @@ main() {
     forbid_services
     # Lists that are absent or older than the packages they name: fetched once, and then tried again.
     if ! apt-cache show "${packages[@]}" >/dev/null 2>&1 || ! install "${packages[@]}"; then
-        apt-get update
+        apt-get -qq update
         install "${packages[@]}"
     fi
     local server
