@@ -152,7 +152,6 @@ TEST(OgcUtf8, ConvertsEveryCharacterAndHalvesOfPairs) {
   const std::u16string many(100'000, u'\u20ac');
   EXPECT_EQ(utf8(many.data(), many.size()).size(), 300'000U);
   EXPECT_EQ(utf8(nullptr), "");
-  xercesc::XMLPlatformUtils::Terminate();
 }
 
 TEST(OgcNames, AreFoundInAnyCase) {
