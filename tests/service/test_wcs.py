@@ -5,6 +5,7 @@ import json
 import pytest
 from osgeo import gdal
 
+from conftest import SOURCE
 from lua_json import JSON
 
 gdal.UseExceptions()
@@ -272,3 +273,13 @@ def test_bad_documents(zel, tmp_path):
       wcs:close() wcs = nil
     """, no_leak=True)
     assert done.out == ""
+
+
+@pytest.mark.parametrize("coverages, said", [
+    ("", "seasons: Seasons, -180 -90 to 180 90, from 2024-01-01 to 2024-07-01\n3 coverages"),
+    ("earth seasons", "  Grid             0 0 to 2047 1023, axes x, y, from -180 90 by 0.17578125 0, 0 -0.17578125\n"),
+    ("atlantis", "The service gave no description of atlantis"),
+])
+def test_example(zel, ogc, coverages, said):
+    run = zel(SOURCE / "examples" / "wcs_describe.lua", ogc.service, *coverages.split(), ok=False)
+    assert said in run.out + run.err

@@ -7,6 +7,7 @@ import pytest
 from osgeo import gdal
 from owslib.wms import WebMapService
 
+from conftest import SOURCE
 from lighttpd import make_certificates
 from lua_json import JSON
 
@@ -309,3 +310,18 @@ def test_many_inherited_names(wms, flat):
       for _, i in ipairs{{1, 39}} do print(layers[i].NUM_CRS, #layers[i].CRS, layers[i].CRS[1], layers[i].CRS[6000]) end
     """)
     assert done.out.splitlines() == ["6000\t6000\tEPSG:0\tEPSG:5999"] * 2
+
+
+@pytest.mark.parametrize("script, arguments, said", [
+    ("wms_layers.lua", "{service}", "        Places (Städte, 都市) [places]\n"),
+    ("wms_layers.lua", "{service} zones", "  STYLE: NAME bold, TITLE Red areas, "),
+    ("wms_layers.lua", "{service} atlantis", "has no layer atlantis"),
+    ("wms_layers.lua", "nowhere.xml", "Passed in FROM_FILE does not exist: nowhere.xml"),
+    ("wms_feature_info.lua", "{service} places 8.6 47.4", "name = 'Zürich'"),
+    ("wms_feature_info.lua", "{service} earth 8.6 47.4", "answers no questions about layer earth"),
+    ("wms_feature_info.lua", "{service} places 8.6 47.4 text/html", "no feature format text/html, only text/plain, "),
+    ("wms_feature_info.lua", "{service} places here", "Usage: "),
+])
+def test_examples(zel, ogc, script, arguments, said):
+    run = zel(SOURCE / "examples" / script, *arguments.format(service=ogc.service).split(), ok=False)
+    assert said in run.out + run.err
