@@ -14,7 +14,9 @@ ZEL_HeapVar* objectOf(ZEL_Variable* v) {
   return ZEL_ObjReference(v);
 }
 
-COgcBase* clientIn(const std::int64_t* slot) noexcept { return reinterpret_cast<COgcBase*>(*slot); }
+COgcBase* clientIn(const std::int64_t* slot) noexcept {
+  return reinterpret_cast<COgcBase*>(*slot); // NOLINT(performance-no-int-to-ptr): the tag holds an address
+}
 
 void releaseClient(const OgcService& service, std::int64_t* slot) {
   COgcBase* client = clientIn(slot);

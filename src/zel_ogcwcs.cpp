@@ -4,6 +4,7 @@
 #include "zel_ogc_requests.h"
 #include "zel_ogcwcs_obj.h"
 
+#include <algorithm>
 #include <vector>
 
 const OgcService ogcWcsService{
@@ -180,8 +181,8 @@ ZEL_Variable* ZEL_OgcWcsDescribeCoverage(int argc, ZEL_Variable** argv, const ZE
     const int validationMode = ogcValidationMode(keywords);
     const int schemaChecking = ogcSchemaChecking(keywords);
     const std::vector<std::string> texts = given != nullptr ? ogcTextsOf(given) : std::vector<std::string>{};
-    std::vector<const char*> names;
-    for (const std::string& text : texts) names.push_back(text.c_str());
+    std::vector<const char*> names(texts.size());
+    std::transform(texts.begin(), texts.end(), names.begin(), [](const std::string& text) { return text.c_str(); });
     client.OgcWcsDescribeCoverage(given != nullptr ? names.data() : nullptr, static_cast<int>(names.size()),
                                   ogcOrNull(fromFile), schemaChecking, validationMode);
     const int n = client.OfferingCount();

@@ -212,16 +212,6 @@ def test_service_exceptions(wcs, ogc, wrong, said):
     assert said.lower() in error.lower() and file.endswith("/cov.tiff")
 
 
-def test_over_tls(wcs, ogc):
-    done = wcs(f"""
-      print(try(wcs.GetCoverage, "{RELIEF}"))
-      wcs:SetProperty{{SSL_CERTIFICATE_FILE = "{ogc.ca}"}}
-      print(wcs:GetCoverage("{RELIEF}"), wcs:GetCapabilities())
-    """, ogc.secure_service)
-    refused, fetched = done.out.splitlines()
-    assert "CCurlException" in refused and "ertificate" in refused and fetched.endswith("cov.tiff\t3")
-
-
 REFUSED = {
     'GetCapabilities, {FROM_FILE = "no such"}': "Error: Passed in FROM_FILE does not exist: no such",
     'GetCapabilities, {FROM_URL = ""}': "Error: Passed in FROM_URL is empty.",
