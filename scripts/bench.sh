@@ -1,6 +1,7 @@
-#!/bin/sh
+#!/bin/bash
 # Builds the release and compares it with its peers.
-set -eu
+set -euo pipefail
+cd "$(dirname "$0")/.."
 
 usage() {
     cat <<'TEXT'
@@ -13,15 +14,14 @@ usage: scripts/bench.sh [xml|results|transfer|all]
 TEXT
 }
 
-what=${1:-all}
-case $what in
-xml | results | transfer | all) [ $# -le 1 ] || { usage >&2; exit 2; } ;;
+part=${1:-all}
+case $part in
 -h | --help) usage; exit ;;
-*) echo "bench.sh: '$what' is not something to compare" >&2; usage >&2; exit 2 ;;
+xml | results | transfer | all) [ $# -le 1 ] || { usage >&2; exit 2; } ;;
+*) echo "bench.sh: there is nothing to compare named $part" >&2; usage >&2; exit 2 ;;
 esac
 
-cd "$(dirname "$0")/.."
-cmake --preset release
-cmake --build --preset release --target zel zel_ogc bare_scan buffer_download
-if [ "$what" = all ]; then set -- --page docs/benchmarks.md; else set --; fi
-exec /usr/bin/python3 -B bench/compare.py "$what" --build build "$@"
+scripts/deps.sh all
+scripts/build.sh release -- zel zel_ogc bare_scan buffer_download
+if [ "$part" = all ]; then page=(--page docs/benchmarks.md); else page=(); fi
+exec bench/compare.py "$part" --build build "${page[@]}"
