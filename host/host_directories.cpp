@@ -30,7 +30,7 @@ fs::path executableDirectory() {
 
 fs::path installationRoot() {
   if (const char* root = std::getenv("ZEL_DIR")) return root;
-  const fs::path here = executableDirectory();
+  fs::path here = executableDirectory();
   if (here.empty()) return here;
   const fs::path installed = here.parent_path() / "lib" / "zel";
   std::error_code missing;
@@ -38,7 +38,7 @@ fs::path installationRoot() {
 }
 
 fs::path sharedDirectory() {
-  const fs::path here = executableDirectory();
+  fs::path here = executableDirectory();
   const fs::path installed = here.parent_path() / "share" / "zel";
   std::error_code missing;
   return fs::is_directory(installed, missing) ? installed : here / "share" / "zel";

@@ -88,7 +88,7 @@ const char* typeName(ZEL_Type type) noexcept { return type < kTypes.size() ? kTy
 
 std::string describe(const ZEL_Variable* v) {
   if (!v || v->type == ZEL_TYP_UNDEF) return "an undefined variable";
-  const std::string name = typeName(v->type);
+  std::string name = typeName(v->type);
   if (v->flags & ZEL_V_ARR) return "an array of " + std::to_string(v->n) + " (" + name + ')';
   if (v->type == ZEL_TYP_STRING) return name + " \"" + std::string(text(v->value.str)) + '"';
   if (v->type == ZEL_TYP_STRUCT || v->type == ZEL_TYP_PTR || v->type == ZEL_TYP_OBJREF) return name;

@@ -73,7 +73,7 @@ void pushStructMetatable(lua_State* L, const ZEL_StructDef* sdef) {
   lua_createtable(L, static_cast<int>(sdef->tags.size()), 0);
   for (std::size_t i = 0; i < sdef->tags.size(); ++i) {
     lua_pushstring(L, sdef->tags[i].name.c_str());
-    lua_rawseti(L, -2, static_cast<lua_Integer>(i + 1));
+    lua_rawseti(L, -2, static_cast<lua_Integer>(i) + 1);
   }
   lua_setfield(L, -2, "tags");
   lua_pushliteral(L, "structure");

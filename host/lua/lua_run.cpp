@@ -41,7 +41,7 @@ void setArguments(lua_State* L, const std::string& name, const std::vector<std::
   lua_rawseti(L, -2, 0);
   for (std::size_t i = 0; i < arguments.size(); ++i) {
     lua_pushstring(L, arguments[i].c_str());
-    lua_rawseti(L, -2, static_cast<lua_Integer>(i + 1));
+    lua_rawseti(L, -2, static_cast<lua_Integer>(i) + 1);
   }
   lua_setglobal(L, "arg");
 }
