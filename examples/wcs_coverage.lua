@@ -17,19 +17,6 @@ local url = arg[1] or os.getenv("OGC_SERVER_URL") or ""
 if url == "" then give_up("Usage: zel wcs_coverage.lua [URL [COVERAGE]], or set OGC_SERVER_URL to the URL of a service") end
 if not url:find("?", 1, true) then url = url .. "?" end
 
--- Status lines come without figures; during a transfer progress holds the bytes expected and received.
-local shown = 0
-local function on_status(text, progress)
-  local valid, _, received = table.unpack(progress)
-  if valid == 0 then
-    print("  " .. text)
-  elseif received < shown or received > shown + 200000 then
-    print("  " .. text)
-    shown = received
-  end
-  return 1 -- go on; 0 would cancel
-end
-
 -- A list with no entry arrives as a single empty text.
 local function list(value) return type(value) == "table" and value or {value} end
 
@@ -39,7 +26,7 @@ local function numbers(text)
   return found
 end
 
-local wcs <close> = assert(zel.new("ZELnetOGCWCS", {CALLBACK_FUNCTION = on_status}))
+local wcs <close> = assert(zel.new("ZELnetOGCWCS", {CALLBACK_FUNCTION = require "zel.progress"}))
 wcs:ParseUrl(url)
 
 print("Asking " .. url .. " for its coverages")

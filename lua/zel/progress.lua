@@ -12,6 +12,7 @@ local TERMINAL_PAUSE = 0.1  -- seconds between two drawings
 local PLAIN_PAUSE = 1
 local SPEED_MEMORY = 3      -- seconds in which a change of speed comes to show by two thirds
 local WIDEST = 79
+local FIGURES = 52          -- columns beside the bar
 
 local transfer -- the one that runs
 
@@ -76,7 +77,7 @@ local function draw(t, ended)
   if not width then
     io.stderr:write("  ", text, "\n")
   else
-    local room = math.min(width - #text - 3, 40)
+    local room = width - FIGURES
     if room >= 5 and (not ended or t.now == t.total) then text = bar(t, room) .. " " .. text end
     io.stderr:write(t.drawn and "\27[A\r\27[K" or "", text:sub(1, width), "\n")
   end
