@@ -1,0 +1,129 @@
+"""The status routine that comes with the runner, on a terminal and elsewhere, and what Ctrl-C leaves behind."""
+
+import fcntl
+import os
+import pty
+import re
+import signal
+import struct
+import subprocess
+import termios
+
+import pytest
+
+from conftest import BUILD, SOURCE
+from responder import HEAD, HOLD, Responder
+
+# One transfer on a clock of the test's own: {seconds, total, now} or a status text, one after the other.
+PLAY = """
+local status, now = require "zel.progress", 0
+zel.clock = function() return now end
+for _, step in ipairs(%s) do
+  if type(step) == "string" then
+    assert(status(step, {0, 0, 0, 0, 0}) == 1)
+  else
+    now = step[1]
+    assert(status("x", {1, step[2], step[3], step[4] or 0, step[5] or 0}) == 1)
+  end
+end
+"""
+
+HALF = '{0, 0, 0}, {1, 4000000, 1000000}, {2, 4000000, 2000000}'
+BAR = {0: "[" + "." * 27 + "]", 25: "[" + "#" * 6 + "." * 21 + "]", 50: "[" + "#" * 13 + "." * 14 + "]",
+       100: "[" + "#" * 27 + "]"}
+
+
+def on_terminal(code, environment=None, columns=80):
+    """Runs Lua code on a terminal. Returns the status and the lines that stay on the screen."""
+    parent, child = pty.openpty()
+    fcntl.ioctl(child, termios.TIOCSWINSZ, struct.pack("HHHH", 24, columns, 0, 0))
+    run = subprocess.Popen([BUILD / "zel", "-e", code], stdin=child, stdout=child, stderr=child, close_fds=True,
+                           env=os.environ | {"TERM": "xterm"} | (environment or {}))
+    os.close(child)
+    shown = b""
+    try:
+        while data := os.read(parent, 4096):
+            shown += data
+    except OSError:
+        pass  # the terminal is gone
+    os.close(parent)
+    lines = []
+    for line in shown.decode().replace("\r\n", "\n").split("\n"):
+        if line.startswith("\x1b[A\r\x1b[K"):
+            lines.pop()
+            line = line.removeprefix("\x1b[A\r\x1b[K")
+        lines.append(line)
+    return run.wait(30), lines
+
+
+@pytest.mark.parametrize("steps, screen", [
+    (HALF, [BAR[50] + "  50 %  2.0 MB of 4.0 MB  1.0 MB/s  0:02 left"]),
+    (HALF + ', {4, 4000000, 4000000}, "written"', [BAR[100] + " 4.0 MB in 0:04 (1.0 MB/s)"]),
+    ('{0, 0, 0}, {1, 0, 500}, {2, 0, 1000}, "written"', ["1.0 kB in 0:02 (500 B/s)"]),
+    ('{0, 0, 0}, {9, 0, 0}', ["[###" + "." * 24 + "] waiting 0:09"]),
+    ('{0, 0, 0}, {0.4, 900, 900}, "Map file written to: "', []),
+    # A speed that changes shows at once, but not at once in full.
+    (HALF + ', {3, 4000000, 2000000}', [BAR[50] + "  50 %  2.0 MB of 4.0 MB  552 kB/s  0:04 left"]),
+    # An upload, an hour long.
+    ('{0, 0, 0}, {1, 0, 0, 3661000, 1000}', [BAR[0] + "   0 %  1.0 kB of 3.7 MB  1.0 kB/s  1:01:00 left"]),
+    # A redirect starts anew on the same line.
+    ('{0, 0, 0}, {1, 100, 100}, {1, 4000, 0}, {3, 4000, 1000}', [BAR[25] + "  25 %  1.0 kB of 4.0 kB  500 B/s  0:06 left"]),
+    (HALF + ', "Error: no\\27[2J\\194\\155more", "Warning: w", "other"',
+     ["2.0 MB in 0:02 (1.0 MB/s)", "  Error: no [2J more", "  Warning: w"]),
+    # One that broke off stays as it is, and so does what was printed since.
+    (HALF + ', "Sending Http Get Request: "', [BAR[50] + "  50 %  2.0 MB of 4.0 MB  1.0 MB/s  0:02 left"]),
+])
+def test_terminal(steps, screen):
+    status, lines = on_terminal(PLAY % ("{" + steps + "}"))
+    assert status == 0 and lines == screen + [""]
+
+
+def test_narrow_terminal_gets_no_bar_and_a_dumb_one_plain_lines():
+    code = PLAY % ("{" + HALF + "}")
+    assert on_terminal(code, columns=30)[1] == [" 50 %  2.0 MB of 4.0 MB  1.0 ", ""]
+    assert on_terminal(code, {"TERM": "dumb"})[1][-2] == "   50 %  2.0 MB of 4.0 MB  1.0 MB/s  0:02 left"
+
+
+def test_elsewhere_at_most_a_line_a_second(zel):
+    steps = '"Sending", ' + ", ".join(f"{{{i / 10}, 0, {i * 100}}}" for i in range(40)) + ', "done"'
+    lines = zel(PLAY % ("{" + steps + "}")).err.splitlines()
+    assert lines == ["  Sending", "  500 B  1.0 kB/s", "  1.5 kB  1.0 kB/s", "  2.5 kB  1.0 kB/s",
+                     "  3.5 kB  1.0 kB/s", "  done"]
+
+
+def test_error_begins_on_a_line_of_its_own():
+    _, lines = on_terminal(PLAY % ("{" + HALF + "}") + ' error("failed")')
+    assert re.fullmatch(r"zel: \(command line\):\d+: failed", lines[1]), lines
+
+
+def test_interrupt_cancels_cleanly(tmp_path):
+    """Ctrl-C in the middle of a map: no partial file, the runner's status for an error, and no delay."""
+    head = b"HTTP/1.1 200 OK\r\nContent-Type: image/png\r\nContent-Length: 100000\r\n\r\n"
+    script = tmp_path / "script.lua"
+    script.write_text("""
+      local wms <close> = zel.new("ZELnetOGCWMS", {URL_HOSTNAME = "127.0.0.1", URL_PORT = arg[1], URL_PATH = "ogc",
+                                                  CALLBACK_FUNCTION = require "zel.progress", MAP_FILENAME = "map"})
+      wms:GetMap("a=b")
+    """)
+    with Responder([HEAD, head + b"x" * 5000, HOLD]) as server, \
+            subprocess.Popen([BUILD / "zel", script, str(server.port)], cwd=tmp_path, stderr=subprocess.PIPE, text=True,
+                             env=os.environ | {"ZEL_USER_DIR": str(tmp_path / "user")}) as run:
+        for line in run.stderr:
+            if "5.0 kB" in line:
+                break
+        run.send_signal(signal.SIGINT)
+        rest = run.communicate(timeout=20)[1]
+    assert run.returncode == 1 and "interrupted!" in rest
+    assert not (tmp_path / "map.png").exists()
+
+
+def test_found_once_installed(tmp_path):
+    """The module lies beside the runner's prefix as in an installation."""
+    (tmp_path / "bin").mkdir()
+    (tmp_path / "share" / "zel").mkdir(parents=True)
+    (tmp_path / "bin" / "zel").write_bytes((BUILD / "zel").read_bytes())
+    (tmp_path / "bin" / "zel").chmod(0o755)
+    (tmp_path / "share" / "zel" / "lua").symlink_to(SOURCE / "lua")
+    found = subprocess.run([tmp_path / "bin" / "zel", "-e", "print(package.searchpath('zel.progress', package.path))"],
+                           capture_output=True, text=True, timeout=60, cwd=tmp_path)
+    assert found.stdout == f"{tmp_path}/share/zel/lua/zel/progress.lua\n"
