@@ -176,7 +176,8 @@ end
 local server_words, too_large -- about the picture that is fetched
 
 local function watch_picture(text, figures)
-  server_words = text:match("^Error: Remote OGC server returned .-: %((.*)%)") or server_words
+  local report = text:match("^Error: Remote OGC server returned .-: %((.*)%)")
+  server_words = report and (report:match("Service Exception Text= *(.*)") or report) or server_words
   too_large = too_large or figures[3] > LARGEST
   return not too_large
 end
@@ -184,7 +185,7 @@ end
 -- pcall, but Ctrl-C goes through.
 local function try(...)
   local done, result = pcall(...)
-  if not done and tostring(result):find(":%d+: interrupted!$") then error(result, 0) end
+  if not done and (": " .. tostring(result)):find(": interrupted!$") then error(result, 0) end
   return done, result
 end
 
