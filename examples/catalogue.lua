@@ -357,6 +357,7 @@ ul { margin: 0; padding: 0; list-style: none; } ul ul { padding: 0 10px 4px 22px
 summary { padding: 8px 14px; cursor: pointer; } dd summary { padding: 0; }
 .layer > details > summary { font-weight: 600; } summary code { margin-left: 6px; font-weight: 400; }
 .own { display: flex; flex-wrap: wrap; gap: 6px 20px; align-items: flex-start; padding: 2px 14px 12px; }
+.legends { max-width: 260px; }
 .about { flex: 1 1 380px; min-width: 0; }
 figure { margin: 4px 0 0; } figcaption { color: var(--soft); font-size: 12.5px; }
 figure img { display: block; max-width: 240px; border: 1px solid var(--line); background: #fff; }
@@ -498,7 +499,7 @@ local function legends(layer)
       html[#html + 1] = figure(source, why, "legend", "Legend: " .. name, "Legend of " .. name)
     end
   end
-  return table.concat(html)
+  return #html > 0 and '<div class="legends">' .. table.concat(html) .. "</div>" or ""
 end
 
 local drawn, pictures = 0, 0
