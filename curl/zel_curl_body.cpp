@@ -28,7 +28,7 @@ std::size_t CCurl::takeBody(const char* data, std::size_t size, std::size_t coun
   }
   if (!m_file.isOpen()) return 0;
   const std::size_t written = m_file.write(data, size * count);
-  if (written < size * count) fileFault("Error: Failed to write the data into file, (" + m_file.path() + ")");
+  if (written < size * count) writeFault();
   return written / size;
 }
 
@@ -45,17 +45,17 @@ void CCurl::CurlExamineHeader() {
     return;
   }
   CText* const name = responseFileName();
+  if (name == nullptr) return;
   if (m_requestType == CURL_RQ_HTTP_GET && m_set.extVers == 0) CurlBuildFileName(name);
-  errno = 0;
-  if (name == nullptr || !name->present() || !m_file.open(name->c_str()))
-    fileFault("Error: file open failed. file: (" + (name != nullptr ? name->str() : std::string()) + ")");
+  if (!m_file.open(name->c_str())) fileFault("file open failed. file: (" + name->str() + ")");
 }
 
-// A failure to write is worth more to the user than libcurl's words about it.
+void CCurl::writeFault() { fileFault("Failed to write the data into file, (" + m_file.path() + ")"); }
+
+// What failed here is worth more to the user than libcurl's words about it.
 void CCurl::fileFault(const std::string& problem) {
-  const int reason = errno;
-  m_message = problem.substr(0, 1023);
-  m_fault = reason != 0 ? problem + ": " + std::strerror(reason) : problem;
+  m_fault = problem + ": " + std::strerror(errno);
+  m_message = formatLimited(1023, "Error: %s", problem.c_str());
   tell(m_message);
 }
 
@@ -77,7 +77,7 @@ std::size_t CCurl::supplyBody(char* buffer, std::size_t size) {
   else
     amount = m_upload.file ? std::fread(buffer, 1, amount, m_upload.file.get()) : 0;
   if (amount == 0) {
-    m_fault = "Error: Failed to read the file to send (" + m_set.fileToSend.str() + ")";
+    m_fault = "Failed to read the file to send (" + m_set.fileToSend.str() + ")";
     return CURL_READFUNC_ABORT;
   }
   m_upload.position += static_cast<std::int64_t>(amount);

@@ -307,9 +307,10 @@ private:
   [[nodiscard]] bool isFtp() const noexcept { return (m_requestType & 0x80) != 0; }
   [[nodiscard]] CText* responseFileName() noexcept;
 
-  void tell(std::string text);
+  void tell(const std::string& text);
   [[noreturn]] void fail(const std::string& text);
   void fileFault(const std::string& problem);
+  void writeFault();
 
   std::size_t splitServer(std::string_view url, bool needsPath);
   const RequestKind& checkRequest(const char* url);

@@ -34,7 +34,10 @@ void CCurl::CurlIssueCallback(char const* msg, xProgressValues* progress) {
   if (m_callback(name.data(), m_set.callbackData, msg, progress) == 0) m_cancelled = 1;
 }
 
-void CCurl::tell(std::string text) { CurlIssueCallback(text.c_str(), nullptr); }
+void CCurl::tell(const std::string& text) {
+  const std::string line = text; // the routine may change the message
+  CurlIssueCallback(line.c_str(), nullptr);
+}
 
 int CCurl::xferInfo(void* object, curl_off_t dlTotal, curl_off_t dlNow, curl_off_t ulTotal, curl_off_t ulNow) noexcept {
   return atEdge(object, 1, [&](CCurl& self) {

@@ -138,8 +138,9 @@ void CCurl::CurlProcessRequest(char const* url, int requestType) {
   const CCurlLease lease(this);
   m_requestType = requestType;
   const RequestKind& kind = checkRequest(url);
-  std::vector<char> target(3 * std::strlen(url) + 1);
-  std::strcpy(target.data(), url);
+  const std::string_view text = url;
+  std::vector<char> target(3 * text.size() + 1);
+  text.copy(target.data(), text.size());
   if (isHttp()) CurlEscapeSpaces(target.data(), target.size());
 
   CurlResponseReset();
@@ -152,9 +153,9 @@ void CCurl::CurlProcessRequest(char const* url, int requestType) {
   if (!m_file.wasOpened())
     for (const RequestKind& row : RequestKind::all)
       if (row.file != nullptr) (m_set.*row.file).clear();
-  if (!m_thrown && !m_file.close()) {
+  if (!m_file.close() && code == CURLE_OK) {
     code = CURLE_WRITE_ERROR;
-    fileFault("Error: Failed to write the data into file, (" + m_file.path() + ")");
+    writeFault();
   }
   if (code == CURLE_OK && m_cancelled != 0) code = CURLE_ABORTED_BY_CALLBACK; // asked for in the very last report
 
@@ -188,9 +189,7 @@ CURLcode CCurl::transfer(const RequestKind& kind, const char* target) {
   set.pointer(CURLOPT_ERRORBUFFER, m_errorText.data());
   set.number(CURLOPT_NOSIGNAL, 1);
   set.text(CURLOPT_URL, target);
-  const char* const family = isHttp() ? "http,https" : "ftp,ftps";
-  set.text(CURLOPT_PROTOCOLS_STR, family);
-  set.text(CURLOPT_REDIR_PROTOCOLS_STR, family);
+  set.text(CURLOPT_PROTOCOLS_STR, isHttp() ? "http,https" : "ftp,ftps"); // redirects included
   set.number(CURLOPT_HTTP_VERSION, CURL_HTTP_VERSION_1_1);
   set.number(CURLOPT_FAILONERROR, 0);
   set.number(CURLOPT_AUTOREFERER, 1);

@@ -31,8 +31,9 @@ int compose(char* out, int outSize, const std::string& text) {
 }
 
 int deliver(const CurlText& result, char* out, unsigned long outSize) {
-  if (!result || std::strlen(result.get()) >= outSize) return 0;
-  std::strcpy(out, result.get());
+  const std::string_view text = result ? result.get() : "";
+  if (!result || text.size() >= outSize) return 0;
+  out[text.copy(out, text.size())] = '\0';
   return 1;
 }
 

@@ -171,10 +171,11 @@ def test_encodings(http, echo, tmp_path):
     ("localhost", ["cainfo={ca}", "sslversion=1"], True), ("localhost", ["cainfo={ca}.missing"], False)])
 def test_tls_trusts_the_given_bundle_alone(http, tmp_path, host, settings, works):
     settings = [setting.format(ca=http.ca) for setting in settings]
-    outcome = transfer(*settings, f"getfile={tmp_path / 'f'}", f"url=https://{host}:{http.tls_port}/hello.txt",
+    outcome = transfer(*settings, "verbose=1", f"getfile={tmp_path / 'f'}", f"url=https://{host}:{http.tls_port}/hello.txt",
                        "request=get")
     if works:
         assert outcome.result == "ok" and outcome.response["header"].startswith("HTTP/1.1 200 ")
+        assert "CApath: none" in outcome.trace or "verifypeer=0" in settings
     else:
         assert outcome.status in (60, 77) and not list(tmp_path.iterdir())
         assert outcome.result.startswith("Error: Http Get Request Failed. Error = ")
@@ -310,10 +311,9 @@ def limited(size):
 def test_full_disk_is_an_error_and_leaves_no_partial_file(http, tmp_path, name, limit):
     file = tmp_path / "f"
     outcome = transfer(f"getfile={file}", "extvers=1", f"url={http.url}/{name}", "request=get", preexec_fn=limited(limit))
-    text = f"Error: Failed to write the data into file, ({file})"
-    assert text in outcome.lines and outcome.response["message"] == text
-    assert outcome.result == (f"Error: Http Get Request Failed. Error = {text}: File too large, "
-                              "Curl Error Code = 23..")
+    text = f"Failed to write the data into file, ({file})"
+    assert outcome.lines.count("Error: " + text) == 1 and outcome.response["message"] == "Error: " + text
+    assert outcome.result == f"Error: Http Get Request Failed. Error = {text}: File too large, Curl Error Code = 23.."
     assert outcome.status == 23 and not file.exists()
 
 
@@ -321,7 +321,7 @@ def test_file_that_can_not_be_opened_is_named(http, tmp_path):
     file = tmp_path / "missing" / "f"
     outcome = transfer(f"getfile={file}", "extvers=1", f"url={http.url}/hello.txt", "request=get")
     assert f"Error: file open failed. file: ({file})" in outcome.lines
-    assert outcome.result == (f"Error: Http Get Request Failed. Error = Error: file open failed. file: ({file}): "
+    assert outcome.result == (f"Error: Http Get Request Failed. Error = file open failed. file: ({file}): "
                               "No such file or directory, Curl Error Code = 23..")
 
 

@@ -78,3 +78,11 @@ def test_digest_answers_a_proxys_challenge():
 def test_proxy_that_is_not_there(http):
     outcome = transfer("proxy=127.0.0.1", "proxyport=1", "tobuf=1", f"url={http.url}/hello.txt", "request=get")
     assert outcome.status == 7 and "port 1 " in outcome.result
+
+
+def test_tls_to_the_proxy_trusts_the_same_bundle(http):
+    """The web server takes a proxy's requests for its own files."""
+    for settings, status in ((["cainfo=" + str(http.ca)], 200), ([], 60)):
+        outcome = transfer("proxy=https://localhost", f"proxyport={http.tls_port}", "tobuf=1", *settings,
+                           f"url={http.url}/hello.txt", "request=get")
+        assert outcome.status == status
