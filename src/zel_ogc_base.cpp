@@ -193,3 +193,40 @@ void COgcBase::OgcBaseParseFile(COgcSaxHelper* handler, const char* file, const 
   OgcBaseParse(handler, file, schemaChecking, validationMode);
   copyXMLFile(file, copyBase);
 }
+
+void COgcBase::OgcBaseReadDocument(COgcSaxHelper& handler, const char* fromFile, const CText& keptAs,
+                                   const DocumentTexts& texts, int schemaChecking, int validationMode) {
+  if (fromFile != nullptr) {
+    const std::string copyBase = keptAs.str(); // a status routine may set another one
+    OgcBaseParseFile(&handler, fromFile, texts.parsingFile, copyBase.c_str(), schemaChecking, validationMode);
+    return;
+  }
+  const std::string file = OgcBaseFetch(keptAs.c_str(), texts.request);
+  OgcBaseRefuseHtml();
+  OgcBaseStatus(texts.parsing);
+  OgcBaseParseAnswer(&handler, file.c_str(), schemaChecking, validationMode);
+}
+
+bool COgcBase::OgcBaseReadCapabilities(COgcSaxHelper& handler, const char* service, const char* fromFile,
+                                       const char* fromUrl, const CText& keptAs, int schemaChecking,
+                                       int validationMode) {
+  static constexpr DocumentTexts texts{{"Error: failed to get a capabilities doc",
+                                        "Error: Get Capabilities request failed to retrieve an xml file.",
+                                        "Get Capabilites response written to: "},
+                                       "Parsing GetCapabilities XML doc...",
+                                       "Parsing capabilities from an existing XML file:"};
+  OgcBaseSetQuery(service, "GetCapabilities", "");
+  if (fromFile != nullptr || fromUrl == nullptr)
+    OgcBaseReadDocument(handler, fromFile, keptAs, texts, schemaChecking, validationMode);
+  if (fromUrl != nullptr) OgcBaseFetchUrl(fromUrl, keptAs.c_str());
+  return fromUrl == nullptr;
+}
+
+void COgcBase::OgcBaseSetFileName(CText& slot, const char* name, const char* refusal) {
+  if (name == nullptr || *name == '\0') throw CCurlException(refusal);
+  slot.set(name);
+}
+
+void COgcBase::OgcBaseReportCount(const char* what, std::int64_t count) {
+  OgcBaseStatus((what + std::to_string(count) + '.').c_str());
+}

@@ -83,6 +83,13 @@ protected:
     const char* written;     ///< status line before the file's name
   };
 
+  /// How a document is fetched or read, and what is said on the way.
+  struct DocumentTexts {
+    RequestTexts request;
+    const char* parsing;     ///< status line before an answer is parsed
+    const char* parsingFile; ///< status line before the name of an existing file
+  };
+
   /// Formats "Version=...&Service=...&Request=...rest" and makes it the query.
   void OgcBaseSetQuery(const char* service, const char* request, std::string_view rest);
   /// Composes the URL, performs the HTTP GET into `file`, checks that a file came. \return its name.
@@ -97,6 +104,17 @@ protected:
   /// Parses an existing file and keeps a copy under `copyBase`. \param announce status line before the file's name.
   void OgcBaseParseFile(COgcSaxHelper* handler, const char* file, const char* announce, const char* copyBase,
                         int schemaChecking, int validationMode);
+  /// Reads a document into `handler`: the answer to the query, or `fromFile`, which is then kept as `keptAs`.
+  void OgcBaseReadDocument(COgcSaxHelper& handler, const char* fromFile, const CText& keptAs,
+                           const DocumentTexts& texts, int schemaChecking, int validationMode);
+  /// Reads capabilities, and fetches `fromUrl` when it is given. \return whether the request was for records: a URL is
+  /// only fetched.
+  bool OgcBaseReadCapabilities(COgcSaxHelper& handler, const char* service, const char* fromFile, const char* fromUrl,
+                               const CText& keptAs, int schemaChecking, int validationMode);
+  /// Stores the name of a response file. \throws CCurlException with `refusal` for an empty one.
+  static void OgcBaseSetFileName(CText& slot, const char* name, const char* refusal);
+  /// Tells "what", the count and a point.
+  void OgcBaseReportCount(const char* what, std::int64_t count);
   void OgcBaseClearExceptions() noexcept;
 
   CText m_version;

@@ -43,11 +43,6 @@ const T* listOf(const WcsOffering* offering, WcsList<T> WcsOffering::*list) noex
   return offering != nullptr ? (offering->*list).head : nullptr;
 }
 
-void setFileName(CText& name, const char* text, const char* refusal) {
-  if (text == nullptr || *text == '\0') throw CCurlException(refusal);
-  name.set(text);
-}
-
 /// The Coverage parameter: all names as one comma-separated value.
 std::string coverageParameter(const char* const* names, int count) {
   const auto text = [&](int i) { return std::string_view(names[i] != nullptr ? names[i] : ""); };
@@ -67,36 +62,25 @@ COgcWcs::COgcWcs() : COgcBase("1.0.0") {}
 void COgcWcs::OgcWcsSetVer(const char* version) { OgcBaseStringHandler(&m_version, version); }
 
 void COgcWcs::OgcWcsSetCapFN(const char* name) {
-  setFileName(m_capFileName, name, "Error: Capabilities Filename can not be null.");
+  OgcBaseSetFileName(m_capFileName, name, "Error: Capabilities Filename can not be null.");
 }
 
 void COgcWcs::OgcWcsSetDesCovFN(const char* name) {
-  setFileName(m_desCovFileName, name, "Error: Describe Coverage Filename can not be null.");
+  OgcBaseSetFileName(m_desCovFileName, name, "Error: Describe Coverage Filename can not be null.");
 }
 
 void COgcWcs::OgcWcsSetCovFN(const char* name) {
-  setFileName(m_covFileName, name, "Error: Coverage Filename can not be null.");
+  OgcBaseSetFileName(m_covFileName, name, "Error: Coverage Filename can not be null.");
 }
 
 void COgcWcs::OgcWcsGetCap(const char* fromFile, const char* fromUrl, int schemaChecking, int validationMode) {
-  static constexpr DocumentTexts texts{{"Error: failed to get a capabilities doc",
-                                        "Error: Get Capabilities request failed to retrieve an xml file.",
-                                        "Get Capabilites response written to: "},
-                                       "Parsing GetCapabilities XML doc...",
-                                       "Parsing capabilities from an existing XML file:"};
   const Request request(*this);
   forgetCapabilities();
-  OgcBaseSetQuery("WCS", "GetCapabilities", "");
-  if (fromFile != nullptr || fromUrl == nullptr) {
-    COgcWcsSaxCapHandler handler(*this, m_capabilities);
-    readDocument(handler, fromFile, m_capFileName, texts, schemaChecking, validationMode);
-  }
-  if (fromUrl != nullptr) {
-    OgcBaseFetchUrl(fromUrl, m_capFileName.c_str());
+  COgcWcsSaxCapHandler handler(*this, m_capabilities);
+  if (!OgcBaseReadCapabilities(handler, "WCS", fromFile, fromUrl, m_capFileName, schemaChecking, validationMode))
     return;
-  }
   m_briefCursor = Briefs();
-  reportCount("Number of brief coverage decriptions found: ", BriefCount());
+  OgcBaseReportCount("Number of brief coverage decriptions found: ", BriefCount());
   OgcBaseStatus("Get Capabilites request completed.");
 }
 
@@ -111,8 +95,8 @@ void COgcWcs::OgcWcsDescribeCoverage(const char* const* names, int nameCount, co
   forgetDescription();
   if (names != nullptr) OgcBaseSetQuery("WCS", "DescribeCoverage", coverageParameter(names, nameCount));
   COgcWcsSaxDesCovHandler handler(*this, m_description);
-  readDocument(handler, fromFile, m_desCovFileName, texts, schemaChecking, validationMode);
-  reportCount("Number of Describe Coverages found: ", OfferingCount());
+  OgcBaseReadDocument(handler, fromFile, m_desCovFileName, texts, schemaChecking, validationMode);
+  OgcBaseReportCount("Number of Describe Coverages found: ", OfferingCount());
   OgcBaseStatus("Get DescribeCoverage request completed.");
 }
 
@@ -132,7 +116,7 @@ void COgcWcs::OgcWcsGetCoverage(const char* query) {
     throw CCurlException("Error: Received an XML file instead of a coverage.", Response().contentTypeText.c_str());
   }
   OgcBaseRefuseHtml();
-  reportCount("Number of Coverages retrieved: ", m_coverageCount);
+  OgcBaseReportCount("Number of Coverages retrieved: ", m_coverageCount);
   OgcBaseStatus("Get Coverage request completed.");
 }
 
@@ -249,18 +233,3 @@ void COgcWcs::forgetDescription() noexcept {
   m_description.iCovOfferingCount = 0;
   m_description.arena.release();
 }
-
-void COgcWcs::readDocument(COgcSaxHelper& handler, const char* fromFile, const CText& keptAs,
-                           const DocumentTexts& texts, int schemaChecking, int validationMode) {
-  if (fromFile != nullptr) {
-    const std::string copyBase = keptAs.str(); // a status routine may set another one
-    OgcBaseParseFile(&handler, fromFile, texts.parsingFile, copyBase.c_str(), schemaChecking, validationMode);
-    return;
-  }
-  const std::string file = OgcBaseFetch(keptAs.c_str(), texts.request);
-  OgcBaseRefuseHtml();
-  OgcBaseStatus(texts.parsing);
-  OgcBaseParseAnswer(&handler, file.c_str(), schemaChecking, validationMode);
-}
-
-void COgcWcs::reportCount(const char* what, int count) { OgcBaseStatus((what + std::to_string(count) + '.').c_str()); }

@@ -201,18 +201,8 @@ public:
   [[nodiscard]] const CText& CovFN() const noexcept { return m_covFileName; }
 
 private:
-  struct DocumentTexts {
-    RequestTexts request;
-    const char* parsing;     ///< status line before an answer is parsed
-    const char* parsingFile; ///< status line before the name of an existing file
-  };
-
   void forgetCapabilities() noexcept;
   void forgetDescription() noexcept;
-  /// Parses the answer to the query that was set, or `fromFile` of which a copy is kept.
-  void readDocument(COgcSaxHelper& handler, const char* fromFile, const CText& keptAs, const DocumentTexts& texts,
-                    int schemaChecking, int validationMode);
-  void reportCount(const char* what, int count);
 
   CText m_capFileName{"cap"}, m_desCovFileName{"descov"}, m_covFileName{"cov"};
   WcsCapabilities m_capabilities;

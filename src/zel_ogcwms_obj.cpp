@@ -31,13 +31,6 @@ const T* entryOf(const T* head, int k) noexcept {
   return head;
 }
 
-bool given(const char* text) noexcept { return text != nullptr && *text != '\0'; }
-
-void setFileName(CText& name, const char* text, const char* refusal) {
-  if (!given(text)) throw CCurlException(refusal);
-  name.set(text);
-}
-
 } // namespace
 
 COgcWms::COgcWms() : COgcBase("1.1.1") {}
@@ -78,13 +71,15 @@ int COgcWms::OgcWmsCleanup() {
 }
 
 void COgcWms::OgcWmsSetCapFN(const char* name) {
-  setFileName(szCapFile, name, "Error: Capabilities Filename can not be null.");
+  OgcBaseSetFileName(szCapFile, name, "Error: Capabilities Filename can not be null.");
 }
 
-void COgcWms::OgcWmsSetMapFN(const char* name) { setFileName(szMapFile, name, "Error: Map Filename can not be null."); }
+void COgcWms::OgcWmsSetMapFN(const char* name) {
+  OgcBaseSetFileName(szMapFile, name, "Error: Map Filename can not be null.");
+}
 
 void COgcWms::OgcWmsSetFeatFN(const char* name) {
-  setFileName(szFeatFile, name, "Error: Feature Info Filename can not be null.");
+  OgcBaseSetFileName(szFeatFile, name, "Error: Feature Info Filename can not be null.");
 }
 
 void COgcWms::OgcWmsSetVer(const char* version) { OgcBaseStringHandler(&m_version, version); }
@@ -93,28 +88,11 @@ void COgcWms::OgcWmsGetCap(const char* fromFile, const char* fromUrl, int schema
                            int disableInheritance) {
   const Request request(*this);
   forgetCapabilities();
-  const std::string capFile = szCapFile.str(); // a status routine may set another one
-  OgcBaseSetQuery("WMS", "GetCapabilities", "");
   COgcWmsSaxCapHandler handler(*this);
-  if (given(fromFile)) {
-    OgcBaseParseFile(&handler, fromFile, "Parsing capabilities from an existing XML file:", capFile.c_str(),
-                     schemaChecking, validationMode);
-  } else if (!given(fromUrl)) {
-    const std::string file =
-        OgcBaseFetch(capFile.c_str(), {"Error: failed to get a capabilities doc",
-                                       "Error: Get Capabilities request failed to retrieve an xml file.",
-                                       "Get Capabilites response written to: "});
-    OgcBaseRefuseHtml();
-    OgcBaseStatus("Parsing GetCapabilities XML doc...");
-    OgcBaseParseAnswer(&handler, file.c_str(), schemaChecking, validationMode);
-  }
-  if (given(fromUrl)) {
-    OgcBaseFetchUrl(fromUrl, capFile.c_str());
-    return;
-  }
+  if (!OgcBaseReadCapabilities(handler, "WMS", fromFile, fromUrl, szCapFile, schemaChecking, validationMode)) return;
   pCurLayer = pLayers;
   if (disableInheritance == 0) OgcWmsApplyInheritance();
-  OgcBaseStatus(("Number of layers found: " + std::to_string(nLayers) + '.').c_str());
+  OgcBaseReportCount("Number of layers found: ", nLayers);
   OgcBaseStatus("Get Capabilites request completed.");
 }
 
