@@ -82,9 +82,24 @@ int columns(lua_State* L) {
   return 1;
 }
 
-constexpr luaL_Reg kFunctions[] = {{"new", newObject},   {"load", loadModule}, {"reset", resetSession},
-                                   {"tags", tags},       {"counts", counts},   {"clock", clockSeconds},
-                                   {"columns", columns}, {nullptr, nullptr}};
+/// A function of the library that is written in Lua; its module is loaded on first use.
+template <const char* module>
+int callModule(lua_State* L) {
+  lua_getglobal(L, "require");
+  lua_pushstring(L, module);
+  lua_call(L, 1, 1);
+  lua_insert(L, 1);
+  lua_call(L, lua_gettop(L) - 1, LUA_MULTRET);
+  return lua_gettop(L);
+}
+
+constexpr char kShow[] = "zel.show";
+constexpr char kHelp[] = "zel.help";
+
+constexpr luaL_Reg kFunctions[] = {
+    {"new", newObject},          {"load", loadModule},        {"reset", resetSession}, {"tags", tags},
+    {"counts", counts},          {"clock", clockSeconds},     {"columns", columns},    {"methods", objectMethods},
+    {"show", callModule<kShow>}, {"help", callModule<kHelp>}, {nullptr, nullptr}};
 
 /// Lets `require` find the Lua modules that come with the runner, before others of their names.
 void addModules(lua_State* L) {

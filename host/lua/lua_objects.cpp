@@ -198,6 +198,18 @@ int newObject(lua_State* L) {
   });
 }
 
+int objectMethods(lua_State* L) {
+  const Object& object = checkObject(L, 1);
+  return protect(L, [L, &object] {
+    lua_newtable(L);
+    for (lua_Integer i = 0; const std::string& name : host::methodNames(object.objdef)) {
+      lua_pushlstring(L, name.data(), name.size());
+      lua_rawseti(L, -2, ++i);
+    }
+    return 1;
+  });
+}
+
 ObjectUse::~ObjectUse() {
   --m_object.running;
   deleteHostObject(m_object);

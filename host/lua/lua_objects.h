@@ -24,6 +24,8 @@ void pushObject(lua_State* L, ZEL_HVID hvid);
 
 /// zel.new(class [, properties]): the object, or nil and the message when its INIT says 0.
 int newObject(lua_State* L);
+/// zel.methods(object): the names of its methods, sorted, in capitals.
+int objectMethods(lua_State* L);
 
 /// Counts a running method; the host object outlives it even when a script closes it meanwhile.
 class ObjectUse {

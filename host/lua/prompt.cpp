@@ -8,12 +8,14 @@
 #include <clocale>
 #include <csignal>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <iostream>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include <poll.h>
 #include <readline/history.h>
@@ -90,6 +92,64 @@ std::optional<std::string> readLine(const char* prompt) {
   }
 }
 
+/// Completes names, as the Lua module zel.complete tells. What goes wrong there must not reach readline: nothing is
+/// offered then.
+class Completion {
+public:
+  explicit Completion(lua_State* L) {
+    s_state = L;
+    rl_attempted_completion_function = offer;
+    rl_completer_word_break_characters = kNoWord;
+    rl_completion_append_character = '\0';
+  }
+  ~Completion() {
+    rl_attempted_completion_function = nullptr;
+    s_state = nullptr;
+  }
+  Completion(const Completion&) = delete;
+  Completion& operator=(const Completion&) = delete;
+
+  /// Sets the lines of the statement above the one that is edited.
+  static void setAbove(const std::string& lines) { s_above = lines; }
+
+private:
+  static constexpr const char* kNoWord = " \t\n\"'`!#$%&()*+,-./:;<=>?@[\\]^{|}~";
+
+  static char** offer(const char* word, int start, int) {
+    rl_attempted_completion_over = 1;
+    s_names.clear();
+    s_before = s_above + std::string(rl_line_buffer, static_cast<std::size_t>(start));
+    s_word = word;
+    const StackGuard guard(s_state);
+    lua_pushcfunction(s_state, collect);
+    if (lua_pcall(s_state, 0, 0, 0) != LUA_OK || s_names.empty()) return nullptr;
+    return rl_completion_matches(word, next);
+  }
+
+  static int collect(lua_State* L) {
+    lua_getglobal(L, "require");
+    lua_pushliteral(L, "zel.complete");
+    lua_call(L, 1, 1);
+    lua_pushlstring(L, s_before.data(), s_before.size());
+    lua_pushlstring(L, s_word.data(), s_word.size());
+    lua_call(L, 2, 1);
+    for (lua_Integer i = 1; lua_rawgeti(L, -1, i) == LUA_TSTRING; ++i, lua_pop(L, 1))
+      s_names.emplace_back(lua_tostring(L, -1));
+    return 0;
+  }
+
+  /// The matches one after the other, in memory that readline frees.
+  static char* next(const char*, int state) {
+    if (state == 0) s_next = 0;
+    return s_next < s_names.size() ? ::strdup(s_names[s_next++].c_str()) : nullptr;
+  }
+
+  static inline lua_State* s_state = nullptr;
+  static inline std::string s_above, s_before, s_word;
+  static inline std::vector<std::string> s_names;
+  static inline std::size_t s_next = 0;
+};
+
 /// Whether loading failed only because the text stops too early.
 bool isIncomplete(lua_State* L, int status) {
   if (status != LUA_ERRSYNTAX) return false;
@@ -101,6 +161,7 @@ int load(lua_State* L, const std::string& text) { return luaL_loadbuffer(L, text
 /// Loads one statement or expression, reading on while it is incomplete. \return status of loading, nothing at the end
 /// of input.
 std::optional<int> loadStatement(lua_State* L) {
+  Completion::setAbove("");
   auto text = readLine("> ");
   if (!text) return std::nullopt;
   if (load(L, "return " + *text) == LUA_OK) {
@@ -110,6 +171,7 @@ std::optional<int> loadStatement(lua_State* L) {
   lua_pop(L, 1);
   int status = load(L, *text);
   while (isIncomplete(L, status)) {
+    Completion::setAbove(*text + '\n');
     const auto more = readLine(">> ");
     if (!more) break;
     *text += '\n' + *more;
@@ -136,6 +198,7 @@ void runPrompt(lua_State* L) {
   rl_readline_name = "zel";
   rl_getc_function = readKey;
   const History history;
+  const Completion completion(L);
   lua_settop(L, 0);
   while (const auto status = loadStatement(L)) {
     if (*status != LUA_OK || !callChunk(L, 0, LUA_MULTRET) || !printResults(L)) reportError(L);
