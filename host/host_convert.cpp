@@ -1,5 +1,6 @@
 // Conversion of variables from type to type.
 #include "host_messages.h"
+#include "host_routines.h"
 #include "host_strings.h"
 #include "host_variables.h"
 
@@ -17,7 +18,7 @@ namespace zel::host {
 namespace {
 
 [[noreturn]] void refuse(const ZEL_Variable* v, ZEL_Type to) {
-  raise("Unable to convert " + describe(v) + " to type " + typeName(to) + '.');
+  raise(placeInCall(v) + "Unable to convert " + describe(v) + " to type " + typeName(to) + '.');
 }
 
 /// Calls `f` with the C++ type of a number type. \return whether it is one.
@@ -76,7 +77,7 @@ std::optional<T> readWhole(std::string_view text) {
 }
 
 template <class To>
-To readNumber(std::string_view given) {
+std::optional<To> readNumber(std::string_view given) {
   constexpr std::string_view kBlanks = " \t\r\n";
   std::string_view text = given;
   text.remove_prefix(std::min(text.find_first_not_of(kBlanks), text.size()));
@@ -87,8 +88,7 @@ To readNumber(std::string_view given) {
     if (const auto value = readWhole<std::uint64_t>(text)) return wrap<To>(*value);
   }
   const auto value = readWhole<double>(text);
-  if (!value || (std::is_integral_v<To> && !std::isfinite(*value)))
-    raise("Unable to read the text \"" + std::string(given) + "\" as a number.");
+  if (!value || (std::is_integral_v<To> && !std::isfinite(*value))) return std::nullopt;
   return wrap<To>(*value);
 }
 
@@ -125,17 +125,22 @@ bool convertFrom(const From* from, std::int64_t n, ZEL_Type type, char* out) {
   });
 }
 
-bool convertTexts(const ZEL_STRING* from, std::int64_t n, ZEL_Type type, char* out) {
+bool convertTexts(const ZEL_Variable* v, const ZEL_STRING* from, std::int64_t n, ZEL_Type type, char* out) {
   return withNumberType(type, [&]<class To>(std::type_identity<To>) {
     auto* to = reinterpret_cast<To*>(out);
-    for (std::int64_t k = 0; k < n; ++k) to[k] = readNumber<To>(text(from[k]));
+    for (std::int64_t k = 0; k < n; ++k) {
+      const auto number = readNumber<To>(text(from[k]));
+      if (!number)
+        raise(placeInCall(v) + "Unable to read the text \"" + std::string(text(from[k])) + "\" as a number.");
+      to[k] = *number;
+    }
   });
 }
 
-bool convertElements(ZEL_Type fromType, const char* from, std::int64_t n, ZEL_Type toType, char* out) {
-  if (fromType == ZEL_TYP_STRING) return convertTexts(reinterpret_cast<const ZEL_STRING*>(from), n, toType, out);
+bool convertElements(const ZEL_Variable* v, const char* from, std::int64_t n, ZEL_Type toType, char* out) {
+  if (v->type == ZEL_TYP_STRING) return convertTexts(v, reinterpret_cast<const ZEL_STRING*>(from), n, toType, out);
   bool done = false;
-  withNumberType(fromType, [&]<class From>(std::type_identity<From>) {
+  withNumberType(v->type, [&]<class From>(std::type_identity<From>) {
     done = convertFrom(reinterpret_cast<const From*>(from), n, toType, out);
   });
   return done;
@@ -170,7 +175,7 @@ ZEL_Variable* ZEL_VarTypeConvert(ZEL_Variable* v, ZEL_Type type) {
     out->type = type;
     to = reinterpret_cast<char*>(&out->value);
   }
-  if (!convertElements(v->type, from, n, type, to)) refuse(v, type);
+  if (!convertElements(v, from, n, type, to)) refuse(v, type);
   return out.release();
 }
 

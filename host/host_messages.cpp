@@ -90,6 +90,7 @@ InfoRedirect::~InfoRedirect() { infoSink() = std::move(m_outer); }
 } // namespace zel::host
 
 using zel::host::describe;
+using zel::host::placeInCall;
 using zel::host::raise;
 
 extern "C" {
@@ -117,12 +118,16 @@ void ZEL_MessageFromBlock(ZEL_MsgBlock block, int code, int action, ...) {
   zel::host::inform(text);
 }
 
-void ZEL_MessageVE_REQOBJREF(const ZEL_Variable* v) { raise("An object is required here, not " + describe(v) + '.'); }
+void ZEL_MessageVE_REQOBJREF(const ZEL_Variable* v) {
+  raise(placeInCall(v) + "An object is required here, not " + describe(v) + '.');
+}
 
-void ZEL_MessageVE_REQSTR(const ZEL_Variable* v) { raise("A string is required here, not " + describe(v) + '.'); }
+void ZEL_MessageVE_REQSTR(const ZEL_Variable* v) {
+  raise(placeInCall(v) + "A string is required here, not " + describe(v) + '.');
+}
 
 void ZEL_MessageVE_NOTSCALAR(const ZEL_Variable* v) {
-  raise("A single value is required here, not " + describe(v) + '.');
+  raise(placeInCall(v) + "A single value is required here, not " + describe(v) + '.');
 }
 
 } // extern "C"

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <span>
 #include <unordered_map>
 
 namespace zel::host {
@@ -32,8 +33,13 @@ Frame*& topFrame() {
 /// The call of a routine, innermost on top.
 class Frame {
 public:
-  explicit Frame(const Routine& routine)
-      : m_routine(&routine), m_outer(topFrame()), m_mark(lastTemporary()), m_depth(m_outer ? m_outer->m_depth + 1 : 1) {
+  Frame(const Routine& routine, std::span<ZEL_Variable* const> arguments, const ZEL_Keywords& keywords)
+      : m_routine(&routine),
+        m_arguments(arguments),
+        m_keywords(keywords.keywords, static_cast<std::size_t>(keywords.count)),
+        m_outer(topFrame()),
+        m_mark(lastTemporary()),
+        m_depth(m_outer ? m_outer->m_depth + 1 : 1) {
     topFrame() = this;
   }
   ~Frame() {
@@ -47,12 +53,16 @@ public:
   Frame& operator=(const Frame&) = delete;
 
   const Routine& routine() const noexcept { return *m_routine; }
+  std::span<ZEL_Variable* const> arguments() const noexcept { return m_arguments; }
+  std::span<const ZEL_Keyword> keywords() const noexcept { return m_keywords; }
   int depth() const noexcept { return m_depth; }
   void setResult(const ZEL_Variable* result) noexcept { m_result = result; }
   std::vector<std::vector<Temp>>& kept() noexcept { return m_kept; }
 
 private:
   const Routine* m_routine;
+  std::span<ZEL_Variable* const> m_arguments;
+  std::span<const ZEL_Keyword> m_keywords;
   Frame* m_outer;
   std::uint64_t m_mark;
   int m_depth;
@@ -117,7 +127,7 @@ std::vector<std::string> methodNames(const ZEL_ObjDef* objdef) {
 }
 
 Temp callRoutine(const Routine& routine, int argc, ZEL_Variable** argv, const ZEL_Keywords& keywords) {
-  Frame frame(routine);
+  Frame frame(routine, {argv, static_cast<std::size_t>(argc)}, keywords);
   checkArguments(routine, argc, keywords);
   ZEL_Variable* result = nullptr;
   std::string failure;
@@ -140,6 +150,16 @@ Temp callRoutine(const Routine& routine, int argc, ZEL_Variable** argv, const ZE
 int routineDepth() noexcept { return topFrame() ? topFrame()->depth() : 0; }
 
 std::string routinePrefix() { return topFrame() ? topFrame()->routine().name + ':' : std::string(); }
+
+std::string placeInCall(const ZEL_Variable* v) {
+  const Frame* frame = topFrame();
+  if (!frame) return "";
+  for (const ZEL_Keyword& keyword : frame->keywords())
+    if (keyword.value == v) return std::string("keyword ") + keyword.name + ": ";
+  const auto found = std::ranges::find(frame->arguments(), v);
+  if (found == frame->arguments().end()) return "";
+  return "argument " + std::to_string(found - frame->arguments().begin()) + ": ";
+}
 
 std::int64_t leakedTemporaries() noexcept { return routines().leaked; }
 

@@ -36,6 +36,8 @@ Temp callRoutine(const Routine& routine, int argc, ZEL_Variable** argv, const ZE
 int routineDepth() noexcept;
 /// "NAME:" of the running routine; empty when none runs.
 std::string routinePrefix();
+/// "keyword NAME: " or "argument N: " when the value is one of the running routine's; otherwise empty.
+std::string placeInCall(const ZEL_Variable* v);
 /// Temporaries that routines have left so far.
 std::int64_t leakedTemporaries() noexcept;
 

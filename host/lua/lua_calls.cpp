@@ -93,7 +93,7 @@ private:
 
   void addInput(std::string name, int value) {
     Keyword& keyword = addKeyword(std::move(name), false);
-    if (lua_isfunction(m_state, value)) {
+    if (lua_isfunction(m_state, value) && keyword.name.ends_with("FUNCTION")) {
       keyword.function = keepFunction(m_state, m_self, value, keyword.name);
       ZEL_VarCopy(host::makeTempString(keyword.function), keyword.value);
     } else {

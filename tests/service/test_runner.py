@@ -91,12 +91,12 @@ def test_values_that_cannot_be_passed(zel, value, why):
     ("o:Echo()", "SAMPLE::ECHO: Incorrect number of arguments: 1 wanted besides the object, 0 given."),
     ("o:Call()", "SAMPLE::CALL: Incorrect number of arguments: 1 to 2 wanted besides the object, 0 given."),
     ("o:Call('f', {X = 1})", "SAMPLE::CALL: Keyword X is not allowed: the routine takes no keywords."),
-    ("o:Echo(1, {X = 1})", "Keyword X is not allowed. Accepted keywords: COUNT, FAIL, NUMBER, TEXT, WATCH."),
+    ("o:Echo(1, {X = 1})", "Keyword X is not allowed. Accepted keywords: COUNT, FAIL, NUMBER, TEXT, WATCH_FUNCTION."),
     ("o:Echo(1, {TEXT = 1, text = 2})", "SAMPLE::ECHO: Keyword TEXT is given twice."),
     ("o:Echo(1, {'TEXT'})", "SAMPLE::ECHO: Keyword TEXT is an input: give it a value."),
     ("o:Echo(1, {COUNT = 1})", "SAMPLE::ECHO: Keyword COUNT is an output"),
     ("o:Echo(1, {5})", "SAMPLE::ECHO: the table of keywords holds a number without a keyword"),
-    ("o:Echo(1, {NUMBER = 'abc'})", 'SAMPLE::ECHO: Unable to read the text "abc" as a number.'),
+    ("o:Echo(1, {NUMBER = 'abc'})", 'SAMPLE::ECHO: keyword NUMBER: Unable to read the text "abc" as a number.'),
     ("o:Nosuch()", 'SAMPLE has no method "Nosuch"; it has CALL, '),
     ("o.Echo(5)", "SAMPLE::ECHO: a method is called with its object"),
     ("o:Fault(1)", "SAMPLE::FAULT: The module failed: out of luck."),
@@ -179,11 +179,11 @@ def test_function_values_as_routines(zel):
         local d = zel.new('Sample')
         kept.object = d
         kept.first = function(text) print('first', text, d) end
-        d:Configure{WATCH = kept.first, TEXT = ''}
-        d:Configure{WATCH = function() print('second') end, TEXT = ''}
+        d:Configure{WATCH_FUNCTION = kept.first, TEXT = ''}
+        d:Configure{WATCH_FUNCTION = function() print('second') end, TEXT = ''}
         collectgarbage()
         print(kept.first)
-        pcall(d.Configure, d, {WATCH = function() end, NOPE = 1})
+        pcall(d.Configure, d, {WATCH_FUNCTION = function() end, NOPE = 1})
         d:Configure{TEXT = ''}
       end
       collectgarbage() collectgarbage()

@@ -28,7 +28,7 @@ constexpr ZEL_KwDef kTable[] = {keyword("COUNT", ZEL_TYP_UNDEF, ZEL_KW_OUT, offs
                                 keyword("FAIL", ZEL_TYP_UNDEF, ZEL_KW_VIN, offsetof(Keywords, fail)),
                                 keyword("NUMBER", ZEL_TYP_LONG, 0, offsetof(Keywords, number)),
                                 keyword("TEXT", ZEL_TYP_STRING, 0, offsetof(Keywords, text)),
-                                keyword("WATCH", ZEL_TYP_UNDEF, ZEL_KW_VIN, offsetof(Keywords, watch)),
+                                keyword("WATCH_FUNCTION", ZEL_TYP_UNDEF, ZEL_KW_VIN, offsetof(Keywords, watch)),
                                 {nullptr, ZEL_TYP_UNDEF, 0, 0, 0, 0}};
 
 /// The keywords of a call, released at the end.
@@ -97,7 +97,7 @@ ZEL_Variable* call(int argc, ZEL_Variable** argv) {
   return ZEL_GettmpInt(answer->value.i);
 }
 
-/// WATCH=name: kept for notify(); COUNT: 32-bit 7.
+/// WATCH_FUNCTION=name: kept for notify(); COUNT: 32-bit 7.
 void configure(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk) {
   static std::string watch;
   const Processed given(argc, argv, argk);
