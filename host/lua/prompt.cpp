@@ -100,7 +100,6 @@ public:
     s_state = L;
     rl_attempted_completion_function = offer;
     rl_completer_word_break_characters = kNoWord;
-    rl_completion_append_character = '\0';
   }
   ~Completion() {
     rl_attempted_completion_function = nullptr;
@@ -117,6 +116,7 @@ private:
 
   static char** offer(const char* word, int start, int) {
     rl_attempted_completion_over = 1;
+    rl_completion_append_character = '\0';
     s_names.clear();
     s_before = s_above + std::string(rl_line_buffer, static_cast<std::size_t>(start));
     s_word = word;

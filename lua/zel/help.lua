@@ -30,7 +30,7 @@ local function print_rows(rows)
     local line = " "
     for i = 1, columns - 1 do
       local cell = plain(row[i])
-      line = line .. " " .. cell .. (" "):rep(widths[i] - utf8.len(cell) + 1)
+      line = line .. " " .. cell .. (" "):rep(widths[i] - utf8.len(cell) + 2)
     end
     print(line .. wrap(plain(row[columns]), #line))
   end
