@@ -27,10 +27,10 @@ local function print_rows(rows)
     for i = 1, columns - 1 do widths[i] = math.max(widths[i] or 0, utf8.len(plain(row[i]))) end
   end
   for _, row in ipairs(rows) do
-    local line = " "
+    local line = "  "
     for i = 1, columns - 1 do
       local cell = plain(row[i])
-      line = line .. " " .. cell .. (" "):rep(widths[i] - utf8.len(cell) + 2)
+      line = line .. cell .. (" "):rep(widths[i] - utf8.len(cell) + 2)
     end
     print(line .. wrap(plain(row[columns]), #line))
   end
