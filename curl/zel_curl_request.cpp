@@ -197,7 +197,8 @@ CURLcode CCurl::transfer(const RequestKind& kind, const char* target) {
   set.number(CURLOPT_MAXREDIRS, -1);
   set.number(CURLOPT_TIMEOUT, m_set.rxTxTimeout);
   set.number(CURLOPT_CONNECTTIMEOUT, m_set.connectTimeout);
-  set.number(CURLOPT_BUFFERSIZE, receiveSize);
+  // Refused while libcurl keeps the buffer of a transfer that ended before it connected; that one serves as well.
+  static_cast<void>(curl_easy_setopt(handle, CURLOPT_BUFFERSIZE, receiveSize));
   set.text(CURLOPT_ACCEPT_ENCODING, encodings[m_set.encode]);
 
   set.number(CURLOPT_SSL_VERIFYHOST, m_set.sslVerifyHost != 0 ? 2 : 0);
