@@ -1,0 +1,213 @@
+"""Scripts that do what they should not: every failure says what is wrong, and the same object works again."""
+
+import pytest
+
+from responder import HEAD, Responder
+
+DOCUMENTS = {
+    "WMS": "<WMT_MS_Capabilities version='1.1.1'><Capability><Layer><Name>a</Name></Layer></Capability>"
+           "</WMT_MS_Capabilities>",
+    "WCS": "<WCS_Capabilities version='1.0.0'><ContentMetadata><CoverageOfferingBrief><name>a</name>"
+           "</CoverageOfferingBrief></ContentMetadata></WCS_Capabilities>",
+}
+COVERAGES = ("<CoverageDescription version='1.0.0'><CoverageOffering><name>a</name></CoverageOffering>"
+             "</CoverageDescription>")
+SERVICES = pytest.mark.parametrize("service", DOCUMENTS)
+
+# good(): a request of the object `o` that has to work, whatever came before it.
+OBJECT = """
+local service = arg[1]
+local o = zel.new("ZELnetOGC" .. service)
+local function good()
+  o:SetProperty{CALLBACK_FUNCTION = "", CALLBACK_DATA = zel.undefined, CAPABILITIES_FILENAME = "kept",
+                PROXY_HOSTNAME = "127.0.0.1", PROXY_PORT = "1", URL_HOSTNAME = "localhost", URL_PORT = 1, URL_PATH = "ows"}
+  o:SetProperty{[(service == "WCS" and "DESCRIBE_COVERAGE" or "MAP") .. "_FILENAME"] = "described"}
+  if o:GetCapabilities{FROM_FILE = "document.xml"} ~= 1 then error("no good request", 2) end
+  if service == "WCS" then o:DescribeCoverage{FROM_FILE = "coverages.xml"} end
+end
+"""
+
+
+@pytest.fixture
+def misuse(zel, tmp_path):
+    def run(code, service, *arguments):
+        (tmp_path / "document.xml").write_text(DOCUMENTS[service])
+        (tmp_path / "coverages.xml").write_text(COVERAGES)
+        return zel(OBJECT + code + "\no:close()", service, *arguments, no_leak=True, timeout=60).out.splitlines()
+
+    return run
+
+
+@SERVICES
+def test_every_wrong_type_for_every_keyword(misuse, service):
+    """What no conversion helps is refused under the keyword's name; whatever else fails says where."""
+    lines = misuse("""
+      local never = {OBJECT = o, STRUCTURE = {A = 1}, STRUCTURES = {{A = 1}, {A = 2}}, UNDEFINED = zel.undefined,
+                     FUNCTION = print, NUMBERS = {1, 2}, TEXTS = {"a", "b"}}
+      local perhaps = {EMPTY = "", WORD = "word", CONTROL = "a\\r\\nb\\1", LONG = ("x"):rep(100000), WIDE = 2^62,
+                       HUGE = 1e300, BELOW = -1, PART = 2.5, NAN = 0/0, YES = true}
+      local takes = {CALLBACK_DATA = {OBJECT = 1, STRUCTURE = 1, STRUCTURES = 1, UNDEFINED = 1, NUMBERS = 1, TEXTS = 1},
+                     CALLBACK_FUNCTION = {FUNCTION = 1}, HEADERS = {NUMBERS = 1, TEXTS = 1}, NAMES = {TEXTS = 1}}
+      local methods = {"Init", "SetProperty", "GetProperty", "GetCapabilities", "GetServiceSection"}
+      for name in (service == "WMS" and "GetLayers" or "DescribeCoverage GetCoverageOffering GetCoverageOfferingBriefs")
+                  :gmatch("%a+") do methods[#methods + 1] = name end
+      local tried = 0
+      local function try(method, keyword, kind, value, must)
+        good()
+        local ok, why = pcall(o[method], o, {[keyword] = value})
+        tried = tried + 1
+        local place = ("ZELNETOGC%s::%s: "):format(service, method:upper())
+        if method == "Init" and kind ~= "FUNCTION" then return end
+        if ok and must or not ok and not why:find(place, 1, true)
+           or must and not (why:find(place .. "keyword " .. keyword .. ": ", 1, true) or why:find("Keyword " .. keyword, 1, true))
+        then print(method, keyword, kind, why) end
+      end
+      for _, method in ipairs(methods) do
+        local accepted = select(2, pcall(o[method], o, {NONSENSE = 1})):match("Accepted keywords: (.*)")
+        for keyword in (accepted or ""):gmatch("[%u_]+") do
+          local may = takes[keyword] or {}
+          for kind, value in pairs(never) do try(method, keyword, kind, value, not may[kind]) end
+          for kind, value in pairs(perhaps) do try(method, keyword, kind, value, method == "GetProperty") end
+        end
+        good()
+      end
+      print(tried > 1000 or tried)
+    """, service)
+    assert lines == ["true"], "\n".join(lines)
+
+
+@SERVICES
+def test_what_is_no_object_of_the_class(misuse, service):
+    query = {"WMS": "GetMap", "WCS": "GetCoverage"}[service]
+    lines = misuse(f"""
+      local function said(f, ...) local ok, why = pcall(f, ...) print(ok, (tostring(why):gsub("\\n.*", ""))) end
+      local closed = zel.new("ZELnetOGC{service}")
+      closed:close()
+      for _, self in ipairs{{5, "o", {{}}, print, true, closed}} do
+        for _, method in ipairs{{"Init", "Cleanup", "SetProperty", "GetProperty", "ParseUrl", "GetCapabilities",
+                                 "GetServiceSection", "{query}"}} do said(o[method], self, "http://a/b?") end
+      end
+      said(o.{query})
+      for _, value in ipairs{{o, 5, true, zel.undefined, {{1, 2}}, print}} do
+        said(o.{query}, o, value)
+        said(o.ParseUrl, o, value)
+      end
+      for _, class in ipairs{{5, true, "", "zelnetogc", "ZELNETOGC{service}::INIT", o}} do said(zel.new, class) end
+      for _, properties in ipairs{{5, "TIMEOUT", print, o, {{TIMEOUT = o}}, {{[1.5] = 2}}, {{[o] = 1}}}} do
+        said(zel.new, "ZELnetOGC{service}", properties)
+      end
+      good()
+      print("good")
+    """, service)
+    assert lines.pop() == "good" and len(lines) == 6 * 8 + 1 + 12 + 6 + 7
+    # INIT answers 0 to what its caller gave wrongly; an object refused there is refused with a message
+    quiet = [line for line in lines if not line.startswith("false\t") and not line.startswith("true\tnil")]
+    assert not quiet and not [line for line in lines if line.endswith("\t")], "\n".join(quiet)
+    named = f"ZELNETOGC{service}::"
+    assert all(named in line for line in lines[:40]) and sum("is closed" in line for line in lines[40:48]) == 8
+    assert all(named in line for line in lines[48:61]), lines[48:61]
+
+
+ROUTINES = {
+    "cancels": "return false",
+    "raises": 'error("at step " .. step)',
+    "raises a table": 'error({step = step})',
+    "overflows": "local function deeper() return 1 + deeper() end return deeper()",
+    "yields": "coroutine.yield()",
+    "returns an object": "return o",
+    "vanishes": "on_status = nil",
+    "turns into another": 'o:SetProperty{CALLBACK_FUNCTION = function() error("the other one") end}',
+    "asks for what is refused": 'o:GetMap("a=b")',
+}
+IMAGE = (b"HTTP/1.1 200 OK\r\nContent-Type: image/png\r\nContent-Length: 4\r\nConnection: close\r\n\r\ndone")
+DOCUMENT = (b"HTTP/1.1 200 OK\r\nContent-Type: text/xml\r\nContent-Length: %d\r\nConnection: close\r\n\r\n"
+            % len(DOCUMENTS["WMS"])) + DOCUMENTS["WMS"].encode()
+
+
+@pytest.mark.parametrize("routine", ROUTINES)
+def test_routine_that_goes_wrong_at_every_step(misuse, tmp_path, routine):
+    """From the first line that it is told to the last: no file in part, and the next request of the object works."""
+    with Responder([HEAD, IMAGE]) as images, Responder([HEAD, DOCUMENT]) as documents:
+        lines = misuse(f"""
+          local function attempt(port, request, name, content, wanted)
+            local failed = 0
+            for wanted_step = 1, 200 do
+              local step = 0
+              os.remove(name)
+              function on_status()
+                step = step + 1
+                if step == wanted_step then {ROUTINES[routine]} end
+              end
+              o:SetProperty{{CALLBACK_FUNCTION = "on_status", PROXY_HOSTNAME = "", URL_HOSTNAME = "127.0.0.1", URL_PORT = port,
+                            URL_PATH = "ows", VERBOSE = 1, MAP_FILENAME = "map", CAPABILITIES_FILENAME = "cap"}}
+              local ok, why = pcall(request)
+              if not ok then failed = failed + 1 end
+              local file = io.open(name)
+              local text = file and file:read("a")
+              if file then file:close() end
+              if text and text ~= content then print("in part", wanted_step, text) end
+              o:SetProperty{{CALLBACK_FUNCTION = ""}}
+              local again, result = pcall(request)
+              if not again then print("not again", wanted_step, result) end
+              if step < wanted_step then return print(failed > 0, wanted_step > 5) end
+            end
+          end
+          attempt(arg[2], function() return o:GetMap("a=b") end, "map.png", "done")
+          attempt(arg[3], function() return o:GetCapabilities() end, "cap.xml", arg[4])
+          on_status = nil
+          good()
+        """, "WMS", images.port, documents.port, DOCUMENTS["WMS"])
+    assert lines == ["true\ttrue"] * 2, "\n".join(lines)
+
+
+@SERVICES
+def test_every_property_changed_in_the_routine(misuse, service):
+    """The transfer that runs keeps what it began with; all that comes next has the new values."""
+    request = {"WMS": "GetMap", "WCS": "GetCoverage"}[service]
+    with Responder([HEAD, IMAGE[:-2], 0.3, IMAGE[-2:]], [HEAD, IMAGE]) as server:
+        lines = misuse(f"""
+          local numbers = {{AUTHENTICATION = 1, PROXY_AUTHENTICATION = 2, ENCODE = 3, TIMEOUT = 7, CONNECT_TIMEOUT = 8,
+                           SSL_VERIFY_HOST = 0, SSL_VERIFY_PEER = 0, VERBOSE = 1, URL_PORT = "98", PROXY_PORT = "99"}}
+          local write_only = {{PASSWORD = 1, PROXY_PASSWORD = 1}}
+          o:SetProperty{{URL_HOSTNAME = "127.0.0.1", URL_PORT = arg[2], URL_PATH = "ows"}}
+          local changed
+          o:SetProperty{{CALLBACK_FUNCTION = function(_, progress)
+            if changed or progress[1] == 0 or progress[3] == 0 then return end
+            changed = 0
+            for name in select(2, pcall(o.SetProperty, o, {{NONSENSE = 1}})):match("keywords: (.*)"):gmatch("[%u_]+") do
+              for _, value in ipairs{{numbers[name] or "old " .. name, numbers[name] or "new"}} do
+                if name == "CALLBACK_FUNCTION" then value = "" end
+                o:SetProperty{{[name] = value}}
+                if not write_only[name] then
+                  local now = o:GetProperty{{name}}[name]
+                  if type(now) == "table" then now = now[#now] end
+                  if now ~= value then print(name, now, value) end
+                end
+              end
+              changed = changed + 1
+            end
+            collectgarbage()
+          end}}
+          local file = io.open(o:{request}("a=b"))
+          print(file:read("a"), changed > 24)
+          file:close()
+          o:SetProperty{{URL_HOSTNAME = "127.0.0.1", URL_PORT = arg[2], PROXY_HOSTNAME = "", URL_SCHEME = "http",
+                        SSL_CERTIFICATE_FILE = ""}}
+          print(o:{request}("c=d"), o:GetProperty{{"CALLBACK_DATA"}}.CALLBACK_DATA)
+        """, service, server.port)
+        second = server.requests[1]
+    assert lines == ["done\ttrue", "new.png\tnew"], "\n".join(lines)
+    assert second.startswith("GET /new?new&Version=") and "\r\nnew" not in second.split("\r\n", 1)[0]
+
+
+def test_offering_that_does_not_exist(misuse):
+    """Whether or not there are others."""
+    lines = misuse("""
+      for i = 1, 2 do
+        for _, index in ipairs{-1, 1, 1e300, 32768} do print(select(2, pcall(o.GetCoverageOffering, o, {INDEX = index}))) end
+        good()
+      end
+      print(o:GetCoverageOffering{INDEX = 0}[1].CO_NAME)
+    """, "WCS")
+    assert lines.pop() == "a" and len(lines) == 8
+    assert all("Error: Invalid index in OgcWcsGetCO call." in line for line in lines)
