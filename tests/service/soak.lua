@@ -88,6 +88,7 @@ local light = {
 local pid = io.open("/proc/self/stat"):read("n")
 
 local function holds()
+  zel.reset() -- connections that may or may not be kept
   collectgarbage()
   collectgarbage()
   local counts, now = zel.counts(), {}
