@@ -1,8 +1,7 @@
 #!/usr/bin/python3
 """Runs the system beside its peers and prints their ratios; scripts/bench.sh calls it.
 
-Every figure is that of a whole process. The programs of a row run in turn, several rounds, and the medians count. Time
-and memory of a process that does next to nothing are taken off where a row says so.
+Every figure is that of a whole process. The programs of a row run in turn, several rounds, and the medians count.
 """
 
 import argparse
@@ -32,10 +31,7 @@ class Cost:
 
     wall: float
     cpu: float
-    memory: float
-
-    def __sub__(self, other):
-        return Cost(self.wall - other.wall, self.cpu - other.cpu, self.memory - other.memory)
+    memory: int
 
 
 @dataclasses.dataclass
@@ -99,11 +95,13 @@ class Bench:
                      f"and ended with {child.returncode}")
         return Cost(wall, usage.ru_utime + usage.ru_stime, int(peak.read_text()) * 1024)
 
-    def measure(self, *programs, rounds=None):
-        """Median costs of programs that run in turn."""
-        costs = [[self.run(program) for program in programs] for _ in range(rounds or self.rounds)]
-        return [Cost(*(statistics.median(dataclasses.astuple(cost)[field] for cost in column) for field in range(3)))
-                for column in zip(*costs)]
+    def compare(self, programs, figures, rounds=None):
+        """Runs the programs in turn. `figures` makes ours and the peer's of their costs; medians of both and of their
+        ratio in each round, in which load from elsewhere weighs alike on both.
+        """
+        pairs = [figures(*map(self.run, programs)) for _ in range(rounds or self.rounds)]
+        ours, peer, ratio = zip(*((ours, peer, ours / peer) for ours, peer in pairs))
+        return statistics.median(ours), statistics.median(peer), statistics.median(ratio)
 
     # The programs
 
@@ -125,34 +123,50 @@ class Bench:
         return self.document(*{"wms": ("wms", "--layers", 0), "briefs": ("wcs-briefs", "--briefs", 1),
                                "offerings": ("wcs-offerings", "--offerings", 1)}[kind])
 
-    def parse_row(self, work, target, kind, records, options, times=1):
-        """Reading a document `times` times in one process."""
-        tiny, document = self.tiny(kind), self.document(*options)
-        ours, start, bare, bare_start = self.measure(
-            self.zel(kind, document, records, times), self.zel(kind, tiny, 1),
-            self.bare_scan(document, times), self.bare_scan(tiny))
-        ours, bare = (ours - start).cpu, (bare - bare_start).cpu
-        return Row(work, milliseconds(ours / times), f"{milliseconds(bare / times)}, bare scan", ours / bare, target)
+    def beside_scan(self, program, tiny_program, tiny, document, times=1, rounds=None):
+        """Reading a document `times` times, above reading a tiny one, beside the bare scan: seconds each time."""
+        return self.compare(
+            (program, tiny_program, self.bare_scan(document, times), self.bare_scan(tiny)),
+            lambda ours, start, bare, bare_start: ((ours.cpu - start.cpu) / times, (bare.cpu - bare_start.cpu) / times),
+            rounds)
 
-    def owslib_row(self, work, options, rounds):
+    def parse_row(self, work, target, kind, records, options, times=1):
+        tiny, document = self.tiny(kind), self.document(*options)
+        ours, bare, ratio = self.beside_scan(self.zel(kind, document, records, times), self.zel(kind, tiny, 1), tiny,
+                                             document, times)
+        return Row(work, milliseconds(ours), f"{milliseconds(bare)}, bare scan", ratio, target)
+
+    def owslib_row(self, work, options, rounds=None):
         tiny, document = self.tiny("wms"), self.document(*options)
-        theirs, start, bare, bare_start = self.measure(self.owslib(document), self.owslib(tiny),
-                                                       self.bare_scan(document), self.bare_scan(tiny), rounds=rounds)
-        theirs, bare = theirs - start, bare - bare_start
-        return Row(work, milliseconds(theirs.cpu), f"{milliseconds(bare.cpu)}, bare scan", theirs.cpu / bare.cpu)
+        theirs, bare, ratio = self.beside_scan(self.owslib(document), self.owslib(tiny), tiny, document, rounds=rounds)
+        return Row(work, milliseconds(theirs), f"{milliseconds(bare)}, bare scan", ratio)
 
     def memory_row(self, work, records, options):
-        ours, empty = self.measure(self.zel("wms", self.document(*options), records),
-                                   Program([self.build / "zel", "-e", ""]), rounds=1)
-        used = (ours - empty).memory
-        return Row(work, mebibytes(used), "64 MiB, allowed", used / (64 * MIB), 1)
+        used, allowed, ratio = self.compare(
+            (self.zel("wms", self.document(*options), records), Program([self.build / "zel", "-e", ""])),
+            lambda ours, empty: (ours.memory - empty.memory, 64 * MIB), rounds=1)
+        return Row(work, mebibytes(used), f"{mebibytes(allowed)}, allowed", ratio, 1)
 
     def results_row(self, work, kind, records, options):
         tiny, document = self.tiny(kind), self.document(*options)
-        taken, read, start = self.measure(self.zel(kind, document, records, number=records),
-                                          self.zel(kind, document, records), self.zel(kind, tiny, 1))
-        taking, reading = (taken - read).cpu, (read - start).cpu
-        return Row(work, milliseconds(taking), f"{milliseconds(reading)}, our parse", taking / reading, 2)
+        taking, reading, ratio = self.compare(
+            (self.zel(kind, document, records, number=records), self.zel(kind, document, records),
+             self.zel(kind, tiny, 1)),
+            lambda taken, read, start: (taken.cpu - read.cpu, read.cpu - start.cpu))
+        return Row(work, milliseconds(taking), f"{milliseconds(reading)}, our parse", ratio, 2)
+
+    def proportion_row(self, work, cost, form, document, records, many, few):
+        """Taking `many` records, for each `few`, beside taking so few."""
+        times = many // few
+        large, small, ratio = self.compare(
+            [self.zel("wms", document, records, number=number) for number in (many, few, None)],
+            lambda large, small, read: ((getattr(large, cost) - getattr(read, cost)) / times,
+                                        getattr(small, cost) - getattr(read, cost)))
+        return Row(work, form(large), form(small), ratio, 1.15)
+
+    def download_row(self, work, program, peer, target, rounds):
+        ours, theirs, ratio = self.compare((program, peer), lambda ours, theirs: (ours.wall, theirs.wall), rounds)
+        return Row(work, milliseconds(ours), f"{milliseconds(theirs)}, curl -o", ratio, target)
 
 
 def xml(bench):
@@ -164,7 +178,7 @@ def xml(bench):
     ratios = [size.ratio for size in sizes]
     yield Row("largest of these ratios beside the smallest", f"{max(ratios):.2f}", f"{min(ratios):.2f}",
               max(ratios) / min(ratios), 1.15)
-    yield bench.owslib_row("70,000 layers by OWSLib", ("wms", "--layers", 70000), 1)
+    yield bench.owslib_row("70,000 layers by OWSLib", ("wms", "--layers", 70000), rounds=1)
     for version in ("1.1.1", "1.3.0"):
         yield row(f"10,000 layers of {version} with 3 styles and 2 dimensions each", 1.5, "wms", 10001,
                   ("wms", "--version", version, "--layers", 10000, "--styles", 3, "--dimensions", 2), 3)
@@ -174,7 +188,7 @@ def xml(bench):
                           ("the same, each layer repeats ten in other case", (*below, "--repeat", 10, "--other-case"))):
         yield row(work, 4, "wms", 1001, options, 20)
         yield bench.memory_row(f"{work}: memory above the empty runner", 1001, options)
-    yield bench.owslib_row("1,000 layers under 6,000 names by OWSLib", below, bench.rounds)
+    yield bench.owslib_row("1,000 layers under 6,000 names by OWSLib", below)
     for work, target, more in (
             ("300 layers that list all 6,000 names of the root", 1.5, ("--names", 0, "--repeat", "all")),
             ("300 layers with 6,000 names of their own each", None, ("--names", many))):
@@ -194,13 +208,9 @@ def results(bench):
     yield bench.results_row("10,000 briefs into a script", "briefs", 10000, ("wcs-briefs", "--briefs", 10000))
 
     document = bench.document("wms", "--layers", 1000, "--root-names", 6000)
-    hundred, quarter, read = bench.measure(*(bench.zel("wms", document, 1001, number=number)
-                                             for number in (100, 25, None)))
-    hundred, quarter = hundred - read, quarter - read
-    for kind, form in (("cpu", milliseconds), ("memory", mebibytes)):
-        large, small = getattr(hundred, kind) / 4, getattr(quarter, kind)
-        yield Row(f"100 layers under 6,000 names into a script, a quarter of the {kind}, beside 25 layers", form(large),
-                  form(small), large / small, 1.15)
+    for cost, form in (("cpu", milliseconds), ("memory", mebibytes)):
+        yield bench.proportion_row(f"100 layers under 6,000 names into a script, a quarter of the {cost}, beside 25",
+                                   cost, form, document, 1001, 100, 25)
 
 
 class StreamingLighttpd(Lighttpd):
@@ -233,16 +243,12 @@ def transfer(bench):
         def to_buffer(name):
             return Program([bench.build / "buffer_download", f"{server.url}/{name}"], str(sizes["large"]))
 
-        ours, theirs = bench.measure(get_coverage("large"), curl("large"), rounds=3 * bench.rounds)
-        yield Row("256 MiB by GetCoverage", milliseconds(ours.wall), f"{milliseconds(theirs.wall)}, curl -o",
-                  ours.wall / theirs.wall, 1)
-        small, = bench.measure(get_coverage("small"))
-        yield Row("256 MiB by GetCoverage: memory, beside 16 MiB", mebibytes(ours.memory), mebibytes(small.memory),
-                  ours.memory / small.memory, 1.05)
+        yield bench.download_row("256 MiB by GetCoverage", get_coverage("large"), curl("large"), 1, 3 * bench.rounds)
+        large, small, ratio = bench.compare((get_coverage("large"), get_coverage("small")),
+                                            lambda large, small: (large.memory, small.memory))
+        yield Row("256 MiB by GetCoverage: memory, beside 16 MiB", mebibytes(large), mebibytes(small), ratio, 1.05)
         for work, name in (("256 MiB into memory", "large"), ("256 MiB, chunked, into memory", "mapserv")):
-            ours, theirs = bench.measure(to_buffer(name), curl(name), rounds=2 * bench.rounds)
-            yield Row(work, milliseconds(ours.wall), f"{milliseconds(theirs.wall)}, curl -o", ours.wall / theirs.wall,
-                      1.5)
+            yield bench.download_row(work, to_buffer(name), curl(name), 1.5, 2 * bench.rounds)
 
 
 PARTS = {part.__name__: part for part in (xml, results, transfer)}
@@ -250,9 +256,9 @@ PARTS = {part.__name__: part for part in (xml, results, transfer)}
 PAGE = """# Benchmarks
 
 Made by `scripts/bench.sh`, which anyone can run again. Each row is one piece of work, done by the system and by what
-stands beside it, in turn in one run; the medians of their processes are compared. Reading documents and handing out
-records counts computing time above that of a tiny document, small documents many times in one process on both sides;
-downloads count time on the clock. The bare scan is the XML parser's default scanner with an empty handler.
+stands beside it, in turn in one run; times, memory and ratios are the medians of the rounds. Reading documents and
+handing out records counts computing time above that of a tiny document, small documents many times in one process on
+both sides; downloads count time on the clock. The bare scan is the XML parser's default scanner with an empty handler.
 Nothing is copied while a document is read: the copy that is kept of it is given its own name.
 Measured on {processor}.
 
