@@ -20,14 +20,19 @@ constexpr std::size_t entityLimit = 8 << 10;   // characters of one entity
 constexpr std::size_t entitiesLimit = 1 << 20; // characters of all entities, each expanded once
 
 // In steps of a few nanoseconds. Each element costs one for each level above it, and for each attribute declared for it
-// eight and the length of the default. Real documents need a few dozen for an element.
+// eight and the lengths of its type, which may list its values, and of the default. Xerces looks names up one by one:
+// each element costs its share of the longest content model, and each name in it its share of the prefixes in scope.
+// Real documents need a few dozen for an element.
 constexpr std::size_t workAtOnce = 50'000'000;
 constexpr std::size_t workPerElement = 200;
 constexpr std::size_t workPerAttribute = 8;
-// A content model becomes an automaton, at a cost that grows with the square of its length.
+constexpr std::size_t modelPerStep = 4; // characters
+constexpr std::size_t prefixesPerStep = 8;
+// A content model becomes an automaton, and the values of an attribute are compared with each other: the cost of both
+// grows with the square of their length.
 constexpr std::size_t modelWork = 32'000'000;
 
-// Each block begins with its size.
+// Each block begins with its size, and takes whole units: pools of other sizes hand out blocks that are not aligned.
 constexpr std::size_t header = alignof(std::max_align_t);
 
 // Xerces makes a new XMLReader for every entity that it expands, of any kind and anywhere: what no callback tells of
@@ -62,7 +67,7 @@ void* COgcXmlMemory::allocate(XMLSize_t size) {
   if (isReader(size) && ++m_readers > m_expansionLimit + 1 && !m_refused) {
     refuse("it expands more than " + std::to_string(m_expansionLimit) + " entities of such size");
   }
-  size += header;
+  size = (size + 2 * header - 1) / header * header;
   auto* block = static_cast<std::byte*>(m_pool.allocate(size, header));
   *reinterpret_cast<std::size_t*>(block) = size;
   m_held += size;
@@ -92,13 +97,14 @@ void COgcXmlGuard::startElement(const XMLCh* uri, const XMLCh* localname, const 
   if (++m_depth > m_depthLimit) {
     throw COgcXmlRefusal("its elements are nested more than " + std::to_string(m_depthLimit) + " deep");
   }
-  m_work += m_depth;
+  m_work += m_depth + m_longestModel / modelPerStep + m_prefixes * (attrs.getLength() + 1) / prefixesPerStep;
   if (!m_attributeWork.empty()) {
     const auto attributes = m_attributeWork.find(qname);
     if (attributes != m_attributeWork.end()) m_work += attributes->second;
   }
   if (m_work > workAtOnce + workPerElement * ++m_elements) {
-    throw COgcXmlRefusal("too many of its elements are deeply nested or have long default attributes");
+    throw COgcXmlRefusal("too many of its elements are deeply nested, have long default attributes or choices, or many "
+                         "prefixes");
   }
   m_next.startElement(uri, localname, qname, attrs);
 }
@@ -153,12 +159,21 @@ void COgcXmlGuard::grow(Entity& entity, std::size_t by) {
 
 void COgcXmlGuard::elementDecl(const XMLCh*, const XMLCh* model) {
   const std::size_t length = xercesc::XMLString::stringLen(model);
-  m_modelWork += length * length;
-  if (m_modelWork > modelWork) throw COgcXmlRefusal("the content models in its DTD are too long");
+  m_longestModel = std::max(m_longestModel, length);
+  addModel(length);
 }
 
-void COgcXmlGuard::attributeDecl(const XMLCh* element, const XMLCh*, const XMLCh*, const XMLCh*, const XMLCh* value) {
-  m_attributeWork[element] += workPerAttribute + xercesc::XMLString::stringLen(value);
+void COgcXmlGuard::attributeDecl(const XMLCh* element, const XMLCh*, const XMLCh* type, const XMLCh*,
+                                 const XMLCh* value) {
+  using xercesc::XMLString;
+  const std::size_t length = XMLString::stringLen(type);
+  addModel(length);
+  m_attributeWork[element] += workPerAttribute + length + XMLString::stringLen(value);
+}
+
+void COgcXmlGuard::addModel(std::size_t length) {
+  m_modelWork += length * length;
+  if (m_modelWork > modelWork) throw COgcXmlRefusal("the content models or the choices in its DTD are too long");
 }
 
 COgcXmlReader::COgcXmlReader(xercesc::ContentHandler* handler, const OgcXmlLimits& limits)

@@ -76,8 +76,14 @@ public:
   void setDocumentLocator(const xercesc::Locator* locator) override { m_next.setDocumentLocator(locator); }
   void startDocument() override { m_next.startDocument(); }
   void endDocument() override { m_next.endDocument(); }
-  void startPrefixMapping(const XMLCh* prefix, const XMLCh* uri) override { m_next.startPrefixMapping(prefix, uri); }
-  void endPrefixMapping(const XMLCh* prefix) override { m_next.endPrefixMapping(prefix); }
+  void startPrefixMapping(const XMLCh* prefix, const XMLCh* uri) override {
+    ++m_prefixes;
+    m_next.startPrefixMapping(prefix, uri);
+  }
+  void endPrefixMapping(const XMLCh* prefix) override {
+    --m_prefixes;
+    m_next.endPrefixMapping(prefix);
+  }
   void startElement(const XMLCh* uri, const XMLCh* localname, const XMLCh* qname,
                     const xercesc::Attributes& attrs) override;
   void endElement(const XMLCh* uri, const XMLCh* localname, const XMLCh* qname) override;
@@ -105,6 +111,7 @@ private:
   };
 
   void grow(Entity& entity, std::size_t by);
+  void addModel(std::size_t length);
 
   xercesc::DefaultHandler m_nobody;
   xercesc::ContentHandler& m_next;
@@ -112,12 +119,14 @@ private:
   std::size_t m_depthLimit;
   std::size_t m_depth = 0;
   std::size_t m_elements = 0;
-  std::size_t m_work = 0; ///< for all elements so far: their levels, and their declared attributes with the defaults
+  std::size_t m_prefixes = 0; ///< in scope
+  std::size_t m_work = 0;     ///< for all elements so far: what the parser does beyond reading their characters
   OgcXmlString m_dtd;
-  std::unordered_map<OgcXmlString, Entity> m_entities;           ///< by name, of parameter entities with the "%"
-  std::size_t m_largest = 1;                                     ///< size of the largest
-  std::size_t m_expandable = 0;                                  ///< size of all together
-  std::size_t m_modelWork = 0;                                   ///< for the content models
+  std::unordered_map<OgcXmlString, Entity> m_entities; ///< by name, of parameter entities with the "%"
+  std::size_t m_largest = 1;                           ///< size of the largest
+  std::size_t m_expandable = 0;                        ///< size of all together
+  std::size_t m_modelWork = 0;                         ///< for the content models and the choices
+  std::size_t m_longestModel = 0;
   std::unordered_map<OgcXmlString, std::size_t> m_attributeWork; ///< of an element of that name
 };
 
