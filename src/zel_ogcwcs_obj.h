@@ -120,7 +120,7 @@ struct WcsDescription {
 };
 
 /// Requests, and what they found. Failures are CCurlExceptions; a failed request leaves what was read so far until the
-/// next one. While a request runs, a second one and the clean-ups are refused.
+/// next one. While a request runs, a second one and the clean-ups of records are refused.
 class COgcWcs final : public COgcBase {
 public:
   COgcWcs();

@@ -501,6 +501,7 @@ void COgcWcsSaxHelper::startElement(const XMLCh*, const XMLCh* localname, const 
     pCurNode = nullptr;
   }
   if (iSection == ROOT && name == m_grammar.root) HandleVersion(attrs);
+  if (iSection == SERVICE && name != N_SERVICE) OpenService();
 
   for (const Rule& rule : m_grammar.rules[name]) {
     if (rule.section != iSection || (rule.subSection != ANY && rule.subSection != iSubSection)) continue;
@@ -545,17 +546,14 @@ void COgcWcsSaxHelper::AddOffering(T** head, T** current, int* count) {
   (*current)->version = szVersion;
   (*current)->updateSequence = szUpdateSequence;
   pCurNode = nullptr;
+  m_collecting = nullptr;
 }
 
 COgcWcsSaxCapHandler::COgcWcsSaxCapHandler(COgcBase& owner, WcsCapabilities& document)
     : COgcWcsSaxHelper(owner, document.arena, Tables::capabilities()), m_document(document) {}
 
-void COgcWcsSaxCapHandler::startElement(const XMLCh* uri, const XMLCh* localname, const XMLCh* qname,
-                                        const xercesc::Attributes& attrs) {
-  if (iSection == SERVICE && pCurService == nullptr) {
-    pCurService = m_document.pService = m_arena.make<WcsService>();
-  }
-  COgcWcsSaxHelper::startElement(uri, localname, qname, attrs);
+void COgcWcsSaxCapHandler::OpenService() {
+  if (pCurService == nullptr) pCurService = m_document.pService = m_arena.make<WcsService>();
 }
 
 void COgcWcsSaxCapHandler::OpenBrief() {

@@ -23,6 +23,8 @@ protected:
   COgcWcsSaxHelper(COgcBase& owner, COgcArena& arena, const Grammar& grammar);
   ~COgcWcsSaxHelper() override = default;
 
+  /// Makes the record of the service section, for its first child.
+  virtual void OpenService() {}
   /// Adds a brief or an offering behind `current`, with its index text and the document's version.
   template <typename T>
   void AddOffering(T** head, T** current, int* count);
@@ -54,11 +56,10 @@ private:
 class COgcWcsSaxCapHandler final : public COgcWcsSaxHelper {
 public:
   COgcWcsSaxCapHandler(COgcBase& owner, WcsCapabilities& document);
-  void startElement(const XMLCh* uri, const XMLCh* localname, const XMLCh* qname,
-                    const xercesc::Attributes& attrs) override;
 
 private:
   friend struct Tables;
+  void OpenService() override;
   void OpenBrief();
 
   WcsCapabilities& m_document;

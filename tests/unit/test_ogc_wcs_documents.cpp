@@ -122,6 +122,10 @@ TEST_F(Wcs, ReadsCapabilities) {
        ""},
       {"an empty service section is none, an unknown child makes one", capabilities("<Service/>"), "", ""},
       {"an unknown child", capabilities("<Service><x/></Service>"), "\nservice:", ""},
+      {"another section is no child, and a brief ends the text before it",
+       capabilities("<Service><ContentMetadata><CoverageOfferingBrief><name>a<CoverageOfferingBrief>lost"
+                    "</CoverageOfferingBrief></name></CoverageOfferingBrief></ContentMetadata></Service>"),
+       "", "\nbrief: index='0' version='1.0.0' name='a'\nbrief: index='1' version='1.0.0'"},
       {"keywords go to the section they are in, runs of text are joined, a child ends the text",
        capabilities("<Service><keyword>R&amp;D<![CDATA[ <x>]]></keyword></Service><ContentMetadata>"
                     "<CoverageOfferingBrief><name>a<x>b</x>c</name><keyword/></CoverageOfferingBrief>"
