@@ -143,8 +143,9 @@ const xWmsLayer_t* COgcWms::OgcWmsGetNextLayer() noexcept {
 }
 
 xWmsLayer_t& COgcWms::layerAt(int i) const {
-  if (i < 0 || i >= nLayers) throw CCurlException("Error: Invalid index in OgcWcsGetLayer call.");
-  return *ppLayerCache[static_cast<std::size_t>(i)];
+  xWmsLayer_t* layer = i >= 0 && i < nLayers ? ppLayerCache[static_cast<std::size_t>(i)] : nullptr;
+  if (layer == nullptr) throw CCurlException("Error: Invalid index in OgcWcsGetLayer call.");
+  return *layer;
 }
 
 const xWmsLayer_t* COgcWms::OgcWmsGetLayer(int i) const { return &layerAt(i); }

@@ -179,8 +179,7 @@ public:
   /// request had read by then stays until the next one.
   /// @{
   /// Gets and parses the capabilities: from the server, from an existing file (`fromFile`), or, with `fromUrl`, writes
-  /// the answer to that URL to the capabilities file, unparsed, to be read later with `fromFile`. Absent: null or
-  /// empty.
+  /// the answer to that URL to the capabilities file, unparsed, to be read later with `fromFile`. Null: not given.
   /// \param schemaChecking,validationMode see COgcBase::OgcBaseParse
   void OgcWmsGetCap(const char* fromFile, const char* fromUrl, int schemaChecking, int validationMode,
                     int disableInheritance);
@@ -209,7 +208,7 @@ public:
   void OgcWmsGetNextLayerSkip(int n);
   /// The layer at the cursor, which moves on; null at the end.
   const xWmsLayer_t* OgcWmsGetNextLayer() noexcept;
-  /// \throws CCurlException for an index out of range.
+  /// \throws CCurlException for an index out of range, and for a layer that is no longer in the cache.
   [[nodiscard]] const xWmsLayer_t* OgcWmsGetLayer(int i) const;
   /// Entry `k` of a list of layer `i`, null when the list is shorter; the first for a `k` below 1.
   /// \throws CCurlException for a layer index out of range.

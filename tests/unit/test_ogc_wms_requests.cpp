@@ -222,6 +222,8 @@ TEST_F(Wms, LayersAreReachedByCursorAndIndex) {
   wms.OgcWmsAllocateLayerPtrCache(10, 1);
   EXPECT_EQ(wms.OgcWmsGetLayer(2)->iIndex, 2);
   EXPECT_EQ(wms.LayerCacheCapacity(), 10);
+  wms.OgcWmsAllocateLayerPtrCache(10, 0);
+  EXPECT_EQ(errorOf([&] { (void)wms.OgcWmsGetLyrStyle(0, 0); }), wrongIndex) << "the cache holds no layer any more";
 }
 
 TEST(WmsSaxHelper, FindsNamesInAnyCase) {
