@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <memory>
 #include <string>
-#include <sys/types.h>
+#include <sys/stat.h>
 
 struct CFileCloser {
   void operator()(std::FILE* file) const noexcept { std::fclose(file); }
@@ -31,12 +31,11 @@ public:
   /// True when a file was opened since `forget`.
   [[nodiscard]] bool wasOpened() const noexcept { return !m_path.empty(); }
   [[nodiscard]] const std::string& path() const noexcept { return m_path; }
-  /// True when `path` names the file that was written.
+  /// True when `path` names the file that was written, unchanged since it was closed.
   [[nodiscard]] bool isAt(const char* path) const noexcept;
 
 private:
   CFilePtr m_file;
   std::string m_path;
-  dev_t m_device = 0;
-  ino_t m_inode = 0;
+  struct stat m_status {}; ///< when it was opened, then when it was closed
 };

@@ -3,7 +3,10 @@
 #include "zel_curl_obj.h"
 
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <gtest/gtest.h>
+#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -348,6 +351,17 @@ TEST(CurlEdge, WhatTheRoutineThrowsStaysInside) {
   EXPECT_EQ(CCurl::CurlHttpPutPostPushCallback(data, 1, 4, &curl), static_cast<std::size_t>(CURL_READFUNC_ABORT));
   EXPECT_EQ(zelCurlOptSeekFunction(nullptr, 0, SEEK_SET), CURL_SEEKFUNC_OK);
   EXPECT_EQ(zelCurlOptSeekFunction(&curl, 0, SEEK_SET), CURL_SEEKFUNC_CANTSEEK) << "nothing is sent";
+}
+
+TEST(CurlFile, KnowsWhatItWrote) {
+  const std::string path = testing::TempDir() + "zel_curl_" + std::to_string(::getpid());
+  CResponseFile file;
+  ASSERT_TRUE(file.open(path.c_str()) && file.write("ours", 4) == 4 && file.close());
+  EXPECT_TRUE(file.isAt(path.c_str()));
+  std::filesystem::remove(path);
+  std::ofstream(path) << "another's"; // on many file systems with the same inode
+  EXPECT_FALSE(file.isAt(path.c_str()));
+  std::filesystem::remove(path);
 }
 
 } // namespace
