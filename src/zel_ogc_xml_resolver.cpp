@@ -3,6 +3,8 @@
 #include "zel_ogc_base.h"
 #include "zel_ogc_sax.h"
 
+#include <algorithm>
+#include <array>
 #include <filesystem>
 #include <fstream>
 #include <memory>
@@ -190,7 +192,7 @@ std::string COgcXmlResolver::fetch(const std::string& url) {
   try {
     transfer.CurlProcessRequest(url.c_str(), CURL_RQ_HTTP_GET);
   } catch (const CCurlException& e) {
-    if (m_cancelled) throw;
+    if (transfer.Response().statusCode == CURLE_ABORTED_BY_CALLBACK && !m_overlong) throw; // by the user
     throw COgcXmlRefusal(m_overlong ? "(" + url + ") is too long" : "(" + url + ") " + e.ErrMsg());
   }
   return transfer.Buffer() != nullptr ? std::string(transfer.Buffer(), transfer.BufferLength()) : std::string();
@@ -202,7 +204,5 @@ int COgcXmlResolver::report(char*, unsigned long self, const char* text, xProgre
     resolver.m_overlong = true;
     return 0;
   }
-  const int answer = resolver.m_client.OgcBaseReport(text, figures);
-  resolver.m_cancelled = resolver.m_cancelled || answer == 0;
-  return answer;
+  return resolver.m_client.OgcBaseReport(text, figures);
 }

@@ -53,6 +53,5 @@ private:
   std::deque<std::string> m_contents; ///< of DTD and schemas, while the parser reads them
   std::size_t m_loaded = 0;           ///< their bytes
   std::set<std::string> m_schemas;    ///< URLs of what was read as a schema
-  bool m_cancelled = false;           ///< by the user
   bool m_overlong = false;            ///< what is being fetched
 };

@@ -235,6 +235,14 @@ TEST_F(Ogc, NothingElseIsRead) {
   EXPECT_EQ(shown(handler.text), "-");
 }
 
+TEST_F(Ogc, AnInterruptWhileAGrammarIsFetchedEndsTheParse) {
+  CCurl::CurlSetInterruptFunc([] { return 1; });
+  EXPECT_EQ(parse(withSchema("http://127.0.0.1:1/x.xsd", ""), 1, 0), "Cancel request detected...Operation canceled..");
+  EXPECT_EQ(parse("<!DOCTYPE a SYSTEM 'http://127.0.0.1:1/x.dtd'><a/>", 0, 1),
+            "Cancel request detected...Operation canceled..");
+  CCurl::CurlSetInterruptFunc(nullptr);
+}
+
 TEST_F(Ogc, SchemasAreReadWithoutTheirDtd) {
   write("a.xsd", "<!DOCTYPE xs:schema SYSTEM 'http://127.0.0.1:1/XMLSchema.dtd' [<!ENTITY % p SYSTEM 'none'> %p;]>" +
                      std::string(schemaHead) + schemaOfA + "</xs:schema>");
