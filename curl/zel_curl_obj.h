@@ -207,7 +207,8 @@ public:
   int CurlBuildUrlRq(char* out, int outSize);
   /// A URL of which only scheme and host are required; query prefix and suffix are not used.
   int CurlBuildUrlRqSimple(char* out, int outSize);
-  /// Splits "scheme://[credentials@]host[:port]/path?query" into scheme, host, port and path.
+  /// Splits "scheme://[credentials@]host[:port]/path?query" into scheme, host, port and path; the query is not kept.
+  /// \throws CCurlException naming what is missing; the parts before it stay set.
   void CurlParseURL(char const* url);
   /// Splits any URL with scheme and host, also into path and query.
   void CurlParseURLSimple(char const* url);

@@ -12,9 +12,8 @@ class COgcSaxHelper;
 /// 0 until the XML platform has been initialised in this process.
 extern int g_iOgcBaseSaxInitialized;
 
-/// Longest composed query or URL, and longest file name, that a request uses.
+/// Longest composed query or URL that a request uses.
 constexpr std::size_t ogcQueryLimit = 4095;
-constexpr std::size_t ogcFileLimit = 1023;
 
 class COgcBase : public CCurl {
 public:
@@ -55,9 +54,7 @@ public:
   /// The same as a warning: also an informational message.
   void OgcBaseWarn(const char* text);
 
-  /// True while a request of this client runs, its parse included.
-  [[nodiscard]] bool Busy() const noexcept { return m_busy; }
-  /// Refuses to go on while a request of this client runs. \throws CCurlException naming `what`.
+  /// Refuses to go on while a request of this client runs, its parse included. \throws CCurlException naming `what`.
   void OgcBaseRequireIdle(const char* what) const;
 
 protected:
