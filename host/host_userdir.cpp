@@ -27,7 +27,9 @@ namespace {
 void makeDirectory(const fs::path& directory) {
   for (fs::path made; const auto& part : directory) {
     made /= part;
-    if (::mkdir(made.c_str(), S_IRWXU) != 0 && errno != EEXIST && !fs::exists(made)) refuse(directory, errno);
+    const int errnum = ::mkdir(made.c_str(), S_IRWXU) == 0 ? 0 : errno;
+    std::error_code unreachable;
+    if (errnum != 0 && errnum != EEXIST && !fs::exists(made, unreachable)) refuse(directory, errnum);
   }
   struct stat found {};
   if (::stat(directory.c_str(), &found) != 0) refuse(directory, errno);

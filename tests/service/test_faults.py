@@ -1,0 +1,280 @@
+"""Disks, directories, servers and signals that fail: the message names the thing, no file is left in part, and the same
+object completes its next request."""
+
+import itertools
+import os
+import resource
+import shlex
+import signal
+import subprocess
+import time
+
+import pytest
+
+from conftest import BUILD
+from responder import HEAD, HOLD, RESET, Responder
+
+OK = b"HTTP/1.1 200 OK\r\nContent-Type: image/png\r\n"
+IMAGE = [HEAD, OK + b"Content-Length: 4\r\nConnection: close\r\n\r\ndone"]
+LARGE = [HEAD, OK + b"Content-Length: 300000\r\nConnection: close\r\n\r\n" + b"x" * 300_000]
+DOCUMENT = "<WMT_MS_Capabilities version='1.1.1'><Capability><Layer><Name>%s</Name></Layer></Capability></WMT_MS_Capabilities>"
+
+OBJECT = """
+local wms <close> = zel.new("ZELnetOGCWMS", {URL_HOSTNAME = "127.0.0.1", URL_PORT = arg[1], URL_PATH = "ogc", MAP_FILENAME = "map"})
+local function exists(name) local f = io.open(name) if f then f:close() end return f ~= nil end
+local function said(f, ...) local ok, why = pcall(f, ...) print(ok and "no error" or (tostring(why):gsub("\\n.*", ""))) end
+local function good(port)
+  wms:SetProperty{URL_PORT = port, MAP_FILENAME = "good", CAPABILITIES_FILENAME = "cap", CALLBACK_FUNCTION = "", TIMEOUT = 60}
+  local file <close> = io.open(wms:GetMap("a=b"))
+  print(file:read("a"))
+end
+"""
+
+
+def run(script, *arguments, cwd, wrap=(), env=None, **more):
+    done = subprocess.run([*wrap, BUILD / "zel", "-e", script, *map(str, arguments)], cwd=cwd, capture_output=True, text=True,
+                          timeout=100, stdin=subprocess.DEVNULL,
+                          env=os.environ | {"ZEL_USER_DIR": str(cwd / "user")} | (env or {}), **more)
+    assert "AddressSanitizer" not in done.stderr and "runtime error" not in done.stderr and done.returncode >= 0, done.stderr
+    return done
+
+
+# ---- disks and directories ----
+
+
+def limited(size):
+    """Keeps files below a size in bytes; to be called in the process."""
+
+    def limit():
+        resource.setrlimit(resource.RLIMIT_FSIZE, (size, size))
+        signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
+
+    return limit
+
+
+def small_disk(directory, kilobytes):
+    """How to run a program that finds little space in the directory, and what it is told: a small disk of its own where
+    disks can be mounted, elsewhere a limit to the size of files."""
+    mount = f"mount -t tmpfs -o size={kilobytes}k none {shlex.quote(str(directory))}"
+    for unshare in (["unshare", "-m"], ["unshare", "-rm"]):
+        if subprocess.run([*unshare, "sh", "-c", mount], capture_output=True).returncode == 0:
+            return {"wrap": [*unshare, "sh", "-c", mount + ' && exec "$@"', "sh"]}, "No space left on device"
+    return {"preexec_fn": limited(kilobytes * 1024)}, "File too large"
+
+
+def test_full_disk(tmp_path):
+    """For the response and for the copy of a document; a smaller file fits."""
+    (tmp_path / "full").mkdir()
+    (tmp_path / "large.xml").write_text(DOCUMENT % ("x" * 300_000))
+    (tmp_path / "small.xml").write_text(DOCUMENT % "x")
+    place, why = small_disk(tmp_path / "full", 64)
+    with Responder(LARGE, IMAGE) as server:
+        lines = run(OBJECT + """
+          wms:SetProperty{MAP_FILENAME = "full/map", CAPABILITIES_FILENAME = "full/cap"}
+          said(wms.GetMap, wms, "a=b")
+          said(wms.GetCapabilities, wms, {FROM_FILE = "large.xml"})
+          print(exists("full/map.png"), exists("full/cap.xml"), #io.popen("ls full"):read("a"))
+          print(wms:GetMap("a=b"), wms:GetCapabilities{FROM_FILE = "small.xml"}, exists("full/cap.xml"))
+        """, server.port, cwd=tmp_path, **place).stdout.splitlines()
+    assert "full/map.png" in lines[0] and why in lines[0]
+    assert "full/cap.xml" in lines[1] and why in lines[1]
+    assert lines[2:] == ["false\tfalse\t0", "full/map.png\t1\ttrue"]
+
+
+def test_device_without_space(tmp_path):
+    (tmp_path / "cap.xml").symlink_to("/dev/full")
+    (tmp_path / "document.xml").write_text(DOCUMENT % "x")
+    with Responder(IMAGE) as server:
+        lines = run(OBJECT + """
+          wms:SetProperty{CAPABILITIES_FILENAME = "cap"}
+          said(wms.GetCapabilities, wms, {FROM_FILE = "document.xml"})
+          good(arg[1])
+        """, server.port, cwd=tmp_path).stdout.splitlines()
+    assert "No space left on device" in lines[0] and "/dev/full" in lines[0] and lines[1] == "done"
+    assert (tmp_path / "cap.xml").is_symlink()
+
+
+# Without its capabilities also the superuser meets the permissions of a directory.
+POWERLESS = ["setpriv", "--bounding-set=-all"] if os.geteuid() == 0 else []
+
+
+def test_names_that_cannot_be_written(tmp_path):
+    (tmp_path / "document.xml").write_text(DOCUMENT % "x")
+    (tmp_path / "read-only").mkdir(mode=0o555)
+    for name in ("directory.png", "directory.xml"):
+        (tmp_path / name).mkdir()
+    long, deep = "n" * 300, "d/" * 2500 + "n"
+    cases = {"read-only/f": "Permission denied", "directory": "Is a directory", "missing/f": "No such file or directory",
+             "document.xml/f": "Not a directory", long: "File name too long", deep: "File name too long"}
+    with Responder(IMAGE) as server:
+        lines = run(OBJECT + """
+          for i = 2, #arg do
+            wms:SetProperty{URL_PORT = arg[1], MAP_FILENAME = arg[i], CAPABILITIES_FILENAME = arg[i]}
+            said(wms.GetMap, wms, "a=b")
+            said(wms.GetCapabilities, wms, {FROM_FILE = "document.xml"})
+            good(arg[1])
+          end
+          said(wms.GetCapabilities, wms, {FROM_FILE = "read-only"})
+          said(wms.GetCapabilities, wms, {FROM_FILE = ("d/"):rep(2500)})
+        """, server.port, *cases, cwd=tmp_path, wrap=POWERLESS).stdout.splitlines()
+    assert len(lines) == 3 * len(cases) + 2
+    for (name, why), got, copied, good in zip(cases.items(), lines[0::3], lines[1::3], lines[2::3]):
+        shown = name[:200]
+        assert shown in got and shown in copied, (got, copied)
+        assert why in copied and (why in got or len(name) > 400) and good == "done", (got, copied, good)
+    assert "unable to read data from file" in lines[-2] and "d/d/d/" in lines[-1]
+    assert sorted(path.name for path in tmp_path.iterdir() if "part" in path.name) == []
+
+
+def test_user_directories_that_cannot_be_used(tmp_path):
+    """The message names the directory and what to do; a script goes on with another object."""
+    (tmp_path / "read-only").mkdir(mode=0o555)
+    (tmp_path / "file").write_text("")
+    store = tmp_path / "half" / "zel" / "ogc_user_files_wms-100"
+    store.parent.mkdir(parents=True)
+    store.write_text("not a directory")
+    cases = {"read-only": "Permission denied", "read-only/below": "Permission denied", "file": "Not a directory",
+             "file/below": "Not a directory", "half": "Not a directory", "n" * 300: "File name too long",
+             "d/" * 2500: "File name too long"}
+    for name, why in cases.items():
+        done = run('print(zel.new("ZELnetOGCWMS"))', cwd=tmp_path, wrap=POWERLESS, env={"ZEL_USER_DIR": str(tmp_path / name)})
+        told = done.stdout + done.stderr
+        assert name[:200] in told and why in told and "Set ZEL_USER_DIR to a directory that can be written" in told, told
+    done = run('print(zel.new("ZELnetOGCWMS"))', cwd=tmp_path, preexec_fn=limited(2))
+    assert "README.txt" in done.stdout + done.stderr and "File too large" in done.stdout + done.stderr
+
+
+# ---- servers ----
+
+
+class Endless:
+    """The steps of a server that never comes to an end, with a pause between them."""
+
+    def __init__(self, *first, then, pause=0.0):
+        self.first, self.then, self.pause = first, then, pause
+
+    def __iter__(self):
+        return itertools.chain(self.first, itertools.cycle([self.then, self.pause]))
+
+
+SERVERS = {
+    "says nothing": [HEAD, HOLD],
+    "stalls in the header": [HEAD, OK + b"X-Half", HOLD],
+    "stalls in the body": [HEAD, OK + b"Content-Length: 100\r\n\r\nhalf", HOLD],
+    "trickles its header": Endless(HEAD, OK, then=b"X", pause=0.02),
+    "trickles its body": Endless(HEAD, OK + b"Content-Length: 100000\r\n\r\n", then=b"x", pause=0.02),
+    "sends endless headers": Endless(HEAD, OK, then=b"X-Line: more of the same\r\n" * 20, pause=0.001),
+    "sends an endless body": Endless(HEAD, OK + b"\r\n", then=b"x" * 10000, pause=0.01),
+    "sends endless interim answers": Endless(HEAD, then=b"HTTP/1.1 102 Processing\r\n\r\n", pause=0.01),
+    "redirects for ever": Endless(then=b"HTTP/1.1 302 Found\r\nLocation: /on\r\nContent-Length: 0\r\n\r\n", pause=0.01),
+}
+BROKEN = {
+    "resets": [HEAD, OK + b"Content-Length: 100\r\n\r\nhalf", 0.1, RESET],
+    "promises more": [HEAD, OK + b"Content-Length: 100\r\n\r\nhalf"],
+    "promises less": [HEAD, OK + b"Content-Length: 4\r\n\r\ndone and more"],
+    "promises nonsense": [HEAD, OK + b"Content-Length: many\r\n\r\nhalf"],
+    "promises a negative length": [HEAD, OK + b"Content-Length: -5\r\n\r\nhalf"],
+    "promises two lengths": [HEAD, OK + b"Content-Length: 4\r\nContent-Length: 9\r\n\r\ndone"],
+    "promises more than there is": [HEAD, OK + b"Content-Length: 99999999999999999999\r\n\r\nhalf"],
+    "goes at once": [],
+}
+# What arrives when a length is no limit, or none that there can be: the body ends with the connection.
+LIKE_NONE = {"promises less": "done", "promises more than there is": "half"}
+
+
+@pytest.mark.parametrize("how", SERVERS)
+def test_server_that_never_ends(tmp_path, how):
+    """TIMEOUT ends it, a cancel ends it, and memory does not follow what it sends."""
+    with Responder(SERVERS[how]) as server, Responder(IMAGE) as sound:
+        began = time.monotonic()
+        lines = run(OBJECT + """
+          for _, timeout in ipairs{1, 60} do
+            local began, calls = os.time(), 0
+            wms:SetProperty{URL_PORT = arg[1], MAP_FILENAME = "map", TIMEOUT = timeout, CALLBACK_FUNCTION = function()
+              return timeout == 1 or os.time() - began < 2
+            end}
+            said(wms.GetMap, wms, "a=b")
+            print(exists("map"), exists("map.png"))
+            good(arg[2])
+          end
+        """, server.port, sound.port, cwd=tmp_path).stdout.splitlines()
+    assert time.monotonic() - began < 40
+    assert "Http Get Request Failed" in lines[0], lines
+    assert "Cancel request detected...Operation canceled." in lines[3] or "Curl Error Code" in lines[3], lines
+    assert lines[1:3] == lines[4:6] == ["false\tfalse", "done"]
+
+
+def test_server_that_breaks_its_word(tmp_path):
+    for how, steps in BROKEN.items():
+        with Responder(steps) as server, Responder(IMAGE) as sound:
+            lines = run(OBJECT + """
+              wms:SetProperty{TIMEOUT = 5}
+              said(wms.GetMap, wms, "a=b")
+              print(exists("map"), exists("map.png") and io.open("map.png"):read("a") or "none")
+              good(arg[2])
+            """, server.port, sound.port, cwd=tmp_path).stdout.splitlines()
+        if how in LIKE_NONE:
+            assert lines[:2] == ["no error", "false\t" + LIKE_NONE[how]], how
+            (tmp_path / "map.png").unlink()
+        else:
+            assert "Error: Http Get Request Failed. Error = " in lines[0] and lines[1] == "false\tnone", (how, lines)
+        assert lines[2] == "done", (how, lines)
+
+
+# ---- signals ----
+
+
+def start(script, port, tmp_path):
+    return subprocess.Popen([BUILD / "zel", "-e", OBJECT + script, str(port)], cwd=tmp_path, text=True, stdin=subprocess.DEVNULL,
+                            stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                            env=os.environ | {"ZEL_USER_DIR": str(tmp_path / "user")})
+
+
+def test_interrupted_system_calls(tmp_path):
+    """Stopping and going on again disturbs neither transfers nor reading and copying."""
+    body = [step for _ in range(60) for step in (b"x" * 500, 0.02)]
+    (tmp_path / "document.xml").write_text(DOCUMENT % ("x" * 3_000_000))
+    with Responder([HEAD, OK + b"Content-Length: 30000\r\n\r\n", *body]) as server:
+        run = start("""
+          print("ready") io.stdout:flush()
+          for _ = 1, 2 do
+            local file <close> = io.open(wms:GetMap("a=b"))
+            print(#file:read("a"))
+            wms:SetProperty{CAPABILITIES_FILENAME = "copy"}
+            print(wms:GetCapabilities{FROM_FILE = "document.xml"})
+          end
+        """, server.port, tmp_path)
+        assert run.stdout.readline() == "ready\n"
+        while run.poll() is None:
+            run.send_signal(signal.SIGSTOP)
+            time.sleep(0.002)
+            run.send_signal(signal.SIGCONT)
+            time.sleep(0.01)
+        out, err = run.communicate(timeout=60)
+    assert (out.split(), err) == (["30000", "1"] * 2, "")
+    assert (tmp_path / "copy.xml").read_bytes() == (tmp_path / "document.xml").read_bytes()
+
+
+@pytest.mark.parametrize("routine", [
+    "nil", "function(_, progress) if progress[3] > 0 then tell() end end",
+    "function(_, progress) if progress[3] > 0 then tell() while true do end end end",
+    "function(_, progress) if progress[3] > 0 then tell() pcall(function() while true do end end) end end"],
+    ids=["none", "quick", "endless", "endless and protected"])
+def test_interrupt_while_transferring(tmp_path, routine):
+    with Responder([HEAD, OK + b"Content-Length: 100000\r\n\r\n" + b"x" * 5000, HOLD]) as server:
+        run = start(f"""
+          function tell() io.stdout:write("half\\n") io.stdout:flush() end
+          wms:SetProperty{{CALLBACK_FUNCTION = {routine} or "", TIMEOUT = 60}}
+          tell()
+          wms:GetMap("a=b")
+          print("not reached")
+        """, server.port, tmp_path)
+        for _ in range(1 if routine == "nil" else 2):
+            assert run.stdout.readline() == "half\n"
+        deadline = time.monotonic() + 30
+        while not list(tmp_path.glob("map*")) and time.monotonic() < deadline:
+            time.sleep(0.01)
+        run.send_signal(signal.SIGINT)
+        out, err = run.communicate(timeout=30)
+    assert run.returncode == 1 and "not reached" not in out and "interrupted!" in err, (out, err)
+    assert not list(tmp_path.glob("map*"))
