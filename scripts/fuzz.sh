@@ -27,8 +27,8 @@ fuzz() {
     local corpus=build-fuzz/corpus/$target findings=build-fuzz/findings log=build-fuzz/$target.log
     ls fuzz/seeds/"$target"/*.xml >/dev/null 2>&1 && dictionary=fuzz/xml.dict
     mkdir -p "$corpus" "$findings"
-    if build-fuzz/fuzz/"$target" -max_total_time="$seconds" -max_len=8192 -timeout=10 -rss_limit_mb=1024 \
-        -dict="$dictionary" -artifact_prefix="$findings/$target-" -print_final_stats=1 \
+    if build-fuzz/fuzz/"$target" -max_total_time="$seconds" -max_len=10000 -len_control=20 -timeout=10 \
+        -rss_limit_mb=1024 -dict="$dictionary" -artifact_prefix="$findings/$target-" -print_final_stats=1 \
         "$corpus" fuzz/seeds/"$target" >"$log" 2>&1; then
         printf '%-22s %12s inputs in %s s, no finding\n' "$target" \
             "$(awk '/^stat::number_of_executed_units/ { print $2 }' "$log")" "$seconds"
