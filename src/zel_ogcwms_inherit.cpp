@@ -41,17 +41,26 @@ void mergeLists(Layer& child, const Layer& parent, T* Layer::*list, int Layer::*
   merge(child.*list, child.*count, parent.*list, parent.*count);
 }
 
-/// Fills the child's empty first record with the parent's first one when the child has none of its own.
+/// Gives the child the parent's record when it has none of its own.
 template <typename T>
-void copyWhenMissing(Layer& child, const Layer& parent, T* Layer::*list, int Layer::*count) noexcept {
+void shareWhenMissing(Layer& child, const Layer& parent, T* Layer::*record, int Layer::*count) noexcept {
   if (child.*count > 0 || parent.*count == 0) return;
-  *(child.*list) = *(parent.*list);
-  if constexpr (requires(T record) { record.pNext; }) (child.*list)->pNext = nullptr;
+  child.*record = parent.*record;
   child.*count = 1;
 }
 
-void copyValues(Layer& child, const Layer& parent) noexcept {
-  if (child.nAttribution < 1 && parent.nAttribution != 0) *child.pAttribution = *parent.pAttribution;
+/// Gives the child a copy of the parent's first record when it has none of its own.
+template <typename T>
+void copyWhenMissing(COgcArena& arena, Layer& child, const Layer& parent, T* Layer::*list, int Layer::*count) {
+  if (child.*count > 0 || parent.*count == 0) return;
+  child.*list = arena.make<T>();
+  *(child.*list) = *(parent.*list);
+  (child.*list)->pNext = nullptr;
+  child.*count = 1;
+}
+
+void shareValues(Layer& child, const Layer& parent) noexcept {
+  if (child.nAttribution < 1 && parent.nAttribution != 0) child.pAttribution = parent.pAttribution;
   for (const ValueRow& value : values) {
     if (child.*value.flag < 1 && parent.*value.flag != 0) child.*value.text = parent.*value.text;
   }
@@ -113,14 +122,14 @@ void COgcWms::OgcWmsApplyInheritance() {
     if (layer.iParent != -1) {
       const Layer& parent = layerAt(layer.iParent);
       mergeLists(layer, parent, &Layer::pStyle, &Layer::nStyle);
-      copyWhenMissing(layer, parent, &Layer::pExGeoBBox, &Layer::nExGeoBBox);
-      copyWhenMissing(layer, parent, &Layer::pLatLonBBox, &Layer::nLatLonBBox);
-      if (is130) copyWhenMissing(layer, parent, &Layer::pDimension, &Layer::nDimension);
+      shareWhenMissing(layer, parent, &Layer::pExGeoBBox, &Layer::nExGeoBBox);
+      shareWhenMissing(layer, parent, &Layer::pLatLonBBox, &Layer::nLatLonBBox);
+      if (is130) copyWhenMissing(m_arena, layer, parent, &Layer::pDimension, &Layer::nDimension);
       if (is111) dimensions.mergeInto(layer, parent);
-      if (is111) copyWhenMissing(layer, parent, &Layer::pExtent, &Layer::nExtent);
-      copyWhenMissing(layer, parent, &Layer::pBBox, &Layer::nBBox);
+      if (is111) copyWhenMissing(m_arena, layer, parent, &Layer::pExtent, &Layer::nExtent);
+      copyWhenMissing(m_arena, layer, parent, &Layer::pBBox, &Layer::nBBox);
       mergeLists(layer, parent, &Layer::pAuthorityUrl, &Layer::nAuthorityUrl);
-      copyValues(layer, parent);
+      shareValues(layer, parent);
     }
     const bool hasChildren = i + 1 < layers.size() && layers[i + 1]->iParent == layer.iIndex;
     if (is111 && hasChildren) dimensions.keep(layer, ownDimensions);

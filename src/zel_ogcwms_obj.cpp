@@ -10,21 +10,6 @@ namespace {
 constexpr long firstCacheCapacity = 2000;
 constexpr long cacheGrowth = 4000;
 
-/// A layer with the empty first records of its lists, allocated in one piece.
-struct LayerBlock {
-  xWmsLayer_t layer;
-  xWmsGeoBox_t latLonBBox, exGeoBBox;
-  xWmsBBox_t bbox;
-  xWmsExtent_t extent;
-  xWmsDimension_t dimension;
-  xWmsAttribution_t attribution;
-  xWmsAuthorityUrl_t authorityUrl;
-  xWmsIdentifier_t identifier;
-  xWmsMetadataUrl_t metadataUrl;
-  xWmsOnlineRes_t dataUrl, featureUrl;
-  xWmsStyle_t style;
-};
-
 template <typename T>
 const T* entryOf(const T* head, int k) noexcept {
   for (; k > 0 && head != nullptr; --k) head = head->pNext;
@@ -33,7 +18,18 @@ const T* entryOf(const T* head, int k) noexcept {
 
 } // namespace
 
-COgcWms::COgcWms() : COgcBase("1.1.1") {}
+COgcWms::COgcWms() : COgcBase("1.1.1") {
+  m_newLayer.pLatLonBBox = m_newLayer.pExGeoBBox = &m_empty.geoBox;
+  m_newLayer.pBBox = &m_empty.bbox;
+  m_newLayer.pExtent = &m_empty.extent;
+  m_newLayer.pDimension = &m_empty.dimension;
+  m_newLayer.pAttribution = &m_empty.attribution;
+  m_newLayer.pAuthorityUrl = &m_empty.authorityUrl;
+  m_newLayer.pIdentifier = &m_empty.identifier;
+  m_newLayer.pMetadataUrl = &m_empty.metadataUrl;
+  m_newLayer.pDataUrl = m_newLayer.pFeatureUrl = &m_empty.onlineRes;
+  m_newLayer.pStyle = &m_empty.style;
+}
 
 int COgcWms::OgcWmsInit() {
   OgcWmsAllocateLayerPtrCache(firstCacheCapacity, 0);
@@ -162,23 +158,11 @@ const xWmsOnlineRes_t* COgcWms::OgcWmsGetLyrFeat(int i, int k) const { return en
 
 xWmsLayer_t& COgcWms::addLayer(int parent, int level) {
   if (ppLayerCache.empty()) OgcWmsInit();
-  auto* block = m_arena.make<LayerBlock>();
-  xWmsLayer_t& layer = block->layer;
+  xWmsLayer_t& layer = *m_arena.make<xWmsLayer_t>();
+  layer = m_newLayer;
   layer.iIndex = static_cast<int>(nLayers);
   layer.iParent = parent;
   layer.iLevel = level;
-  layer.pLatLonBBox = &block->latLonBBox;
-  layer.pExGeoBBox = &block->exGeoBBox;
-  layer.pBBox = &block->bbox;
-  layer.pExtent = &block->extent;
-  layer.pDimension = &block->dimension;
-  layer.pAttribution = &block->attribution;
-  layer.pAuthorityUrl = &block->authorityUrl;
-  layer.pIdentifier = &block->identifier;
-  layer.pMetadataUrl = &block->metadataUrl;
-  layer.pDataUrl = &block->dataUrl;
-  layer.pFeatureUrl = &block->featureUrl;
-  layer.pStyle = &block->style;
   const auto slot = static_cast<std::size_t>(nLayers);
   (slot == 0 ? pLayers : ppLayerCache[slot - 1]->pNext) = &layer;
   ppLayerCache[slot] = &layer;

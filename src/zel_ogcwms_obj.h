@@ -232,13 +232,30 @@ private:
   /// Refuses an XML answer after its exception texts were collected.
   [[noreturn]] void refuseXml(const std::string& file);
   [[nodiscard]] xWmsLayer_t& layerAt(int i) const;
-  /// New last layer with its empty first records.
+  /// New last layer, its lists at the empty first records.
   xWmsLayer_t& addLayer(int parent, int level);
+
+  /// The first records of lists that have no entries, for all layers. Nothing is written to them: the first entry takes
+  /// the place of the empty record.
+  struct EmptyRecords {
+    xWmsGeoBox_t geoBox;
+    xWmsBBox_t bbox;
+    xWmsExtent_t extent;
+    xWmsDimension_t dimension;
+    xWmsAttribution_t attribution;
+    xWmsAuthorityUrl_t authorityUrl;
+    xWmsIdentifier_t identifier;
+    xWmsMetadataUrl_t metadataUrl;
+    xWmsOnlineRes_t onlineRes;
+    xWmsStyle_t style;
+  };
 
   CText szCapFile{"cap"};
   CText szMapFile{"map"};
   CText szFeatFile{"map"};
-  COgcArena m_arena; ///< owns the records
+  EmptyRecords m_empty{};
+  xWmsLayer_t m_newLayer{}; ///< as layers are before anything was read into them
+  COgcArena m_arena;        ///< owns the records
   xWmsService_t* pService = nullptr;
   xWmsLayer_t* pLayers = nullptr;
   const xWmsLayer_t* pCurLayer = nullptr;

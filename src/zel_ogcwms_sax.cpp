@@ -351,6 +351,11 @@ void COgcWmsSaxCapHandler::store(const Rows& rows, T& record, const xercesc::Att
   }
 }
 
+template <typename T>
+void COgcWmsSaxCapHandler::countRecord(int& count, T*& record) {
+  if (count++ == 0) record = m_arena.make<T>();
+}
+
 template <typename Rule, typename T>
 void COgcWmsSaxCapHandler::listElement(const Rule& rule, T*& current, int code, const xercesc::Attributes& attrs) {
   if (code == iSubSection) {
@@ -463,11 +468,11 @@ void COgcWmsSaxCapHandler::groupElement(int code, const xercesc::Attributes& att
     if (code == N_SRS) addText(m_layer->nSrs, &m_layer->pSrs, &m_current.srs, NAME_RUN);
     break;
   case N_LAT_LON:
+    if (code == N_LAT_LON) countRecord(m_layer->nLatLonBBox, m_layer->pLatLonBBox);
     store(latLonAttributes, *m_layer->pLatLonBBox, attrs);
-    if (code == N_LAT_LON) ++m_layer->nLatLonBBox;
     break;
   case N_EX_GEO:
-    if (code == N_EX_GEO) ++m_layer->nExGeoBBox;
+    if (code == N_EX_GEO) countRecord(m_layer->nExGeoBBox, m_layer->pExGeoBBox);
     if (const char** text = geoBoxTexts.of(*m_layer->pExGeoBBox, code)) collect(text);
     break;
   case N_BBOX:
@@ -506,12 +511,10 @@ void COgcWmsSaxCapHandler::groupElement(int code, const xercesc::Attributes& att
 }
 
 void COgcWmsSaxCapHandler::attributionElement(int code, const xercesc::Attributes& attrs) {
+  if (code == N_ATTRIBUTION) countRecord(m_layer->nAttribution, m_layer->pAttribution);
   xWmsAttribution_t& attribution = *m_layer->pAttribution;
   const bool logo = iUrlState == N_LOGO_URL;
   switch (code) {
-  case N_ATTRIBUTION:
-    ++m_layer->nAttribution;
-    break;
   case N_TITLE:
     collect(&attribution.szTitle);
     break;

@@ -64,6 +64,8 @@ private:
   void serviceElement(int code, const xercesc::Attributes& attrs);
   template <typename Rule, typename T>
   void listElement(const Rule& rule, T*& current, int code, const xercesc::Attributes& attrs);
+  template <typename T>
+  void countRecord(int& count, T*& record);
   template <typename Rows, typename T>
   void store(const Rows& rows, T& record, const xercesc::Attributes& attrs);
   void addText(int& count, xNodeStr_t** head, xNodeStr_t** tail, int use);

@@ -70,6 +70,7 @@ TEST_F(Wms, LayersHoldWhatStandsInTheDocument) {
       // out of place
       {"<Name>n</Name><Keyword>k</Keyword><BoundingBox minx='1'/><Style><Name>s</Name></Style><SRS>A</SRS><Layer/>",
        "0 -1 1"},
+      {"<Service><Layer/></Service><Title>t</Title>", "0 -1 1 title=t"},
       {"<Layer><Service><Name>s</Name><KeywordList><Keyword>k</Keyword></KeywordList></Service><Name>lost</Name></"
        "Layer>",
        "0 -1 1"},
@@ -137,6 +138,7 @@ TEST_F(Wms, RootsAreChecked) {
   } cases[] = {
       {"<WMT_MS_Capabilities version='1.1.0'><Layer/></WMT_MS_Capabilities>", ""},
       {"<x:wms_capabilities xmlns:x='u' Version='1.3.0' updateSequence='7'><Layer/></x:wms_capabilities>", "", "7"},
+      {"<WMS_Capabilities version='1.3.0'><WMT_MS_Capabilities version='9'/><Layer/></WMS_Capabilities>", ""},
       {"<WMS_Capabilities><Layer/></WMS_Capabilities>", missing},
       {"<WMS_Capabilities version=''/>", missing},
       {"<WMS_Capabilities version='1.0.0'><Layer/></WMS_Capabilities>", unsupported("1.0.0")},
