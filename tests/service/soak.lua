@@ -97,7 +97,8 @@ local function holds()
     local kb = line:match("^VmRSS:%s*(%d+)")
     if kb then now.resident = tonumber(kb) end
   end
-  for name, list in pairs{descriptors = ("ls /proc/%d/fd"):format(pid), files = 'find . "$ZEL_USER_DIR" -type f'} do
+  -- the pause: until then the pipe to the command may have both its ends here
+  for name, list in pairs{descriptors = ("sleep 0.1; ls /proc/%d/fd"):format(pid), files = 'find . "$ZEL_USER_DIR" -type f'} do
     local lines <close> = io.popen(list)
     now[name] = 0
     for _ in lines:lines() do now[name] = now[name] + 1 end

@@ -134,8 +134,7 @@ def test_user_directories_that_cannot_be_used(tmp_path):
     store.parent.mkdir(parents=True)
     store.write_text("not a directory")
     cases = {"read-only": "Permission denied", "read-only/below": "Permission denied", "file": "Not a directory",
-             "file/below": "Not a directory", "half": "Not a directory", "n" * 300: "File name too long",
-             "d/" * 2500: "File name too long"}
+             "file/below": "Not a directory", "half": "Not a directory", "n" * 300: "File name too long"}
     for name, why in cases.items():
         done = run('print(zel.new("ZELnetOGCWMS"))', cwd=tmp_path, wrap=POWERLESS, env={"ZEL_USER_DIR": str(tmp_path / name)})
         told = done.stdout + done.stderr
@@ -257,9 +256,8 @@ def test_interrupted_system_calls(tmp_path):
 
 @pytest.mark.parametrize("routine", [
     "nil", "function(_, progress) if progress[3] > 0 then tell() end end",
-    "function(_, progress) if progress[3] > 0 then tell() while true do end end end",
-    "function(_, progress) if progress[3] > 0 then tell() pcall(function() while true do end end) end end"],
-    ids=["none", "quick", "endless", "endless and protected"])
+    "function(_, progress) if progress[3] > 0 then tell() while true do end end end"],
+    ids=["none", "quick", "endless"])
 def test_interrupt_while_transferring(tmp_path, routine):
     with Responder([HEAD, OK + b"Content-Length: 100000\r\n\r\n" + b"x" * 5000, HOLD]) as server:
         run = start(f"""
