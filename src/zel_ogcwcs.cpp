@@ -223,9 +223,7 @@ ZEL_Variable* ZEL_OgcWcsGetCoverageOffering(int argc, ZEL_Variable** argv, const
   return ogcFunction([&] {
     const OgcKeywords keywords(table, argc, argv, argk);
     ZEL_Variable* index = keywords["INDEX"];
-    const int number = index != nullptr ? ogcFixOf(index) : 0;
-    COgcWcs& client = clientOf(argv[0]);
-    const void* offering = client.OgcWcsGetCO(number >= 0 ? number : client.OfferingCount());
+    const void* offering = clientOf(argv[0]).OgcWcsGetCO(index != nullptr ? ogcFixOf(index) : 0);
     return ogcStructs(offeringTags, {&offering, 1});
   });
 }

@@ -37,12 +37,6 @@ int lengthIn(const T* head, int n, WcsList<U> T::*list) noexcept {
   return largest;
 }
 
-/// A list of an offering, which is null when there are no offerings.
-template <typename T>
-const T* listOf(const WcsOffering* offering, WcsList<T> WcsOffering::*list) noexcept {
-  return offering != nullptr ? (offering->*list).head : nullptr;
-}
-
 /// The Coverage parameter: all names as one comma-separated value.
 std::string coverageParameter(const char* const* names, int count) {
   const auto text = [&](int i) { return std::string_view(names[i] != nullptr ? names[i] : ""); };
@@ -134,61 +128,50 @@ void COgcWcs::OgcWcsGetNextCOBSkip(int count) {
 }
 
 const WcsOffering* COgcWcs::OgcWcsGetCO(int index) const {
-  if (index >= OfferingCount()) throw CCurlException("Error: Invalid index in OgcWcsGetCO call.");
+  if (std::max(index, 0) >= OfferingCount()) throw CCurlException("Error: Invalid index in OgcWcsGetCO call.");
   return itemOf(Offerings(), index);
 }
 
-const WcsEnvelope* COgcWcs::OgcWcsGetCOSDLLE(int co, int n) const {
-  return itemOf(listOf(OgcWcsGetCO(co), &WcsOffering::envelopes), n);
-}
+const WcsEnvelope* COgcWcs::OgcWcsGetCOSDLLE(int co, int n) const { return itemOf(OgcWcsGetCO(co)->envelopes.head, n); }
 
-int COgcWcs::OgcWcsGetCOSDLLECount(int co) const { return lengthOf(listOf(OgcWcsGetCO(co), &WcsOffering::envelopes)); }
+int COgcWcs::OgcWcsGetCOSDLLECount(int co) const { return lengthOf(OgcWcsGetCO(co)->envelopes.head); }
 
-const WcsGrid* COgcWcs::OgcWcsGetCOSDGrid(int co, int n) const {
-  return itemOf(listOf(OgcWcsGetCO(co), &WcsOffering::grids), n);
-}
+const WcsGrid* COgcWcs::OgcWcsGetCOSDGrid(int co, int n) const { return itemOf(OgcWcsGetCO(co)->grids.head, n); }
 
-int COgcWcs::OgcWcsGetCOSDGridCount(int co) const { return lengthOf(listOf(OgcWcsGetCO(co), &WcsOffering::grids)); }
+int COgcWcs::OgcWcsGetCOSDGridCount(int co) const { return lengthOf(OgcWcsGetCO(co)->grids.head); }
 
 int COgcWcs::OgcWcsGetCOSDGridAxisNameCount(int co, int grid) const {
-  return lengthIn(listOf(OgcWcsGetCO(co), &WcsOffering::grids), grid, &WcsGrid::axisNames);
+  return lengthIn(OgcWcsGetCO(co)->grids.head, grid, &WcsGrid::axisNames);
 }
 
 int COgcWcs::OgcWcsGetCOSDGridOffsetVectorCount(int co, int grid) const {
-  return lengthIn(listOf(OgcWcsGetCO(co), &WcsOffering::grids), grid, &WcsGrid::offsetVectors);
+  return lengthIn(OgcWcsGetCO(co)->grids.head, grid, &WcsGrid::offsetVectors);
 }
 
 const WcsTimePosition* COgcWcs::OgcWcsGetCOTempTimePos(int co, int n) const {
-  return itemOf(listOf(OgcWcsGetCO(co), &WcsOffering::timePositions), n);
+  return itemOf(OgcWcsGetCO(co)->timePositions.head, n);
 }
 
-int COgcWcs::OgcWcsGetCOTempTimePosCount(int co) const {
-  return lengthOf(listOf(OgcWcsGetCO(co), &WcsOffering::timePositions));
-}
+int COgcWcs::OgcWcsGetCOTempTimePosCount(int co) const { return lengthOf(OgcWcsGetCO(co)->timePositions.head); }
 
 const WcsTimePeriod* COgcWcs::OgcWcsGetCOTempTimePeriod(int co, int n) const {
-  return itemOf(listOf(OgcWcsGetCO(co), &WcsOffering::timePeriods), n);
+  return itemOf(OgcWcsGetCO(co)->timePeriods.head, n);
 }
 
-int COgcWcs::OgcWcsGetCOTempTimePeriodCount(int co) const {
-  return lengthOf(listOf(OgcWcsGetCO(co), &WcsOffering::timePeriods));
-}
+int COgcWcs::OgcWcsGetCOTempTimePeriodCount(int co) const { return lengthOf(OgcWcsGetCO(co)->timePeriods.head); }
 
 const WcsInterval* COgcWcs::OgcWcsGetCORngNullInterval(int co, int n) const {
-  const WcsOffering* offering = OgcWcsGetCO(co);
-  return offering != nullptr ? itemOf<WcsInterval>(offering->rangeSet.nullIntervals, n) : nullptr;
+  return itemOf(OgcWcsGetCO(co)->rangeSet.nullIntervals.head, n);
 }
 
 int COgcWcs::OgcWcsGetCORngNullIntervalCount(int co) const { return lengthOf(OgcWcsGetCORngNullInterval(co, 0)); }
 
-const WcsAxis* COgcWcs::OgcWcsGetCORngAxis(int co, int n) const {
-  return itemOf(listOf(OgcWcsGetCO(co), &WcsOffering::axes), n);
-}
+const WcsAxis* COgcWcs::OgcWcsGetCORngAxis(int co, int n) const { return itemOf(OgcWcsGetCO(co)->axes.head, n); }
 
-int COgcWcs::OgcWcsGetCORngAxisCount(int co) const { return lengthOf(listOf(OgcWcsGetCO(co), &WcsOffering::axes)); }
+int COgcWcs::OgcWcsGetCORngAxisCount(int co) const { return lengthOf(OgcWcsGetCO(co)->axes.head); }
 
 int COgcWcs::OgcWcsGetCORngAxisSingleCount(int co, int axis) const {
-  return lengthIn(listOf(OgcWcsGetCO(co), &WcsOffering::axes), axis, &WcsAxis::singleValues);
+  return lengthIn(OgcWcsGetCO(co)->axes.head, axis, &WcsAxis::singleValues);
 }
 
 const WcsInterval* COgcWcs::OgcWcsGetCORngAxisInt(int co, int axis, int n) const {
@@ -197,7 +180,7 @@ const WcsInterval* COgcWcs::OgcWcsGetCORngAxisInt(int co, int axis, int n) const
 }
 
 int COgcWcs::OgcWcsGetCORngAxisIntCount(int co, int axis) const {
-  return lengthIn(listOf(OgcWcsGetCO(co), &WcsOffering::axes), axis, &WcsAxis::intervals);
+  return lengthIn(OgcWcsGetCO(co)->axes.head, axis, &WcsAxis::intervals);
 }
 
 void COgcWcs::OgcWcsCleanupNewCap() {

@@ -156,7 +156,7 @@ public:
   /// \name Parts of a coverage offering
   /// Offering `co` and item `n` of one of its lists, both from 0; below that the first is meant. An item beyond the end
   /// is null, a list of an absent item has no length. \throws CCurlException when `co` is not below the number of
-  /// offerings. Counts of a grid or an axis take -1 for the largest among all.
+  /// offerings, and when there are none. Counts of a grid or an axis take -1 for the largest among all.
   /// @{
   [[nodiscard]] const WcsOffering* OgcWcsGetCO(int index) const;
   [[nodiscard]] const WcsEnvelope* OgcWcsGetCOSDLLE(int co, int n) const;
