@@ -1,20 +1,36 @@
 #include "zel_curl_file.h"
 
 #include <cerrno>
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
 
-bool sameFile(const struct stat& a, const struct stat& b) noexcept {
-  return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+constexpr int attempts = 16;
+
+// A new file, never one that another process has open.
+CFilePtr openFresh(const char* path) {
+  for (int i = 0; i < attempts; ++i) {
+    ::unlink(path);
+    CFilePtr file(std::fopen(path, "w+bx"));
+    if (file || errno != EEXIST) return file;
+  }
+  return CFilePtr(std::fopen(path, "w+b")); // may be written though not deleted, like a device
 }
 
 } // namespace
 
+void CDescriptor::reset(int fd) noexcept {
+  if (m_fd >= 0) ::close(m_fd);
+  m_fd = fd;
+}
+
 bool CResponseFile::open(const char* path) {
-  ::unlink(path);
-  CFilePtr file(std::fopen(path, "w+b"));
-  if (!file || ::fstat(::fileno(file.get()), &m_status) != 0) return false;
+  CFilePtr file = openFresh(path);
+  if (!file) return false;
+  m_written.reset(::fcntl(::fileno(file.get()), F_DUPFD_CLOEXEC, 0));
+  if (m_written.get() < 0) return false;
   m_path = path;
   m_file = std::move(file);
   return true;
@@ -26,7 +42,7 @@ std::size_t CResponseFile::write(const char* data, std::size_t size) noexcept {
 
 bool CResponseFile::close() noexcept {
   if (!m_file) return true;
-  const bool flushed = std::fflush(m_file.get()) == 0 && ::fstat(::fileno(m_file.get()), &m_status) == 0;
+  const bool flushed = std::fflush(m_file.get()) == 0;
   const int reason = errno;
   const bool closed = std::fclose(m_file.release()) == 0;
   if (!flushed) errno = reason;
@@ -35,19 +51,18 @@ bool CResponseFile::close() noexcept {
 
 void CResponseFile::remove() noexcept {
   m_file.reset();
-  struct stat now {};
-  if (wasOpened() && ::stat(m_path.c_str(), &now) == 0 && sameFile(now, m_status)) ::unlink(m_path.c_str());
+  if (isAt(m_path.c_str())) ::unlink(m_path.c_str());
 }
 
 void CResponseFile::forget() noexcept {
   m_file.reset();
   m_path.clear();
+  release();
 }
 
-// A file system may give the number of a deleted file to the next one at once.
 bool CResponseFile::isAt(const char* path) const noexcept {
+  struct stat written {};
   struct stat now {};
-  return wasOpened() && path != nullptr && ::stat(path, &now) == 0 && sameFile(now, m_status) &&
-         now.st_size == m_status.st_size && now.st_mtim.tv_sec == m_status.st_mtim.tv_sec &&
-         now.st_mtim.tv_nsec == m_status.st_mtim.tv_nsec;
+  return m_written.get() >= 0 && path != nullptr && ::fstat(m_written.get(), &written) == 0 &&
+         ::stat(path, &now) == 0 && written.st_dev == now.st_dev && written.st_ino == now.st_ino;
 }

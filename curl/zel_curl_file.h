@@ -5,12 +5,27 @@
 #include <cstdio>
 #include <memory>
 #include <string>
-#include <sys/stat.h>
 
 struct CFileCloser {
   void operator()(std::FILE* file) const noexcept { std::fclose(file); }
 };
 using CFilePtr = std::unique_ptr<std::FILE, CFileCloser>;
+
+/// Owns a file descriptor.
+class CDescriptor {
+public:
+  CDescriptor() = default;
+  ~CDescriptor() { reset(-1); }
+  CDescriptor(const CDescriptor&) = delete;
+  CDescriptor& operator=(const CDescriptor&) = delete;
+
+  /// Closes the one it has and takes over `fd`, below 0 for none.
+  void reset(int fd) noexcept;
+  [[nodiscard]] int get() const noexcept { return m_fd; }
+
+private:
+  int m_fd = -1;
+};
 
 /// The file that receives a response. It replaces an older file of its name, and remembers which file it wrote, so that
 /// nothing another process puts there meanwhile is taken for it.
@@ -26,16 +41,18 @@ public:
   void remove() noexcept;
   /// Makes ready for the next request.
   void forget() noexcept;
+  /// Gives up knowing the file that was written.
+  void release() noexcept { m_written.reset(-1); }
 
   [[nodiscard]] bool isOpen() const noexcept { return m_file != nullptr; }
   /// True when a file was opened since `forget`.
   [[nodiscard]] bool wasOpened() const noexcept { return !m_path.empty(); }
   [[nodiscard]] const std::string& path() const noexcept { return m_path; }
-  /// True when `path` names the file that was written, unchanged since it was closed.
+  /// True when `path` names the file that was written and not one that replaced it.
   [[nodiscard]] bool isAt(const char* path) const noexcept;
 
 private:
   CFilePtr m_file;
   std::string m_path;
-  struct stat m_status {}; ///< when it was opened, then when it was closed
+  CDescriptor m_written; ///< keeps the number of the file from going to another one while it is compared
 };

@@ -282,6 +282,8 @@ public:
   [[nodiscard]] const char* ResponseFile() const noexcept { return m_set.fileHttpGetRsp.get(); }
   /// True when the file of that name is still the very file that the last request wrote.
   [[nodiscard]] bool CurlResponseFileIsOurs() const noexcept;
+  /// Gives up telling that; until then a descriptor of the file stays open.
+  void CurlReleaseResponseFile() noexcept;
 
 private:
   struct RequestKind;

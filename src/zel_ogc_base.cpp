@@ -174,15 +174,24 @@ void COgcBase::OgcBaseRefuseHtml() {
 
 bool COgcBase::OgcBaseAnswerIsXml() const noexcept { return contains(Response().parsedContentType.str(), "xml"); }
 
+void COgcBase::OgcBaseRequireOurAnswer(const char* file) const {
+  if (CurlResponseFileIsOurs()) return;
+  throw CCurlException(formatLimited(messageLimit,
+                                     "Error: the response file (%s) was replaced by another process before it was "
+                                     "read. Repeat the request, with a file name of its own for each object",
+                                     file)
+                           .c_str());
+}
+
 void COgcBase::OgcBaseParseAnswer(COgcSaxHelper* handler, const char* file, int schemaChecking, int validationMode) {
-  if (!CurlResponseFileIsOurs()) {
-    throw CCurlException(formatLimited(messageLimit,
-                                       "Error: the response file (%s) was replaced by another process before it was "
-                                       "read. Repeat the request, with a file name of its own for each object",
-                                       file)
-                             .c_str());
+  OgcBaseRequireOurAnswer(file);
+  try {
+    OgcBaseParse(handler, file, schemaChecking, validationMode);
+  } catch (const CCurlException&) {
+    OgcBaseRequireOurAnswer(file); // what is wrong with another's file says nothing
+    throw;
   }
-  OgcBaseParse(handler, file, schemaChecking, validationMode);
+  OgcBaseRequireOurAnswer(file);
 }
 
 void COgcBase::OgcBaseParseFile(COgcSaxHelper* handler, const char* file, const char* announce, const char* copyBase,

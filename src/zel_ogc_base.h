@@ -96,7 +96,7 @@ protected:
   /// \throws CCurlException with the server's error text when the answer is HTML.
   void OgcBaseRefuseHtml();
   [[nodiscard]] bool OgcBaseAnswerIsXml() const noexcept;
-  /// Parses the answer just written; refuses it when another process replaced the file since.
+  /// Parses the answer just written; refuses it when another process replaced the file meanwhile.
   void OgcBaseParseAnswer(COgcSaxHelper* handler, const char* file, int schemaChecking, int validationMode);
   /// Parses an existing file and keeps a copy under `copyBase`. \param announce status line before the file's name.
   void OgcBaseParseFile(COgcSaxHelper* handler, const char* file, const char* announce, const char* copyBase,
@@ -117,6 +117,7 @@ protected:
   CText m_version;
 
 private:
+  void OgcBaseRequireOurAnswer(const char* file) const;
   template <typename Call>
   auto callOut(Call call);
   void OgcBaseGet(const char* url);
