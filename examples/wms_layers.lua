@@ -3,7 +3,8 @@
 --   zel wms_layers.lua [SOURCE [LAYER]]
 --
 -- SOURCE is the address of the service or a file with its capabilities; without it the environment variable
--- OGC_SERVER_URL gives an address. With the name of a layer, everything known about that layer is listed.
+-- OGC_SERVER_URL gives an address. A line has title, name, whether the layer answers questions, and its box in degrees:
+-- west, south, east, north. With the name of a layer, everything known about that layer is listed.
 
 local function give_up(...)
   io.stderr:write(table.concat({...}, "\n"), "\n")
@@ -45,10 +46,21 @@ local function show(value, name, indent)
   end
 end
 
+local function box(layer)
+  local edges = {}
+  local old, new = layer.LAT_LON_BBOX, layer.EX_GEOBBOX
+  for i, edge in ipairs(old.MINX ~= "" and {old.MINX, old.MINY, old.MAXX, old.MAXY} or
+                        {new.WEST, new.SOUTH, new.EAST, new.NORTH}) do
+    edges[i] = tonumber(edge) and ("%g"):format(edge) or edge
+  end
+  return edges[1] == "" and "no box" or table.concat(edges, " ")
+end
+
 for _, layer in ipairs(layers) do
   if not arg[2] then
     local name = layer.NAME ~= "" and " [" .. layer.NAME .. "]" or ""
-    print(("  "):rep(tonumber(layer.LEVEL)) .. layer.TITLE .. name)
+    local queryable = layer.QUERYABLE == "1" and ", queryable" or ""
+    print(("  "):rep(tonumber(layer.LEVEL)) .. layer.TITLE .. name .. queryable .. ", " .. box(layer))
   elseif layer.NAME == arg[2] then
     for _, tag in ipairs(zel.tags(layer)) do show(layer[tag], tag, "  ") end
     return

@@ -313,7 +313,7 @@ def test_many_inherited_names(wms, flat):
 
 
 @pytest.mark.parametrize("script, arguments, said", [
-    ("wms_layers.lua", "{service}", "        Places (Städte, 都市) [places]\n"),
+    ("wms_layers.lua", "{service}", "        Places (Städte, 都市) [places], queryable, -180 -90 180 90\n"),
     ("wms_layers.lua", "{service} zones", "  STYLE: NAME bold, TITLE Red areas, "),
     ("wms_layers.lua", "{service} atlantis", "has no layer atlantis"),
     ("wms_layers.lua", "nowhere.xml", "Passed in FROM_FILE does not exist: nowhere.xml"),
