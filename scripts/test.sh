@@ -18,8 +18,7 @@ case ${1:-} in
 *) echo "test.sh: there is no option $1" >&2; usage >&2; exit 2 ;;
 esac
 
-# A real server on a busy machine may drop a connection: a test that fails is run once more.
-run=(ctest -j2 --output-on-failure --repeat until-pass:2)
+run=(ctest -j2 --output-on-failure)
 
 if [ "${1:-}" != --all ]; then
     scripts/deps.sh test

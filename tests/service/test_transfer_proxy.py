@@ -60,6 +60,7 @@ def test_proxy_authentication_methods(http, guarded, method, works):
 def test_proxy_and_server_ask_for_their_own_credentials(http, guarded):
     outcome = through(guarded, *LOGIN, "proxyauthent=1", f"user={USER}", f"password={PASSWORD}", "sendmemory=posted",
                       f"url={http.url}/digest/cgi-bin/echo", "request=post")
+    assert outcome.result == "ok"
     got = json.loads(outcome.response["buffer"])
     assert (got["body"], got["environment"]["REMOTE_USER"]) == ("posted", USER)
 
