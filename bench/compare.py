@@ -1,4 +1,3 @@
-#!/usr/bin/python3
 """Runs the system beside its peers and prints their ratios; scripts/bench.sh calls it.
 
 Every figure is that of a whole process. The programs of a row run in turn, several rounds, and the medians count.
@@ -15,10 +14,9 @@ import sys
 import tempfile
 import time
 
-HERE = pathlib.Path(__file__).resolve().parent
-sys.path.insert(0, str(HERE.parent / "scripts"))
+from mapserver.lighttpd import Lighttpd
 
-from lighttpd import Lighttpd  # noqa: E402
+HERE = pathlib.Path(__file__).resolve().parent
 
 MIB = 1 << 20
 OWSLIB = ("import sys; from owslib.wms import WebMapService; "

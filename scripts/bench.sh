@@ -24,4 +24,4 @@ esac
 scripts/deps.sh all
 scripts/build.sh release -- zel zel_ogc bare_scan buffer_download
 if [ "$part" = all ]; then page=(--page docs/benchmarks.md); else page=(); fi
-exec bench/compare.py "$part" --build build "${page[@]}"
+exec /usr/bin/python3 -B -m bench.compare "$part" --build build "${page[@]}"

@@ -40,14 +40,14 @@ case ${1:-} in
 esac
 
 scripts/deps.sh demo
-if [ "${1:-}" = --serve ]; then exec scripts/ogc_server.py; fi
+if [ "${1:-}" = --serve ]; then exec /usr/bin/python3 -B -m mapserver; fi
 
 output=${1:-demo-output}
 mkdir -p "$output"
 scripts/build.sh release -DBUILD_TESTING=OFF -- zel zel_ogc
 
 work=$(mktemp -d)
-coproc SERVER { exec scripts/ogc_server.py; }
+coproc SERVER { exec /usr/bin/python3 -B -m mapserver; }
 server=$SERVER_PID
 trap 'kill $server 2>/dev/null; wait $server 2>/dev/null; rm -rf "$work"' EXIT
 read -r url <&"${SERVER[0]}" || fail "the map server did not start"

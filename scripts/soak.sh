@@ -24,4 +24,4 @@ if [ -z "${ZEL_BUILD:-}" ]; then
     scripts/build.sh release -DBUILD_TESTING=ON -- zel zel_ogc
     export ZEL_BUILD=$PWD/build
 fi
-SOAK_ROUNDS=$rounds exec /usr/bin/python3 -B -m pytest -q -s -p no:cacheprovider tests/service/test_soak.py
+SOAK_ROUNDS=$rounds exec /usr/bin/python3 -B -m pytest -q -s tests/service/test_soak.py

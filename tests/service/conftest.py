@@ -1,7 +1,7 @@
 """What all service tests share: the real web server, the OGC server behind it, and the runner.
 
-    http(...)          lighttpd on loopback, see scripts/lighttpd.py for what it serves
-    ogc                the same with MapServer behind it, see scripts/ogc_server.py
+    http(...)          lighttpd on loopback, see mapserver/lighttpd.py for what it serves
+    ogc                the same with MapServer behind it, see mapserver/ogc_server.py
     zel(script, ...)   runs a Lua script with the runner
 """
 
@@ -9,16 +9,14 @@ import dataclasses
 import os
 import pathlib
 import subprocess
-import sys
 
 import pytest
 
+from mapserver.lighttpd import Lighttpd
+from mapserver.ogc_server import OgcServer
+
 SOURCE = pathlib.Path(__file__).resolve().parents[2]
 BUILD = pathlib.Path(os.environ.get("ZEL_BUILD", SOURCE / "build"))
-sys.path.insert(0, str(SOURCE / "scripts"))
-
-from lighttpd import Lighttpd  # noqa: E402
-from ogc_server import OgcServer  # noqa: E402
 
 
 @pytest.fixture(scope="session")

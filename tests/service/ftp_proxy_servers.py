@@ -10,7 +10,7 @@ import subprocess
 import threading
 import time
 
-from lighttpd import make_certificates
+from mapserver.lighttpd import make_certificates
 
 # Ends a server together with the process that started it.
 LEASH = ["setpriv", "--pdeathsig", "KILL"]

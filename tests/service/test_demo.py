@@ -4,7 +4,7 @@ import pytest
 from osgeo import gdal
 
 from conftest import SOURCE
-from ogc_server import SEASONS
+from mapserver.ogc_server import SEASONS
 
 gdal.UseExceptions()
 

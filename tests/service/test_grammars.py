@@ -2,7 +2,7 @@
 
 import pytest
 
-from lighttpd import PASSWORD, USER
+from mapserver.lighttpd import PASSWORD, USER
 from responder import HEAD, HOLD, Responder
 
 # Reads the capabilities in arg[2] with schema checking arg[1] and an object for the server at arg[3]:arg[4]; the status

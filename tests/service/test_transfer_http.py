@@ -7,7 +7,7 @@ import signal
 import socket
 
 import pytest
-from lighttpd import PASSWORD, REDIRECTS, USER
+from mapserver.lighttpd import PASSWORD, REDIRECTS, USER
 from transfer import transfer
 
 BIG = 3_000_000

@@ -4,7 +4,7 @@ import json
 
 import pytest
 from ftp_proxy_servers import Tinyproxy
-from lighttpd import PASSWORD, USER
+from mapserver.lighttpd import PASSWORD, USER
 from responder import HEAD, Responder
 from transfer import transfer
 

@@ -8,8 +8,8 @@ from osgeo import gdal
 from owslib.wms import WebMapService
 
 from conftest import SOURCE
-from lighttpd import make_certificates
 from lua_json import JSON
+from mapserver.lighttpd import make_certificates
 
 gdal.UseExceptions()
 

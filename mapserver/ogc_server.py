@@ -1,23 +1,16 @@
-#!/usr/bin/python3
-"""MapServer behind lighttpd on free loopback ports, with maps (WMS) and coverages (WCS) of the Earth.
-
-As a program it serves until it is interrupted; its first line of output is the URL of the server.
-"""
+"""MapServer behind lighttpd on free loopback ports, with maps (WMS) and coverages (WCS) of the Earth."""
 
 import pathlib
 import shutil
-import signal
-import sys
-import tempfile
 
 from osgeo import gdal
 
-from lighttpd import Lighttpd
+from mapserver.lighttpd import Lighttpd
 
 gdal.UseExceptions()
 
 PICTURE = "/usr/share/xplanet/images/earth.jpg"
-DEFINITIONS = pathlib.Path(__file__).resolve().parent / "ogc_data"
+DEFINITIONS = pathlib.Path(__file__).resolve().parent / "data"
 SEASONS = {"2024-01-01": 100, "2024-07-01": 200}
 
 CONFIG = """CONFIG
@@ -73,17 +66,3 @@ class OgcServer(Lighttpd):
         (self.root / "cgi-bin" / "mapserv").symlink_to("/usr/lib/cgi-bin/mapserv")
         self.service = self.url + "/cgi-bin/mapserv?map=earth"
         self.secure_service = self.tls_url + "/cgi-bin/mapserv?map=earth"
-
-
-def main():
-    signal.signal(signal.SIGTERM, lambda *_: sys.exit())
-    with tempfile.TemporaryDirectory(prefix="ogc-server.") as directory, OgcServer(directory) as server:
-        print(server.service, flush=True)
-        try:
-            signal.pause()
-        except KeyboardInterrupt:
-            pass
-
-
-if __name__ == "__main__":
-    main()

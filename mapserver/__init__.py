@@ -1,0 +1,7 @@
+"""The web servers that demo, tests and benchmarks share.
+
+    lighttpd      a web server with everything that clients meet on the web
+    ogc_server    the same with MapServer behind it, for maps and coverages of the Earth
+
+`python3 -m mapserver`, started in the root of the project, serves until it is interrupted.
+"""
