@@ -1,12 +1,12 @@
 #include "documents.h"
 
-#include "host_heap.h"
-#include "host_messages.h"
-#include "host_objects.h"
-#include "host_routines.h"
-#include "host_session.h"
-#include "host_strings.h"
-#include "host_variables.h"
+#include "host/heap.h"
+#include "host/messages.h"
+#include "host/objects.h"
+#include "host/routines.h"
+#include "host/session.h"
+#include "host/strings.h"
+#include "host/variables.h"
 
 #include <cstdlib>
 #include <deque>

@@ -1,8 +1,8 @@
 #include "zel_ogc.h"
 
+#include "client/base.h"
+#include "client/bridge.h"
 #include "zel_module.h"
-#include "zel_ogc_base.h"
-#include "zel_ogc_bridge.h"
 #include "zel_ogc_msg_arr.h"
 #include "zel_ogc_pds.h"
 #include "zel_ogc_rtn_tbl.h"

@@ -1,7 +1,7 @@
 #include "zel_ogcwcs.h"
 
-#include "zel_ogc_props.h"
-#include "zel_ogc_requests.h"
+#include "routines/properties.h"
+#include "routines/requests.h"
 #include "zel_ogcwcs_obj.h"
 
 #include <algorithm>

@@ -4,8 +4,8 @@
 /// texts and nodes belong to the client and live until the next request of their kind or its clean-up.
 #pragma once
 
-#include "zel_ogc_arena.h"
-#include "zel_ogc_base.h"
+#include "client/arena.h"
+#include "client/base.h"
 
 /// A list in document order. Reads as a pointer to its first item; items are linked by `next`.
 template <typename T>

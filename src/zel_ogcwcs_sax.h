@@ -2,7 +2,7 @@
 /// Handlers of the WCS 1.0.0 documents: capabilities and coverage descriptions into the records of zel_ogcwcs_obj.h.
 #pragma once
 
-#include "zel_ogc_sax.h"
+#include "xml/handler.h"
 #include "zel_ogcwcs_obj.h"
 
 /// Reads a document by a grammar: tables that say which elements open a section, and what each element within it

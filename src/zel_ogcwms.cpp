@@ -1,7 +1,7 @@
 #include "zel_ogcwms.h"
 
-#include "zel_ogc_props.h"
-#include "zel_ogc_requests.h"
+#include "routines/properties.h"
+#include "routines/requests.h"
 #include "zel_ogcwms_obj.h"
 
 #include <vector>

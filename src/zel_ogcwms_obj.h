@@ -3,9 +3,9 @@
 /// Documents: OGC Web Map Service 1.1.0, 1.1.1 and 1.3.0, https://www.ogc.org/standard/wms/.
 #pragma once
 
-#include "zel_ogc_arena.h"
-#include "zel_ogc_base.h"
-#include "zel_ogcwms_names.h"
+#include "client/arena.h"
+#include "client/base.h"
+#include "zel_ogcwms_reference_systems.h"
 
 #include <cstdint>
 #include <string>

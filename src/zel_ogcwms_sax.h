@@ -2,7 +2,7 @@
 /// The SAX2 handler that reads a WMS capabilities document into the records of COgcWms.
 #pragma once
 
-#include "zel_ogc_sax.h"
+#include "xml/handler.h"
 #include "zel_ogcwms_obj.h"
 
 #include <vector>

@@ -1,6 +1,6 @@
 #include "fake_bridge.h"
 
-#include "zel_ogc_bridge.h"
+#include "client/bridge.h"
 
 #include <filesystem>
 

@@ -2,10 +2,10 @@
 /// A client of no service in particular, with documents in a directory of its own.
 #pragma once
 
+#include "client/base.h"
 #include "curl_test.h"
 #include "fake_bridge.h"
-#include "zel_ogc_base.h"
-#include "zel_ogc_sax.h"
+#include "xml/handler.h"
 
 #include <filesystem>
 #include <fstream>

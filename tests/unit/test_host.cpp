@@ -1,15 +1,15 @@
 // The host behind the module interface, called as a module calls it.
 #include "zel_module.h"
 
-#include "host_directories.h"
-#include "host_heap.h"
-#include "host_messages.h"
-#include "host_modules.h"
-#include "host_objects.h"
-#include "host_routines.h"
-#include "host_session.h"
-#include "host_strings.h"
-#include "host_variables.h"
+#include "host/directories.h"
+#include "host/heap.h"
+#include "host/messages.h"
+#include "host/modules.h"
+#include "host/objects.h"
+#include "host/routines.h"
+#include "host/session.h"
+#include "host/strings.h"
+#include "host/variables.h"
 
 #include <gtest/gtest.h>
 

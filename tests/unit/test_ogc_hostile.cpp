@@ -1,6 +1,6 @@
 // Documents that mean harm, or are broken: what they cost, and that the client is as good as new afterwards.
 #include "ogc_client.h"
-#include "zel_ogc_xml_guard.h"
+#include "xml/limits.h"
 #include "zel_ogcwcs_obj.h"
 #include "zel_ogcwms_obj.h"
 

@@ -1,0 +1,134 @@
+#include "frontend/interpreter.h"
+
+#include "frontend/functions.h"
+#include "frontend/library.h"
+#include "frontend/stop.h"
+#include "frontend/values.h"
+
+#include "host/messages.h"
+
+#include <cmath>
+#include <new>
+
+namespace zel::lua {
+
+namespace {
+
+/// Registry key of the error value that a script raised below a routine.
+const char kErrorKey = 0;
+
+struct ScriptCall {
+  const std::string& routine;
+  int argc;
+  ZEL_Variable** argv;
+  bool found = false;
+};
+
+/// Calls the routine of a ScriptCall and leaves its first result, or nothing.
+int runScriptCall(lua_State* L) {
+  auto& call = *static_cast<ScriptCall*>(lua_touserdata(L, 1));
+  lua_settop(L, 0);
+  return protect(L, [L, &call] {
+    if (!pushFunction(L, call.routine)) lua_getglobal(L, call.routine.c_str());
+    call.found = lua_isfunction(L, -1);
+    if (!call.found) return 0;
+    for (int i = 0; i < call.argc; ++i) pushValue(L, *call.argv[i]);
+    lua_call(L, call.argc, 1);
+    return 1;
+  });
+}
+
+/// Stores what a script routine returned; runs outside of any Lua protection and calls nothing that raises there.
+void storeResult(lua_State* L, const std::string& routine, ZEL_Variable* result) {
+  std::int64_t integer = 1;
+  switch (lua_type(L, -1)) {
+  case LUA_TNIL:
+    break;
+  case LUA_TBOOLEAN:
+    integer = lua_toboolean(L, -1);
+    break;
+  case LUA_TNUMBER:
+    if (int exact = 0; integer = lua_tointegerx(L, -1, &exact), !exact) {
+      const double number = lua_tonumber(L, -1);
+      ZEL_StoreScalar(result, ZEL_TYP_DOUBLE, &number);
+      return;
+    }
+    break;
+  default:
+    host::raise("Routine " + routine + " returned a " + luaL_typename(L, -1) + ", not a number or a boolean.");
+  }
+  ZEL_StoreScalar(result, ZEL_TYP_LONG64, &integer);
+}
+
+int prepare(lua_State* L) {
+  luaL_openlibs(L);
+  lua_pushboolean(L, 0);
+  lua_rawsetp(L, LUA_REGISTRYINDEX, &kErrorKey);
+  openLibrary(L);
+  openStop(L);
+  return 0;
+}
+
+} // namespace
+
+void pushError(lua_State* L, const char* text) {
+  luaL_where(L, 1);
+  lua_pushstring(L, text);
+  lua_concat(L, 2);
+}
+
+void pushHostError(lua_State* L) {
+  const host::Error error = host::takeError();
+  if (!error.fromScript) return pushError(L, error.text.c_str());
+  lua_rawgetp(L, LUA_REGISTRYINDEX, &kErrorKey);
+  lua_pushboolean(L, 0);
+  lua_rawsetp(L, LUA_REGISTRYINDEX, &kErrorKey);
+}
+
+Interpreter::Interpreter() : m_main(luaL_newstate()), m_current(m_main) {
+  if (!m_main) throw std::bad_alloc();
+  *static_cast<Interpreter**>(lua_getextraspace(m_main)) = this;
+  setCurrent(m_main);
+  lua_pushcfunction(m_main, prepare);
+  if (lua_pcall(m_main, 0, 0, 0) != LUA_OK) throw std::bad_alloc();
+  host::setFrontEnd(this);
+}
+
+Interpreter::~Interpreter() {
+  lua_close(m_main);
+  host::setFrontEnd(nullptr);
+  setInterruptible(nullptr, nullptr);
+}
+
+Interpreter& Interpreter::of(lua_State* L) noexcept { return **static_cast<Interpreter**>(lua_getextraspace(L)); }
+
+void Interpreter::callScript(const std::string& routine, int argc, ZEL_Variable** argv, ZEL_Variable* result) {
+  lua_State* L = m_current;
+  if (!lua_checkstack(L, 4)) host::raise("There is no room to call routine " + routine + '.');
+  const StackGuard guard(L);
+  ScriptCall call{routine, argc, argv};
+  lua_pushcfunction(L, runScriptCall);
+  lua_pushlightuserdata(L, &call);
+  const int status = lua_pcall(L, 1, 1, 0);
+  if (exitAsked) host::raise(host::Error{"exit", true});
+  if (status != LUA_OK) {
+    const std::string text = lua_type(L, -1) == LUA_TSTRING ? lua_tostring(L, -1) : "error in routine " + routine;
+    lua_rawsetp(L, LUA_REGISTRYINDEX, &kErrorKey);
+    host::raise(host::Error{text, true});
+  }
+  if (!call.found) host::raise("There is no global function \"" + routine + "\" to call.");
+  if (result) storeResult(L, routine, result);
+}
+
+void Interpreter::setCurrent(lua_State* L) noexcept {
+  m_current = L;
+  setInterruptible(m_main, L);
+}
+
+Interpreter::Calling::Calling(lua_State* L) : m_interpreter(of(L)), m_outer(m_interpreter.m_current) {
+  m_interpreter.setCurrent(L);
+}
+
+Interpreter::Calling::~Calling() { m_interpreter.setCurrent(m_outer); }
+
+} // namespace zel::lua

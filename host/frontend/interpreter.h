@@ -1,0 +1,53 @@
+/// \file
+/// The script interpreter: a Lua state with the `zel` library, and the host's way to call scripts.
+#pragma once
+
+#include "frontend/support.h"
+
+#include "host/session.h"
+
+#include <optional>
+#include <string>
+
+namespace zel::lua {
+
+/// One interpreter; only one is alive at a time.
+class Interpreter final : public host::FrontEnd {
+public:
+  Interpreter();
+  ~Interpreter() override;
+
+  lua_State* state() const noexcept { return m_main; }
+  /// The interpreter of a state or coroutine.
+  static Interpreter& of(lua_State* L) noexcept;
+
+  void callScript(const std::string& routine, int argc, ZEL_Variable** argv, ZEL_Variable* result) override;
+
+  /// Has the script end with an exit code as soon as no native code runs.
+  struct Exit {
+    int code;
+    bool close;
+  };
+  std::optional<Exit> exitAsked;
+
+  /// Makes a coroutine the one that native code calls back into while it lives.
+  class Calling {
+  public:
+    explicit Calling(lua_State* L);
+    ~Calling();
+    Calling(const Calling&) = delete;
+    Calling& operator=(const Calling&) = delete;
+
+  private:
+    Interpreter& m_interpreter;
+    lua_State* m_outer;
+  };
+
+private:
+  void setCurrent(lua_State* L) noexcept;
+
+  lua_State* m_main;
+  lua_State* m_current;
+};
+
+} // namespace zel::lua

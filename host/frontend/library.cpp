@@ -1,0 +1,133 @@
+#include "frontend/library.h"
+
+#include "frontend/interpreter.h"
+#include "frontend/objects.h"
+#include "frontend/values.h"
+
+#include "host/directories.h"
+#include "host/heap.h"
+#include "host/modules.h"
+#include "host/routines.h"
+#include "host/session.h"
+
+#include <chrono>
+#include <cstdio>
+
+#include <sys/ioctl.h>
+
+namespace zel::lua {
+
+namespace {
+
+constexpr lua_Integer kUsualColumns = 80; ///< of a terminal that does not tell
+
+/// zel.load(name): loads a module.
+int loadModule(lua_State* L) {
+  const char* name = luaL_checkstring(L, 1);
+  return protect(L, [name] {
+    host::loadModule(name);
+    return 0;
+  });
+}
+
+/// zel.reset(): resets the session.
+int resetSession(lua_State* L) {
+  return protect(L, [L] {
+    const Interpreter::Calling calling(L);
+    host::resetSession();
+    return 0;
+  });
+}
+
+/// zel.tags(structure): its tags in their order.
+int tags(lua_State* L) {
+  luaL_checktype(L, 1, LUA_TTABLE);
+  pushTags(L, 1);
+  return 1;
+}
+
+/// zel.counts(): how many temporaries, heap variables and objects are alive, and how many temporaries modules left.
+int counts(lua_State* L) {
+  const auto heap = host::heapCounts();
+  const struct {
+    const char* name;
+    std::int64_t count;
+  } rows[] = {{"temporaries", ZEL_TempCount()},
+              {"leaked", host::leakedTemporaries()},
+              {"heap", heap.pointers},
+              {"objects", heap.objects}};
+  lua_createtable(L, 0, static_cast<int>(std::size(rows)));
+  for (const auto& row : rows) {
+    lua_pushinteger(L, row.count);
+    lua_setfield(L, -2, row.name);
+  }
+  return 1;
+}
+
+/// zel.clock(): seconds on a clock that runs evenly, whatever the time of day is set to.
+int clockSeconds(lua_State* L) {
+  const auto now = std::chrono::steady_clock::now().time_since_epoch();
+  lua_pushnumber(L, std::chrono::duration<double>(now).count());
+  return 1;
+}
+
+/// zel.columns(file): the width of the terminal that an open file is; nil when it is none.
+int columns(lua_State* L) {
+  const auto* stream = static_cast<luaL_Stream*>(luaL_checkudata(L, 1, LUA_FILEHANDLE));
+  winsize size{};
+  if (!stream->closef || ::ioctl(::fileno(stream->f), TIOCGWINSZ, &size) != 0)
+    luaL_pushfail(L);
+  else
+    lua_pushinteger(L, size.ws_col > 0 ? size.ws_col : kUsualColumns);
+  return 1;
+}
+
+/// A function of the library that is written in Lua; its module is loaded on first use.
+template <const char* module>
+int callModule(lua_State* L) {
+  lua_getglobal(L, "require");
+  lua_pushstring(L, module);
+  lua_call(L, 1, 1);
+  lua_insert(L, 1);
+  lua_call(L, lua_gettop(L) - 1, LUA_MULTRET);
+  return lua_gettop(L);
+}
+
+constexpr char kShow[] = "zel.show";
+constexpr char kHelp[] = "zel.help";
+
+constexpr luaL_Reg kFunctions[] = {
+    {"new", newObject},          {"load", loadModule},        {"reset", resetSession}, {"tags", tags},
+    {"counts", counts},          {"clock", clockSeconds},     {"columns", columns},    {"methods", objectMethods},
+    {"show", callModule<kShow>}, {"help", callModule<kHelp>}, {nullptr, nullptr}};
+
+/// Lets `require` find the Lua modules that come with the runner, before others of their names.
+void addModules(lua_State* L) {
+  luaL_getsubtable(L, LUA_REGISTRYINDEX, LUA_LOADED_TABLE);
+  lua_getfield(L, -1, LUA_LOADLIBNAME);
+  lua_pushstring(L, ((host::sharedDirectory() / "lua" / "?.lua").string() + ';').c_str());
+  lua_getfield(L, -2, "path");
+  lua_concat(L, 2);
+  lua_setfield(L, -2, "path");
+  lua_pop(L, 2);
+}
+
+int makeLibrary(lua_State* L) {
+  luaL_newlib(L, kFunctions);
+  lua_pushliteral(L, ZEL_VERSION);
+  lua_setfield(L, -2, "version");
+  pushUndefined(L);
+  lua_setfield(L, -2, "undefined");
+  return 1;
+}
+
+} // namespace
+
+void openLibrary(lua_State* L) {
+  openObjects(L);
+  addModules(L);
+  luaL_requiref(L, "zel", makeLibrary, 1);
+  lua_pop(L, 1);
+}
+
+} // namespace zel::lua

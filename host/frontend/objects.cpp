@@ -1,0 +1,218 @@
+#include "frontend/objects.h"
+
+#include "frontend/calls.h"
+#include "frontend/functions.h"
+#include "frontend/interpreter.h"
+
+#include "host/heap.h"
+#include "host/messages.h"
+#include "host/modules.h"
+#include "host/objects.h"
+#include "host/routines.h"
+#include "host/strings.h"
+#include "host/variables.h"
+
+#include <new>
+#include <string>
+#include <vector>
+
+namespace zel::lua {
+
+namespace {
+
+constexpr const char* kMetatable = "zel.object";
+/// Name in the registry of the table from identifiers to the objects that scripts hold.
+constexpr const char* kObjects = "zel.objects";
+
+void deleteHostObject(Object& object) noexcept {
+  if (object.closed && object.running == 0) ZEL_HeapVarDelete(ZEL_HeapVarHashFind(object.hvid));
+}
+
+/// Runs CLEANUP, which may refuse by raising, and gives up the host object.
+void close(lua_State* L, Object& object) {
+  if (object.closed) return;
+  if (const auto* cleanup = host::findMethod(object.objdef, "CLEANUP")) {
+    const Interpreter::Calling calling(L);
+    const ObjectUse use(object);
+    host::Variable self;
+    self->type = ZEL_TYP_OBJREF;
+    self->value.hvid = object.hvid;
+    ZEL_Variable* argv[] = {self.get()};
+    host::callRoutine(*cleanup, 1, argv, {0, nullptr});
+  }
+  object.closed = true;
+  deleteHostObject(object);
+}
+
+/// close() where nobody can be told of a refusal. \return whether the object is closed.
+bool tryClose(lua_State* L, Object& object) {
+  try {
+    close(L, object);
+  } catch (const ZEL_Unwind&) {
+    host::takeError();
+  }
+  return object.closed;
+}
+
+Object& checkObject(lua_State* L, int index) { return *static_cast<Object*>(luaL_checkudata(L, index, kMetatable)); }
+
+/// object:close(), and the end of a `local object <close>`.
+int closeObject(lua_State* L) {
+  Object& object = checkObject(L, 1);
+  return protect(L, [L, &object] {
+    close(L, object);
+    releaseFunctions(L, 1);
+    return 0;
+  });
+}
+
+/// Collection. An object that refuses (a transfer uses it) is kept for the next round.
+int collectObject(lua_State* L) {
+  Object& object = checkObject(L, 1);
+  if (!tryClose(L, object)) luaL_setmetatable(L, kMetatable);
+  return 0;
+}
+
+int objectToString(lua_State* L) {
+  const Object& object = checkObject(L, 1);
+  lua_pushfstring(L, "%s object%s", host::className(object.objdef).c_str(), object.closed ? " (closed)" : "");
+  return 1;
+}
+
+void pushMethod(lua_State* L, const Object& object, const char* key) {
+  const std::string name = host::upper(key);
+  if (const auto* routine = host::findMethod(object.objdef, name)) return pushRoutine(L, *routine);
+  if (name == "CLOSE") return lua_pushcfunction(L, closeObject);
+  auto names = host::methodNames(object.objdef);
+  names.emplace_back("close");
+  host::raise(host::className(object.objdef) + " has no method \"" + key + "\"; it has " + host::join(names, ", ") +
+              '.');
+}
+
+/// object[name]: the method, in any case. Methods are made once for each spelling.
+int indexObject(lua_State* L) {
+  const Object& object = checkObject(L, 1);
+  const char* key = luaL_checkstring(L, 2);
+  return protect(L, [L, &object, key] {
+    if (lua_rawgetp(L, LUA_REGISTRYINDEX, object.objdef) != LUA_TTABLE) {
+      lua_newtable(L);
+      lua_pushvalue(L, -1);
+      lua_rawsetp(L, LUA_REGISTRYINDEX, object.objdef);
+      lua_replace(L, -2);
+    }
+    if (lua_getfield(L, -1, key) == LUA_TFUNCTION) return 1;
+    pushMethod(L, object, key);
+    lua_pushvalue(L, -1);
+    lua_setfield(L, -4, key);
+    return 1;
+  });
+}
+
+const ZEL_ObjDef* requireClass(const char* name) {
+  const ZEL_ObjDef* objdef = host::findClass(name);
+  if (!objdef) {
+    host::loadModuleOfClass(name);
+    objdef = host::findClass(name);
+  }
+  if (!objdef) host::raise(std::string("There is no object class \"") + name + "\". Is its module loaded?");
+  return objdef;
+}
+
+/// Pushes the userdata of a new host object.
+Object& pushNewObject(lua_State* L, const ZEL_ObjDef* objdef) {
+  auto* object = new (lua_newuserdatauv(L, sizeof(Object), 1)) Object{0, objdef, 0, true}; // NOLINT: Lua's memory
+  luaL_setmetatable(L, kMetatable);
+  object->hvid = host::newObject(objdef)->hvid;
+  object->closed = false;
+  lua_getfield(L, LUA_REGISTRYINDEX, kObjects);
+  lua_pushvalue(L, -2);
+  lua_rawseti(L, -2, object->hvid);
+  lua_pop(L, 1);
+  return *object;
+}
+
+/// Runs INIT with the properties at a stack index. \return whether it says yes.
+bool initialise(lua_State* L, int self, int properties) {
+  const auto* init = host::findMethod(objectAt(L, self)->objdef, "INIT");
+  if (!init) return true;
+  const Temp answer = callMethod(L, *init, self, properties);
+  return !answer || host::scalarInteger(answer.get()) != 0;
+}
+
+} // namespace
+
+void openObjects(lua_State* L) {
+  constexpr luaL_Reg methods[] = {{"__index", indexObject},
+                                  {"__close", closeObject},
+                                  {"__gc", collectObject},
+                                  {"__tostring", objectToString},
+                                  {nullptr, nullptr}};
+  luaL_newmetatable(L, kMetatable);
+  luaL_setfuncs(L, methods, 0);
+  lua_pushliteral(L, "object");
+  lua_setfield(L, -2, "__metatable");
+  lua_newtable(L);
+  lua_createtable(L, 0, 1);
+  lua_pushliteral(L, "v");
+  lua_setfield(L, -2, "__mode");
+  lua_setmetatable(L, -2);
+  lua_setfield(L, LUA_REGISTRYINDEX, kObjects);
+  lua_pop(L, 1);
+}
+
+Object* objectAt(lua_State* L, int index) { return static_cast<Object*>(luaL_testudata(L, index, kMetatable)); }
+
+void pushObject(lua_State* L, ZEL_HVID hvid) {
+  lua_getfield(L, LUA_REGISTRYINDEX, kObjects);
+  lua_rawgeti(L, -1, hvid);
+  lua_replace(L, -2);
+}
+
+int newObject(lua_State* L) {
+  const char* name = luaL_checkstring(L, 1);
+  if (!lua_isnoneornil(L, 2)) luaL_checktype(L, 2, LUA_TTABLE);
+  lua_settop(L, 2);
+  return protect(L, [L, name] {
+    Object& object = pushNewObject(L, requireClass(name));
+    std::vector<std::string> messages;
+    bool made = false;
+    try {
+      const host::InfoRedirect redirect([&messages](const std::string& line) { messages.push_back(line); });
+      made = initialise(L, 3, 2);
+    } catch (const ZEL_Unwind&) {
+      host::Error error = host::takeError();
+      tryClose(L, object);
+      host::raise(std::move(error));
+    }
+    if (made) {
+      for (const std::string& line : messages) host::inform(line);
+      lua_settop(L, 3);
+      return 1;
+    }
+    tryClose(L, object);
+    lua_pushnil(L);
+    const std::string why =
+        messages.empty() ? std::string(name) + " could not be initialised" : host::join(messages, "\n");
+    lua_pushlstring(L, why.data(), why.size());
+    return 2;
+  });
+}
+
+int objectMethods(lua_State* L) {
+  const Object& object = checkObject(L, 1);
+  return protect(L, [L, &object] {
+    lua_newtable(L);
+    for (lua_Integer i = 0; const std::string& name : host::methodNames(object.objdef)) {
+      lua_pushlstring(L, name.data(), name.size());
+      lua_rawseti(L, -2, ++i);
+    }
+    return 1;
+  });
+}
+
+ObjectUse::~ObjectUse() {
+  --m_object.running;
+  deleteHostObject(m_object);
+}
+
+} // namespace zel::lua

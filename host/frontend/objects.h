@@ -1,0 +1,42 @@
+/// \file
+/// Objects as scripts hold them: userdata that own a host object.
+#pragma once
+
+#include "frontend/support.h"
+
+namespace zel::lua {
+
+/// What the userdata of an object holds.
+struct Object {
+  ZEL_HVID hvid;            ///< the host object
+  const ZEL_ObjDef* objdef; ///< its class
+  int running;              ///< methods of it that are running
+  bool closed;              ///< CLEANUP has run
+};
+
+/// Prepares a state for objects.
+void openObjects(lua_State* L);
+
+/// The object at a stack index; null when it is none.
+Object* objectAt(lua_State* L, int index);
+/// Pushes the object of an identifier; nil when no script holds it.
+void pushObject(lua_State* L, ZEL_HVID hvid);
+
+/// zel.new(class [, properties]): the object, or nil and the message when its INIT says 0.
+int newObject(lua_State* L);
+/// zel.methods(object): the names of its methods, sorted, in capitals.
+int objectMethods(lua_State* L);
+
+/// Counts a running method; the host object outlives it even when a script closes it meanwhile.
+class ObjectUse {
+public:
+  explicit ObjectUse(Object& object) noexcept : m_object(object) { ++m_object.running; }
+  ~ObjectUse();
+  ObjectUse(const ObjectUse&) = delete;
+  ObjectUse& operator=(const ObjectUse&) = delete;
+
+private:
+  Object& m_object;
+};
+
+} // namespace zel::lua

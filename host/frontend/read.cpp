@@ -1,0 +1,230 @@
+// Script values made into host values.
+#include "frontend/objects.h"
+#include "frontend/values.h"
+
+#include "host/messages.h"
+#include "host/strings.h"
+#include "host/structs.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cstring>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace zel::lua {
+
+namespace {
+
+constexpr int kMaxDepth = 32;
+
+/// Registry key of the value that stands for undefined.
+const char kUndefinedKey = 0;
+
+/// What a script value becomes: the type, and for tables how many elements (0: a single value) of which structure.
+struct Shape {
+  ZEL_Type type;
+  std::int64_t n = 0;
+  const ZEL_StructDef* sdef = nullptr;
+};
+
+/// Reads one value; keeps what errors say about it.
+class Reader {
+public:
+  Reader(lua_State* L, const std::string& what) : m_state(L), m_what(what) {}
+
+  void read(int index, ZEL_Variable& out) const {
+    if (isUndefined(index)) return;
+    const Shape shape = shapeOf(index, 0);
+    if (shape.n > 0 || shape.sdef) {
+      char* data = shape.sdef ? host::makeStructs(out, shape.sdef, std::max<std::int64_t>(shape.n, 1))
+                              : host::makeArray(out, shape.type, shape.n);
+      if (shape.n == 0) out.flags &= static_cast<std::uint8_t>(~ZEL_V_ARR);
+      fill(index, shape, data);
+    } else {
+      out.type = shape.type;
+      fill(index, shape, reinterpret_cast<char*>(&out.value));
+    }
+  }
+
+private:
+  [[noreturn]] void refuse(const std::string& why) const { host::raise(m_what + ": " + why + '.'); }
+
+  bool isUndefined(int index) const {
+    lua_rawgetp(m_state, LUA_REGISTRYINDEX, &kUndefinedKey);
+    const bool same = lua_rawequal(m_state, index, -1) != 0;
+    lua_pop(m_state, 1);
+    return same;
+  }
+
+  Shape shapeOf(int index, int depth) const {
+    switch (lua_type(m_state, index)) {
+    case LUA_TBOOLEAN:
+      return {ZEL_TYP_LONG64};
+    case LUA_TSTRING:
+      return {ZEL_TYP_STRING};
+    case LUA_TNUMBER: {
+      int exact = 0;
+      lua_tointegerx(m_state, index, &exact);
+      return {exact ? ZEL_TYP_LONG64 : ZEL_TYP_DOUBLE};
+    }
+    case LUA_TTABLE:
+      return shapeOfTable(index, depth);
+    case LUA_TUSERDATA:
+      if (objectAt(m_state, index)) return {ZEL_TYP_OBJREF};
+      break;
+    case LUA_TNIL:
+      refuse("it is nil; an undefined variable is passed as zel.undefined");
+    default:
+      break;
+    }
+    refuse(std::string("a ") + luaL_typename(m_state, index) + " cannot be passed");
+  }
+
+  Shape shapeOfTable(int index, int depth) const {
+    if (depth > kMaxDepth) refuse("its tables are nested too deeply");
+    luaL_checkstack(m_state, 8, "its tables are nested too deeply");
+    std::int64_t entries = 0;
+    std::int64_t names = 0;
+    for (lua_pushnil(m_state); lua_next(m_state, index); lua_pop(m_state, 1)) {
+      ++entries;
+      if (lua_type(m_state, -2) == LUA_TSTRING) ++names;
+    }
+    if (entries == 0) refuse("an empty table cannot be passed");
+    if (names == entries) return {ZEL_TYP_STRUCT, 0, define(index, depth)};
+    if (names > 0 || static_cast<std::int64_t>(lua_rawlen(m_state, index)) != entries)
+      refuse("a table must be either a list without holes or have names only");
+    return shapeOfList(index, entries, depth);
+  }
+
+  Shape shapeOfList(int index, std::int64_t n, int depth) const {
+    Shape all{ZEL_TYP_UNDEF};
+    for (std::int64_t k = 1; k <= n; ++k) {
+      lua_rawgeti(m_state, index, k);
+      const Shape one = shapeOf(lua_gettop(m_state), depth + 1);
+      lua_pop(m_state, 1);
+      if (one.n > 0) refuse("element " + std::to_string(k) + " is a list itself, and lists cannot be nested");
+      if (k == 1) all = one;
+      const auto isNumber = [](ZEL_Type type) { return type == ZEL_TYP_LONG64 || type == ZEL_TYP_DOUBLE; };
+      if (isNumber(all.type) && isNumber(one.type)) {
+        if (one.type == ZEL_TYP_DOUBLE) all.type = ZEL_TYP_DOUBLE;
+      } else if (one.type != all.type || one.sdef != all.sdef) {
+        refuse("element " + std::to_string(k) + " differs in type from those before it");
+      }
+    }
+    all.n = n;
+    return all;
+  }
+
+  /// Names of a table: in the order of their tags when it came from the host, then the others by the alphabet.
+  std::vector<std::string> namesOf(int index) const {
+    std::vector<std::string> names;
+    for (lua_pushnil(m_state); lua_next(m_state, index); lua_pop(m_state, 1)) names.push_back(tagName());
+    std::sort(names.begin(), names.end());
+    if (const auto twice = std::adjacent_find(names.begin(), names.end()); twice != names.end())
+      refuse("the name " + *twice + " appears twice in different case");
+    if (luaL_getmetafield(m_state, index, "tags") != LUA_TNIL) {
+      std::vector<std::string> ordered;
+      const auto n = static_cast<lua_Integer>(lua_rawlen(m_state, -1));
+      for (lua_Integer i = 1; i <= n; ++i) {
+        lua_rawgeti(m_state, -1, i);
+        const char* tag = lua_tostring(m_state, -1);
+        if (tag && std::erase(names, tag) > 0) ordered.emplace_back(tag);
+        lua_pop(m_state, 1);
+      }
+      lua_pop(m_state, 1);
+      names.insert(names.begin(), ordered.begin(), ordered.end());
+    }
+    return names;
+  }
+
+  /// The key of the current entry (below its value) as a tag.
+  std::string tagName() const {
+    std::string name = host::upper(lua_tostring(m_state, -2));
+    const auto fits = [](char c) { return std::isalnum(static_cast<unsigned char>(c)) || c == '_'; };
+    if (name.empty() || !std::all_of(name.begin(), name.end(), fits))
+      refuse("\"" + name + "\" cannot be the name of a tag");
+    return name;
+  }
+
+  const ZEL_StructDef* define(int index, int depth) const {
+    const std::vector<std::string> names = namesOf(index);
+    std::vector<ZEL_StructTagDef> tags(names.size() + 1);
+    for (std::size_t i = 0; i < names.size(); ++i) tags[i].name = names[i].c_str();
+    for (lua_pushnil(m_state); lua_next(m_state, index); lua_pop(m_state, 1)) {
+      const auto position = std::find(names.begin(), names.end(), tagName());
+      const Shape shape = shapeOf(lua_gettop(m_state), depth + 1);
+      auto& tag = tags[static_cast<std::size_t>(position - names.begin())];
+      tag.type = shape.type;
+      tag.n = shape.n;
+      tag.sdef = shape.sdef;
+    }
+    return ZEL_MakeStruct(nullptr, tags.data());
+  }
+
+  void fill(int index, const Shape& shape, char* data) const {
+    if (shape.n == 0) return fillOne(index, shape, data);
+    const std::int64_t size = shape.sdef ? shape.sdef->size : host::typeSize(shape.type);
+    for (std::int64_t k = 0; k < shape.n; ++k, data += size) {
+      lua_rawgeti(m_state, index, k + 1);
+      fillOne(lua_gettop(m_state), shape, data);
+      lua_pop(m_state, 1);
+    }
+  }
+
+  void fillOne(int index, const Shape& shape, char* data) const {
+    if (shape.type == ZEL_TYP_STRING) {
+      std::size_t length = 0;
+      const char* text = lua_tolstring(m_state, index, &length);
+      if (std::memchr(text, '\0', length)) refuse("a text with a zero byte cannot be passed");
+      host::store(*reinterpret_cast<ZEL_STRING*>(data), {text, length});
+    } else if (shape.type == ZEL_TYP_STRUCT) {
+      for (lua_pushnil(m_state); lua_next(m_state, index); lua_pop(m_state, 1)) {
+        const host::Tag& tag = shape.sdef->tags[static_cast<std::size_t>(shape.sdef->positions.at(tagName()))];
+        fill(lua_gettop(m_state), {tag.type, tag.n, tag.sdef}, data + tag.offset);
+      }
+    } else if (shape.type == ZEL_TYP_OBJREF) {
+      store(data, objectAt(m_state, index)->hvid);
+    } else if (shape.type == ZEL_TYP_DOUBLE) {
+      store(data, static_cast<double>(lua_tonumber(m_state, index)));
+    } else {
+      const bool boolean = lua_isboolean(m_state, index);
+      store<std::int64_t>(data, boolean ? lua_toboolean(m_state, index) : lua_tointeger(m_state, index));
+    }
+  }
+
+  template <class T>
+  static void store(char* data, T value) noexcept {
+    std::memcpy(data, &value, sizeof value);
+  }
+
+  lua_State* m_state;
+  const std::string& m_what;
+};
+
+int undefinedToString(lua_State* L) {
+  lua_pushliteral(L, "zel.undefined");
+  return 1;
+}
+
+} // namespace
+
+void readValue(lua_State* L, int index, ZEL_Variable& out, const std::string& what) {
+  const StackGuard guard(L);
+  Reader(L, what).read(lua_absindex(L, index), out);
+}
+
+void pushUndefined(lua_State* L) {
+  if (lua_rawgetp(L, LUA_REGISTRYINDEX, &kUndefinedKey) == LUA_TUSERDATA) return;
+  lua_pop(L, 1);
+  lua_newuserdatauv(L, 0, 0);
+  lua_createtable(L, 0, 1);
+  lua_pushcfunction(L, undefinedToString);
+  lua_setfield(L, -2, "__tostring");
+  lua_setmetatable(L, -2);
+  lua_pushvalue(L, -1);
+  lua_rawsetp(L, LUA_REGISTRYINDEX, &kUndefinedKey);
+}
+
+} // namespace zel::lua

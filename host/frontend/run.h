@@ -1,0 +1,29 @@
+/// \file
+/// Running scripts.
+#pragma once
+
+#include "frontend/support.h"
+
+#include <string>
+#include <vector>
+
+namespace zel::lua {
+
+/// Sets the table `arg`: the script's name at 0, its arguments from 1.
+void setArguments(lua_State* L, const std::string& name, const std::vector<std::string>& arguments);
+
+/// Calls the chunk under its arguments on the stack, as lua_pcall does, with Ctrl-C stopping it. An error leaves its
+/// message with where it happened. \return whether it went well.
+bool callChunk(lua_State* L, int arguments, int results);
+
+/// Loads and runs a file (empty: standard input) or a text, with the arguments of `arg`. What fails is printed.
+/// \return whether it went well.
+bool runFile(lua_State* L, const std::string& path);
+bool runText(lua_State* L, const std::string& code, const char* chunkName);
+
+/// Prints the error on top of the stack and drops it.
+void reportError(lua_State* L);
+/// Prints an error of the runner.
+void printError(const std::string& text);
+
+} // namespace zel::lua

@@ -1,0 +1,25 @@
+/// \file
+/// The two ways in which a script is stopped from outside its own flow: os.exit below native code, and Ctrl-C.
+#pragma once
+
+#include "frontend/support.h"
+
+namespace zel::lua {
+
+/// Replaces os.exit by one that lets running native code unwind first.
+void openStop(lua_State* L);
+
+/// Tells which states Ctrl-C stops: the main one, and the coroutine that runs as far as it is known.
+void setInterruptible(lua_State* main, lua_State* current) noexcept;
+
+/// While it lives, Ctrl-C raises "interrupted!" in the script; a second one before the script has seen it ends the
+/// process. An ignored signal stays ignored.
+class InterruptGuard {
+public:
+  InterruptGuard() noexcept;
+  ~InterruptGuard();
+  InterruptGuard(const InterruptGuard&) = delete;
+  InterruptGuard& operator=(const InterruptGuard&) = delete;
+};
+
+} // namespace zel::lua

@@ -1,0 +1,75 @@
+#include "host/heap.h"
+
+#include "host/objects.h"
+#include "host/variables.h"
+
+#include <algorithm>
+#include <unordered_map>
+
+namespace zel::host {
+
+namespace {
+
+/// Releases the value with the heap variable.
+struct HeapVar : ZEL_HeapVar {
+  HeapVar(ZEL_HVID id, const ZEL_ObjDef* objectClass) noexcept : ZEL_HeapVar{id, 0, objectClass, {}} {}
+  ~HeapVar() { clear(var); }
+  HeapVar(const HeapVar&) = delete;
+  HeapVar& operator=(const HeapVar&) = delete;
+};
+
+struct Heap {
+  std::unordered_map<ZEL_HVID, HeapVar> alive;
+  ZEL_HVID last = 0;
+};
+
+Heap& heap() {
+  static Heap all;
+  return all;
+}
+
+ZEL_HeapVar* add(const ZEL_ObjDef* objdef) {
+  auto& [alive, last] = heap();
+  do ++last;
+  while (last == 0 || alive.contains(last));
+  return &alive.try_emplace(last, last, objdef).first->second;
+}
+
+} // namespace
+
+HeapCounts heapCounts() noexcept {
+  const auto& alive = heap().alive;
+  const auto objects = std::count_if(alive.begin(), alive.end(), [](const auto& hv) { return hv.second.objdef; });
+  return {static_cast<std::int64_t>(alive.size()) - objects, objects};
+}
+
+ZEL_HeapVar* newObject(const ZEL_ObjDef* objdef) {
+  ZEL_HeapVar* hv = add(objdef);
+  makeStructs(hv->var, objdef->sdef, 1);
+  return hv;
+}
+
+} // namespace zel::host
+
+using zel::host::heap;
+
+extern "C" {
+
+ZEL_HeapVar* ZEL_HeapVarNew(ZEL_Variable* value) {
+  ZEL_HeapVar* hv = zel::host::add(nullptr);
+  ZEL_VarCopy(value, &hv->var);
+  return hv;
+}
+
+ZEL_HeapVar* ZEL_HeapVarHashFind(ZEL_HVID hvid) noexcept {
+  const auto found = heap().alive.find(hvid);
+  return found == heap().alive.end() ? nullptr : &found->second;
+}
+
+void ZEL_HeapVarDelete(ZEL_HeapVar* hv) noexcept {
+  if (!hv) return;
+  const ZEL_HVID hvid = hv->hvid;
+  heap().alive.erase(hvid);
+}
+
+} // extern "C"

@@ -1,0 +1,133 @@
+#include "host/messages.h"
+
+#include "host/routines.h"
+#include "host/variables.h"
+
+#include "zel_module.h"
+
+#include <cstdarg>
+#include <iostream>
+#include <memory>
+#include <string_view>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+struct ZEL_MsgBlockDef {
+  std::string name;
+  std::vector<std::string> formats;
+};
+
+namespace zel::host {
+
+namespace {
+
+Error& keptError() {
+  static Error error;
+  return error;
+}
+
+InfoSink& infoSink() {
+  static InfoSink sink;
+  return sink;
+}
+
+std::vector<std::unique_ptr<ZEL_MsgBlockDef>>& blocks() {
+  static std::vector<std::unique_ptr<ZEL_MsgBlockDef>> defined;
+  return defined;
+}
+
+std::string expand(std::string_view format, va_list texts) {
+  std::string out;
+  for (std::size_t i = 0; i < format.size(); ++i) {
+    const std::string_view spec = format.substr(i, 2);
+    if (spec == "%N") {
+      out += routinePrefix();
+    } else if (spec == "%s") {
+      if (const char* text = va_arg(texts, const char*)) out += text;
+    } else if (spec == "%%") {
+      out += '%';
+    } else {
+      out += format[i];
+      continue;
+    }
+    ++i;
+  }
+  // Outside of any routine the prefix is empty, and so is what separates it from the text.
+  const std::size_t first = routinePrefix().empty() ? out.find_first_not_of(' ') : 0;
+  return first == std::string::npos ? std::string() : out.substr(first);
+}
+
+} // namespace
+
+void raise(const std::string& text) {
+  const std::string prefix = routinePrefix();
+  raise(Error{prefix.empty() ? text : prefix + ' ' + text});
+}
+
+void raiseErrno(const std::string& text, int errnum) {
+  raise(text + ": " + std::generic_category().message(errnum) + '.');
+}
+
+void raise(Error error) {
+  keptError() = std::move(error);
+  throw ZEL_Unwind{};
+}
+
+Error takeError() { return std::exchange(keptError(), {}); }
+
+void inform(const std::string& text) {
+  if (infoSink())
+    infoSink()(text);
+  else
+    std::cerr << text << '\n';
+}
+
+InfoRedirect::InfoRedirect(InfoSink sink) : m_outer(std::exchange(infoSink(), std::move(sink))) {}
+
+InfoRedirect::~InfoRedirect() { infoSink() = std::move(m_outer); }
+
+} // namespace zel::host
+
+using zel::host::describe;
+using zel::host::placeInCall;
+using zel::host::raise;
+
+extern "C" {
+
+ZEL_MsgBlock ZEL_MessageDefineBlock(const char* name, int n, const ZEL_MsgDef* defs) {
+  if (!name || n < 1 || !defs) return nullptr;
+  auto block = std::make_unique<ZEL_MsgBlockDef>();
+  block->name = name;
+  for (const ZEL_MsgDef* def = defs; def != defs + n; ++def) {
+    if (!def->format) return nullptr;
+    block->formats.emplace_back(def->format);
+  }
+  return zel::host::blocks().emplace_back(std::move(block)).get();
+}
+
+void ZEL_MessageFromBlock(ZEL_MsgBlock block, int code, int action, ...) {
+  if (!block) raise("A message was issued from a message block that is not defined.");
+  if (code > 0 || static_cast<std::size_t>(-static_cast<std::int64_t>(code)) >= block->formats.size())
+    raise("Message block " + block->name + " has no message of code " + std::to_string(code) + '.');
+  va_list texts;
+  va_start(texts, action);
+  std::string text = zel::host::expand(block->formats[static_cast<std::size_t>(-code)], texts);
+  va_end(texts);
+  if (action == ZEL_MSG_ERROR) raise(zel::host::Error{std::move(text)});
+  zel::host::inform(text);
+}
+
+void ZEL_MessageVE_REQOBJREF(const ZEL_Variable* v) {
+  raise(placeInCall(v) + "An object is required here, not " + describe(v) + '.');
+}
+
+void ZEL_MessageVE_REQSTR(const ZEL_Variable* v) {
+  raise(placeInCall(v) + "A string is required here, not " + describe(v) + '.');
+}
+
+void ZEL_MessageVE_NOTSCALAR(const ZEL_Variable* v) {
+  raise(placeInCall(v) + "A single value is required here, not " + describe(v) + '.');
+}
+
+} // extern "C"

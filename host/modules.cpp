@@ -1,0 +1,99 @@
+#include "host/modules.h"
+
+#include "host/directories.h"
+#include "host/messages.h"
+#include "host/strings.h"
+
+#include "zel_module.h"
+
+#include <cstdlib>
+#include <exception>
+#include <filesystem>
+#include <map>
+#include <sstream>
+#include <vector>
+
+#include <dlfcn.h>
+
+namespace fs = std::filesystem;
+
+namespace zel::host {
+
+namespace {
+
+struct ClassRow {
+  std::string_view className;
+  const char* module;
+};
+
+/// Classes whose module is loaded on first use.
+constexpr ClassRow kClasses[] = {{"ZELNETOGCWCS", "zel_ogc"}, {"ZELNETOGCWMS", "zel_ogc"}};
+
+/// What came of the modules that were opened, by their real path: empty when loaded, else why not.
+std::map<fs::path, std::string>& outcomes() {
+  static std::map<fs::path, std::string> all;
+  return all;
+}
+
+std::vector<fs::path> searchDirectories() {
+  std::vector<fs::path> directories;
+  if (const char* listed = std::getenv("ZEL_MODULE_PATH")) {
+    std::istringstream list(listed);
+    for (std::string directory; std::getline(list, directory, ':');)
+      if (!directory.empty()) directories.emplace_back(directory);
+  }
+  if (const fs::path here = executableDirectory(); !here.empty()) {
+    directories.push_back(here);
+    directories.push_back(here.parent_path() / "lib" / "zel");
+  }
+  return directories;
+}
+
+fs::path findModule(const std::string& name) {
+  std::error_code missing;
+  if (name.find('/') != std::string::npos) {
+    if (!fs::is_regular_file(name, missing)) raise("There is no module \"" + name + "\".");
+    return fs::canonical(name);
+  }
+  const std::string file = name.ends_with(".so") ? name : name + ".so";
+  std::vector<std::string> tried;
+  for (const fs::path& directory : searchDirectories()) {
+    if (fs::is_regular_file(directory / file, missing)) return fs::canonical(directory / file);
+    tried.push_back(directory.string());
+  }
+  raise("Module \"" + name + "\" was not found in " + join(tried, ", ") +
+        ". Set ZEL_MODULE_PATH to its directory, or give its path.");
+}
+
+/// Opens a module and has it register itself. \return empty, or why it cannot be used.
+std::string open(const fs::path& path) {
+  void* module = ::dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+  if (!module) return ::dlerror();
+  auto* load = reinterpret_cast<int (*)()>(::dlsym(module, "ZEL_Load"));
+  if (!load) return "it has no ZEL_Load, so it is no ZEL module";
+  try {
+    return load() ? "" : "it reports that it could not start (ZEL_Load gave 0)";
+  } catch (const ZEL_Unwind&) {
+    return takeError().text;
+  } catch (const std::exception& error) {
+    return error.what();
+  } catch (...) {
+    return "unknown exception";
+  }
+}
+
+} // namespace
+
+void loadModule(const std::string& name) {
+  const fs::path path = findModule(name);
+  auto outcome = outcomes().find(path);
+  if (outcome == outcomes().end()) outcome = outcomes().emplace(path, open(path)).first;
+  if (!outcome->second.empty()) raise("Unable to load module \"" + path.string() + "\": " + outcome->second + '.');
+}
+
+void loadModuleOfClass(std::string_view className) {
+  for (const ClassRow& row : kClasses)
+    if (row.className == upper(className)) loadModule(row.module);
+}
+
+} // namespace zel::host

@@ -1,0 +1,109 @@
+#include "host/temporaries.h"
+
+#include "host/memory.h"
+#include "host/messages.h"
+#include "host/strings.h"
+#include "host/variables.h"
+
+#include <list>
+
+namespace zel::host {
+
+namespace {
+
+/// A temporary knows its place in the list, so that releasing it costs no search.
+struct Temporary : ZEL_Variable {
+  std::uint64_t serial = 0;
+  std::list<Temporary>::iterator self;
+};
+
+struct Temporaries {
+  std::list<Temporary> alive; // in the order of their making
+  std::uint64_t lastSerial = 0;
+};
+
+Temporaries& temporaries() {
+  static Temporaries all;
+  return all;
+}
+
+void releaseTemporary(Temporary& v) noexcept {
+  clear(v);
+  temporaries().alive.erase(v.self);
+}
+
+} // namespace
+
+std::uint64_t lastTemporary() noexcept { return temporaries().lastSerial; }
+
+std::int64_t releaseTemporariesAfter(std::uint64_t serial, const ZEL_Variable* keep) noexcept {
+  std::int64_t count = 0;
+  auto& alive = temporaries().alive;
+  for (auto it = alive.end(); it != alive.begin();) {
+    Temporary& v = *--it;
+    if (v.serial <= serial) break;
+    if (&v == keep) continue;
+    ++it;
+    releaseTemporary(v);
+    ++count;
+  }
+  return count;
+}
+
+} // namespace zel::host
+
+using zel::Temp;
+using zel::host::temporaries;
+
+extern "C" {
+
+ZEL_Variable* ZEL_Gettmp() {
+  auto& all = temporaries();
+  auto& v = all.alive.emplace_back();
+  v.flags = ZEL_V_TEMP;
+  v.serial = ++all.lastSerial;
+  v.self = std::prev(all.alive.end());
+  return &v;
+}
+
+ZEL_Variable* ZEL_GettmpInt(std::int16_t value) {
+  ZEL_Variable* v = ZEL_Gettmp();
+  v->type = ZEL_TYP_INT;
+  v->value.i = value;
+  return v;
+}
+
+ZEL_Variable* ZEL_GettmpLong(std::int32_t value) {
+  ZEL_Variable* v = ZEL_Gettmp();
+  v->type = ZEL_TYP_LONG;
+  v->value.l = value;
+  return v;
+}
+
+void ZEL_Deltmp(ZEL_Variable* v) noexcept {
+  if (v && (v->flags & ZEL_V_TEMP)) zel::host::releaseTemporary(static_cast<zel::host::Temporary&>(*v));
+}
+
+std::int64_t ZEL_TempCount() noexcept { return static_cast<std::int64_t>(temporaries().alive.size()); }
+
+ZEL_Variable* ZEL_MakeTempVector(ZEL_Type type, std::int64_t n, char** data) {
+  Temp v(ZEL_Gettmp());
+  char* first = zel::host::makeArray(*v, type, n);
+  if (data) *data = first;
+  return v.release();
+}
+
+ZEL_Variable* ZEL_MakeTempStruct(const ZEL_StructDef* sdef, std::int64_t n, char** data) {
+  Temp v(ZEL_Gettmp());
+  char* first = zel::host::makeStructs(*v, sdef, n);
+  if (data) *data = first;
+  return v.release();
+}
+
+char* ZEL_GetScratch(ZEL_Variable** tmp, std::int64_t bytes) {
+  char* scratch = nullptr;
+  *tmp = ZEL_MakeTempVector(ZEL_TYP_BYTE, bytes, &scratch);
+  return scratch;
+}
+
+} // extern "C"

@@ -1,0 +1,78 @@
+// Per-user directories of applications, each with a read-me file.
+#include "host/directories.h"
+#include "host/files.h"
+#include "host/messages.h"
+#include "host/strings.h"
+
+#include "zel_module.h"
+
+#include <cerrno>
+#include <fstream>
+#include <iterator>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace fs = std::filesystem;
+
+namespace zel::host {
+
+namespace {
+
+[[noreturn]] void refuse(const fs::path& directory, int errnum) {
+  raise("Unable to use the user directory \"" + directory.string() + "\": " + std::generic_category().message(errnum) +
+        ". Set ZEL_USER_DIR to a directory that can be written.");
+}
+
+void makeDirectory(const fs::path& directory) {
+  for (fs::path made; const auto& part : directory) {
+    made /= part;
+    const int errnum = ::mkdir(made.c_str(), S_IRWXU) == 0 ? 0 : errno;
+    std::error_code unreachable;
+    if (errnum != 0 && errnum != EEXIST && !fs::exists(made, unreachable)) refuse(directory, errnum);
+  }
+  struct stat found {};
+  if (::stat(directory.c_str(), &found) != 0) refuse(directory, errno);
+  if (!S_ISDIR(found.st_mode)) refuse(directory, ENOTDIR);
+  if (::access(directory.c_str(), W_OK | X_OK) != 0) refuse(directory, errno);
+}
+
+/// Writes the read-me file when it is missing or another version's.
+void writeReadme(const fs::path& directory, const std::string& text) {
+  const fs::path file = directory / "README.txt";
+  std::ifstream present(file, std::ios::binary);
+  if (present && std::string(std::istreambuf_iterator<char>(present), {}) == text) return;
+  TargetFile readme(file, S_IRUSR | S_IWUSR | S_IRGRP | S_IROTH);
+  readme.write(text);
+  readme.commit();
+}
+
+/// A name that is one component of a path.
+std::string component(ZEL_Variable* v) {
+  std::string name = scalarText(v);
+  if (name.empty() || name == "." || name == ".." || name.find('/') != std::string::npos)
+    raise("A directory cannot have the name \"" + name + "\".");
+  return name;
+}
+
+} // namespace
+
+} // namespace zel::host
+
+using namespace zel::host;
+
+extern "C" ZEL_Variable* ZEL_AppUserDir(ZEL_Variable* authorDir, ZEL_Variable* authorDesc, ZEL_Variable* appDir,
+                                        ZEL_Variable* appDesc, ZEL_Variable* readmeText, ZEL_Variable* readmeVersion,
+                                        ZEL_Variable* restrictAppVersion) {
+  const fs::path root = userRoot();
+  if (root.empty()) raise("There is no home directory. Set ZEL_USER_DIR to a directory that can be written.");
+  const fs::path author = root / component(authorDir);
+  const std::string version = scalarText(restrictAppVersion);
+  const fs::path application = author / (component(appDir) + (version.empty() ? "" : '-' + version));
+
+  makeDirectory(application);
+  writeReadme(author, scalarText(authorDesc) + '\n');
+  writeReadme(application,
+              scalarText(appDesc) + '\n' + scalarText(readmeText) + "Version " + scalarText(readmeVersion) + '\n');
+  return makeTempString(application.string());
+}

@@ -1,0 +1,241 @@
+#include "client/base.h"
+
+#include "client/bridge.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <strings.h>
+#include <unistd.h>
+#include <utility>
+
+namespace {
+
+constexpr std::size_t messageLimit = 1023;
+constexpr std::size_t queryPartLimit = 1023;
+constexpr std::size_t htmlMessageSize = 512;
+
+bool contains(const std::string& text, const char* pattern) {
+  return CCurl::CurlFindStringEndIdx(static_cast<int>(text.size()), text.c_str(), pattern, 0) != 0;
+}
+
+bool equalsIgnoringCase(const CText& text, const char* other) noexcept { return strcasecmp(text.c_str(), other) == 0; }
+
+} // namespace
+
+COgcBase::COgcBase(const char* version) {
+  m_version.set(version);
+  CurlSetCallbackFunc(OgcCallback);
+}
+
+COgcBase::Request::Request(COgcBase& client) : m_client(client) {
+  client.OgcBaseRequireIdle("A new request");
+  client.m_busy = true;
+  client.OgcBaseClearExceptions();
+}
+
+void COgcBase::OgcBaseRequireIdle(const char* what) const {
+  if (!m_busy && !CurlIsTransferring()) return;
+  throw CCurlException(
+      formatLimited(messageLimit, "Error: a request of this object is still running. %s has to wait until it has ended",
+                    what)
+          .c_str());
+}
+
+void COgcBase::OgcBaseClearExceptions() noexcept {
+  m_serviceException.clear();
+  m_exceptionReport.clear();
+}
+
+template <typename Call>
+auto COgcBase::callOut(Call call) {
+  try {
+    return call();
+  } catch (...) {
+    m_hostError = std::current_exception();
+    throw;
+  }
+}
+
+int COgcBase::OgcBaseReport(const char* text, xProgressValues* figures) {
+  if (!Settings().callback.present()) return 1;
+  std::string name = Settings().callback.str(); // the routine may change the settings
+  return callOut([&] { return OgcCallback(name.data(), Settings().callbackData, text, figures); });
+}
+
+void COgcBase::OgcBaseWarn(const char* text) {
+  OgcBaseStatus(text);
+  callOut([&] { OgcInfoMsg(text); });
+}
+
+void COgcBase::CurlHttpParseContentType() {
+  CCurl::CurlHttpParseContentType();
+  const CText& type = Response().parsedContentType;
+  for (const char* plain : {"xml", "html"}) {
+    if (!contains(type.str(), plain)) continue;
+    if (!equalsIgnoringCase(type, plain)) CurlSetRspParsedContentType(plain);
+    return;
+  }
+}
+
+void COgcBase::OgcBaseParseURL(const char* url) {
+  CurlParseURL(url);
+  const char* mark = std::strchr(url, '?');
+  if (mark == nullptr) throw CCurlException("Error: url does not contain a ? cannot locate a path in url");
+  const std::string query = mark + 1;
+  if (query.empty()) return;
+
+  constexpr int controlLength = 8;
+  std::array<int, 3> controls{}; // where each starts; below 0 when it is not there
+  std::ranges::transform(std::array{"service=", "request=", "version="}, controls.begin(), [&](const char* pattern) {
+    return CurlFindStringEndIdx(static_cast<int>(query.size()), query.c_str(), pattern, 0) - controlLength;
+  });
+  const int lastControl = std::ranges::max(controls);
+
+  std::string prefix;
+  std::string suffix;
+  for (std::size_t begin = 0; begin < query.size();) {
+    const std::size_t end = std::min(query.find('&', begin), query.size());
+    const int position = static_cast<int>(begin);
+    if (std::ranges::find(controls, position) == controls.end()) {
+      std::string& part = position < lastControl ? prefix : suffix;
+      if (!part.empty()) part += '&';
+      part.append(query, begin, end - begin);
+    }
+    begin = end + 1;
+  }
+  CurlSetQueryPrefix(prefix.substr(0, queryPartLimit).c_str());
+  CurlSetQuerySuffix(suffix.substr(0, queryPartLimit).c_str());
+}
+
+int COgcBase::OgcBaseFileExistsCheck(const char* path, const char* message) {
+  if (path != nullptr && access(path, F_OK) == 0) return 0;
+  const std::string text = formatLimited(messageLimit, "%s  file: (%s)", message, path != nullptr ? path : "");
+  OgcBaseStatus(text.c_str());
+  throw CCurlException(text.c_str());
+}
+
+void COgcBase::OgcBaseServerErrorCheck() {
+  std::string text;
+  if (m_serviceException.present()) {
+    text = formatLimited(messageLimit, "Error: Remote OGC server returned a service exception: (%s)",
+                         m_serviceException.c_str());
+  } else if (m_exceptionReport.present()) {
+    text = formatLimited(messageLimit, "Error: Remote OGC server returned a exception report: (%s)",
+                         m_exceptionReport.c_str());
+  } else {
+    return;
+  }
+  OgcBaseStatus(text.c_str());
+  throw CCurlException(text.c_str());
+}
+
+void COgcBase::OgcBaseSetQuery(const char* service, const char* request, std::string_view rest) {
+  CurlSetQuery(formatLimited(ogcQueryLimit, "Version=%s&Service=%s&Request=%s%s", m_version.c_str(), service, request,
+                             std::string(rest).c_str())
+                   .c_str());
+}
+
+std::string COgcBase::OgcBaseFetch(const char* file, const RequestTexts& texts) {
+  CurlSetFileNameHttpGetRsp(file);
+  std::array<char, ogcQueryLimit + 1> url{};
+  CurlBuildUrlRq(url.data(), static_cast<int>(url.size()));
+  OgcBaseGet(url.data());
+  if (ResponseFile() == nullptr) throw CCurlException(texts.noFile);
+  OgcBaseFileExistsCheck(ResponseFile(), texts.fileMissing);
+  std::string written = ResponseFile();
+  OgcBaseStatus(texts.written);
+  OgcBaseStatus(written.c_str());
+  return written;
+}
+
+void COgcBase::OgcBaseFetchUrl(const char* url, const char* file) {
+  const std::string query = std::string(url).substr(0, ogcQueryLimit);
+  CurlSetQuery(query.c_str());
+  CurlSetFileNameHttpGetRsp(file);
+  OgcBaseGet(query.c_str());
+  OgcBaseStatus("url response written to: ");
+  OgcBaseStatus(ResponseFile() != nullptr ? ResponseFile() : "");
+}
+
+void COgcBase::OgcBaseGet(const char* url) {
+  OgcBaseStatus("Sending Http Get Request: ");
+  OgcBaseStatus(url);
+  CurlProcessRequest(url, CURL_RQ_HTTP_GET);
+}
+
+void COgcBase::OgcBaseRefuseHtml() {
+  if (!equalsIgnoringCase(Response().parsedContentType, "html")) return;
+  std::array<char, htmlMessageSize> text{};
+  CurlHttpGetHtmlErrorMsg(text.data(), static_cast<int>(text.size()));
+  throw CCurlException(text[0] != '\0' ? text.data()
+                                       : "Error: Http Get did not succeed. See the HTML file for information.");
+}
+
+bool COgcBase::OgcBaseAnswerIsXml() const noexcept { return contains(Response().parsedContentType.str(), "xml"); }
+
+void COgcBase::OgcBaseRequireOurAnswer(const char* file) const {
+  if (CurlResponseFileIsOurs()) return;
+  throw CCurlException(formatLimited(messageLimit,
+                                     "Error: the response file (%s) was replaced by another process before it was "
+                                     "read. Repeat the request, with a file name of its own for each object",
+                                     file)
+                           .c_str());
+}
+
+void COgcBase::OgcBaseParseAnswer(COgcSaxHelper* handler, const char* file, int schemaChecking, int validationMode) {
+  OgcBaseRequireOurAnswer(file);
+  try {
+    OgcBaseParse(handler, file, schemaChecking, validationMode);
+  } catch (const CCurlException&) {
+    OgcBaseRequireOurAnswer(file); // what is wrong with another's file says nothing
+    throw;
+  }
+  OgcBaseRequireOurAnswer(file);
+}
+
+void COgcBase::OgcBaseParseFile(COgcSaxHelper* handler, const char* file, const char* announce, const char* copyBase,
+                                int schemaChecking, int validationMode) {
+  OgcBaseFileExistsCheck(file, "Error: File does not exist.");
+  OgcBaseStatus(announce);
+  OgcBaseStatus(file);
+  OgcBaseParse(handler, file, schemaChecking, validationMode);
+  copyXMLFile(file, copyBase);
+}
+
+void COgcBase::OgcBaseReadDocument(COgcSaxHelper& handler, const char* fromFile, const CText& keptAs,
+                                   const DocumentTexts& texts, int schemaChecking, int validationMode) {
+  if (fromFile != nullptr) {
+    const std::string copyBase = keptAs.str(); // a status routine may set another one
+    OgcBaseParseFile(&handler, fromFile, texts.parsingFile, copyBase.c_str(), schemaChecking, validationMode);
+    return;
+  }
+  const std::string file = OgcBaseFetch(keptAs.c_str(), texts.request);
+  OgcBaseRefuseHtml();
+  OgcBaseStatus(texts.parsing);
+  OgcBaseParseAnswer(&handler, file.c_str(), schemaChecking, validationMode);
+}
+
+bool COgcBase::OgcBaseReadCapabilities(COgcSaxHelper& handler, const char* service, const char* fromFile,
+                                       const char* fromUrl, const CText& keptAs, int schemaChecking,
+                                       int validationMode) {
+  static constexpr DocumentTexts texts{{"Error: failed to get a capabilities doc",
+                                        "Error: Get Capabilities request failed to retrieve an xml file.",
+                                        "Get Capabilites response written to: "},
+                                       "Parsing GetCapabilities XML doc...",
+                                       "Parsing capabilities from an existing XML file:"};
+  OgcBaseSetQuery(service, "GetCapabilities", "");
+  if (fromFile != nullptr || fromUrl == nullptr)
+    OgcBaseReadDocument(handler, fromFile, keptAs, texts, schemaChecking, validationMode);
+  if (fromUrl != nullptr) OgcBaseFetchUrl(fromUrl, keptAs.c_str());
+  return fromUrl == nullptr;
+}
+
+void COgcBase::OgcBaseSetFileName(CText& slot, const char* name, const char* refusal) {
+  if (name == nullptr || *name == '\0') throw CCurlException(refusal);
+  slot.set(name);
+}
+
+void COgcBase::OgcBaseReportCount(const char* what, std::int64_t count) {
+  OgcBaseStatus((what + std::to_string(count) + '.').c_str());
+}

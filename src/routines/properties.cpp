@@ -1,0 +1,264 @@
+#include "routines/properties.h"
+
+#include "routines/binding.h"
+#include "routines/errors.h"
+#include "routines/keywords.h"
+#include "routines/user_directory.h"
+#include "zel_ogcwcs_obj.h"
+#include "zel_ogcwms_obj.h"
+
+#include <type_traits>
+
+namespace {
+
+/// The class that a member belongs to.
+template <typename Class, typename Member>
+std::type_identity<Class> classOf(Member Class::*);
+
+/// \name Setters: from the caller's variable to the client
+/// @{
+template <auto Setter, typename Value>
+void apply(COgcBase& client, Value value) {
+  using Class = typename decltype(classOf(Setter))::type;
+  (static_cast<Class&>(client).*Setter)(value);
+}
+
+template <auto Setter>
+void setText(COgcBase& client, ZEL_Variable* v) {
+  ogcRequireScalar(v);
+  apply<Setter>(client, ogcCString(OgcConverted(v, ZEL_TYP_STRING)->value.str));
+}
+
+/// A text that may be given as a number, which the host's conversion pads with blanks.
+template <auto Setter>
+void setDigits(COgcBase& client, ZEL_Variable* v) {
+  ogcRequireScalar(v);
+  const OgcConverted digits(v, ZEL_TYP_STRING);
+  const char* text = ogcCString(digits->value.str);
+  apply<Setter>(client, text + CCurl::CurlCountLeadingSpaces(text));
+}
+
+template <auto Setter>
+void setNumber(COgcBase& client, ZEL_Variable* v) {
+  apply<Setter>(client, static_cast<int>(ogcFixOf(v)));
+}
+
+void setCallbackFunction(COgcBase& client, ZEL_Variable* v) { client.CurlSetCallback(ogcTextOf(v).c_str()); }
+
+void setCallbackData(COgcBase& client, ZEL_Variable* v) {
+  ogcReleaseCallbackData(client);
+  if (v->type != ZEL_TYP_UNDEF) client.CurlSetCallbackData(ZEL_HeapVarNew(v)->hvid);
+}
+
+void setHeaders(COgcBase& client, ZEL_Variable* v) {
+  const OgcConverted lines(v, ZEL_TYP_STRING);
+  const auto [first, n] = lines.texts();
+  if (*ogcCString(*first) == '\0') {
+    CCurl::CurlCleanUpStrNodes(&client.HeaderList());
+    return;
+  }
+  for (const ZEL_STRING* line = first; line != first + n; ++line) {
+    const char* text = ogcCString(*line);
+    client.CurlAddHeader(lines.converted() ? text + CCurl::CurlCountLeadingSpaces(text) : text);
+  }
+}
+/// @}
+
+/// \name Getters: from the client to the caller's variable
+/// @{
+
+/// A member of the client's settings or response, or what a member function of the client returns.
+template <auto Member>
+decltype(auto) read(const COgcBase& client) {
+  using Class = typename decltype(classOf(Member))::type;
+  if constexpr (std::is_member_function_pointer_v<decltype(Member)>)
+    return (static_cast<const Class&>(client).*Member)();
+  else if constexpr (std::is_same_v<Class, CurlSettings>)
+    return (client.Settings().*Member);
+  else
+    return (client.Response().*Member);
+}
+
+const char* cString(const CText& text) noexcept { return text.c_str(); }
+const char* cString(const char* text) noexcept { return text; }
+template <std::size_t Size>
+const char* cString(const std::array<char, Size>& text) noexcept {
+  return text.data();
+}
+
+template <auto Member>
+void getText(COgcBase& client, ZEL_Variable* out) {
+  ZEL_VarCopy(ZEL_StrToSTRING(cString(read<Member>(client))), out);
+}
+
+template <auto Member>
+void getNumber(COgcBase& client, ZEL_Variable* out) {
+  const std::int32_t number = read<Member>(client);
+  ZEL_StoreScalar(out, ZEL_TYP_LONG, &number);
+}
+
+ZEL_HeapVar* callbackData(const COgcBase& client) noexcept {
+  return ZEL_HeapVarHashFind(static_cast<ZEL_HVID>(client.Settings().callbackData));
+}
+
+void getCallbackData(COgcBase& client, ZEL_Variable* out) {
+  constexpr std::int16_t none = 0;
+  if (client.Settings().callbackData == 0)
+    ZEL_StoreScalar(out, ZEL_TYP_INT, &none);
+  else if (ZEL_HeapVar* hv = callbackData(client))
+    ZEL_VarCopy(&hv->var, out);
+}
+
+void getHeaders(COgcBase& client, ZEL_Variable* out) {
+  const xNodeStr_t* line = client.HeaderList().head();
+  const int n = CCurl::CurlGetStrNodeCount(line);
+  if (n == 0) {
+    ZEL_VarCopy(ZEL_StrToSTRING(""), out);
+    return;
+  }
+  char* data = nullptr;
+  zel::Temp lines(ZEL_MakeTempVector(ZEL_TYP_STRING, n, &data));
+  for (auto* text = reinterpret_cast<ZEL_STRING*>(data); line != nullptr; line = line->next)
+    ZEL_StrStore(text++, line->str);
+  ZEL_VarCopy(lines.release(), out);
+}
+/// @}
+
+/// One property.
+struct Property {
+  const char* name;
+  void (*set)(COgcBase&, ZEL_Variable*); ///< null: only to read
+  void (*get)(COgcBase&, ZEL_Variable*); ///< null: only to set
+  const OgcService* only = nullptr;      ///< the service that has it, null for both
+  const char* file = nullptr;            ///< of a file name: its default in the user file store
+};
+
+/// In the order in which they are applied.
+constexpr Property properties[] = {
+    {"CALLBACK_FUNCTION", setCallbackFunction, getText<&CurlSettings::callback>},
+    {"CALLBACK_DATA", setCallbackData, getCallbackData},
+    {"HEADERS", setHeaders, getHeaders},
+    {"URL_SCHEME", setText<&CCurl::CurlSetScheme>, getText<&CurlSettings::scheme>},
+    {"URL_HOSTNAME", setText<&CCurl::CurlSetHost>, getText<&CurlSettings::host>},
+    {"URL_PORT", setDigits<&CCurl::CurlSetPort>, getText<&CurlSettings::port>},
+    {"PROXY_HOSTNAME", setText<&CCurl::CurlSetProxy>, getText<&CurlSettings::proxy>},
+    {"PROXY_PORT", setDigits<&CCurl::CurlSetProxyPort>, getText<&CurlSettings::proxyPort>},
+    {"URL_PATH", setText<&CCurl::CurlSetPath>, getText<&CurlSettings::path>},
+    {"URL_QUERY_PREFIX", setText<&CCurl::CurlSetQueryPrefix>, getText<&CurlSettings::queryPrefix>},
+    {"URL_QUERY_SUFFIX", setText<&CCurl::CurlSetQuerySuffix>, getText<&CurlSettings::querySuffix>},
+    {"CAPABILITIES_FILENAME", setText<&COgcWcs::OgcWcsSetCapFN>, getText<&COgcWcs::CapFN>, &ogcWcsService, "cap"},
+    {"DESCRIBE_COVERAGE_FILENAME", setText<&COgcWcs::OgcWcsSetDesCovFN>, getText<&COgcWcs::DesCovFN>, &ogcWcsService,
+     "descov"},
+    {"COVERAGE_FILENAME", setText<&COgcWcs::OgcWcsSetCovFN>, getText<&COgcWcs::CovFN>, &ogcWcsService, "cov"},
+    {"CAPABILITIES_FILENAME", setText<&COgcWms::OgcWmsSetCapFN>, getText<&COgcWms::CapFile>, &ogcWmsService, "cap"},
+    {"MAP_FILENAME", setText<&COgcWms::OgcWmsSetMapFN>, getText<&COgcWms::MapFile>, &ogcWmsService, "map"},
+    {"FEATURE_INFO_FILENAME", setText<&COgcWms::OgcWmsSetFeatFN>, getText<&COgcWms::FeatFile>, &ogcWmsService,
+     "feature"},
+    {"ENCODE", setNumber<&CCurl::CurlSetEncode>, getNumber<&CurlSettings::encode>},
+    {"TIMEOUT", setNumber<&CCurl::CurlSetRxTxTo>, getNumber<&CurlSettings::rxTxTimeout>},
+    {"CONNECT_TIMEOUT", setNumber<&CCurl::CurlSetConnectTo>, getNumber<&CurlSettings::connectTimeout>},
+    {"WCS_VERSION", setText<&COgcWcs::OgcWcsSetVer>, getText<&COgcBase::Version>, &ogcWcsService},
+    {"WMS_VERSION", setText<&COgcWms::OgcWmsSetVer>, getText<&COgcBase::Version>, &ogcWmsService},
+    {"USERNAME", setText<&CCurl::CurlSetUser>, getText<&CurlSettings::user>},
+    {"PASSWORD", setText<&CCurl::CurlSetPasswd>, nullptr},
+    {"AUTHENTICATION", setNumber<&CCurl::CurlSetAuthent>, getNumber<&CurlSettings::authent>},
+    {"PROXY_AUTHENTICATION", setNumber<&CCurl::CurlSetProxyAuthent>, getNumber<&CurlSettings::proxyAuthent>},
+    {"PROXY_PASSWORD", setText<&CCurl::CurlSetProxyPasswd>, nullptr},
+    {"PROXY_USERNAME", setText<&CCurl::CurlSetProxyUser>, getText<&CurlSettings::proxyUser>},
+    {"VERBOSE", setNumber<&CCurl::CurlSetVerbose>, getNumber<&CurlSettings::verbose>},
+    {"SSL_VERIFY_PEER", setNumber<&CCurl::CurlSetSslVerifyPeer>, getNumber<&CurlSettings::sslVerifyPeer>},
+    {"SSL_VERIFY_HOST", setNumber<&CCurl::CurlSetSslVerifyHost>, getNumber<&CurlSettings::sslVerifyHost>},
+    {"SSL_CERTIFICATE_FILE", setText<&CCurl::CurlSetSslCAInfo>, getText<&CurlSettings::sslCaInfo>},
+    {"CONTENT_TYPE", nullptr, getText<&CurlResponse::parsedContentType>},
+    {"LAST_FILE", nullptr, getText<&CCurl::ResponseFile>},
+    {"RESPONSE_HEADER", nullptr, getText<&CurlResponse::header>},
+};
+
+using Action = void (*Property::*)(COgcBase&, ZEL_Variable*);
+
+bool has(const OgcService& service, const Property& property, Action action) noexcept {
+  return (property.only == nullptr || property.only == &service) && property.*action != nullptr;
+}
+
+OgcKeywordTable keywordTable(const OgcService& service, Action action, ZEL_KwFlag kind) {
+  std::vector<OgcKeywordTable::Entry> entries;
+  for (const Property& property : properties)
+    if (has(service, property, action)) entries.push_back({property.name, kind});
+  return OgcKeywordTable(std::move(entries));
+}
+
+/// Runs the action of every property of the service that the call names.
+void process(const OgcService& service, Action action, const OgcKeywords& keywords, COgcBase& client) {
+  for (const Property& property : properties)
+    if (has(service, property, action))
+      if (ZEL_Variable* v = keywords[property.name]) (property.*action)(client, v);
+}
+
+void setProperties(const OgcService& service, const OgcKeywordTable& table, int argc, ZEL_Variable** argv,
+                   const ZEL_Keywords* argk, int initialise, const std::int64_t* clientSlot) {
+  COgcBase& client = ogcClientIn(service, clientSlot);
+  if (initialise != 0) service.init(client);
+  process(service, &Property::set, OgcKeywords(table, argc, argv, argk), client);
+}
+
+void getProperties(const OgcService& service, const OgcKeywordTable& table, int argc, ZEL_Variable** argv,
+                   const ZEL_Keywords* argk, const std::int64_t* clientSlot) {
+  COgcBase& client = ogcClientIn(service, clientSlot);
+  process(service, &Property::get, OgcKeywords(table, argc, argv, argk), client);
+}
+
+} // namespace
+
+void OGCWCSProcessSetProperties(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk, int initialise,
+                                const std::int64_t* clientSlot) {
+  static const OgcKeywordTable table = keywordTable(ogcWcsService, &Property::set, ZEL_KW_VIN);
+  setProperties(ogcWcsService, table, argc, argv, argk, initialise, clientSlot);
+}
+
+void OGCWMSProcessSetProperties(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk, int initialise,
+                                const std::int64_t* clientSlot) {
+  static const OgcKeywordTable table = keywordTable(ogcWmsService, &Property::set, ZEL_KW_VIN);
+  setProperties(ogcWmsService, table, argc, argv, argk, initialise, clientSlot);
+}
+
+void OGCWCSProcessGetProperties(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk,
+                                const std::int64_t* clientSlot) {
+  static const OgcKeywordTable table = keywordTable(ogcWcsService, &Property::get, ZEL_KW_OUT);
+  getProperties(ogcWcsService, table, argc, argv, argk, clientSlot);
+}
+
+void OGCWMSProcessGetProperties(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk,
+                                const std::int64_t* clientSlot) {
+  static const OgcKeywordTable table = keywordTable(ogcWmsService, &Property::get, ZEL_KW_OUT);
+  getProperties(ogcWmsService, table, argc, argv, argk, clientSlot);
+}
+
+void ogcSetDefaultFiles(const OgcService& service, COgcBase& client) {
+  const std::string directory = ogcUserDir(service);
+  for (const Property& property : properties) {
+    if (property.only != &service || property.file == nullptr) continue;
+    const zel::Temp path(
+        ZEL_StrToSTRING(formatLimited(ogcPathSize - 1, "%s/%s", directory.c_str(), property.file).c_str()));
+    property.set(client, path.get());
+  }
+}
+
+void ogcReleaseCallbackData(COgcBase& client) {
+  ZEL_HeapVarDelete(callbackData(client));
+  client.CurlSetCallbackData(0);
+}
+
+void ogcSetProperty(const OgcService& service, int argc, ZEL_Variable** argv, const ZEL_Keywords* argk) {
+  ogcProcedure([&] { service.setProperties(argc, argv, argk, 0, ogcInstanceSlot(service, argv[0])); });
+}
+
+void ogcGetProperty(const OgcService& service, int argc, ZEL_Variable** argv, const ZEL_Keywords* argk) {
+  ogcProcedure([&] { service.getProperties(argc, argv, argk, ogcInstanceSlot(service, argv[0])); });
+}
+
+void ogcParseUrl(const OgcService& service, ZEL_Variable** argv) {
+  ogcProcedure([&] {
+    auto& client = ogcClient<COgcBase>(service, argv[0]);
+    client.OgcBaseParseURL(ogcTextOf(argv[1]).c_str());
+  });
+}

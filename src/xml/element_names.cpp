@@ -1,0 +1,43 @@
+#include "xml/element_names.h"
+
+#include <bit>
+
+namespace {
+
+constexpr XMLCh lower(XMLCh c) noexcept { return c >= u'A' && c <= u'Z' ? static_cast<XMLCh>(c + 32) : c; }
+
+/// FNV-1a over the lower-case characters, http://www.isthe.com/chongo/tech/comp/fnv/.
+template <typename Char>
+std::uint32_t hashOf(const Char* name) noexcept {
+  std::uint32_t hash = 2166136261U;
+  for (; *name != 0; ++name) hash = (hash ^ lower(static_cast<XMLCh>(*name))) * 16777619U;
+  return hash;
+}
+
+} // namespace
+
+bool ogcNameEquals(const XMLCh* name, const char* ascii) noexcept {
+  for (; *ascii != '\0'; ++name, ++ascii) {
+    if (lower(*name) != static_cast<XMLCh>(*ascii)) return false;
+  }
+  return *name == 0;
+}
+
+COgcNames::COgcNames(std::initializer_list<Entry> entries) : m_slots(std::bit_ceil(2 * entries.size() + 1)) {
+  for (const Entry& entry : entries) {
+    const std::uint32_t hash = hashOf(entry.name);
+    std::size_t at = hash & (m_slots.size() - 1);
+    while (m_slots[at].code != 0) at = (at + 1) & (m_slots.size() - 1);
+    std::string name;
+    for (const char* c = entry.name; *c != '\0'; ++c) name += static_cast<char>(lower(static_cast<XMLCh>(*c)));
+    m_slots[at] = {hash, entry.code, std::move(name)};
+  }
+}
+
+int COgcNames::find(const XMLCh* name) const noexcept {
+  const std::uint32_t hash = hashOf(name);
+  for (std::size_t at = hash & (m_slots.size() - 1); m_slots[at].code != 0; at = (at + 1) & (m_slots.size() - 1)) {
+    if (m_slots[at].hash == hash && ogcNameEquals(name, m_slots[at].name.c_str())) return m_slots[at].code;
+  }
+  return 0;
+}

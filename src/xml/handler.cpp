@@ -1,0 +1,206 @@
+#include "xml/handler.h"
+
+#include "client/base.h"
+
+#include <algorithm>
+#include <strings.h>
+#include <xercesc/sax/SAXParseException.hpp>
+#include <xercesc/util/PlatformUtils.hpp>
+#include <xercesc/util/XMLString.hpp>
+#include <xercesc/util/XMLUTF8Transcoder.hpp>
+
+namespace {
+
+constexpr std::size_t nameLimit = 1023;
+constexpr std::size_t messageLimit = 1023;
+constexpr std::size_t versionMessageLimit = 511;
+
+constexpr OgcVersionRule anyVersion{{}, "", ""};
+
+enum Element : int { SERVICE_EXCEPTION = 14, EXCEPTION = 16, EXCEPTION_TEXT = 17 };
+
+/// Place of the first blank or comma.
+std::size_t endOfName(std::string_view s, std::size_t from) noexcept {
+  while (from < s.size() && s[from] != ' ' && s[from] != ',') ++from;
+  return from < s.size() ? from : s.npos;
+}
+
+} // namespace
+
+COgcUtf8::COgcUtf8() = default;
+COgcUtf8::~COgcUtf8() = default;
+
+std::string_view COgcUtf8::operator()(const XMLCh* text) {
+  return text == nullptr ? std::string_view{} : (*this)(text, xercesc::XMLString::stringLen(text));
+}
+
+std::string_view COgcUtf8::operator()(const XMLCh* chars, XMLSize_t length) {
+  constexpr std::size_t longestSequence = 4;
+  if (m_buffer.size() < length) m_buffer.resize(length);
+  std::size_t done = 0;
+  for (; done < length && chars[done] < 0x80; ++done) m_buffer[done] = static_cast<char>(chars[done]);
+  std::size_t used = done;
+  if (done < length && m_transcoder == nullptr) {
+    m_transcoder = std::make_unique<xercesc::XMLUTF8Transcoder>(xercesc::XMLUni::fgUTF8EncodingString, 1024,
+                                                                xercesc::XMLPlatformUtils::fgMemoryManager);
+  }
+  while (done < length) {
+    m_buffer.resize(std::max(m_buffer.size(), used + longestSequence * (length - done)));
+    XMLSize_t eaten = 0;
+    const bool trailing = chars[done] >= 0xDC00 && chars[done] < 0xE000;
+    if (!trailing)
+      used += m_transcoder->transcodeTo(chars + done, length - done, reinterpret_cast<XMLByte*>(m_buffer.data()) + used,
+                                        m_buffer.size() - used, eaten, xercesc::XMLTranscoder::UnRep_RepChar);
+    if (eaten == 0) { // half a surrogate pair
+      used += std::string_view("\xEF\xBF\xBD").copy(m_buffer.data() + used, longestSequence);
+      eaten = 1;
+    }
+    done += eaten;
+  }
+  return {m_buffer.data(), used};
+}
+
+COgcSaxHelper::COgcSaxHelper(COgcBase& owner, COgcArena& arena, const OgcVersionRule& versions)
+    : m_owner(owner), m_arena(arena), m_versions(versions) {}
+
+std::string_view COgcSaxHelper::RemoveTrailingLfCrSpacesCommas(std::string_view s) noexcept {
+  return s.substr(0, s.find_last_not_of("\n\r ,") + 1);
+}
+
+void COgcSaxHelper::AppendStrings(const char** dst, std::string_view src, int trimTrailing, int commaSeparated) {
+  if (src.empty()) return;
+  m_arena.append(dst, trimTrailing != 0 ? RemoveTrailingLfCrSpacesCommas(src) : src, commaSeparated != 0 ? ", " : " ");
+}
+
+void COgcSaxHelper::ParseConcatenatedValues(std::string_view s, int trimTrailing) {
+  if (pCurNode == nullptr) return;
+  const std::size_t first = s.find_first_not_of(' ');
+  std::size_t end = first == s.npos ? s.npos : endOfName(s, first);
+  AppendStrings(&pCurNode->str, s.substr(0, end), trimTrailing, 0);
+  while (end != s.npos) {
+    const std::size_t begin = s.find_first_not_of(' ', end + 1);
+    if (begin == s.npos || s[begin] == ',') return;
+    end = endOfName(s, begin);
+    AddCurrentNode(&pCurNode->next);
+    AppendStrings(&pCurNode->str, s.substr(begin, end - begin).substr(0, nameLimit), trimTrailing, 0);
+  }
+}
+
+xNodeStr_t* COgcSaxHelper::AddStringNode(xNodeStr_t** head, xNodeStr_t** tail) {
+  return AddRecord(head, tail, &xNodeStr_t::next);
+}
+
+xNodeStr_t* COgcSaxHelper::AddCurrentNode(xNodeStr_t** head) { return AddStringNode(head, &pCurNode); }
+
+const XMLCh* COgcSaxHelper::FindAttribute(const xercesc::Attributes& attrs, const char* name) noexcept {
+  for (XMLSize_t i = 0; i < attrs.getLength(); ++i) {
+    if (ogcNameEquals(attrs.getLocalName(i), name)) return attrs.getValue(i);
+  }
+  return nullptr;
+}
+
+bool COgcSaxHelper::GetAttributes(const xercesc::Attributes& attrs, const char* name, const char** dst) {
+  const XMLCh* value = FindAttribute(attrs, name);
+  AppendStrings(dst, m_utf8(value), 0, 0);
+  return value != nullptr;
+}
+
+int COgcSaxHelper::HandleVersion(const xercesc::Attributes& attrs) {
+  GetAttributes(attrs, "version", &szVersion);
+  GetAttributes(attrs, "updatesequence", &szUpdateSequence);
+  const auto refuse = [this](const std::string& message) {
+    m_owner.OgcBaseStatus(message.c_str());
+    throw CCurlException(message.c_str());
+  };
+  if (szVersion == nullptr || *szVersion == '\0') refuse(m_versions.missing);
+  if (std::ranges::none_of(m_versions.supported, [&](const char* v) { return strcasecmp(v, szVersion) == 0; })) {
+    refuse(formatLimited(versionMessageLimit, m_versions.unsupported, szVersion));
+  }
+  return 0;
+}
+
+bool COgcSaxHelper::ExceptionStart(const XMLCh* localname, const xercesc::Attributes& attrs) {
+  const auto is = [&](int section, const char* name) { return iSection == section && ogcNameEquals(localname, name); };
+  if (ogcNameEquals(localname, "serviceexceptionreport")) {
+    iSection = OGC_SECTION_SERVICE_EXCEPTION_REPORT;
+  } else if (ogcNameEquals(localname, "exceptionreport")) {
+    iSection = OGC_SECTION_EXCEPTION_REPORT;
+  } else if (is(OGC_SECTION_SERVICE_EXCEPTION_REPORT, "serviceexception")) {
+    iElement = SERVICE_EXCEPTION;
+    m_owner.AddServiceException(" Code=");
+    m_owner.AddServiceException(m_utf8(FindAttribute(attrs, "code")));
+    m_owner.AddServiceException(" Locator=");
+    m_owner.AddServiceException(m_utf8(FindAttribute(attrs, "locator")));
+  } else if (is(OGC_SECTION_EXCEPTION_REPORT, "exception")) {
+    iElement = EXCEPTION;
+    m_owner.AddExceptionReport(" Code=");
+    m_owner.AddExceptionReport(m_utf8(FindAttribute(attrs, "exceptioncode")));
+  } else if (is(OGC_SECTION_EXCEPTION_REPORT, "exceptiontext")) {
+    iElement = EXCEPTION_TEXT;
+  } else {
+    return false;
+  }
+  return true;
+}
+
+bool COgcSaxHelper::ExceptionText(const XMLCh* chars, XMLSize_t length) {
+  switch (iElement) {
+  case SERVICE_EXCEPTION:
+    m_owner.AddServiceException("Service Exception Text=");
+    m_owner.AddServiceException(m_utf8(chars, length));
+    return true;
+  case EXCEPTION_TEXT:
+    m_owner.AddExceptionReport("Exception Text=");
+    m_owner.AddExceptionReport(m_utf8(chars, length));
+    return true;
+  default:
+    return iElement == EXCEPTION;
+  }
+}
+
+bool COgcSaxHelper::ExceptionEnd(const XMLCh* localname) {
+  const bool service = iSection == OGC_SECTION_SERVICE_EXCEPTION_REPORT;
+  if (!service && iSection != OGC_SECTION_EXCEPTION_REPORT) return false;
+  iElement = 0;
+  if (ogcNameEquals(localname, service ? "serviceexceptionreport" : "exceptionreport")) {
+    iSection = OGC_SECTION_NONE;
+    iSubSection = 0;
+    pCurNode = nullptr;
+  }
+  return true;
+}
+
+std::string COgcSaxHelper::describe(const xercesc::SAXParseException& e, const char* format) {
+  const std::string message(m_utf8(e.getMessage()));
+  const std::string uri(m_utf8(e.getSystemId()));
+  return formatLimited(messageLimit, format, message.c_str(), static_cast<int>(e.getLineNumber()),
+                       static_cast<int>(e.getColumnNumber()), uri.c_str());
+}
+
+void COgcSaxHelper::warning(const xercesc::SAXParseException& e) {
+  m_owner.OgcBaseWarn(describe(e, "Warning: SAX Parser: Message (%s), Line (%d), Column (%d), URI (%s).").c_str());
+}
+
+void COgcSaxHelper::error(const xercesc::SAXParseException& e) {
+  m_owner.OgcBaseWarn(describe(e, "Error SAX Parser: Message (%s), Line (%d), Column (%d), URI (%s).").c_str());
+}
+
+void COgcSaxHelper::fatalError(const xercesc::SAXParseException& e) {
+  const std::string text = describe(e, "Fatal Error: SAX Parser: Message (%s), Line (%d), Column( %d), URI (%s).");
+  m_owner.OgcBaseStatus(text.c_str());
+  throw CCurlException(text.c_str());
+}
+
+COgcSaxExceptionHandler::COgcSaxExceptionHandler(COgcBase& owner, COgcArena& arena)
+    : COgcSaxHelper(owner, arena, anyVersion) {}
+
+void COgcSaxExceptionHandler::startElement(const XMLCh*, const XMLCh* localname, const XMLCh*,
+                                           const xercesc::Attributes& attrs) {
+  ExceptionStart(localname, attrs);
+}
+
+void COgcSaxExceptionHandler::endElement(const XMLCh*, const XMLCh* localname, const XMLCh*) {
+  ExceptionEnd(localname);
+}
+
+void COgcSaxExceptionHandler::characters(const XMLCh* chars, XMLSize_t length) { ExceptionText(chars, length); }

@@ -1,0 +1,134 @@
+/// \file
+/// The base of all SAX2 handlers: text, list and attribute helpers, version check, exception reports, error callbacks.
+#pragma once
+
+#include "client/arena.h"
+#include "xml/element_names.h"
+#include "zel_curl_text.h"
+
+#include <memory>
+#include <span>
+#include <string>
+#include <string_view>
+#include <xercesc/sax2/Attributes.hpp>
+#include <xercesc/sax2/DefaultHandler.hpp>
+
+XERCES_CPP_NAMESPACE_BEGIN
+class XMLTranscoder;
+XERCES_CPP_NAMESPACE_END
+
+class COgcBase;
+
+/// Converts the parser's characters to UTF-8.
+class COgcUtf8 {
+public:
+  COgcUtf8();
+  ~COgcUtf8();
+  /// UTF-8 of `length` characters; valid until the next call.
+  [[nodiscard]] std::string_view operator()(const XMLCh* chars, XMLSize_t length);
+  [[nodiscard]] std::string_view operator()(const XMLCh* text);
+
+private:
+  std::unique_ptr<xercesc::XMLTranscoder> m_transcoder;
+  std::string m_buffer;
+};
+
+/// Versions that a service's documents may have, and what is said about others.
+struct OgcVersionRule {
+  std::span<const char* const> supported;
+  const char* missing;
+  const char* unsupported; ///< format with one %s, the version
+};
+
+/// Section codes that every handler knows; a handler's own codes start at 1001.
+enum OgcSaxSection : int {
+  OGC_SECTION_NONE = 0,
+  OGC_SECTION_SERVICE_EXCEPTION_REPORT = 13,
+  OGC_SECTION_EXCEPTION_REPORT = 15
+};
+
+/// Base of the handlers of one parse, on the stack of one request. A derived handler overrides the content callbacks
+/// and lets ExceptionStart, ExceptionText and ExceptionEnd see every event first.
+class COgcSaxHelper : public xercesc::DefaultHandler {
+public:
+  void warning(const xercesc::SAXParseException& e) override;
+  void error(const xercesc::SAXParseException& e) override;
+  /// \throws CCurlException
+  void fatalError(const xercesc::SAXParseException& e) override;
+
+protected:
+  /// \param arena  owns all texts and nodes; lives at least as long as the records being filled
+  COgcSaxHelper(COgcBase& owner, COgcArena& arena, const OgcVersionRule& versions);
+  ~COgcSaxHelper() override = default;
+
+  /// Appends a run of text to `*dst`, behind one blank (or a comma and a blank) when `*dst` holds something. An empty
+  /// source changes nothing; a source that trimming empties still becomes, or adds a blank to, the text.
+  void AppendStrings(const char** dst, std::string_view src, int trimTrailing, int commaSeparated);
+  /// `s` without trailing line feeds, carriage returns, blanks and commas.
+  [[nodiscard]] static std::string_view RemoveTrailingLfCrSpacesCommas(std::string_view s) noexcept;
+  /// Splits a run of names separated by blanks or commas: the first goes to `pCurNode`, each further one to a new node
+  /// behind it, which becomes `pCurNode`. Two separators in a row other than blanks end the split. Second and later
+  /// names are cut at 1023 bytes.
+  void ParseConcatenatedValues(std::string_view s, int trimTrailing);
+  /// Appends an empty node to a list, by its head and tail slots.
+  xNodeStr_t* AddStringNode(xNodeStr_t** head, xNodeStr_t** tail);
+  /// Links an empty node behind pCurNode, or makes it the head when pCurNode is null; it becomes pCurNode.
+  xNodeStr_t* AddCurrentNode(xNodeStr_t** head);
+  /// Links a zero-filled record behind `*current`, or stores it in `*head` when `*current` is null; it becomes
+  /// `*current`. \tparam Next the record's link.
+  template <typename T>
+  T* AddRecord(T** head, T** current, T* T::*next) {
+    T* record = m_arena.make<T>();
+    (*current != nullptr ? (*current)->*next : *head) = record;
+    return *current = record;
+  }
+  /// Appends the value of the attribute that FindAttribute finds to `*dst`.
+  /// \return whether the attribute is there.
+  bool GetAttributes(const xercesc::Attributes& attrs, const char* name, const char** dst);
+  /// Value of the first attribute of that local name (lower case given, any case matched), null when there is none.
+  [[nodiscard]] static const XMLCh* FindAttribute(const xercesc::Attributes& attrs, const char* name) noexcept;
+  /// Reads and checks the root element's version. \return 0. \throws CCurlException
+  int HandleVersion(const xercesc::Attributes& attrs);
+
+  /// \name Exception reports, of both forms
+  /// @{
+  /// Opens a report's section and collects its attributes. \return true when the element belongs to a report.
+  bool ExceptionStart(const XMLCh* localname, const xercesc::Attributes& attrs);
+  /// Collects a run of text. \return true when it belongs to a report.
+  bool ExceptionText(const XMLCh* chars, XMLSize_t length);
+  /// Closes the report's section. \return true when the element belongs to a report.
+  bool ExceptionEnd(const XMLCh* localname);
+  /// @}
+
+  COgcBase& m_owner;
+  COgcArena& m_arena;
+  COgcUtf8 m_utf8;
+  int iElement = 0; ///< what the current element's text is for, 0 nothing
+  int iSection = 0;
+  int iSubSection = 0;
+  const char* szVersion = nullptr;
+  const char* szUpdateSequence = nullptr;
+  xNodeStr_t* pCurNode = nullptr;
+
+private:
+  /// Message, line, column and document of a parser's report, in that order.
+  std::string describe(const xercesc::SAXParseException& e, const char* format);
+
+  const OgcVersionRule& m_versions;
+};
+
+/// Collects the exception texts of a document and nothing else: for XML answers where a map or a coverage was expected.
+class COgcSaxExceptionHandler final : public COgcSaxHelper {
+public:
+  COgcSaxExceptionHandler(COgcBase& owner, COgcArena& arena);
+  void startElement(const XMLCh* uri, const XMLCh* localname, const XMLCh* qname,
+                    const xercesc::Attributes& attrs) override;
+  void endElement(const XMLCh* uri, const XMLCh* localname, const XMLCh* qname) override;
+  void characters(const XMLCh* chars, XMLSize_t length) override;
+  void endDocument() override { m_complete = true; }
+  /// True once the whole document was read.
+  [[nodiscard]] bool Complete() const noexcept { return m_complete; }
+
+private:
+  bool m_complete = false;
+};

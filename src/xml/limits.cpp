@@ -1,0 +1,193 @@
+#include "xml/limits.h"
+
+#include "xml/handler.h"
+
+#include <algorithm>
+#include <memory>
+#include <xercesc/internal/XMLReader.hpp>
+#include <xercesc/util/BinFileInputStream.hpp>
+#include <xercesc/util/PlatformUtils.hpp>
+#include <xercesc/util/TransService.hpp>
+#include <xercesc/util/XMLException.hpp>
+#include <xercesc/util/XMLString.hpp>
+#include <xercesc/util/XMLUni.hpp>
+
+namespace {
+
+constexpr std::size_t expansionLimit = 5'000;
+constexpr std::size_t expandedLimit = 8 << 20; // characters of all expansions
+constexpr std::size_t entityLimit = 8 << 10;   // characters of one entity
+constexpr std::size_t entitiesLimit = 1 << 20; // characters of all entities, each expanded once
+
+// In steps of a few nanoseconds. Each element costs one for each level above it, and for each attribute declared for it
+// eight and the lengths of its type, which may list its values, and of the default. Xerces looks names up one by one:
+// each element costs its share of the longest content model, and each name in it its share of the prefixes in scope.
+// Real documents need a few dozen for an element.
+constexpr std::size_t workAtOnce = 50'000'000;
+constexpr std::size_t workPerElement = 200;
+constexpr std::size_t workPerAttribute = 8;
+constexpr std::size_t modelPerStep = 4; // characters
+constexpr std::size_t prefixesPerStep = 8;
+// A content model becomes an automaton, and the values of an attribute are compared with each other: the cost of both
+// grows with the square of their length.
+constexpr std::size_t modelWork = 32'000'000;
+
+// Each block begins with its size, and takes whole units: pools of other sizes hand out blocks that are not aligned.
+constexpr std::size_t header = alignof(std::max_align_t);
+
+// Xerces makes a new XMLReader for every entity that it expands, of any kind and anywhere: what no callback tells of
+// parameter entities and attribute values shows in the size of the allocation, with room for XMemory's own header.
+bool isReader(XMLSize_t size) noexcept {
+  return size >= sizeof(xercesc::XMLReader) && size <= sizeof(xercesc::XMLReader) + 4 * header;
+}
+
+} // namespace
+
+OgcXmlString ogcXmlChars(std::string_view text) {
+  try {
+    const xercesc::TranscodeFromStr chars(reinterpret_cast<const XMLByte*>(text.data()), text.size(), "UTF-8");
+    return {chars.str(), chars.length()};
+  } catch (const xercesc::XMLException&) {
+    OgcXmlString chars;
+    for (const char c : text) chars += static_cast<unsigned char>(c);
+    return chars;
+  }
+}
+
+xercesc::MemoryManager* COgcXmlMemory::getExceptionMemoryManager() {
+  return xercesc::XMLPlatformUtils::fgMemoryManager;
+}
+
+COgcXmlMemory::COgcXmlMemory(std::size_t limit) : m_limit(limit), m_expansionLimit(expansionLimit) {}
+
+void* COgcXmlMemory::allocate(XMLSize_t size) {
+  if (size > m_limit - std::min(m_held, m_limit) && !m_refused) {
+    refuse("reading it takes more than " + std::to_string(m_limit >> 20) + " MiB of memory");
+  }
+  if (isReader(size) && ++m_readers > m_expansionLimit + 1 && !m_refused) {
+    refuse("it expands more than " + std::to_string(m_expansionLimit) + " entities of such size");
+  }
+  size = (size + 2 * header - 1) / header * header;
+  auto* block = static_cast<std::byte*>(m_pool.allocate(size, header));
+  *reinterpret_cast<std::size_t*>(block) = size;
+  m_held += size;
+  return block + header;
+}
+
+// The parser is left in the middle of something: what it frees on the way out may be a block that it has freed before.
+// From the refusal on everything stays until the end.
+void COgcXmlMemory::refuse(std::string reason) {
+  m_refused = true;
+  throw COgcXmlRefusal(std::move(reason));
+}
+
+void COgcXmlMemory::deallocate(void* block) noexcept {
+  if (block == nullptr || m_refused) return;
+  auto* start = static_cast<std::byte*>(block) - header;
+  const std::size_t size = *reinterpret_cast<std::size_t*>(start);
+  m_held -= size;
+  m_pool.deallocate(start, size, header);
+}
+
+COgcXmlGuard::COgcXmlGuard(xercesc::ContentHandler* handler, COgcXmlMemory& memory, std::size_t depthLimit)
+    : m_next(handler != nullptr ? *handler : m_nobody), m_memory(memory), m_depthLimit(depthLimit) {}
+
+void COgcXmlGuard::startElement(const XMLCh* uri, const XMLCh* localname, const XMLCh* qname,
+                                const xercesc::Attributes& attrs) {
+  if (++m_depth > m_depthLimit) {
+    throw COgcXmlRefusal("its elements are nested more than " + std::to_string(m_depthLimit) + " deep");
+  }
+  m_work += m_depth + m_longestModel / modelPerStep + m_prefixes * (attrs.getLength() + 1) / prefixesPerStep;
+  if (!m_attributeWork.empty()) {
+    const auto attributes = m_attributeWork.find(qname);
+    if (attributes != m_attributeWork.end()) m_work += attributes->second;
+  }
+  if (m_work > workAtOnce + workPerElement * ++m_elements) {
+    throw COgcXmlRefusal("too many of its elements are deeply nested, have long default attributes or choices, or many "
+                         "prefixes");
+  }
+  m_next.startElement(uri, localname, qname, attrs);
+}
+
+void COgcXmlGuard::endElement(const XMLCh* uri, const XMLCh* localname, const XMLCh* qname) {
+  --m_depth;
+  m_next.endElement(uri, localname, qname);
+}
+
+void COgcXmlGuard::startDTD(const XMLCh*, const XMLCh*, const XMLCh* systemId) {
+  if (systemId != nullptr) m_dtd = systemId;
+}
+
+void COgcXmlGuard::internalEntityDecl(const XMLCh* name, const XMLCh* value) {
+  Entity& entity = m_entities[name];
+  const OgcXmlString text(value != nullptr ? value : u"");
+  std::size_t size = 0;
+  for (std::size_t at = 0; at < text.size(); ++size) {
+    const std::size_t end = text[at] == u'&' || text[at] == u'%' ? text.find(u';', at) : text.npos;
+    if (end == text.npos) {
+      ++at;
+      continue;
+    }
+    const bool general = text[at] == u'&';
+    Entity& used = m_entities[text.substr(general ? at + 1 : at, end - at - (general ? 1 : 0))];
+    used.users.push_back(&entity);
+    size += used.size;
+    at = end + 1;
+  }
+  try {
+    grow(entity, size);
+  } catch (const COgcXmlRefusal& refusal) {
+    COgcUtf8 utf8;
+    throw COgcXmlRefusal("with entity (" + std::string(utf8(name)) + ") " + refusal.reason());
+  }
+  m_memory.limitExpansions(std::min(expansionLimit, expandedLimit / m_largest));
+}
+
+void COgcXmlGuard::grow(Entity& entity, std::size_t by) {
+  if (by == 0) return;
+  entity.size += by;
+  m_expandable += by;
+  m_largest = std::max(m_largest, entity.size);
+  if (entity.size > entityLimit) {
+    throw COgcXmlRefusal("an entity expands to more than " + std::to_string(entityLimit) + " characters");
+  }
+  if (m_expandable > entitiesLimit) {
+    throw COgcXmlRefusal("its entities expand to more than " + std::to_string(entitiesLimit) + " characters");
+  }
+  for (Entity* user : entity.users) grow(*user, by);
+}
+
+void COgcXmlGuard::elementDecl(const XMLCh*, const XMLCh* model) {
+  const std::size_t length = xercesc::XMLString::stringLen(model);
+  m_longestModel = std::max(m_longestModel, length);
+  addModel(length);
+}
+
+void COgcXmlGuard::attributeDecl(const XMLCh* element, const XMLCh*, const XMLCh* type, const XMLCh*,
+                                 const XMLCh* value) {
+  using xercesc::XMLString;
+  const std::size_t length = XMLString::stringLen(type);
+  addModel(length);
+  m_attributeWork[element] += workPerAttribute + length + XMLString::stringLen(value);
+}
+
+void COgcXmlGuard::addModel(std::size_t length) {
+  m_modelWork += length * length;
+  if (m_modelWork > modelWork) throw COgcXmlRefusal("the content models or the choices in its DTD are too long");
+}
+
+COgcXmlReader::COgcXmlReader(xercesc::ContentHandler* handler, const OgcXmlLimits& limits)
+    : m_memory(limits.memory), m_guard(handler, m_memory, limits.depth), m_reader(&m_memory) {
+  m_reader.setContentHandler(&m_guard);
+  m_reader.setLexicalHandler(&m_guard);
+  m_reader.setDeclarationHandler(&m_guard);
+  m_reader.setFeature(xercesc::XMLUni::fgXercesDisableDefaultEntityResolution, true);
+}
+
+COgcXmlFile::COgcXmlFile(std::string path) : InputSource(ogcXmlChars(path).c_str()), m_path(std::move(path)) {}
+
+xercesc::BinInputStream* COgcXmlFile::makeStream() const {
+  xercesc::MemoryManager* memory = getMemoryManager();
+  std::unique_ptr<xercesc::BinFileInputStream> stream(new (memory) xercesc::BinFileInputStream(m_path.c_str(), memory));
+  return stream->getIsOpen() ? stream.release() : nullptr;
+}

@@ -1,0 +1,208 @@
+#include "xml/resolver.h"
+
+#include "client/base.h"
+#include "xml/handler.h"
+
+#include <algorithm>
+#include <array>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <xercesc/framework/MemBufInputSource.hpp>
+#include <xercesc/sax/SAXParseException.hpp>
+#include <xercesc/util/XMLUni.hpp>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::size_t sizeLimit = 8UL << 20; // of all grammars together
+constexpr std::size_t countLimit = 256;
+constexpr std::size_t messageLimit = 1023;
+// The parser walks through a schema by recursion.
+constexpr OgcXmlLimits schemaTextLimits{48UL << 20, 256};
+
+/// A URL taken apart and resolved by libcurl.
+class Url {
+public:
+  explicit Url(const std::string& base) { apply(base); }
+
+  void apply(const std::string& reference) {
+    if (curl_url_set(m_url.get(), CURLUPART_URL, reference.c_str(), CURLU_URLENCODE) != CURLUE_OK) {
+      throw COgcXmlRefusal("(" + reference + ") is neither a relative name nor an address that can be read");
+    }
+  }
+  /// A part in its full form, empty when there is none.
+  [[nodiscard]] std::string get(CURLUPart part, unsigned flags = 0) const {
+    char* text = nullptr;
+    if (curl_url_get(m_url.get(), part, &text, flags) != CURLUE_OK) return {};
+    const std::unique_ptr<char, decltype(&curl_free)> owner(text, curl_free);
+    return text;
+  }
+  [[nodiscard]] bool isFile() const { return get(CURLUPART_SCHEME) == "file"; }
+  [[nodiscard]] bool sameServer(const Url& other) const {
+    const auto same = [&](CURLUPart part) {
+      return get(part, CURLU_DEFAULT_PORT) == other.get(part, CURLU_DEFAULT_PORT);
+    };
+    return same(CURLUPART_SCHEME) && same(CURLUPART_HOST) && same(CURLUPART_PORT);
+  }
+
+  static std::string ofFile(const std::string& path) {
+    Url url;
+    curl_url_set(url.m_url.get(), CURLUPART_SCHEME, "file", 0);
+    curl_url_set(url.m_url.get(), CURLUPART_PATH, path.c_str(), CURLU_URLENCODE);
+    return url.get(CURLUPART_URL);
+  }
+
+private:
+  Url() = default;
+
+  std::unique_ptr<CURLU, decltype(&curl_url_cleanup)> m_url{curl_url(), curl_url_cleanup};
+};
+
+std::string utf8(const XMLCh* text) {
+  COgcUtf8 convert;
+  return std::string(convert(text));
+}
+
+} // namespace
+
+COgcXmlResolver::COgcXmlResolver(COgcBase& client, COgcXmlReader& reader, const std::string& path,
+                                 OgcXmlGrammars wanted)
+    : m_client(client),
+      m_reader(reader),
+      m_directory(fs::path(path).lexically_normal().parent_path()),
+      m_document(Url::ofFile(path)),
+      m_wanted(wanted) {}
+
+xercesc::InputSource* COgcXmlResolver::resolveEntity(xercesc::XMLResourceIdentifier* resource) {
+  using Resource = xercesc::XMLResourceIdentifier;
+  const std::string name = utf8(resource->getSystemId());
+  const std::string base = utf8(resource->getBaseURI());
+  const auto type = resource->getResourceIdentifierType();
+  if (type != Resource::ExternalEntity && type != Resource::UnKnown) {
+    return m_wanted.schema && !name.empty() ? schema(name, base) : nullptr;
+  }
+  if (m_schemas.contains(base)) return source({}, name); // schemas do without
+  if (name != utf8(m_reader.guard().dtd().c_str())) {
+    throw COgcXmlRefusal("it refers to the external entity (" + name + "), which is never read");
+  }
+  if (!m_wanted.dtd) return source({}, name);
+  try {
+    const std::string id = locate(name, base);
+    return source(load(id), id);
+  } catch (const COgcXmlRefusal& refusal) {
+    throw COgcXmlRefusal("its DTD cannot be read: " + refusal.reason() + ". VALIDATION_MODE 0 does without it");
+  }
+}
+
+xercesc::InputSource* COgcXmlResolver::schema(const std::string& name, const std::string& base) {
+  try {
+    const std::string id = locate(name, base);
+    const std::string& content = load(id);
+    m_schemas.insert(id);
+    check(content, id);
+    return source(content, id);
+  } catch (const COgcXmlRefusal& refusal) {
+    m_client.OgcBaseWarn(
+        formatLimited(messageLimit, "Warning: XML Schema is not used: %s.", refusal.reason().c_str()).c_str());
+    return nullptr;
+  }
+}
+
+// The parser reads schemas with a reader of its own, which knows no guard.
+void COgcXmlResolver::check(const std::string& content, const std::string& id) {
+  COgcXmlReader reader(nullptr, schemaTextLimits);
+  reader->setProperty(xercesc::XMLUni::fgXercesScannerName, const_cast<XMLCh*>(xercesc::XMLUni::fgDGXMLScanner));
+  reader->setXMLEntityResolver(this);
+  const std::unique_ptr<xercesc::InputSource> input(source(content, id));
+  try {
+    reader->parse(*input);
+  } catch (const xercesc::SAXParseException&) { // will be reported when the schema is used
+  } catch (const COgcXmlRefusal& refusal) {
+    throw COgcXmlRefusal("(" + id + ") is not safe to read: " + refusal.reason());
+  }
+}
+
+xercesc::InputSource* COgcXmlResolver::source(const std::string& content, const std::string& id) {
+  xercesc::MemoryManager* memory = &m_reader.memory();
+  return new (memory) xercesc::MemBufInputSource(reinterpret_cast<const XMLByte*>(content.data()), content.size(),
+                                                 ogcXmlChars(id).c_str(), false, memory);
+}
+
+std::string COgcXmlResolver::locate(const std::string& name, const std::string& base) const {
+  Url url(m_schemas.contains(base) ? base : m_document);
+  url.apply(name);
+  const std::string scheme = url.get(CURLUPART_SCHEME);
+  if (url.isFile()) {
+    const fs::path path = url.get(CURLUPART_PATH, CURLU_URLDECODE);
+    if (*path.lexically_normal().lexically_relative(m_directory).begin() == "..") {
+      throw COgcXmlRefusal("(" + path.string() + ") is outside the document's directory. Put it beside the document");
+    }
+  } else if (scheme != "http" && scheme != "https") {
+    throw COgcXmlRefusal("(" + name + ") is neither a local file nor on an HTTP server");
+  }
+  return url.get(CURLUPART_URL);
+}
+
+const std::string& COgcXmlResolver::load(const std::string& id) {
+  const Url url(id);
+  m_contents.push_back(url.isFile() ? readFile(url.get(CURLUPART_PATH, CURLU_URLDECODE)) : fetch(id));
+  m_loaded += m_contents.back().size();
+  if (m_loaded > sizeLimit || m_contents.size() > countLimit) {
+    throw COgcXmlRefusal("(" + id + ") is too much: at most " + std::to_string(sizeLimit >> 20) + " MiB in " +
+                         std::to_string(countLimit) + " files are read");
+  }
+  return m_contents.back();
+}
+
+std::string COgcXmlResolver::readFile(const std::string& path) const {
+  std::error_code none;
+  if (!fs::is_regular_file(path, none)) throw COgcXmlRefusal("(" + path + ") is not there, or not a file");
+  std::string content(std::min<std::uintmax_t>(fs::file_size(path, none), sizeLimit + 1), '\0');
+  std::ifstream file(path, std::ios::binary);
+  if (!file.read(content.data(), static_cast<std::streamsize>(content.size()))) {
+    throw COgcXmlRefusal("(" + path + ") cannot be read");
+  }
+  return content;
+}
+
+std::string COgcXmlResolver::fetch(const std::string& url) {
+  CCurl transfer;
+  transfer.CurlCopySettings(m_client);
+  transfer.CurlSetPath(nullptr);
+  transfer.CurlSetQuery(nullptr);
+  std::array<char, ogcQueryLimit + 1> server{};
+  const CurlSettings& settings = m_client.Settings();
+  if (settings.scheme.present() && settings.host.present()) {
+    transfer.CurlBuildUrlRqSimple(server.data(), static_cast<int>(server.size()));
+  }
+  if (server[0] == '\0' || !Url(url).sameServer(Url(server.data()))) {
+    transfer.CurlSetUser(nullptr);
+    transfer.CurlSetPasswd(nullptr);
+  }
+  transfer.CurlSetEncode(0); // what arrives is what is counted
+  transfer.CurlSetToBuf(1);
+  transfer.CurlSetCallback("COgcXmlResolver");
+  transfer.CurlSetCallbackData(reinterpret_cast<unsigned long>(this));
+  transfer.CurlSetCallbackFunc(report);
+  m_client.OgcBaseStatus("Sending Http Get Request: ");
+  m_client.OgcBaseStatus(url.c_str());
+  m_overlong = false;
+  try {
+    transfer.CurlProcessRequest(url.c_str(), CURL_RQ_HTTP_GET);
+  } catch (const CCurlException& e) {
+    if (transfer.Response().statusCode == CURLE_ABORTED_BY_CALLBACK && !m_overlong) throw; // by the user
+    throw COgcXmlRefusal(m_overlong ? "(" + url + ") is too long" : "(" + url + ") " + e.ErrMsg());
+  }
+  return transfer.Buffer() != nullptr ? std::string(transfer.Buffer(), transfer.BufferLength()) : std::string();
+}
+
+int COgcXmlResolver::report(char*, unsigned long self, const char* text, xProgressValues* figures) {
+  auto& resolver = *reinterpret_cast<COgcXmlResolver*>(self);
+  if (figures != nullptr && figures->dlNow > static_cast<double>(sizeLimit)) {
+    resolver.m_overlong = true;
+    return 0;
+  }
+  return resolver.m_client.OgcBaseReport(text, figures);
+}

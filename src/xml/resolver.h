@@ -1,0 +1,57 @@
+/// \file
+/// What a document may make the parser read besides itself.
+#pragma once
+
+#include "xml/limits.h"
+
+#include <cstdint>
+#include <deque>
+#include <filesystem>
+#include <set>
+#include <string>
+#include <xercesc/util/XMLEntityResolver.hpp>
+#include <xercesc/util/XMLResourceIdentifier.hpp>
+
+class COgcBase;
+struct xProgressValues;
+
+/// What the caller asked the parser to validate against.
+struct OgcXmlGrammars {
+  bool dtd;
+  bool schema;
+};
+
+/// Gives the parser the DTD and the schemas of one document, when the caller asked for them, and nothing else: no
+/// entity, no other file. A relative name stands for a file beside the document, or beside the schema that uses it.
+/// Local files are read from the document's own directory and below, so that a document from elsewhere cannot reach
+/// into the rest of the machine. What lies on a server is fetched with the client's settings; its credentials go to its
+/// own server only.
+class COgcXmlResolver final : public xercesc::XMLEntityResolver {
+public:
+  /// \param path  the document, absolute
+  COgcXmlResolver(COgcBase& client, COgcXmlReader& reader, const std::string& path, OgcXmlGrammars wanted);
+
+  /// \return the source, an empty one, or null for a schema that cannot be had, after a warning.
+  /// \throws COgcXmlRefusal for an entity, or for a DTD that cannot be had.
+  xercesc::InputSource* resolveEntity(xercesc::XMLResourceIdentifier* resource) override;
+
+private:
+  xercesc::InputSource* source(const std::string& content, const std::string& id);
+  xercesc::InputSource* schema(const std::string& name, const std::string& base);
+  void check(const std::string& content, const std::string& id);
+  const std::string& load(const std::string& id);
+  std::string locate(const std::string& name, const std::string& base) const;
+  std::string readFile(const std::string& path) const;
+  std::string fetch(const std::string& url);
+  static int report(char* name, unsigned long self, const char* text, xProgressValues* figures);
+
+  COgcBase& m_client;
+  COgcXmlReader& m_reader;
+  std::filesystem::path m_directory; ///< of the document
+  std::string m_document;            ///< its URL
+  OgcXmlGrammars m_wanted;
+  std::deque<std::string> m_contents; ///< of DTD and schemas, while the parser reads them
+  std::size_t m_loaded = 0;           ///< their bytes
+  std::set<std::string> m_schemas;    ///< URLs of what was read as a schema
+  bool m_overlong = false;            ///< what is being fetched
+};
