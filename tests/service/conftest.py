@@ -1,7 +1,7 @@
-"""What all service tests share: the real web server, the OGC server behind it, and the runner.
+"""What all service tests share: real servers, and the runner.
 
-    http(...)          lighttpd on loopback, see mapserver/lighttpd.py for what it serves
-    ogc                the same with MapServer behind it, see mapserver/ogc_server.py
+    servers            all servers, see servers.py
+    http, ogc          the web server: lighttpd with MapServer, see mapserver/ for what it serves
     zel(script, ...)   runs a Lua script with the runner
 """
 
@@ -12,25 +12,27 @@ import subprocess
 
 import pytest
 
-from mapserver.lighttpd import Lighttpd
-from mapserver.ogc_server import OgcServer
+from servers import BUILD, attached_or_started
 
 SOURCE = pathlib.Path(__file__).resolve().parents[2]
-BUILD = pathlib.Path(os.environ.get("ZEL_BUILD", SOURCE / "build"))
 
 
 @pytest.fixture(scope="session")
-def http(tmp_path_factory):
-    """The web server: `.url`, `.tls_url`, `.ca`, `.root` (served), `.dav` (written)."""
-    with Lighttpd(tmp_path_factory.mktemp("lighttpd")) as server:
-        yield server
+def servers():
+    with attached_or_started() as servers:
+        yield servers
 
 
 @pytest.fixture(scope="session")
-def ogc(tmp_path_factory):
-    """The web server with MapServer: `.service` and `.secure_service` are its URLs, `.data` holds the rasters."""
-    with OgcServer(tmp_path_factory.mktemp("ogc")) as server:
-        yield server
+def http(servers):
+    """`.url`, `.tls_url`, `.ca`, `.root` (served), `.dav` (written)."""
+    return servers.web
+
+
+@pytest.fixture(scope="session")
+def ogc(servers):
+    """`.service` and `.secure_service` are the URLs of MapServer, `.data` holds its rasters."""
+    return servers.web
 
 
 @dataclasses.dataclass

@@ -3,7 +3,6 @@
 import re
 
 import pytest
-from ftp_proxy_servers import Tinyproxy
 from responder import HEAD, HOLD, Responder
 
 from conftest import SOURCE
@@ -67,12 +66,12 @@ CASES = {
 
 
 @pytest.fixture(scope="module")
-def places(ogc, tmp_path_factory):
+def places(servers, ogc):
     (ogc.root / "page.html").write_text("<html><body>Welcome</body></html>\n")
     (ogc.root / "broken.xml").write_text("<?xml version='1.0'?><WMT_MS_Capabilities version='1.1.1'><Service>")
-    with Tinyproxy(tmp_path_factory.mktemp("proxy"), "clerk", "s3cret") as proxy, Responder([HEAD, HOLD]) as silent:
+    with Responder([HEAD, HOLD]) as silent:
         yield {"nobody": NOBODY, "http": ogc.url, "service": ogc.service, "secure": ogc.secure_service,
-               "silent": silent.url, "proxy": proxy.port}
+               "silent": silent.url, "proxy": servers.guarded_proxy.port}
 
 
 @pytest.mark.parametrize("code, message", CASES.items(), ids=lambda value: value[:40])

@@ -36,7 +36,7 @@ def read(zel, tmp_path):
 @pytest.fixture(scope="module")
 def grammars(http):
     """A schema in two files and a DTD, both wanting an attribute that the document has not."""
-    (http.root / "parts").mkdir()
+    (http.root / "parts").mkdir(exist_ok=True)
     (http.root / "outer.xsd").write_text(XSD % '<xs:include schemaLocation="parts/inner.xsd"/>')
     (http.root / "parts" / "inner.xsd").write_text(XSD % (
         '<xs:element name="WMT_MS_Capabilities"><xs:complexType><xs:attribute name="version"/>'

@@ -1,31 +1,27 @@
 """FTP requests against a real server, and what only a script can play."""
 
 import pytest
-from ftp_proxy_servers import FTP_PASSWORD, FTP_USER, Vsftpd
+from ftp_proxy_servers import FTP_PASSWORD, FTP_USER
 from responder import HOLD, LINE, Responder
 from transfer import transfer
 
 LOGIN = ["scheme=ftp", f"user={FTP_USER}", f"password={FTP_PASSWORD}"]
 
 
-@pytest.fixture(scope="module", params=["", "explicit", "implicit"])
-def secured(request, tmp_path_factory):
-    with Vsftpd(tmp_path_factory.mktemp("vsftpd"), request.param) as server:
-        server.kind = request.param
-        server.settings = [*LOGIN, "active=0", f"cainfo={server.ca}"] if request.param else LOGIN
-        if request.param == "explicit":
-            server.settings = [*server.settings, "explicit=1"]
-        if request.param == "implicit":
-            server.settings = [*server.settings, "scheme=FTPS"]
-        yield server
+@pytest.fixture(params=["", "explicit", "implicit"])
+def secured(request, servers):
+    server = getattr(servers, "ftp_" * bool(request.param) + (request.param or "ftp"))
+    server.kind = request.param
+    server.settings = [*LOGIN, *{"": [], "explicit": ["active=0", f"cainfo={server.ca}", "explicit=1"],
+                                 "implicit": ["active=0", f"cainfo={server.ca}", "scheme=FTPS"]}[request.param]]
+    return server
 
 
-@pytest.fixture(scope="module")
-def plain(tmp_path_factory):
-    with Vsftpd(tmp_path_factory.mktemp("vsftpd")) as server:
-        (server.root / "lines.txt").write_bytes(b"one\ntwo\n")
-        (server.root / "sub").mkdir()
-        yield server
+@pytest.fixture
+def plain(servers):
+    (servers.ftp.root / "lines.txt").write_bytes(b"one\ntwo\n")
+    (servers.ftp.root / "sub").mkdir(exist_ok=True)
+    return servers.ftp
 
 
 @pytest.fixture

@@ -3,24 +3,22 @@
 import json
 
 import pytest
-from ftp_proxy_servers import Tinyproxy
 from mapserver.lighttpd import PASSWORD, USER
 from responder import HEAD, Responder
+from servers import PROXY_LOGIN
 from transfer import transfer
 
-LOGIN = ["proxyuser=clerk", "proxypassword=s3cret"]
+LOGIN = [f"{name}={value}" for name, value in zip(("proxyuser", "proxypassword"), PROXY_LOGIN)]
 
 
-@pytest.fixture(scope="module")
-def proxy(tmp_path_factory):
-    with Tinyproxy(tmp_path_factory.mktemp("proxy")) as server:
-        yield server
+@pytest.fixture
+def proxy(servers):
+    return servers.proxy
 
 
-@pytest.fixture(scope="module")
-def guarded(tmp_path_factory):
-    with Tinyproxy(tmp_path_factory.mktemp("proxy"), "clerk", "s3cret") as server:
-        yield server
+@pytest.fixture
+def guarded(servers):
+    return servers.guarded_proxy
 
 
 def through(server, *arguments, environment=None):
