@@ -3,6 +3,8 @@
 set -euo pipefail
 
 sets=(build demo test all)
+log=/var/log/zel_ogc-packages.log
+EX_TEMPFAIL=75
 
 usage() {
     cat <<'TEXT'
@@ -10,7 +12,7 @@ usage: scripts/deps.sh [build|demo|test|all]
 
 Installs what is missing, as root or with sudo:
 
-  build  to build the runner and the module
+  build  to build the runner, the module and the Debian package
   demo   also the server of scripts/demo.sh
   test   also what scripts/test.sh needs
   all    also what scripts/test.sh --all needs (default)
@@ -39,11 +41,27 @@ forbid_services() {
     [ ! -e "$policy" ] || return 0
     printf '#!/bin/sh\nexit 101\n' >"$policy"
     chmod +x "$policy"
-    trap "rm -f $policy" EXIT
+    trap 'rm -f /usr/sbin/policy-rc.d' EXIT
+}
+
+apt() {
+    apt-get -q -o Acquire::Retries=3 -o DPkg::Lock::Timeout=300 "$@" </dev/null >>"$log" 2>&1
 }
 
 install() {
-    apt-get -qq install -y --no-install-recommends "$@" </dev/null
+    apt install -y --no-install-recommends "$@"
+}
+
+# Says why the packages could not be installed. EX_TEMPFAIL: nothing is wrong here, trying again later may help.
+explain() {
+    if grep -q '^[EW]: .*Failed to fetch' "$log"; then
+        echo "deps.sh: packages could not be fetched; is there a connection?" >&2
+        grep -m 3 '^[EW]: .*Failed to fetch' "$log" >&2
+        exit "$EX_TEMPFAIL"
+    fi
+    echo "deps.sh: the packages could not be installed; $log ends with" >&2
+    tail -n 20 "$log" >&2
+    exit 1
 }
 
 main() {
@@ -72,17 +90,19 @@ main() {
         exit 1
     fi
 
-    echo "Installing ${packages[*]}"
+    echo "Installing ${#packages[@]} packages (log: $log)"
+    : >"$log"
     export DEBIAN_FRONTEND=noninteractive
     forbid_services
     # Lists that are absent or older than the packages they name: fetched once, and then tried again.
     if ! apt-cache show "${packages[@]}" >/dev/null 2>&1 || ! install "${packages[@]}"; then
-        apt-get -qq update
-        install "${packages[@]}"
+        : >"$log"
+        apt update || true
+        install "${packages[@]}" || explain
     fi
     local server
     for server in lighttpd vsftpd tinyproxy; do
-        [[ " ${packages[*]} " != *" $server "* ]] || update-rc.d "$server" disable || true
+        [[ " ${packages[*]} " != *" $server "* ]] || update-rc.d "$server" disable >>"$log" 2>&1 || true
     done
 }
 

@@ -1,6 +1,7 @@
 """The installation and the Debian package, used where nothing of the build is in reach."""
 
 import os
+import shutil
 import subprocess
 
 import pytest
@@ -57,4 +58,14 @@ def test_is_used_from_outside_the_build(tmp_path, ogc, make):
     broken = [path for path in prefix.rglob("*") if path.is_symlink() and not path.exists()]
     assert not broken
     documents = prefix / "share/doc/zel-ogc"
-    assert (documents / "docs/reference.md").exists() and (documents / "examples/wms_map.lua").exists()
+    for document in ("docs/reference.md", "examples/wms_map.lua", "CHANGELOG.md"):
+        assert (documents / document).exists()
+    assert "Readline's licence" in (documents / "copyright").read_text()
+
+
+def test_no_package_without_the_tools_that_find_its_dependencies(tmp_path):
+    done = subprocess.run([shutil.which("cpack"), "--config", BUILD / "CPackConfig.cmake", "-B", tmp_path,
+                           "-D", "CMAKE_FIND_USE_CMAKE_SYSTEM_PATH=OFF"], env={"PATH": str(tmp_path)}, timeout=60,
+                          capture_output=True, text=True)
+    assert done.returncode != 0 and "Debian packages file and dpkg-dev" in " ".join(done.stderr.split())
+    assert not list(tmp_path.rglob("*.deb"))
