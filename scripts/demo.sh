@@ -9,7 +9,7 @@ usage: scripts/demo.sh [DIRECTORY]
        scripts/demo.sh --serve
 
 Fetches a map (PNG) and a coverage (GeoTIFF) into DIRECTORY, demo-output without one.
-With --serve: only starts the server and prints its URL; Ctrl-C ends it.
+With --serve: only starts the server and prints how to use it; Ctrl-C ends it.
 TEXT
 }
 
@@ -18,18 +18,43 @@ fail() {
     exit 1
 }
 
-# keep FILE NAME DRIVER WIDTH HEIGHT: copies a file that was fetched, if it is what it should be
-keep() {
-    local info
-    info=$(gdalinfo "$1") || fail "$1 is not an image"
-    [[ $info == "Driver: $3/"*"Size is $4, $5"* ]] || fail "$1 is not the $3 file of $4 x $5 pixels that was asked for"
-    cp "$1" "$output/$2"
+# start_server: sets url; the server ends with this script
+start_server() {
+    work=$(mktemp -d)
+    coproc SERVER { exec /usr/bin/python3 -B -m mapserver; }
+    server=$SERVER_PID
+    trap 'kill $server 2>/dev/null; wait $server 2>/dev/null; rm -rf "$work"' EXIT
+    read -r url <&"${SERVER[0]}" || fail "the map server did not start"
 }
 
-# fetch SCRIPT [ARGUMENT ...]: runs an example; its last line ends with the name of the file it fetched
+serve() {
+    start_server
+    trap 'exit 0' INT TERM
+    cat <<TEXT
+export OGC_SERVER_URL='$url'
+
+The server runs until Ctrl-C. Paste the line above into another terminal, and try it there:
+
+    build/zel examples/wms_layers.lua
+TEXT
+    wait "$server"
+}
+
+# fetch SCRIPT LAYER ... : runs an example and sets file to what it fetched, which the example names in its last line
 fetch() {
-    build/zel "examples/$1" "${@:2}" | tee "$work/log"
-    file=$(sed -n '$s/^[^:]*: //p' "$work/log")
+    if ! build/zel "examples/$1" "$url" "${@:2}" 2>"$work/err" | tee "$work/out" | sed '$d'; then
+        cat "$work/err" >&2
+        fail "examples/$1 failed"
+    fi
+    file=$(sed -n '$s/^[^:]*: //p' "$work/out")
+}
+
+# keep NAME DRIVER WIDTH HEIGHT: moves the file to the output if it is what it should be
+keep() {
+    local info
+    info=$(gdalinfo "$file") || fail "$file is not an image"
+    [[ $info == "Driver: $2/"*"Size is $3, $4"* ]] || fail "$file is not the $2 file of $3 x $4 pixels that was asked for"
+    mv "$file" "$output/$1"
 }
 
 case ${1:-} in
@@ -40,24 +65,28 @@ case ${1:-} in
 esac
 
 scripts/deps.sh demo
-if [ "${1:-}" = --serve ]; then exec /usr/bin/python3 -B -m mapserver; fi
+if [ "${1:-}" = --serve ]; then
+    serve
+    exit
+fi
 
 output=${1:-demo-output}
 mkdir -p "$output"
 scripts/build.sh release -DBUILD_TESTING=OFF -- zel zel_ogc
 
-work=$(mktemp -d)
-coproc SERVER { exec /usr/bin/python3 -B -m mapserver; }
-server=$SERVER_PID
-trap 'kill $server 2>/dev/null; wait $server 2>/dev/null; rm -rf "$work"' EXIT
-read -r url <&"${SERVER[0]}" || fail "the map server did not start"
+start_server
 export ZEL_USER_DIR=$work
+fetch wms_map.lua earth zones places
+keep map.png PNG 512 256
+fetch wcs_coverage.lua earth
+keep coverage.tif GTiff 1024 512
 
-fetch wms_map.lua "$url" earth zones places
-keep "$file" map.png PNG 512 256
-fetch wcs_coverage.lua "$url" earth
-keep "$file" coverage.tif GTiff 1024 512
+cat <<TEXT
 
-echo
-echo "Map:      $output/map.png"
-echo "Coverage: $output/coverage.tif"
+Map:      $output/map.png
+Coverage: $output/coverage.tif
+
+Next, a map of your own: this starts the server again and prints what to paste into another terminal.
+
+    scripts/demo.sh --serve
+TEXT
