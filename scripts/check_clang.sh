@@ -6,7 +6,7 @@ cd "$(dirname "$0")/.."
 commands() {
     python3 - <<'PYTHON'
 import json, shlex
-for entry in json.load(open("build/compile_commands.json")):
+for entry in json.load(open("build-all/compile_commands.json")):
     flags = shlex.split(entry["command"])[1:]
     print(shlex.join(["clang++", *flags[:flags.index("-o")], "-Werror", "-fsyntax-only", entry["file"]]))
 PYTHON

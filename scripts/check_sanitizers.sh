@@ -3,8 +3,5 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-scripts/build.sh asan -DZEL_WERROR=ON
-export ASAN_OPTIONS=detect_leaks=1:strict_string_checks=1:detect_stack_use_after_return=1
-export UBSAN_OPTIONS=print_stacktrace=1
-[ ! -e tests/lsan.supp ] || export LSAN_OPTIONS=suppressions=$PWD/tests/lsan.supp:print_suppressions=0
-exec ctest --test-dir build-asan -j2 --output-on-failure
+scripts/build.sh asan -DBUILD_TESTING=ON
+exec ctest --preset asan

@@ -51,6 +51,5 @@ fi
 scripts/deps.sh all
 scripts/build.sh fuzz -- "${targets[@]}"
 export ASAN_OPTIONS=quarantine_size_mb=32:allocator_may_return_null=1 UBSAN_OPTIONS=print_stacktrace=1
-[ ! -e tests/lsan.supp ] || export LSAN_OPTIONS=suppressions=$PWD/tests/lsan.supp:print_suppressions=0
 export -f fuzz
 printf '%s\n' "${targets[@]}" | xargs -P 2 -I{} bash -c 'set -euo pipefail; fuzz "$@"' fuzz {} "$2"

@@ -5,38 +5,32 @@ cd "$(dirname "$0")/.."
 
 usage() {
     cat <<'TEXT'
-usage: scripts/test.sh [--all]
+usage: scripts/test.sh [NAME | --all]
 
 Builds the release and runs the unit and service tests.
-With --all: warnings are errors, and every scripts/check_*.sh runs too (sanitizers, clang, ...).
+
+NAME   only the tests whose name contains it, a regular expression: service.wms
+--all  in a build folder of its own, build-all: warnings are errors, and every scripts/check_*.sh runs too (sanitizers,
+       a bare machine, ...)
 TEXT
 }
 
+preset=release
+packages='test'
+only=()
 case ${1:-} in
 -h | --help) usage; exit ;;
-'' | --all) [ $# -le 1 ] || { usage >&2; exit 2; } ;;
-*) echo "test.sh: there is no option $1" >&2; usage >&2; exit 2 ;;
+'') ;;
+--all) preset=all packages=all ;;
+-*) echo "test.sh: there is no option $1" >&2; usage >&2; exit 2 ;;
+*) only=(--tests-regex "$1") ;;
 esac
+[ $# -le 1 ] || { usage >&2; exit 2; }
 
-run=(ctest -j2 --output-on-failure)
-
-if [ "${1:-}" != --all ]; then
-    scripts/deps.sh test
-    scripts/build.sh release -DBUILD_TESTING=ON
-    exec "${run[@]}" --test-dir build
+scripts/deps.sh "$packages"
+scripts/build.sh "$preset" -DBUILD_TESTING=ON
+if [ ${#only[@]} -gt 0 ] && [[ $(ctest --preset "$preset" -N "${only[@]}") == *"Total Tests: 0" ]]; then
+    echo "test.sh: no test's name contains $1; ctest --preset $preset -N lists them" >&2
+    exit 2
 fi
-
-scripts/deps.sh all
-scripts/build.sh release -DBUILD_TESTING=ON -DZEL_WERROR=ON
-
-# The checks are tests beside those of the release, so that one line at the end counts everything.
-mkdir -p build-all
-{
-    echo "subdirs(\"$PWD/build\")"
-    for check in scripts/check_*.sh; do
-        name=$(basename "$check" .sh)
-        echo "add_test($name \"$PWD/$check\")"
-        echo "set_tests_properties($name PROPERTIES PROCESSORS 2 TIMEOUT 1200)"
-    done
-} >build-all/CTestTestfile.cmake
-exec "${run[@]}" --test-dir build-all
+exec ctest --preset "$preset" "${only[@]}"

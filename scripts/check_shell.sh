@@ -1,0 +1,6 @@
+#!/bin/bash
+# Checks the shell scripts with shellcheck.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+git ls-files -z '*.sh' .ci/run | xargs -0 shellcheck
