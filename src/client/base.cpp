@@ -58,7 +58,7 @@ auto COgcBase::callOut(Call call) {
 }
 
 int COgcBase::OgcBaseReport(const char* text, xProgressValues* figures) {
-  if (!Settings().callback.present()) return 1;
+  if (m_quiet || !Settings().callback.present()) return 1;
   std::string name = Settings().callback.str(); // the routine may change the settings
   return callOut([&] { return OgcCallback(name.data(), Settings().callbackData, text, figures); });
 }
@@ -161,7 +161,12 @@ void COgcBase::OgcBaseFetchUrl(const char* url, const char* file) {
 void COgcBase::OgcBaseGet(const char* url) {
   OgcBaseStatus("Sending Http Get Request: ");
   OgcBaseStatus(url);
-  CurlProcessRequest(url, CURL_RQ_HTTP_GET);
+  try {
+    CurlProcessRequest(url, CURL_RQ_HTTP_GET);
+  } catch (const CCurlException&) {
+    if (Response().errorFile.present()) OgcBaseTellRefusal(Response().errorFile.c_str());
+    throw;
+  }
 }
 
 void COgcBase::OgcBaseRefuseHtml() {

@@ -121,6 +121,8 @@ private:
   template <typename Call>
   auto callOut(Call call);
   void OgcBaseGet(const char* url);
+  /// Reports the exception texts in the answer to a failed request, when there are any.
+  void OgcBaseTellRefusal(const char* file);
   void parse(COgcSaxHelper* handler, const char* file, int schemaChecking, int validationMode);
   [[noreturn]] void failParse(const char* file);
 
@@ -128,4 +130,5 @@ private:
   CText m_exceptionReport;
   std::exception_ptr m_hostError; ///< what left the host during a parse, whatever the parser made of it
   bool m_busy = false;
+  bool m_quiet = false; ///< nothing is reported
 };

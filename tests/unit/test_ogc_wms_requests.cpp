@@ -14,9 +14,9 @@ using Lines = std::vector<std::string>;
 /// A server on loopback that gives one answer and ends.
 class OneAnswer {
 public:
-  OneAnswer(const std::string& type, const std::string& body)
-      : m_answer("HTTP/1.1 200 OK\r\nContent-Type: " + type + "\r\nContent-Length: " + std::to_string(body.size()) +
-                 "\r\nConnection: close\r\n\r\n" + body),
+  OneAnswer(const std::string& type, const std::string& body, const std::string& status = "200 OK")
+      : m_answer("HTTP/1.1 " + status + "\r\nContent-Type: " + type +
+                 "\r\nContent-Length: " + std::to_string(body.size()) + "\r\nConnection: close\r\n\r\n" + body),
         m_socket(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
     sockaddr_in address{};
     address.sin_family = AF_INET;
@@ -65,8 +65,9 @@ protected:
 
   /// Runs a request against a server that gives this answer. \return the message of the failure.
   template <typename Action>
-  std::string against(const std::string& type, const std::string& body, Action request) {
-    const OneAnswer server(type, body);
+  std::string against(const std::string& type, const std::string& body, Action request,
+                      const std::string& status = "200 OK") {
+    const OneAnswer server(type, body, status);
     wms.CurlSetHost("127.0.0.1");
     wms.CurlSetPort(server.port().c_str());
     wms.CurlSetPath("/ows");
@@ -152,6 +153,45 @@ TEST_F(WmsRequest, MapsAreRefusedWhenTheyAreWords) {
   EXPECT_EQ(fakeBridge().status.back(), "Get Feature Info request completed.");
   EXPECT_EQ(wms.Settings().query.str(), "Version=1.1.1&Service=WMS&Request=GetFeatureInfo&I=1&J=2");
   EXPECT_TRUE(told("Feature Info file written to: "));
+}
+
+TEST_F(WmsRequest, RefusalsWithAnErrorStatusAreReportedBeforeTheError) {
+  const std::string report = "<ExceptionReport><Exception exceptionCode='No'/></ExceptionReport>";
+  const std::string failed =
+      "Error: Http Get Request Failed. Error =  http: Client Error. Remote Host(127.0.0.1), Http "
+      "ErrCode(400), Http Err(Bad) Http ErrMsg(No HTML found).";
+  const struct {
+    const char* type;
+    std::string body;
+    const char* words; ///< in the line that is added, "" for none
+  } rows[] = {{"text/xml", refusal, "a service exception: ( Code= LayerNotDefined"},
+              {"application/vnd.ogc.se_xml", report, "a exception report: ( Code= No)"},
+              {"text/html", refusal, "a service exception: ( Code= LayerNotDefined"},
+              {"text/xml", refusal.substr(0, refusal.size() - 9), "a service exception: ( Code= LayerNotDefined"},
+              {"text/xml", refusal.substr(0, 9), ""},
+              {"text/xml", document, ""},
+              {"image/png", "picture", ""},
+              {"text/html", "", ""}};
+  for (const auto& row : rows) {
+    for (const auto get : {+[](COgcWms& wms) { wms.OgcWmsGetMap("a=b"); },
+                           +[](COgcWms& wms) { wms.OgcWmsGetCap(nullptr, nullptr, 0, 0, 0); },
+                           +[](COgcWms& wms) { wms.OgcWmsGetFeature("a=b"); }}) {
+      EXPECT_EQ(against(
+                    row.type, row.body, [&] { get(wms); }, "400 Bad"),
+                failed)
+          << row.body;
+      Lines lines = fakeBridge().status;
+      if (*row.words != '\0') {
+        EXPECT_NE(lines.back().find(std::string("Error: Remote OGC server returned ") + row.words), std::string::npos)
+            << lines.back();
+        lines.pop_back();
+      }
+      const bool answered = !row.body.empty();
+      EXPECT_EQ(lines.back().find(answered ? "http: Error: Http Get Request Failed. see file: (" : "http: Client"), 0U)
+          << lines.back();
+      EXPECT_EQ(answered, wms.ResponseFile() != nullptr && std::filesystem::file_size(wms.ResponseFile()) != 0);
+    }
+  }
 }
 
 TEST_F(Wms, RunsOneRequestAtATime) {
