@@ -16,6 +16,7 @@ SEASONS = {"2024-01-01": 100, "2024-07-01": 200}
 CONFIG = """CONFIG
   MAPS
     earth "{data}/earth.map"
+    regions "{data}/regions.map"
   END
 END
 """
@@ -24,7 +25,7 @@ END
 def make_data(directory):
     """earth.tif (three bands), relief.tif (heights of -500 to 8000 m), seasons.shp (two rasters and their times).
 
-    Everything covers the whole Earth in EPSG:4326. The values come from the bands of the picture.
+    Everything covers the whole Earth in EPSG:4326, pacific.vrt goes round it twice. The values come from the bands of the picture.
     """
     directory.mkdir()
     for definition in DEFINITIONS.iterdir():
@@ -32,6 +33,9 @@ def make_data(directory):
 
     world = {"outputSRS": "EPSG:4326", "outputBounds": [-180, 90, 180, -90], "creationOptions": ["TILED=YES"]}
     gdal.Translate(str(directory / "earth.tif"), PICTURE, **world)
+
+    gdal.Translate(str(directory / "again.tif"), PICTURE, **world | {"outputBounds": [180, 90, 540, -90]})
+    gdal.BuildVRT(str(directory / "pacific.vrt"), [str(directory / name) for name in ("earth.tif", "again.tif")])
 
     def numbers(path, band, low, high):
         gdal.Translate(str(path), PICTURE, **world, bandList=[band], outputType=gdal.GDT_Int16,
@@ -53,6 +57,7 @@ class OgcServer(Lighttpd):
     """Lighttpd with MapServer as CGI program, for both services and every way of access of the web server.
 
     service         URL of the server, as a user would write it
+    regions         URL of a second service, with what is hard for clients
     secure_service  the same over TLS
     data            directory of the rasters, see make_data
     """
@@ -65,4 +70,5 @@ class OgcServer(Lighttpd):
         super().__init__(directory, {"MAPSERVER_CONFIG_FILE": str(directory / "mapserver.conf")})
         (self.root / "cgi-bin" / "mapserv").symlink_to("/usr/lib/cgi-bin/mapserv")
         self.service = self.url + "/cgi-bin/mapserv?map=earth"
+        self.regions = self.url + "/cgi-bin/mapserv?map=regions"
         self.secure_service = self.tls_url + "/cgi-bin/mapserv?map=earth"

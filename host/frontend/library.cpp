@@ -10,8 +10,10 @@
 #include "host/routines.h"
 #include "host/session.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <thread>
 
 #include <sys/ioctl.h>
 
@@ -71,6 +73,18 @@ int clockSeconds(lua_State* L) {
   return 1;
 }
 
+/// zel.sleep(seconds): waits, at most until Ctrl-C.
+int sleep(lua_State* L) {
+  using namespace std::chrono;
+  const auto end = steady_clock::now() + duration<double>(luaL_checknumber(L, 1));
+  while (!ZEL_InterpInterrupted()) {
+    const duration<double> left = end - steady_clock::now();
+    if (!(left > left.zero())) break;
+    std::this_thread::sleep_for(std::min<duration<double>>(left, 50ms));
+  }
+  return 0;
+}
+
 /// zel.columns(file): the width of the terminal that an open file is; nil when it is none.
 int columns(lua_State* L) {
   const auto* stream = static_cast<luaL_Stream*>(luaL_checkudata(L, 1, LUA_FILEHANDLE));
@@ -95,11 +109,21 @@ int callModule(lua_State* L) {
 
 constexpr char kShow[] = "zel.show";
 constexpr char kHelp[] = "zel.help";
+constexpr char kRefusal[] = "zel.ogc.refusal";
 
-constexpr luaL_Reg kFunctions[] = {
-    {"new", newObject},          {"load", loadModule},        {"reset", resetSession}, {"tags", tags},
-    {"counts", counts},          {"clock", clockSeconds},     {"columns", columns},    {"methods", objectMethods},
-    {"show", callModule<kShow>}, {"help", callModule<kHelp>}, {nullptr, nullptr}};
+constexpr luaL_Reg kFunctions[] = {{"new", newObject},
+                                   {"load", loadModule},
+                                   {"reset", resetSession},
+                                   {"tags", tags},
+                                   {"counts", counts},
+                                   {"clock", clockSeconds},
+                                   {"sleep", sleep},
+                                   {"columns", columns},
+                                   {"methods", objectMethods},
+                                   {"show", callModule<kShow>},
+                                   {"help", callModule<kHelp>},
+                                   {"refusal", callModule<kRefusal>},
+                                   {nullptr, nullptr}};
 
 /// Lets `require` find the Lua modules that come with the runner, before others of their names.
 void addModules(lua_State* L) {

@@ -1,0 +1,27 @@
+--- Maps from web services: `local ogc = require "zel.ogc"`.
+--
+--   local s = ogc.wms("https://maps.example.org/wms")
+--   s:map{layers = {"earth", "places"}, bbox = {-30, 30, 60, 75}, to = "europe.png"}
+--
+-- ogc.wms(url, options)   a Web Map Service, see zel.ogc.wms: s.title, s.layers, s.layer[name], s:map{}
+--
+-- url may also be a file with capabilities; then nothing can be fetched. Options, all of them optional, and those that
+-- the file ~/.config/zel/ogc.lua returns are their defaults:
+--
+--   version              of the service ("1.1.1"); the highest that both know without it
+--   user, password       for the server
+--   proxy                http://[user:password@]host:port
+--   ca                   file with the certificates of the authorities to trust
+--   timeout, connect_timeout   seconds for a transfer, and to reach the server
+--   retries              how often a request is tried again after a refused connection, a timeout or status 429, 502,
+--                        503 or 504, with growing pauses; 3
+--   pause                seconds between two requests; 0
+--   status               a status routine; on a terminal zel.progress without it
+--   quiet, verbose       true: says nothing beside the results; traces the transfers
+--   NAME                 any property of the object in capitals, ENCODE = 3
+--
+-- What goes wrong raises a table that reads as a text and has the field `message`; when the server refused also its
+-- words: text, code, locator, and exceptions, the list of all of them. What a service does not offer is refused before
+-- anything is sent.
+
+return {wms = require "zel.ogc.wms"}

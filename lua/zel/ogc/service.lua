@@ -1,0 +1,108 @@
+--- What the two kinds of service share: the object, its URL, and requests that are patient and raise in the server's
+-- own words.
+
+local errors = require "zel.ogc.errors"
+local options = require "zel.ogc.options"
+local refusal_of = require "zel.ogc.refusal"
+
+local RETRIED_STATUS = {[429] = true, [502] = true, [503] = true, [504] = true}
+local RETRIED_CURL = {[7] = true, [28] = true} -- no connection; the time is up
+local FIRST_PAUSE = 1 -- seconds before the second try; each further pause is twice as long
+local LONGEST_PAUSE = 60
+
+local service = {}
+
+local function without_frame(why)
+  local text = why:match("CCurlException:%s*(.*)$") or why:match("ZELNETOGC%w+::%w+: (.*)$") or why
+  return (text:gsub("^Error: ", ""):gsub("%.%.+$", "."))
+end
+
+-- Whether a failure may pass when one tries again.
+local function passing(why)
+  local status, curl = why:match("Http ErrCode%((%d+)%)"), why:match("Curl Error Code = (%d+)")
+  return RETRIED_STATUS[tonumber(status)] or RETRIED_CURL[tonumber(curl)] or false
+end
+
+-- Seconds that the server asks to wait, or else twice as long from try to try.
+local function pause_after(object, try)
+  local header = object:GetProperty{"RESPONSE_HEADER"}.RESPONSE_HEADER
+  local asked = tonumber(header:lower():match("\nretry%-after:%s*(%d+)"))
+  return math.min(asked or FIRST_PAUSE * 2 ^ (try - 1), LONGEST_PAUSE)
+end
+
+--- Tells the user something beside the results, unless they want quiet.
+function service.tell(s, text)
+  if not s.options.quiet then io.stderr:write(text, "\n") end
+end
+
+-- Raises what went wrong in a method; what is no failure of the request (Ctrl-C, an error of the script's own status
+-- routine, a cancel) goes on as it is.
+local function fail(object, why)
+  if type(why) ~= "string" or not why:find("ZELNETOGC", 1, true) or why:find("Cancel request detected", 1, true) then
+    error(why, 0)
+  end
+  local refused = refusal_of(object)
+  if not refused then errors.raise(without_frame(why)) end
+  local place = table.concat({refused.code, refused.locator}, ", ")
+  errors.raise("the server refused: " .. refused.text .. (place ~= "" and " (" .. place .. ")" or ""), refused)
+end
+
+--- Calls a method of the service's object, several times where that may help.
+function service.request(s, method, ...)
+  for try = 1, math.huge do
+    if s.requested and s.options.pause > 0 then zel.sleep(s.options.pause) end
+    s.requested = true
+    local results = table.pack(pcall(s.object[method], s.object, ...))
+    if results[1] then return table.unpack(results, 2, results.n) end
+    local why = results[2]
+    if try > s.options.retries or type(why) ~= "string" or not passing(why) then fail(s.object, why) end
+    local seconds = pause_after(s.object, try)
+    service.tell(s, ("%s Trying again in %g s."):format(without_frame(why), seconds))
+    zel.sleep(seconds)
+  end
+end
+
+-- Takes a URL as people have it: with or without "?", with a user in it.
+local function set_url(object, url)
+  local scheme, rest = url:match("^(%a+)://(.+)$")
+  if not scheme or not scheme:lower():find("^https?$") then
+    errors.raise(('"%s" is no URL: it should begin with http:// or https://'):format(url))
+  end
+  local user, password = rest:match("^([^/?@:]*):?([^/?@]*)@")
+  if user then object:SetProperty{USERNAME = user, PASSWORD = password ~= "" and password or nil} end
+  object:ParseUrl(url:find("?", 1, true) and url or url .. "?")
+end
+
+local function is_file(name)
+  local file = not name:find("://", 1, true) and io.open(name)
+  return file and file:close() and true or false
+end
+
+--- A new service: an object of the class for a URL, or for a file with its capabilities.
+function service.open(class, call, url, given)
+  if type(url) ~= "string" then errors.raise(call .. " wants the URL of a service") end
+  local s = {url = url:gsub("//[^/?@]*@", "//"), options = options.merge(call, given)}
+  local object, why = zel.new(class, options.properties(s.options))
+  if not object then errors.raise(without_frame(why)) end
+  s.object = object
+  if is_file(url) then s.file = url else set_url(object, url) end
+  return s
+end
+
+--- Raises when the service is only a file.
+function service.check_online(s)
+  if s.file then errors.raise("the service was read from the file " .. s.file .. ": give its URL to send requests") end
+end
+
+--- Reads the capabilities.
+function service.read_capabilities(s)
+  return service.request(s, "GetCapabilities", {FROM_FILE = s.file})
+end
+
+--- The service section as a structure; nil without one.
+function service.section(s)
+  local section = s.object:GetServiceSection()
+  return section ~= 0 and section[1] or nil
+end
+
+return service
