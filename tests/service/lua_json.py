@@ -1,4 +1,6 @@
-"""Lets scripts print their values as JSON."""
+"""Lets scripts print their values as JSON, and follows markers in them."""
+
+import re
 
 # json(v): texts, numbers, booleans, nil, lists and structures.
 JSON = r"""
@@ -15,3 +17,31 @@ function json(v)
   return "{" .. table.concat(parts, ",") .. "}"
 end
 """
+
+
+def leaves(value, path):
+    """(path, text) of each text that is not empty, as in layer.STYLE[0].NAME. NUM_X counts the list X."""
+    if isinstance(value, dict):
+        for tag, item in value.items():
+            counted = value.get(tag.removeprefix("NUM_")) if tag.startswith("NUM_") else None
+            if isinstance(counted, list):
+                assert item == str(sum(any(leaves(entry, "")) for entry in counted)), path + tag
+            else:
+                yield from leaves(item, f"{path}.{tag}")
+    elif isinstance(value, list):
+        for i, item in enumerate(value):
+            yield from leaves(item, f"{path}[{i}]")
+    elif value:
+        yield path, value
+
+
+def check_markers(document, **structures):
+    """Each marker of a document, a path like layer.STYLE[0].NAME, has arrived at that path and nothing else anywhere.
+
+    structures: values by the first name of their paths. Returns what is no marker.
+    """
+    found = dict(leaf for name, value in structures.items() for leaf in leaves(value, name))
+    markers = set(re.findall(rf"(?:{'|'.join(structures)})[.\[][\w.\[\]]+", document))
+    astray = {path: found.get(path) for path in markers if found.get(path) != path}
+    assert markers and not astray, astray
+    return {path: text for path, text in found.items() if path not in markers}

@@ -1,0 +1,367 @@
+"""Maps and coverages from a real server, and what both services refuse."""
+
+import json
+
+import pytest
+from osgeo import gdal
+from owslib.wms import WebMapService
+
+from lua_json import JSON
+from mapserver.lighttpd import make_certificates
+from responder import HEAD, Responder
+
+gdal.UseExceptions()
+
+OBJECT = JSON + """
+local service, url, version = table.unpack(arg)
+local o <close> = assert(zel.new("ZELnetOGC" .. service, version and {WMS_VERSION = version}))
+if url ~= "" then o:ParseURL(url) end
+local function try(f, ...) return select(2, pcall(f, o, ...)) end
+local function last() return o:GetProperty{"LAST_FILE"}.LAST_FILE end
+"""
+BOTH = pytest.mark.parametrize("service", ["WMS", "WCS"])
+MAP = "LAYERS=earth&STYLES=&BBOX=-180,-90,180,90&SRS=EPSG:4326&WIDTH=360&HEIGHT=180"
+QUARTER = "COVERAGE={}&CRS=EPSG:4326&BBOX=-180,0,0,90&WIDTH={}&HEIGHT={}&FORMAT={}"  # the north-western, pixel by pixel
+RELIEF = QUARTER.format("relief", 360, 180, "GEOTIFF_INT16")
+
+
+@pytest.fixture
+def on(zel):
+    """on(service, code, url, version): the lines that a script prints on an object for that service."""
+    return lambda service, code, url="", *version: zel(OBJECT + code, service, url, *version).out.splitlines()
+
+
+@pytest.mark.parametrize("version, names", [("1.1.0", "SRS"), ("1.1.1", "SRS"), ("1.3.0", "CRS")])
+def test_layers(on, ogc, version, names):
+    """As another reader sees them."""
+    count, file, layers, service = on("WMS", """
+      print(o:GetCapabilities())
+      print(last())
+      print(json(o:GetLayers()))
+      print(json(o:GetServiceSection()[1]))
+    """, ogc.service, version)
+    layers, service = json.loads(layers), json.loads(service)
+    assert count == "10" and [layer["LAYER"] for layer in layers] == [str(i) for i in range(10)]
+    assert service["TITLE"] == "Die Erde – la Terre – Земля" and service["KEYWORD"] == ["Earth", "Erde", "satellite image"]
+    assert layers[9]["TITLE"] == "Places (Städte, 都市)" and layers[9]["VERSION"] == version
+    if version == "1.1.0":
+        return  # which the other does not read
+    with open(file, "rb") as document:
+        reader = WebMapService("http://localhost/", version=version, xml=document.read())
+    for layer in layers:
+        other = reader[layer["NAME"]]
+        assert layer["TITLE"] == other.title and [k for k in layer["KEYWORD"] if k] == other.keywords
+        assert set(other.styles) == {style["NAME"] for style in layer["STYLE"]} - {""}
+        assert set(other.crsOptions) == set(layer[names]) and layer["PARENT"] == (other.parent and str(
+            [one["NAME"] for one in layers].index(other.parent.name)) or "-1")
+
+
+def test_coverages(on, ogc):
+    """All in one request, and one."""
+    nothing, count, briefs, none, names, relief, seasons, one, unknown = on("WCS", """
+      print(json(o:GetServiceSection()), json(o:GetCoverageOfferingBriefs()))
+      print(o:GetCapabilities())
+      print(json(o:GetCoverageOfferingBriefs()))
+      print(try(o.GetCoverageOffering))
+      local names, out = o:DescribeCoverage{NAMES = {"earth", "relief", "seasons"}, "COUNT"}
+      print(json(names), out.COUNT, last())
+      for i = 1, 2 do print(json(o:GetCoverageOffering{INDEX = i}[1])) end
+      print(json(o:DescribeCoverage{NAMES = "relief"}), o:GetCoverageOffering{INDEX = -1}[1].CO_NAME)
+      print((try(o.DescribeCoverage, {NAMES = "nosuch"}):gsub("%s+", " ")))
+    """, ogc.service)
+    briefs, relief, seasons = map(json.loads, (briefs, relief, seasons))
+    assert (nothing, count) == ("0\t0", "3") and "Error: Invalid index in OgcWcsGetCO call." in none
+    assert [(brief["INDEX"], brief["LABEL"]) for brief in briefs][1] == ("1", "Relief (Höhe)")
+    assert names.startswith('["earth","relief","seasons"]\t3\t') and names.endswith("/descov.xml") and one == '["relief"]\trelief'
+    assert relief["RANGE"]["NULL_SINGLE_VALUES"] == ["-32768"] and relief["RANGE"]["LABEL"] == "Höhe in Metern"
+    assert [time["POSITION"] for time in seasons["TEMP_TM_POSITION"]] == ["2024-01-01", "2024-07-01"]
+    assert "Error: Remote OGC server returned a service exception: (" in unknown and "nosuch" in unknown
+
+
+CAPABILITIES = {"WMS": ("<WMS_Capabilities version='1.3.0'><Capability>{}</Capability></WMS_Capabilities>",
+                        "<Layer><Name>c{}</Name><KeywordList>{}</KeywordList></Layer>", "GetLayers", "KEYWORD"),
+                "WCS": ("<WCS_Capabilities version='1.0.0'><ContentMetadata>{}</ContentMetadata></WCS_Capabilities>",
+                        "<CoverageOfferingBrief><name>c{}</name>{}</CoverageOfferingBrief>", "GetCoverageOfferingBriefs", "KEYWORDS")}
+@pytest.mark.parametrize("version, query, format, driver", [
+    ("1.1.0", MAP, "image/png", "PNG"), ("1.1.1", MAP, "image/jpeg", "JPEG"),
+    ("1.3.0", MAP.replace("SRS=EPSG:4326", "CRS=CRS:84"), "image/png", "PNG")])
+def test_map(on, ogc, version, query, format, driver):
+    """The picture has the size asked for and shows the Earth."""
+    [line] = on("WMS", f"""
+      local file = o:GetMap("{query}&FORMAT={format}")
+      local p = o:GetProperty{{"LAST_FILE", "CONTENT_TYPE", "RESPONSE_HEADER"}}
+      print(file, p.CONTENT_TYPE, p.LAST_FILE == file, p.RESPONSE_HEADER:match("^HTTP/1.1 200"))
+    """, ogc.service, version)
+    file, content_type, same, status = line.split("\t")
+    assert file.endswith("/map." + format.split("/")[1]) and same == "true" and status and content_type in file
+    picture = gdal.Open(file)
+    assert picture.GetDriver().ShortName == driver
+    assert (picture.RasterXSize, picture.RasterYSize, picture.RasterCount) == (360, 180, 3)
+    earth = gdal.Translate("", str(ogc.data / "earth.tif"), format="MEM", width=360, height=180, resampleAlg="average")
+    assert abs(picture.ReadAsArray().astype(float) - earth.ReadAsArray()).mean() < 12
+
+
+@pytest.mark.parametrize("query, raster", [
+    (QUARTER.format("earth", 1024, 512, "GEOTIFF_RGB"), "earth.tif"), (RELIEF, "relief.tif"),
+    (QUARTER.format("seasons", 360, 180, "GEOTIFF_INT16") + "&TIME=2024-07-01", "season-2024-07-01.tif")])
+def test_coverage(on, ogc, query, raster):
+    """The values are those of the server's raster, at their place on the Earth."""
+    [file] = on("WCS", f'print(o:GetCoverage("{query}"))', ogc.service)
+    coverage, source = gdal.Open(file), gdal.Open(str(ogc.data / raster))
+    width, height = source.RasterXSize // 2, source.RasterYSize // 2
+    assert file.endswith("/cov.tiff") and coverage.GetDriver().ShortName == "GTiff"
+    assert coverage.GetGeoTransform() == pytest.approx((-180, 180 / width, 0, 90, 0, -90 / height))
+    assert (coverage.ReadAsArray() == source.ReadAsArray(0, 0, width, height)).all()
+
+
+def test_feature_info(on, ogc):
+    query = MAP.replace("earth", "places") + "&QUERY_LAYERS=places&X=188&Y=42&INFO_FORMAT="
+    plain, gml = (line.split("\t", 1) for line in on("WMS", f"""
+      for _, format in ipairs{{"text/plain", "application/vnd.ogc.gml"}} do
+        local file = o:GetFeatureInfo("{query}" .. format)
+        print(file, (io.open(file):read("a"):gsub("\\n", " ")))
+      end
+    """, ogc.service))
+    assert plain[0].endswith("/feature.plain") and "Zürich" in plain[1]
+    assert gml[0].endswith("/feature.vnd.ogc.gml") and "<name>Zürich</name>" in gml[1]
+
+
+@pytest.mark.parametrize("service, call, good, wrong", [
+    ("WMS", "GetMap", MAP + "&FORMAT=image/png", {"earth": "LayerNotDefined", "image/png": "InvalidFormat"}),
+    ("WCS", "GetCoverage", RELIEF, {"relief": "nosuch", "EPSG:4326": "srs", "GEOTIFF_INT16": "format"})])
+def test_service_exceptions(on, ogc, service, call, good, wrong):
+    """The server's words reach the status routine, and the error of a coverage; the next request works."""
+    *lines, file = on(service, f"""
+      o:SetProperty{{CALLBACK_FUNCTION = function(text) if text:find("^Error") then print((text:gsub("%s+", " "))) end end}}
+      for _, wrong in ipairs{{"{'", "'.join(wrong)}"}} do
+        print((try(o.{call}, (("{good}"):gsub(wrong, "nosuch"))):gsub("%s+", " ")))
+      end
+      print(o:{call}("{good}"))
+    """, ogc.service)
+    for told, error, word in zip(lines[::2], lines[1::2], wrong.values(), strict=True):
+        assert told.startswith("Error: Remote OGC server returned a service exception: (") and word.lower() in told.lower()
+        assert (told if service == "WCS" else "Error: Recieved an XML file instead of a Map. ") in error
+    assert file.endswith(".png" if service == "WMS" else ".tiff")
+
+
+REPORT = "<ServiceExceptionReport><ServiceException code='c'>no</ServiceException></ServiceExceptionReport>"
+EXCEPTION, HTML = "Error: Remote OGC server returned a service exception: ( Code= c", "Error: Http Get did not succeed. "
+NO_MAP, NO_COVERAGE = "Error: Recieved an XML file instead of a Map. ", "Error: Received an XML file instead of a coverage. "
+BROKEN, EMPTY = "Fatal Error: SAX Parser: Message (", "Error: failed to get a"
+# What is said to an answer when a map, a coverage, feature information, capabilities were asked for.
+ANSWERS = {
+    ("image/png", "picture"): ("", "", "", BROKEN),
+    ("application/vnd.ogc.se_xml", REPORT): (NO_MAP, EXCEPTION, "", EXCEPTION),
+    ("text/xml", "<a/>"): (NO_MAP, NO_COVERAGE, "", ""),
+    ("text/xml", "<WMS_Capabilities version='9'><Layer/></WMS_Capabilities>"):
+        (NO_MAP, NO_COVERAGE, "", "Error: OGC WMS version number (9) is not supported."),
+    ("text/xml", REPORT[:-4]): (BROKEN, BROKEN, "", BROKEN),
+    ("text/xml", ""): (EMPTY, EMPTY, EMPTY, EMPTY),
+    ("text/html", "<html><body>no</body></html>"): (HTML, HTML, "", HTML),
+}
+
+
+def answering(kind, body, status="200 OK"):
+    head = f"HTTP/1.1 {status}\r\nContent-Type: {kind}\r\nContent-Length: {len(body)}\r\nConnection: close\r\n\r\n"
+    return [HEAD, (head + body).encode()]
+
+
+@pytest.mark.parametrize("answer", ANSWERS)
+def test_answers_that_were_not_asked_for(zel, tmp_path, answer):
+    """What was read before stays when something else than capabilities was asked for, and all works again."""
+    kind, body = answer
+    (tmp_path / "caps.xml").write_text(CAPABILITIES["WMS"][0].format("<Layer/><Layer/>"))
+    with Responder(answering(kind, body)) as server:
+        *said, layers = zel(f"""
+          local wms, wcs = zel.new("ZELnetOGCWMS"), zel.new("ZELnetOGCWCS")
+          wms:ParseURL("{server.url}ows?") wcs:ParseURL("{server.url}ows?")
+          wms:GetCapabilities{{FROM_FILE = "caps.xml"}}
+          local function ask(o, method, ...)
+            local ok, why = pcall(o[method], o, ...)
+            print(ok and "" or (why:gsub("\\n", " ")))
+          end
+          ask(wms, "GetMap", "a=b") ask(wcs, "GetCoverage", "a=b") ask(wms, "GetFeatureInfo", "a=b")
+          local kept = #wms:GetLayers()
+          ask(wms, "GetCapabilities")
+          print(kept)
+        """).out.splitlines()
+    for line, part in zip(said, ANSWERS[answer], strict=True):
+        assert part in line and bool(part) == bool(line)
+    assert layers == "2"
+
+
+# What the status routine hears of answers with an error status: the server's words, if it has any.
+REFUSALS = {("text/xml", REPORT): "a service exception: ( Code= c", ("text/html", REPORT): "a service exception: ( Code= c",
+            ("text/xml", "<ExceptionReport><Exception exceptionCode='No'/></ExceptionReport>"): "a exception report: ( Code= No)",
+            ("text/xml", REPORT[:-9]): "a service exception: ( Code= c", ("text/xml", REPORT[:9]): "", ("text/html", ""): "",
+            ("text/xml", "<WMS_Capabilities/>"): "", ("image/png", "picture"): ""}
+
+
+@pytest.mark.parametrize("answer", REFUSALS)
+def test_refusals_with_an_error_status(on, answer):
+    with Responder(answering(*answer, "400 Bad")) as server:
+        told = iter(on("WMS", f"""
+          local told = {{}}
+          o:ParseURL("{server.url}ows?")
+          o:SetProperty{{CALLBACK_FUNCTION = function(text) told[#told + 1] = text end}}
+          for _, method in ipairs{{"GetMap", "GetCapabilities", "GetFeatureInfo"}} do
+            print(try(o[method], method ~= "GetCapabilities" and "a=b" or nil))
+            print(told[#told - 1]) print(told[#told])
+          end
+        """))
+    words = "Error: Remote OGC server returned " + REFUSALS[answer]
+    for error, before, last in zip(told, told, told):
+        assert "Http ErrCode(400), Http Err(Bad) Http ErrMsg(No HTML found)" in error
+        assert (words in last) == bool(REFUSALS[answer])
+        assert ("see file: (" in (before if REFUSALS[answer] else last)) == bool(answer[1])
+
+
+def test_over_tls(on, ogc, tmp_path):
+    """A server that offers HTTP/2 is read; one whose certificate cannot be trusted is refused, whatever the reason."""
+    make_certificates(tmp_path)
+    missing, wrong, trusted, unchecked = on("WMS", f"""
+      print(try(o.GetCapabilities))
+      o:SetProperty{{SSL_CERTIFICATE_FILE = "{tmp_path}/ca.pem"}}
+      print(try(o.GetCapabilities))
+      o:SetProperty{{SSL_CERTIFICATE_FILE = "{ogc.ca}"}}
+      print(o:GetCapabilities())
+      o:SetProperty{{SSL_CERTIFICATE_FILE = "", SSL_VERIFY_PEER = 0, SSL_VERIFY_HOST = 0}}
+      print(o:GetCapabilities())
+    """, ogc.secure_service)
+    assert "CCurlException" in missing and "ertificate" in missing and "CCurlException" in wrong
+    assert (trusted, unchecked) == ("10", "10")
+
+
+def test_from_file_and_from_url(on, ogc, tmp_path):
+    """A document fetched by its URL is read later from where it was written, and stays as it is."""
+    lines = on("WMS", f"""
+      o:SetProperty{{CALLBACK_FUNCTION = function(text) print(text) end}}
+      print(o:GetCapabilities{{FROM_URL = "{ogc.service}&Service=WMS&Version=1.3.0&Request=GetCapabilities"}})
+      o:SetProperty{{CALLBACK_FUNCTION = ""}}
+      local file, before = last(), io.open(last()):read("a")
+      print(file, o:GetLayers())
+      for _, disable in ipairs{{0, 1, 65536}} do
+        print(o:GetCapabilities{{FROM_FILE = file, DISABLE_INHERITANCE = disable}}, o:GetLayers()[10].NUM_CRS)
+      end
+      print(before == io.open(file):read("a"))
+      o:SetProperty{{CAPABILITIES_FILENAME = "copy"}}
+      print(o:GetCapabilities{{FROM_FILE = file}}, before == io.open("copy.xml"):read("a"))
+    """, "", "1.3.0")
+    i = lines.index("0")
+    assert lines[i - 2:i] == ["url response written to: ", lines[i + 1].split("\t")[0]] and lines[i + 1].endswith("\t0")
+    assert lines[i + 2:] == ["10\t3", "10\t1", "10\t3", "true", "10\ttrue"]
+    assert (tmp_path / "copy.xml").stat().st_mode & 0o666 == 0o666
+
+
+VALIDATION, SCHEMA = (f"Error: {what} keyword value is not valid." for what in ("Validation_Mode", "Schema_Check"))
+# Before anything is sent: the object has no server. The first of two faults is the one that is said.
+REFUSED = {
+    'GetCapabilities, {FROM_FILE = ""}': "Error: Passed in FROM_FILE does not exist: ",
+    'GetCapabilities, {FROM_FILE = "no such"}': "Error: Passed in FROM_FILE does not exist: no such",
+    'GetCapabilities, {FROM_URL = "", SCHEMA_CHECKING = 3}': "Error: Passed in FROM_URL is empty.",
+    'GetCapabilities, {VALIDATION_MODE = -1}': VALIDATION, 'GetCapabilities, {VALIDATION_MODE = 65536 + 3}': VALIDATION,
+    'GetCapabilities, {SCHEMA_CHECKING = "3"}': SCHEMA, 'GetCapabilities, {SCHEMA_CHECKING = -1}': SCHEMA}
+REFUSED_BY = {
+    "WMS": REFUSED | {
+        'GetCapabilities, {VALIDATION_MODE = 3, SCHEMA_CHECKING = 3}': SCHEMA,
+        'GetCapabilities, {VALIDATION_MODE = 65536}': VALIDATION, 'GetCapabilities, {VALIDATION_MODE = 3}': VALIDATION,
+        'GetMap, ""': "Error: Passed in Map argument is empty.", 'GetMap': "Incorrect number of arguments",
+        'GetMap, "a=b", {FORMAT = "x"}': "Keyword FORMAT is not allowed", 'GetMap, 5': "A string is required",
+        'GetFeatureInfo, ""': "Error: Passed in Feature argument is empty."},
+    "WCS": REFUSED | {
+        'GetCapabilities, {VALIDATION_MODE = 3, SCHEMA_CHECKING = 3}': VALIDATION,
+        'GetCapabilities, {DISABLE_INHERITANCE = 1}': "Keyword DISABLE_INHERITANCE is not allowed",
+        'DescribeCoverage, {VALIDATION_MODE = 9}': "Error: The NAMES keyword must be set.",
+        'DescribeCoverage, {NAMES = "a", FROM_FILE = 5}': "Error: NAMES and FROM_FILE keywords are mutally exclusive..",
+        'DescribeCoverage, {FROM_FILE = "no such"}': "Error: Passed in FROM_FILE does not exist: no such",
+        'DescribeCoverage, {NAMES = 5, VALIDATION_MODE = 3}': VALIDATION, 'DescribeCoverage, {NAMES = 5}': "A string is required",
+        'GetCoverage, ""': "Error: Passed in coverage argument is empty.",
+        'GetServiceSection, {COUNT = 1}': "Keyword COUNT is not allowed"}}
+
+
+@BOTH
+def test_refused_arguments(on, service):
+    cases = REFUSED_BY[service]
+    for line, (call, part) in zip(on(service, "\n".join(f"print(try(o.{call}))" for call in cases)), cases.items(), strict=True):
+        assert part in line, call
+
+
+# Sources that are not what is wanted, and what is said about them.
+BAD = {"<WMS_Capabilities version='1.3.0'><Layer><Nam": "Fatal Error: SAX Parser: Message (", "": "Fatal Error: SAX Parser",
+       "<ServiceExceptionReport><ServiceException>why</ServiceException></ServiceExceptionReport>":
+           "Error: Remote OGC server returned a service exception: ("}
+
+
+@BOTH
+def test_bad_documents(zel, tmp_path, service):
+    """Each ends in an error, the object goes on, and nothing is left."""
+    document, item, method, _ = CAPABILITIES[service]
+    (tmp_path / "good.xml").write_text(document.format(item.format(1, "")))
+    for i, text in enumerate(BAD):
+        (tmp_path / f"bad{i}.xml").write_text(text)
+    lines = zel(f"""
+      local o = zel.new("ZELnetOGC{service}")
+      for _, source in ipairs{{"bad0.xml", "bad1.xml", "bad2.xml", ".", "/usr/share/xplanet/images/earth.jpg"}} do
+        print((select(2, pcall(o.GetCapabilities, o, {{FROM_FILE = source}})):gsub("%s+", " ")))
+        assert(o:GetCapabilities{{FROM_FILE = "good.xml"}} == 1 and o:{method}()[1].NAME == "c1")
+      end
+      o:close() o = nil
+    """, no_leak=True).out.splitlines()
+    for line, part in zip(lines, [*BAD.values(), "Error", "Fatal Error: SAX Parser"], strict=True):
+        assert part in line
+
+
+@pytest.fixture
+def flat(tmp_path):
+    """flat(n, names): a document of a layer with that many reference systems and n - 1 layers in it."""
+    def write(n, names=1):
+        path = tmp_path / f"flat{n}.xml"
+        inside = "".join(f"<CRS>EPSG:{i}</CRS>" for i in range(names)) + "".join(
+            f"<Layer><Name>n{i}</Name></Layer>" for i in range(1, n))
+        path.write_text(CAPABILITIES["WMS"][0].format(f"<Layer><Name>n0</Name>{inside}</Layer>"))
+        return path
+    return write
+
+
+def test_many_layers_and_names(on, flat):
+    """The count wraps at 16 bits. INDEX and NUMBER reach the first layers, an INDEX without NUMBER all the rest."""
+    assert on("WMS", f"""
+      print(o:GetCapabilities{{FROM_FILE = "{flat(70000)}"}}, o:GetLayers{{INDEX = 32767, NUMBER = 1}}[1].NAME)
+      o:GetCapabilities{{FROM_FILE = "{flat(33000)}"}}
+      local rest, out = o:GetLayers{{INDEX = 32767, "COUNT"}}
+      print(out.COUNT, #rest, rest[1].NAME, rest[233].LAYER, rest[233].NAME, rest[233].PARENT)
+      o:GetCapabilities{{FROM_FILE = "{flat(40, 6000)}"}}
+      local last = o:GetLayers{{INDEX = 39}}[1]
+      print(last.NUM_CRS, #last.CRS, last.CRS[1], last.CRS[6000])
+    """) == ["4464\tn32767", "233\t233\tn32767\t32999\tn32999\t0", "6000\t6000\tEPSG:0\tEPSG:5999"]
+
+
+LARGE = {"WMS": "It is too large.", "WCS": "Index is greater than the total available briefs."}
+# What a selection of five gives: how many, the first one, and its list as long as the longest of those; or what is said.
+SELECTIONS = {"": '5 c0 ["","","","",""]', "INDEX = 1, NUMBER = 1": '1 c1 ["k","k"]', "INDEX = 3, NUMBER = 10": '2 c3 ""',
+              "NUMBER = 0, INDEX = 7": "0 ", "NUMBER = '2'": '2 c0 ["",""]', "INDEX = 65536 * 3 + 2, NUMBER = 1": '1 c2 ["k","k","k","k","k"]',
+              "INDEX = 5": "Error: Invalid Index keyword value. ", "INDEX = -1": "Error: Invalid Index keyword value. It is less than zero.",
+              "NUMBER = -1, INDEX = 7": "Error: Invalid Number keyword value. It is less than zero.",
+              "NUMBER = 32768": "Error: Invalid Number keyword value. It is less than zero.", "INDEX = {0}": "single value is required",
+              "NUMBER = 'x'": 'Unable to read the text "x"'}
+
+
+@BOTH
+def test_selection(on, tmp_path, service):
+    document, item, method, tag = CAPABILITIES[service]
+    items = "".join(item.format(i, ("<keyword>k</keyword>" * n)) for i, n in enumerate((0, 2, 5, 0, 0)))
+    (tmp_path / "caps.xml").write_text(document.format(items))
+    before, *lines = on(service, f"""
+      local function select(keywords)
+        keywords[#keywords + 1] = "COUNT"
+        local ok, found, out = pcall(o.{method}, o, keywords)
+        print(ok and out.COUNT .. " " .. (found == 0 and "" or found[1].NAME .. " " .. json(found[1].{tag})) or found)
+      end
+      select{{NUMBER = -1, INDEX = 99}}
+      o:GetCapabilities{{FROM_FILE = "caps.xml"}}
+      {chr(10).join("select{" + call + "}" for call in SELECTIONS)}
+    """)
+    assert before == "0 "
+    for line, (call, expected) in zip(lines, SELECTIONS.items(), strict=True):
+        assert line == expected or expected[0] not in "0125" and expected in line, call
+    assert LARGE[service] in lines[-6]

@@ -1,0 +1,227 @@
+"""How capabilities and descriptions of coverages are read, as a script gets them."""
+
+import json
+
+import pytest
+
+from lua_json import JSON, check_markers
+
+# For each document what the methods give, or what was said.
+READ = JSON + """
+local wcs <close> = zel.new("ZELnetOGCWCS", {CAPABILITIES_FILENAME = "cap", DESCRIBE_COVERAGE_FILENAME = "descov"})
+for _, file in ipairs(arg) do
+  local ok, why = pcall(file:find("description") and wcs.DescribeCoverage or wcs.GetCapabilities, wcs, {FROM_FILE = file})
+  local given = {wcs:GetServiceSection(), wcs:GetCoverageOfferingBriefs(), {}, ok and "" or why}
+  for i = 0, 99 do
+    local found, offering = pcall(wcs.GetCoverageOffering, wcs, {INDEX = i})
+    if not found then break end
+    given[3][i + 1] = offering[1]
+  end
+  if #given[3] == 0 then given[3] = 0 end
+  print(json(given))
+end
+"""
+
+
+def shown(value):
+    """What is not empty: A=text B=[one - two] C={D=text}; entries at the end of a list that are empty are left out."""
+    if isinstance(value, dict):
+        parts = {tag: shown(item) for tag, item in value.items() if not tag.startswith("NUM_")}
+        return " ".join(f"{tag}={part}" if part[0] in "[{" or isinstance(value[tag], str) else f"{tag}={{{part}}}"
+                        for tag, part in parts.items() if part)
+    if isinstance(value, list):
+        items = [shown(item) for item in value]
+        while items and not items[-1]:
+            items.pop()
+        return "[" + "; ".join(item or "-" for item in items) + "]" if items else ""
+    return value
+
+
+@pytest.fixture
+def read(zel, tmp_path):
+    """read(documents, kind): for each its service section, briefs and offerings as shown(), and what was said; or these as
+    they are."""
+
+    def run(documents, kind, plain=False):
+        files = [tmp_path / f"{kind}{i}.xml" for i in range(len(documents))]
+        for file, document in zip(files, documents):
+            file.write_text(document)
+        for *given, said in map(json.loads, zel(READ, *files).out.splitlines()):
+            yield given if plain else [shown(value)[1:-1] if value else None for value in given], said
+
+    return run
+
+
+# Every attribute and text names the place where a script finds it; @ is offerings[0].
+MARKERS = {"caps": """<WCS_Capabilities version='1.0.0' updateSequence='seq'><Service><description>service[0].DESCRIPTION</description>
+<name>service[0].NAME</name><label>service[0].LABEL</label><keywords><keyword>service[0].KEYWORDS[0]</keyword>
+<keyword>service[0].KEYWORDS[1]</keyword></keywords><individualName>service[0].INDIVIDUAL</individualName>
+<organisationName>service[0].ORGANIZATION</organisationName><positionName>service[0].POSITION</positionName>
+<voice>service[0].VOICE</voice><facsimile>service[0].FAX</facsimile><deliveryPoint>service[0].DELIVERY</deliveryPoint>
+<city>service[0].CITY</city><administrativeArea>service[0].ADMINISTRATIVE</administrativeArea>
+<postalCode>service[0].POSTAL</postalCode><country>service[0].COUNTRY</country>
+<electronicMailAddress>service[0].EMAIL</electronicMailAddress><onlineResource xmlns:x='u' x:href='service[0].ONLINE'/>
+<fees>service[0].FEES</fees><accessConstraints>service[0].ACCESS</accessConstraints></Service><ContentMetadata>
+<CoverageOfferingBrief><description>briefs[0].DESCRIPTION</description><name>briefs[0].NAME</name>
+<label>briefs[0].LABEL</label><lonLatEnvelope srsName='briefs[0].SRS_NAME'><pos dimension='briefs[0].DIMS1'>briefs[0].POS1</pos>
+<pos dimension='briefs[0].DIMS2'>briefs[0].POS2</pos><timePosition>briefs[0].TM_POS1</timePosition>
+<timePosition>briefs[0].TM_POS2</timePosition></lonLatEnvelope><keyword>briefs[0].KEYWORDS[0]</keyword>
+<keyword>briefs[0].KEYWORDS[1]</keyword></CoverageOfferingBrief></ContentMetadata></WCS_Capabilities>""",
+           "description": """<CoverageDescription version='1.0.0' updateSequence='seq'><CoverageOffering>
+<description>@.CO_DESC</description><name>@.CO_NAME</name><label>@.CO_LABEL</label><lonLatEnvelope srsName='@.LONLATENV.SRS_NAME'>
+<pos dimension='@.LONLATENV.DIMS1'>@.LONLATENV.POS1</pos><pos dimension='@.LONLATENV.DIMS2'>@.LONLATENV.POS2</pos>
+<timePosition>@.LONLATENV.TIME_POS1</timePosition><timePosition>@.LONLATENV.TIME_POS2</timePosition></lonLatEnvelope>
+<spatialDomain><Envelope srsName='@.SPAT_DOM_LONLATENV[0].SRS_NAME'><pos
+dimension='@.SPAT_DOM_LONLATENV[0].DIMS1'>@.SPAT_DOM_LONLATENV[0].POS1</pos><pos
+dimension='@.SPAT_DOM_LONLATENV[0].DIMS2'>@.SPAT_DOM_LONLATENV[0].POS2</pos></Envelope>
+<EnvelopeWithTimePeriod srsName='@.SPAT_DOM_LONLATENV[1].SRS_NAME'><pos>@.SPAT_DOM_LONLATENV[1].POS1</pos>
+<timePosition>@.SPAT_DOM_LONLATENV[1].TIME_POS1</timePosition><timePosition>@.SPAT_DOM_LONLATENV[1].TIME_POS2</timePosition>
+</EnvelopeWithTimePeriod><Grid dimension='@.SPAT_DOM_GRID[0].DIMS' srsName='@.SPAT_DOM_GRID[0].SRS_NAME'>
+<low>@.SPAT_DOM_GRID[0].LIMITS_ENV_LOW</low><high>@.SPAT_DOM_GRID[0].LIMITS_ENV_HIGH</high>
+<axisName>@.SPAT_DOM_GRID[0].AXIS_NAMES[0]</axisName><axisName>@.SPAT_DOM_GRID[0].AXIS_NAMES[1]</axisName></Grid>
+<RectifiedGrid dimension='@.SPAT_DOM_GRID[1].DIMS'><axisName>@.SPAT_DOM_GRID[1].AXIS_NAMES[0]</axisName><origin>
+<pos>@.SPAT_DOM_GRID[1].ORIGIN_POS</pos></origin><offsetVector>@.SPAT_DOM_GRID[1].OFFSET_VECTORS[0]</offsetVector>
+<offsetVector>@.SPAT_DOM_GRID[1].OFFSET_VECTORS[1]</offsetVector></RectifiedGrid></spatialDomain><temporalDomain>
+<timePosition frame='@.TEMP_TM_POSITION[0].FRAME' calendarEraName='@.TEMP_TM_POSITION[0].CALENDAR'
+indeterminatePosition='@.TEMP_TM_POSITION[0].INDETERMINATE'>@.TEMP_TM_POSITION[0].POSITION</timePosition>
+<timePosition>@.TEMP_TM_POSITION[1].POSITION</timePosition><timePeriod><beginPosition frame='@.TEMP_TM_PERIOD[0].FRAME'
+calendarEraName='@.TEMP_TM_PERIOD[0].CALENDAR' indeterminatePosition='@.TEMP_TM_PERIOD[0].INDETERMINATE'>@.TEMP_TM_PERIOD[0]._BEGIN
+</beginPosition><endPosition>@.TEMP_TM_PERIOD[0]._END</endPosition><timeResolution>@.TEMP_TM_PERIOD[0].RESOLUTION</timeResolution>
+</timePeriod></temporalDomain><RangeSet><description>@.RANGE.DESC</description><name>@.RANGE.NAME</name>
+<label>@.RANGE.LABEL</label><AxisDescription><description>@.RANGE_AXIS[0].DESC</description><name>@.RANGE_AXIS[0].NAME</name>
+<label>@.RANGE_AXIS[0].LABEL</label><interval><min>@.RANGE_AXIS[0].INTERVAL[0].MIN</min>
+<max>@.RANGE_AXIS[0].INTERVAL[0].MAX</max><res>@.RANGE_AXIS[0].INTERVAL[0].RES</res></interval><interval>
+<min>@.RANGE_AXIS[0].INTERVAL[1].MIN</min></interval><singleValue>@.RANGE_AXIS[0].SINGLE_VALUE[0]</singleValue>
+<default>@.RANGE_AXIS[0].DEFAULT</default></AxisDescription><AxisDescription><name>@.RANGE_AXIS[1].NAME</name>
+<singleValue>@.RANGE_AXIS[1].SINGLE_VALUE[0]</singleValue><interval><max>@.RANGE_AXIS[1].INTERVAL[0].MAX</max></interval>
+</AxisDescription><nullValues><singleValue>@.RANGE.NULL_SINGLE_VALUES[0]</singleValue><interval>
+<min>@.RANGE.NULL_INTERVAL[0].MIN</min><max>@.RANGE.NULL_INTERVAL[0].MAX</max><res>@.RANGE.NULL_INTERVAL[0].RES</res></interval>
+</nullValues></RangeSet><supportedCRSs><requestResponseCRSs>@.CRS.REQUEST_RESPONSE[0] @.CRS.REQUEST_RESPONSE[1]</requestResponseCRSs>
+<requestCRSs>@.CRS.REQUEST[0]</requestCRSs><responseCRSs>@.CRS.RESPONSE[0]</responseCRSs><nativeCRSs>@.CRS.NATIVE[0]</nativeCRSs>
+</supportedCRSs><supportedFormats nativeFormat='@.NATIVE_FORMAT'><formats>@.FORMATS[0]</formats></supportedFormats>
+<supportedInterpolations default='@.NATIVE_INTERPOLATION'><interpolationMethod>@.INTERPOLATION_METHOD[0]</interpolationMethod>
+</supportedInterpolations></CoverageOffering></CoverageDescription>"""}
+
+
+@pytest.mark.parametrize("kind, more", [
+    ("caps", {}),
+    ("description", {"SPAT_DOM_GRID[0].RECTIFIED": "No", "SPAT_DOM_GRID[1].RECTIFIED": "Yes", "NUM_SPAT_DOM_LLES": "2",
+                     "NUM_SPAT_DOM_GRIDS": "2", "NUM_TEMP_TM_POSITIONS": "2", "NUM_TEMP_TM_PERIODS": "1", "NUM_RANGE_AXES": "2",
+                     "RANGE_AXIS[0].NUM_INTERVALS": "2", "RANGE_AXIS[1].NUM_INTERVALS": "1", "RANGE.NUM_NULL_INTERVALS": "1"})])
+def test_every_value_goes_to_its_tag(read, kind, more):
+    document = MARKERS[kind].replace("@", "offerings[0]").replace("\n</", "</")
+    [((service, briefs, offerings), said)] = read([document], kind, plain=True)
+    structures = {"service": service, "briefs": briefs} if briefs else {"offerings": offerings}
+    more = {"INDEX": "0", "VERSION": "1.0.0", "UPDATE_SEQ": "seq"} | more
+    assert check_markers(document, **structures) == {f"{list(structures)[-1]}[0].{tag}": value for tag, value in more.items()}
+    assert not said
+
+
+def capabilities(body):
+    return f"<WCS_Capabilities version='1.0.0'>{body}</WCS_Capabilities>"
+
+
+CAPABILITIES = {
+    # prefixes and letter case do not matter
+    "<w:WCS_CAPABILITIES xmlns:w='u' w:Version='1.0.0' UPDATESEQUENCE='7'><w:SERVICE><w:NAME>n</w:NAME></w:SERVICE>"
+    "<w:contentmetadata><w:coverageofferingbrief><w:Name>b</w:Name></w:coverageofferingbrief></w:contentmetadata>"
+    "</w:WCS_CAPABILITIES>": ("NAME=n", "INDEX=0 NAME=b VERSION=1.0.0 UPDATE_SEQ=7"),
+    # an empty service section is none, an unknown child makes one
+    capabilities("<Service/>"): (None, None), capabilities("<Service><x/></Service>"): ("", None),
+    # another section is no child, and a brief ends the text before it
+    capabilities("<Service><ContentMetadata><CoverageOfferingBrief><name>a<CoverageOfferingBrief>lost</CoverageOfferingBrief>"
+                 "</name></CoverageOfferingBrief></ContentMetadata></Service>"):
+        (None, "INDEX=0 NAME=a VERSION=1.0.0; INDEX=1 VERSION=1.0.0"),
+    # keywords go to the section they are in, runs of text are joined, a child ends the text
+    capabilities("<Service><keyword>R&amp;D<![CDATA[ <x>]]></keyword></Service><ContentMetadata><CoverageOfferingBrief><name>a"
+                 "<x>b</x>c</name><keyword/></CoverageOfferingBrief><CoverageOfferingBrief/><CoverageOfferingBrief><keywords>"
+                 "<keyword>k1</keyword></keywords><keyword>k2</keyword></CoverageOfferingBrief></ContentMetadata>"):
+        ("KEYWORDS=[R &D  <x>]", "INDEX=0 NAME=a b VERSION=1.0.0; INDEX=1 VERSION=1.0.0; INDEX=2 KEYWORDS=[k1; k2] VERSION=1.0.0"),
+    # runs of position text are counted in a brief, of time positions in the document; what has no brief is ignored
+    capabilities("<ContentMetadata><name>n</name><keyword>k</keyword><pos dimension='1'>1</pos><lonLatEnvelope srsName='s'/>"
+                 "<CoverageOfferingBrief><lonLatEnvelope srsName='EPSG:4326'><pos dimension='2'>1 2</pos><pos dimension='3'>"
+                 "3&#32;4</pos><pos dimension='4'>5</pos><timePosition>t1</timePosition></lonLatEnvelope>"
+                 "<description>d</description><label>l</label></CoverageOfferingBrief><CoverageOfferingBrief>"
+                 "<pos dimension='2'/><pos dimension='3'>1</pos><timePosition>t2</timePosition><timePosition>t3</timePosition>"
+                 "</CoverageOfferingBrief></ContentMetadata><name>behind</name>"):
+        (None, "INDEX=0 LABEL=l SRS_NAME=EPSG:4326 POS1=1 2 DIMS1=2 POS2=3 DIMS2=3 TM_POS1=t1 DESCRIPTION=d VERSION=1.0.0; "
+               "INDEX=1 POS1=1 DIMS1=2 3 TM_POS2=t2 VERSION=1.0.0"),
+}
+
+
+def test_capabilities(read):
+    for (document, expected), ((service, briefs, _), said) in zip(CAPABILITIES.items(), read(list(CAPABILITIES), "caps"),
+                                                                  strict=True):
+        assert (service, briefs, said) == (*expected, ""), document
+
+
+OFFERINGS = {
+    # envelopes, also with time periods, keep two positions each
+    "<description>d</description><name>n</name><label>l</label><lonLatEnvelope srsName='s' dimension='9'><pos dimension='2'>1 1"
+    "</pos><pos dimension='3'>2 2</pos><pos dimension='4'>3 3</pos><timePosition>t1</timePosition><timePosition>t2"
+    "</timePosition><timePosition>t3</timePosition></lonLatEnvelope><label>too late</label><domainSet><spatialDomain><Envelope "
+    "srsName='e1'><pos>1</pos><pos dimension='2'>2</pos></Envelope><EnvelopeWithTimePeriod srsName='e2'><pos>3</pos>"
+    "<timePosition>t4</timePosition><timePosition>t5</timePosition></EnvelopeWithTimePeriod><pos>outside</pos></spatialDomain>"
+    "</domainSet>":
+        "CO_NAME=n CO_LABEL=l CO_DESC=d LONLATENV={SRS_NAME=s POS1=1 1 DIMS1=2 POS2=2 2 DIMS2=3 TIME_POS1=t1 TIME_POS2=t2} "
+        "SPAT_DOM_LONLATENV=[SRS_NAME=e1 POS1=1 POS2=2 DIMS2=2; SRS_NAME=e2 POS1=3 TIME_POS1=t4 TIME_POS2=t5]",
+    # grids of different size, rectified or not
+    "<spatialDomain><Grid dimension='2' srsName='g'><limits><GridEnvelope><low>0 0</low><high>9 9</high></GridEnvelope></limits>"
+    "<axisName>x</axisName><offsetVector>1 0</offsetVector><axisName>y</axisName></Grid><low>outside</low><RectifiedGrid "
+    "dimension='3'><axisName>u</axisName><origin><pos dimension='2'>5 5</pos></origin><offsetVector>1 0</offsetVector>"
+    "<offsetVector>0 -1</offsetVector></RectifiedGrid></spatialDomain>":
+        "SPAT_DOM_GRID=[RECTIFIED=No DIMS=2 SRS_NAME=g LIMITS_ENV_LOW=0 0 LIMITS_ENV_HIGH=9 9 AXIS_NAMES=[x; y] "
+        "OFFSET_VECTORS=[1 0]; RECTIFIED=Yes DIMS=3 AXIS_NAMES=[u] ORIGIN_POS=5 5 OFFSET_VECTORS=[1 0; 0 -1]]",
+    # null values and axes, single and as intervals
+    "<rangeSet><RangeSet><description>d</description><name>n</name><label>l</label><min>outside</min><axisDescription>"
+    "<AxisDescription><description>ad</description><name>an</name><label>al</label><values><interval><min>1</min><max>2</max>"
+    "<res>.5</res></interval><singleValue>7</singleValue><interval><min>3</min></interval><singleValue>8</singleValue><default>7"
+    "</default></values></AxisDescription></axisDescription><axisDescription><AxisDescription><min>no interval yet</min><name>"
+    "second</name></AxisDescription></axisDescription><nullValues><min>none yet</min><singleValue>-1</singleValue><interval><min>"
+    "-9</min><max>-5</max></interval></nullValues><nullValues><max>none here</max><interval><res>2</res></interval>"
+    "<singleValue>-2</singleValue></nullValues></RangeSet></rangeSet>":
+        "RANGE={NAME=n LABEL=l DESC=d NULL_SINGLE_VALUES=[-1; -2] NULL_INTERVAL=[MIN=-9 MAX=-5; RES=2]} RANGE_AXIS=[NAME=an "
+        "LABEL=al DESC=ad SINGLE_VALUE=[7; 8] INTERVAL=[MIN=1 MAX=2 RES=.5; MIN=3] DEFAULT=7; NAME=second]",
+    # range sets and axes count only as spelled
+    "<lonLatEnvelope/><rangeset><name>n</name></rangeset><RangeSet><name>m</name><axisdescription><label>l</label>"
+    "</axisdescription></RangeSet>": "RANGE={NAME=m LABEL=l}",
+    # lists of reference systems, formats and interpolations
+    "<supportedCRSs><requestResponseCRSs>EPSG:4326 EPSG:32633\n</requestResponseCRSs><requestCRSs>A, B</requestCRSs>"
+    "<responseCRSs>C ,D</responseCRSs><nativeCRSs> E </nativeCRSs><requestCRSs>F&#44;G</requestCRSs><responseCRSs/>"
+    "</supportedCRSs><supportedFormats nativeFormat='GeoTIFF'><formats>GeoTIFF PNG</formats><formats>GML</formats>"
+    "</supportedFormats><supportedInterpolations default='nearest neighbor'><interpolationMethod>nearest neighbor"
+    "</interpolationMethod><interpolationMethod>bilinear</interpolationMethod></supportedInterpolations>":
+        "CRS={REQUEST_RESPONSE=[EPSG:4326; EPSG:32633] REQUEST=[A; B; F; G] RESPONSE=[C] NATIVE=[ E]} FORMATS=[GeoTIFF; PNG; GML] "
+        "NATIVE_FORMAT=GeoTIFF INTERPOLATION_METHOD=[nearest neighbor; bilinear] NATIVE_INTERPOLATION=nearest neighbor",
+}
+
+
+def test_offerings(read):
+    """Each alone, then all in one document: they share nothing, and what stands outside of one is nowhere."""
+    head = "<CoverageDescription version='1.0.0' updateSequence='9'>"
+    single = [f"{head}{body}<CoverageOffering>{body}</CoverageOffering></CoverageDescription>" for body in OFFERINGS]
+    everything = head + "".join(f"<CoverageOffering>{body}</CoverageOffering>" for body in OFFERINGS) + "</CoverageDescription>"
+    *alone, together = ((offerings, said) for (_, _, offerings), said in read([*single, everything], "description"))
+    for expected, got in zip(OFFERINGS.values(), alone, strict=True):
+        assert got == (f"INDEX=0 VERSION=1.0.0 UPDATE_SEQ=9 {expected}", "")
+    assert together[0] == "; ".join(f"INDEX={i} VERSION=1.0.0 UPDATE_SEQ=9 {expected}"
+                                    for i, expected in enumerate(OFFERINGS.values()))
+
+
+EXCEPTION = "Error: Remote OGC server returned a "
+FAILURES = {
+    "<ServiceExceptionReport><ServiceException code='c' locator='l'>text</ServiceException></ServiceExceptionReport>":
+        EXCEPTION + "service exception: ( Code= c  Locator= l Service Exception Text= text).",
+    "<o:ExceptionReport xmlns:o='u'><o:Exception exceptionCode='c' locator='l'><o:ExceptionText>text</o:ExceptionText>"
+    "</o:Exception></o:ExceptionReport>": EXCEPTION + "exception report: ( Code= c Exception Text= text).",
+    "<ServiceExceptionReport><x/></ServiceExceptionReport>": "",
+    "<{}/>": "Error: The WCS_Capabilities Version number attribute is missing..",
+    "<{} version='1.0.1'/>": "Error: OGC WCS version number (1.0.1) is not supported. This WCS Client supports OGC WCS version "
+                             "1.0.0..",
+}
+
+
+@pytest.mark.parametrize("kind, root", [("caps", "WCS_Capabilities"), ("description", "CoverageDescription")])
+def test_failures_name_their_cause(read, kind, root):
+    for (document, expected), (_, said) in zip(FAILURES.items(), read([text.format(root) for text in FAILURES], kind), strict=True):
+        assert said.endswith(expected) and bool(said) == bool(expected), document

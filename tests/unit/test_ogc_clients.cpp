@@ -1,0 +1,151 @@
+// The clients of both services beside what a script sees of them: defaults, cursors, indexes, queries, one request at a
+// time.
+#include "ogc_client.h"
+#include "zel_ogcwcs_obj.h"
+#include "zel_ogcwms_obj.h"
+
+namespace {
+
+std::string times(int count, const std::string& text) {
+  std::string all;
+  while (count-- > 0) all += text;
+  return all;
+}
+
+class Clients : public Ogc {
+protected:
+  Clients() {
+    wms.OgcWmsSetCapFN(path("kept").c_str());
+    wcs.OgcWcsSetCapFN(path("kept").c_str());
+    wcs.OgcWcsSetDesCovFN(path("kept").c_str());
+  }
+  std::string readLayers(const std::string& body) {
+    const std::string file = write("layers.xml", "<WMS_Capabilities version='1.3.0'>" + body + "</WMS_Capabilities>");
+    return errorOf([&] { wms.OgcWmsGetCap(file.c_str(), nullptr, 0, 0, 0); });
+  }
+  std::string readBriefs(int count) {
+    const std::string file =
+        write("briefs.xml", "<WCS_Capabilities version='1.0.0'><ContentMetadata>" +
+                                times(count, "<CoverageOfferingBrief/>") + "</ContentMetadata></WCS_Capabilities>");
+    return errorOf([&] { wcs.OgcWcsGetCap(file.c_str(), nullptr, 0, 0); });
+  }
+
+  COgcWms wms;
+  COgcWcs wcs;
+};
+
+TEST_F(Clients, StartWithDefaultsAndForgetThemWithTheirDocuments) {
+  COgcWms maps;
+  COgcWcs coverages;
+  EXPECT_EQ(maps.Version().str() + ' ' + maps.CapFile().str() + ' ' + maps.MapFile().str() + ' ' +
+                maps.FeatFile().str(),
+            "1.1.1 cap map map");
+  EXPECT_EQ(coverages.Version().str() + ' ' + coverages.CapFN().str() + ' ' + coverages.DesCovFN().str() + ' ' +
+                coverages.CovFN().str(),
+            "1.0.0 cap descov cov");
+  const std::string file =
+      write("offering.xml", "<CoverageDescription version='1.0.0'><CoverageOffering/></CoverageDescription>");
+  wcs.OgcWcsDescribeCoverage(nullptr, 0, file.c_str(), 0, 0);
+  EXPECT_EQ(readBriefs(2) + readLayers("<Layer/>"), "");
+  EXPECT_TRUE(wcs.BriefCount() == 2 && wcs.OfferingCount() == 1 && wms.NumLayers() == 1);
+  EXPECT_TRUE(wms.OgcWmsCleanup() == 1 && wcs.OgcWcsCleanup() == 1);
+  EXPECT_EQ(wcs.BriefCount() + wcs.OfferingCount() + wms.NumLayers() + wms.LayerCacheCapacity(), 0);
+  for (const CText* text :
+       {&wms.Version(), &wms.CapFile(), &wms.MapFile(), &wms.FeatFile(), &wcs.CapFN(), &wcs.DesCovFN(), &wcs.CovFN()})
+    EXPECT_FALSE(text->present());
+  wms.OgcWmsSetCapFN(path("kept").c_str());
+  EXPECT_EQ(readLayers("<Layer/>"), "") << "a client that was cleaned up works again";
+}
+
+TEST_F(Clients, CursorsAndIndexesKnowTheirLimits) {
+  const std::string noLayer = "Error: unable to skip over the desired number of layers..";
+  const std::string noBrief = "Error: unable to skip over the desired number of coverage briefs..";
+  EXPECT_TRUE(wms.OgcWmsGetNextLayer() == nullptr && wcs.OgcWcsGetNextCOB() == nullptr);
+  EXPECT_EQ(readBriefs(3) + readLayers("<Layer><Style/><Style/><Extent name='e'/></Layer><Layer/><Layer/>"), "");
+  const struct {
+    int skip, next;      ///< index of the next one, -1 none
+    bool layers, briefs; ///< whether that may be skipped
+  } skips[] = {
+      {2, 2, true, true}, {0, 0, true, true}, {3, -1, true, true}, {4, -1, false, false}, {-1, 0, true, false}};
+  for (const auto& c : skips) {
+    EXPECT_EQ(errorOf([&] { wms.OgcWmsGetNextLayerSkip(c.skip); }), c.layers ? "" : noLayer) << c.skip;
+    EXPECT_EQ(errorOf([&] { wcs.OgcWcsGetNextCOBSkip(c.skip); }), c.briefs ? "" : noBrief) << c.skip;
+    const xWmsLayer_t* layer = wms.OgcWmsGetNextLayer();
+    const WcsBrief* brief = wcs.OgcWcsGetNextCOB();
+    EXPECT_EQ(layer != nullptr ? layer->iIndex : -1, c.next);
+    EXPECT_EQ(brief != nullptr ? std::stoi(brief->index) : -1, c.next);
+  }
+  for (const int i : {3, -1})
+    EXPECT_EQ(errorOf([&] { (void)wms.OgcWmsGetLayer(i); }), "Error: Invalid index in OgcWcsGetLayer call..");
+  EXPECT_EQ(wms.OgcWmsGetLyrStyle(0, 1), wms.OgcWmsGetLyrStyle(0, 0)->pNext);
+  EXPECT_EQ(wms.OgcWmsGetLyrStyle(0, -1), wms.OgcWmsGetLyrStyle(0, 0));
+  EXPECT_EQ(wms.OgcWmsGetLyrStyle(0, 5), nullptr);
+  EXPECT_TRUE(wms.OgcWmsGetLyrStyle(1, 0) && wms.OgcWmsGetLyrDim(1, 0) && wms.OgcWmsGetLyrFeat(1, 0))
+      << "empty records";
+
+  const std::string file =
+      write("offering.xml",
+            "<CoverageDescription version='1.0.0'><CoverageOffering/><CoverageOffering><spatialDomain><Grid><axisName/>"
+            "<axisName/></Grid><Grid/></spatialDomain><RangeSet><AxisDescription><interval/></AxisDescription>"
+            "<AxisDescription><interval/><interval><min>2</min></interval></AxisDescription></RangeSet>"
+            "</CoverageOffering></CoverageDescription>");
+  wcs.OgcWcsDescribeCoverage(nullptr, 0, file.c_str(), 0, 0);
+  for (const int i : {-1, 0, 1, 2})
+    EXPECT_EQ(errorOf([&] { (void)wcs.OgcWcsGetCO(i); }), i < 2 ? "" : "Error: Invalid index in OgcWcsGetCO call..");
+  EXPECT_EQ(wcs.OgcWcsGetCOSDGridAxisNameCount(1, 0), 2);
+  EXPECT_EQ(wcs.OgcWcsGetCOSDGridAxisNameCount(1, 2), 0);
+  EXPECT_EQ(wcs.OgcWcsGetCORngAxisIntCount(1, -1), 2) << "the largest of all";
+  EXPECT_STREQ(wcs.OgcWcsGetCORngAxisInt(1, 1, 1)->min, "2");
+  EXPECT_EQ(wcs.OgcWcsGetCORngAxisInt(1, 2, 0), nullptr);
+}
+
+TEST_F(Clients, CacheOfLayersGrowsBeforeItIsFull) {
+  for (const auto& [layers, capacity] : {std::pair{1999, 2000}, {2000, 6000}, {6000, 10000}}) {
+    COgcWms client;
+    client.OgcWmsSetCapFN(path("kept").c_str());
+    const std::string file =
+        write("many.xml", "<WMS_Capabilities version='1.3.0'>" + times(layers, "<Layer/>") + "</WMS_Capabilities>");
+    client.OgcWmsGetCap(file.c_str(), nullptr, 0, 0, 0);
+    EXPECT_EQ(client.LayerCacheCapacity(), capacity);
+    EXPECT_EQ(client.OgcWmsGetLayer(layers - 1)->iIndex, layers - 1);
+  }
+}
+
+/// Without a host a request ends once its query is composed.
+TEST_F(Clients, NamesOfCoveragesAreJoined) {
+  const std::string head = "Version=1.0.0&Service=WCS&Request=DescribeCoverage&Coverage=";
+  const struct {
+    std::vector<const char*> names;
+    int count;
+    std::string query;
+  } cases[] = {
+      {{"a"}, 0, head + "a"}, {{"a", "b c", "d,e"}, 3, head + "a,b c,d,e"}, {{"", nullptr, "c"}, 3, head + ",,c"}};
+  for (const auto& c : cases) {
+    EXPECT_NE(errorOf([&] { wcs.OgcWcsDescribeCoverage(c.names.data(), c.count, nullptr, 0, 0); }), "");
+    EXPECT_EQ(wcs.Settings().query.str(), c.query);
+  }
+  EXPECT_NE(errorOf([&] { wcs.OgcWcsDescribeCoverage(nullptr, 0, nullptr, 0, 0); }), "");
+  EXPECT_EQ(wcs.Settings().query.str(), cases[2].query) << "without names the query is used again";
+}
+
+TEST_F(Clients, TellTheirStepsAndRunOneRequestAtATime) {
+  std::vector<std::string> refusals;
+  fakeBridge().onStatus = [&](const std::string&) {
+    wms.OgcWmsSetCapFN(path("the name for the next request").c_str());
+    refusals = {errorOf([&] { wms.OgcWmsGetMap("a=b"); }), errorOf([&] { wms.OgcWmsCleanupCap(); }),
+                errorOf([&] { wms.OgcWmsCleanup(); })};
+    return 0;
+  };
+  wms.CurlSetCallback("on_status");
+  EXPECT_EQ(readLayers("<Layer/>"), "");
+  EXPECT_EQ(fakeBridge().status, (Lines{"Parsing capabilities from an existing XML file:", path("layers.xml"),
+                                        "XML DTD validation is off. ", "XML Schema validation is off. ",
+                                        "Number of layers found: 1.", "Get Capabilites request completed."}));
+  EXPECT_EQ(fakeBridge().copies, (std::vector{std::pair(path("layers.xml"), path("kept"))}));
+  for (const std::string& refusal : refusals) EXPECT_NE(refusal.find("is still running"), refusal.npos) << refusal;
+  fakeBridge() = {};
+  EXPECT_NE(readLayers("<Layer>"), "");
+  EXPECT_TRUE(fakeBridge().copies.empty()) << "only what was read is copied";
+}
+
+} // namespace
