@@ -205,7 +205,7 @@ def test_refusals_with_an_error_status(on, answer):
           o:ParseURL("{server.url}ows?")
           o:SetProperty{{CALLBACK_FUNCTION = function(text) told[#told + 1] = text end}}
           for _, method in ipairs{{"GetMap", "GetCapabilities", "GetFeatureInfo"}} do
-            print(try(o[method], method ~= "GetCapabilities" and "a=b" or nil))
+            print(try(o[method], table.unpack{{method ~= "GetCapabilities" and "a=b" or nil}}))
             print(told[#told - 1]) print(told[#told])
           end
         """))
