@@ -82,7 +82,7 @@ std::optional<To> readNumber(std::string_view given) {
   std::string_view text = given;
   text.remove_prefix(std::min(text.find_first_not_of(kBlanks), text.size()));
   text.remove_suffix(text.size() - (text.find_last_not_of(kBlanks) + 1));
-  if (text.starts_with('+')) text.remove_prefix(1);
+  if (text.starts_with('+') && !text.starts_with("+-")) text.remove_prefix(1);
   if constexpr (std::is_integral_v<To>) {
     if (const auto value = readWhole<std::int64_t>(text)) return wrap<To>(*value);
     if (const auto value = readWhole<std::uint64_t>(text)) return wrap<To>(*value);

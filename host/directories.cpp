@@ -4,9 +4,11 @@
 
 #include "zel_module.h"
 
+#include <cerrno>
 #include <cstdlib>
 
 #include <pwd.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace fs = std::filesystem;
@@ -21,6 +23,15 @@ fs::path homeDirectory() {
   return user && user->pw_dir ? user->pw_dir : "";
 }
 
+/// The first when it is a directory, else the second.
+fs::path either(const fs::path& first, const fs::path& second) {
+  std::error_code missing;
+  return fs::is_directory(first, missing) ? first : second;
+}
+
+/// Is the executable where an installation puts it?
+bool isInstalled() { return executableDirectory().filename() == "bin"; }
+
 } // namespace
 
 fs::path executableDirectory() {
@@ -30,18 +41,15 @@ fs::path executableDirectory() {
 
 fs::path installationRoot() {
   if (const char* root = std::getenv("ZEL_DIR")) return root;
-  fs::path here = executableDirectory();
-  if (here.empty()) return here;
-  const fs::path installed = here.parent_path() / "lib" / "zel";
-  std::error_code missing;
-  return fs::is_directory(installed, missing) ? installed : here;
+  const fs::path here = executableDirectory();
+  return isInstalled() ? either(here.parent_path() / "lib" / "zel", here) : here;
 }
 
 fs::path sharedDirectory() {
-  fs::path here = executableDirectory();
-  const fs::path installed = here.parent_path() / "share" / "zel";
-  std::error_code missing;
-  return fs::is_directory(installed, missing) ? installed : here / "share" / "zel";
+  const fs::path here = executableDirectory();
+  const fs::path own = here / "share" / "zel";
+  const fs::path prefix = here.parent_path() / "share" / "zel";
+  return isInstalled() ? either(prefix, own) : either(own, prefix);
 }
 
 fs::path userRoot() {
@@ -50,6 +58,21 @@ fs::path userRoot() {
   if (const char* data = std::getenv("XDG_DATA_HOME"); data && *data == '/') return fs::path(data) / "zel";
   const fs::path home = homeDirectory();
   return home.empty() ? home : home / ".local" / "share" / "zel";
+}
+
+int makeUserDirectory(const fs::path& directory) {
+  for (fs::path made; const auto& part : directory) {
+    made /= part;
+    if (::mkdir(made.c_str(), S_IRWXU) == 0) {
+      if (::chmod(made.c_str(), S_IRWXU) != 0) return errno;
+    } else if (const int errnum = errno; errnum != EEXIST && ::access(made.c_str(), F_OK) != 0) {
+      return errnum;
+    }
+  }
+  struct stat found {};
+  if (::stat(directory.c_str(), &found) != 0) return errno;
+  if (!S_ISDIR(found.st_mode)) return ENOTDIR;
+  return ::access(directory.c_str(), W_OK | X_OK) == 0 ? 0 : errno;
 }
 
 } // namespace zel::host

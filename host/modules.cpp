@@ -2,6 +2,7 @@
 
 #include "host/directories.h"
 #include "host/messages.h"
+#include "host/objects.h"
 #include "host/strings.h"
 
 #include "zel_module.h"
@@ -65,12 +66,8 @@ fs::path findModule(const std::string& name) {
         ". Set ZEL_MODULE_PATH to its directory, or give its path.");
 }
 
-/// Opens a module and has it register itself. \return empty, or why it cannot be used.
-std::string open(const fs::path& path) {
-  void* module = ::dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
-  if (!module) return ::dlerror();
-  auto* load = reinterpret_cast<int (*)()>(::dlsym(module, "ZEL_Load"));
-  if (!load) return "it has no ZEL_Load, so it is no ZEL module";
+/// Has a module register itself. \return empty, or why it cannot be used.
+std::string start(int (*load)()) {
   try {
     return load() ? "" : "it reports that it could not start (ZEL_Load gave 0)";
   } catch (const ZEL_Unwind&) {
@@ -80,6 +77,18 @@ std::string open(const fs::path& path) {
   } catch (...) {
     return "unknown exception";
   }
+}
+
+/// Opens a module and starts it. \return empty, or why it cannot be used; nobody finds its classes then.
+std::string open(const fs::path& path) {
+  void* module = ::dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+  if (!module) return ::dlerror();
+  auto* load = reinterpret_cast<int (*)()>(::dlsym(module, "ZEL_Load"));
+  if (!load) return "it has no ZEL_Load, so it is no ZEL module";
+  const std::size_t classes = classCount();
+  std::string why = start(load);
+  if (!why.empty()) forgetClassesAfter(classes);
+  return why;
 }
 
 } // namespace

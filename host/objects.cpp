@@ -5,16 +5,15 @@
 #include "host/structs.h"
 
 #include <algorithm>
-#include <unordered_map>
+#include <deque>
 
 namespace zel::host {
 
 namespace {
 
-using Classes = std::unordered_map<const ZEL_StructDef*, ZEL_ObjDef>;
-
-Classes& classes() {
-  static Classes defined;
+/// The classes in the order of their definition; they stay where they are.
+std::deque<ZEL_ObjDef>& classes() {
+  static std::deque<ZEL_ObjDef> defined;
   return defined;
 }
 
@@ -35,6 +34,10 @@ const ZEL_ObjDef* findClass(std::string_view name) noexcept {
   return sdef ? ZEL_ObjDefOfStruct(sdef) : nullptr;
 }
 
+std::size_t classCount() noexcept { return classes().size(); }
+
+void forgetClassesAfter(std::size_t count) { classes().resize(count); }
+
 const std::string& className(const ZEL_ObjDef* objdef) noexcept { return objdef->sdef->name; }
 
 std::vector<std::string_view> classLine(const ZEL_ObjDef* objdef) {
@@ -51,13 +54,14 @@ using zel::host::raise;
 extern "C" {
 
 const ZEL_ObjDef* ZEL_ObjDefOfStruct(const ZEL_StructDef* sdef) noexcept {
-  const auto found = classes().find(sdef);
-  return found == classes().end() ? nullptr : &found->second;
+  const auto found = std::ranges::find(classes(), sdef, &ZEL_ObjDef::sdef);
+  return found == classes().end() ? nullptr : &*found;
 }
 
 const ZEL_ObjDef* ZEL_ObjInsertDef(const ZEL_StructDef* sdef) {
   if (!sdef || sdef->name.empty()) raise("An object class needs a named structure.");
-  return &classes().try_emplace(sdef, ZEL_ObjDef{sdef}).first->second;
+  const ZEL_ObjDef* known = ZEL_ObjDefOfStruct(sdef);
+  return known ? known : &classes().emplace_back(ZEL_ObjDef{sdef});
 }
 
 ZEL_HeapVar* ZEL_ObjReference(ZEL_Variable* v) {

@@ -4,6 +4,7 @@
 
 #include "zel_module.h"
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -16,6 +17,10 @@ namespace zel::host {
 
 /// The object class of that name, in any case; null when there is none.
 const ZEL_ObjDef* findClass(std::string_view name) noexcept;
+/// How many classes there are.
+std::size_t classCount() noexcept;
+/// Forgets the classes that were added when there were `count` already: those of a module that refused to load.
+void forgetClassesAfter(std::size_t count);
 /// Name of a class, upper case.
 const std::string& className(const ZEL_ObjDef* objdef) noexcept;
 /// Names of the class and of all it inherits, in the order in which methods are looked for.

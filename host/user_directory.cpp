@@ -6,12 +6,9 @@
 
 #include "zel_module.h"
 
-#include <cerrno>
-#include <fstream>
-#include <iterator>
+#include <system_error>
 
 #include <sys/stat.h>
-#include <unistd.h>
 
 namespace fs = std::filesystem;
 
@@ -19,29 +16,16 @@ namespace zel::host {
 
 namespace {
 
-[[noreturn]] void refuse(const fs::path& directory, int errnum) {
-  raise("Unable to use the user directory \"" + directory.string() + "\": " + std::generic_category().message(errnum) +
-        ". Set ZEL_USER_DIR to a directory that can be written.");
-}
-
 void makeDirectory(const fs::path& directory) {
-  for (fs::path made; const auto& part : directory) {
-    made /= part;
-    const int errnum = ::mkdir(made.c_str(), S_IRWXU) == 0 ? 0 : errno;
-    std::error_code unreachable;
-    if (errnum != 0 && errnum != EEXIST && !fs::exists(made, unreachable)) refuse(directory, errnum);
-  }
-  struct stat found {};
-  if (::stat(directory.c_str(), &found) != 0) refuse(directory, errno);
-  if (!S_ISDIR(found.st_mode)) refuse(directory, ENOTDIR);
-  if (::access(directory.c_str(), W_OK | X_OK) != 0) refuse(directory, errno);
+  if (const int errnum = makeUserDirectory(directory))
+    raise("Unable to use the user directory \"" + directory.string() +
+          "\": " + std::generic_category().message(errnum) + ". Set ZEL_USER_DIR to a directory that can be written.");
 }
 
-/// Writes the read-me file when it is missing or another version's.
+/// Writes the read-me file when there is none: what a user made of it stays, and a link there is not followed.
 void writeReadme(const fs::path& directory, const std::string& text) {
   const fs::path file = directory / "README.txt";
-  std::ifstream present(file, std::ios::binary);
-  if (present && std::string(std::istreambuf_iterator<char>(present), {}) == text) return;
+  if (fs::symlink_status(file).type() != fs::file_type::not_found) return;
   TargetFile readme(file, S_IRUSR | S_IWUSR | S_IRGRP | S_IROTH);
   readme.write(text);
   readme.commit();

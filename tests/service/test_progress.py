@@ -117,13 +117,15 @@ def test_interrupt_cancels_cleanly(tmp_path):
     assert not (tmp_path / "map.png").exists()
 
 
-def test_found_once_installed(tmp_path):
-    """The module lies beside the runner's prefix as in an installation."""
-    (tmp_path / "bin").mkdir()
-    (tmp_path / "share" / "zel").mkdir(parents=True)
-    (tmp_path / "bin" / "zel").write_bytes((BUILD / "zel").read_bytes())
-    (tmp_path / "bin" / "zel").chmod(0o755)
-    (tmp_path / "share" / "zel" / "lua").symlink_to(SOURCE / "lua")
-    found = subprocess.run([tmp_path / "bin" / "zel", "-e", "print(package.searchpath('zel.progress', package.path))"],
+@pytest.mark.parametrize("runner, share", [("bin", "share"), ("build", "build/share")])
+def test_found_once_installed(tmp_path, runner, share):
+    """A runner in a `bin` is an installed one and looks beside it; elsewhere it prefers what is in its directory."""
+    (tmp_path / runner).mkdir()
+    for directory in ("share", runner + "/share"):
+        (tmp_path / directory / "zel").mkdir(parents=True)
+        (tmp_path / directory / "zel" / "lua").symlink_to(SOURCE / "lua")
+    (tmp_path / runner / "zel").write_bytes((BUILD / "zel").read_bytes())
+    (tmp_path / runner / "zel").chmod(0o755)
+    found = subprocess.run([tmp_path / runner / "zel", "-e", "print(package.searchpath('zel.progress', package.path))"],
                            capture_output=True, text=True, timeout=60, cwd=tmp_path)
-    assert found.stdout == f"{tmp_path}/share/zel/lua/zel/progress.lua\n"
+    assert found.stdout == f"{tmp_path}/{share}/zel/lua/zel/progress.lua\n"

@@ -158,13 +158,13 @@ int reset() { return std::getenv("SAMPLE_NO_RESET") ? 0 : 1; }
 } // namespace
 
 extern "C" int ZEL_Load() {
-  if (std::getenv("SAMPLE_REFUSE")) return 0;
   const ZEL_StructTagDef base[] = {{"RUNNING", ZEL_TYP_LONG64, 0, nullptr, 0}, {}};
   const ZEL_StructDef* sample = ZEL_MakeStructInternal("SAMPLE", base);
   const ZEL_StructTagDef derived[] = {
       {"INHERITS", ZEL_TYP_STRUCT, 0, sample, ZEL_TAG_INHERIT}, {"OWN", ZEL_TYP_INT, 0, nullptr, 0}, {}};
   ZEL_ObjInsertDef(sample);
   ZEL_ObjInsertDef(ZEL_MakeStructInternal("SAMPLEDERIVED", derived));
+  if (std::getenv("SAMPLE_REFUSE")) return 0;
   ZEL_SessionResetAdd(reset);
   const ZEL_MsgDef messages[] = {{"SAMPLE_1", "%N %s"}, {"SAMPLE_2", "%N %s %s"}};
   g_messages = ZEL_MessageDefineBlock("SAMPLE", 2, messages);

@@ -156,6 +156,7 @@ TEST_F(Host, RefusesWhatItCannotConvert) {
   } rows[] = {
       {text("80a"), ZEL_TYP_INT, "Unable to read the text \"80a\" as a number."},
       {text(""), ZEL_TYP_DOUBLE, "Unable to read the text \"\" as a number."},
+      {text("+-5"), ZEL_TYP_INT, "Unable to read the text \"+-5\" as a number."},
       {text("nan"), ZEL_TYP_INT, "Unable to read the text \"nan\" as a number."},
       {Temp(ZEL_Gettmp()), ZEL_TYP_STRING, "Unable to convert an undefined variable to type string."},
       {Temp(ZEL_MakeTempStruct(ZEL_MakeStruct(nullptr, tags), 2, nullptr)), ZEL_TYP_STRING,
@@ -451,10 +452,21 @@ TEST_F(HostFiles, MakesUserDirectories) {
     return error.empty() ? path : error;
   };
   setenv("ZEL_USER_DIR", at("made/deep").c_str(), 1);
+  const mode_t umaskBefore = umask(0477);
   EXPECT_EQ(make("store_a", "100"), at("made/deep/zel/store_a-100"));
+  umask(umaskBefore);
+  EXPECT_EQ(fs::status(at("made/deep")).permissions(), fs::perms(0700));
   EXPECT_EQ(make("store_b", "100"), at("made/deep/zel/store_b-100"));
   EXPECT_EQ(read(at("made/deep/zel/store_a-100/README.txt")), "A store\n\nText\nVersion 1.00\n");
   EXPECT_EQ(read(at("made/deep/zel/README.txt")), "Author\n");
+
+  // What is there already stays: a user's additions, and what a link leads to.
+  write(at("made/deep/zel/store_a-100/README.txt"), "mine");
+  fs::remove(at("made/deep/zel/README.txt"));
+  fs::create_symlink(at("elsewhere"), at("made/deep/zel/README.txt"));
+  make("store_a", "100");
+  EXPECT_EQ(read(at("made/deep/zel/store_a-100/README.txt")), "mine");
+  EXPECT_FALSE(fs::exists(at("elsewhere")));
   EXPECT_EQ(make("../x", "100"), "A directory cannot have the name \"../x\".");
 
   write(at("file"), "");
@@ -483,6 +495,15 @@ TEST_F(HostFiles, LoadsModules) {
   EXPECT_NE(load("nosuch").find("Module \"nosuch\" was not found in " + at("empty").string()), std::string::npos);
   EXPECT_NE(load(at("text.so")).find("Unable to load module \"" + at("text.so").string()), std::string::npos);
   EXPECT_NE(load("./nosuch.so").find("There is no module"), std::string::npos);
+
+  // A module that refused does so again, and leaves no class without methods.
+  fs::copy_file(SAMPLE_MODULE, at("refusing.so"));
+  setenv("SAMPLE_REFUSE", "1", 1);
+  EXPECT_NE(load(at("refusing.so")).find("ZEL_Load gave 0"), std::string::npos);
+  unsetenv("SAMPLE_REFUSE");
+  EXPECT_NE(load(at("refusing.so")).find("ZEL_Load gave 0"), std::string::npos);
+  EXPECT_EQ(zel::host::findClass("Sample"), nullptr);
+
   EXPECT_EQ(load("sample_module"), "");
   EXPECT_EQ(load(SAMPLE_MODULE), "");
   ASSERT_NE(zel::host::findClass("SampleDerived"), nullptr);
@@ -492,11 +513,6 @@ TEST_F(HostFiles, LoadsModules) {
   EXPECT_EQ(errorOf([] { zel::host::resetSession(); }), "The session could not be reset.");
   unsetenv("SAMPLE_NO_RESET");
 
-  fs::copy_file(SAMPLE_MODULE, at("refusing.so"));
-  setenv("SAMPLE_REFUSE", "1", 1);
-  EXPECT_NE(load(at("refusing.so")).find("ZEL_Load gave 0"), std::string::npos);
-  unsetenv("SAMPLE_REFUSE");
-  EXPECT_NE(load(at("refusing.so")).find("ZEL_Load gave 0"), std::string::npos);
 }
 
 TEST_F(Host, CallsScripts) {
