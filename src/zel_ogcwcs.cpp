@@ -154,39 +154,41 @@ COgcWcs& clientOf(ZEL_Variable* object) { return ogcClient<COgcWcs>(ogcWcsServic
 } // namespace
 
 ZEL_Variable* ZEL_OgcWcsGetCapabilities(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk) {
-  static const OgcKeywordTable table({{"FROM_FILE"}, {"FROM_URL"}, {"SCHEMA_CHECKING"}, {"VALIDATION_MODE"}});
+  static constexpr auto table =
+      ogc::keywordTable({{"FROM_FILE"}, {"FROM_URL"}, {"SCHEMA_CHECKING"}, {"VALIDATION_MODE"}});
   return ogcFunction([&] {
-    const OgcKeywords keywords(table, argc, argv, argk);
+    const ogc::Keywords keywords(table, argc, argv, argk);
     COgcWcs& client = clientOf(argv[0]);
-    const auto fromFile = ogcFromFile(keywords);
-    const auto fromUrl = ogcFromUrl(keywords);
-    const int validationMode = ogcValidationMode(keywords);
-    const int schemaChecking = ogcSchemaChecking(keywords);
+    const auto fromFile = ogcFromFile(keywords[table.slot("FROM_FILE")]);
+    const auto fromUrl = ogcFromUrl(keywords[table.slot("FROM_URL")]);
+    const int validationMode = ogcValidationMode(keywords[table.slot("VALIDATION_MODE")]);
+    const int schemaChecking = ogcSchemaChecking(keywords[table.slot("SCHEMA_CHECKING")]);
     client.OgcWcsGetCap(ogcOrNull(fromFile), ogcOrNull(fromUrl), schemaChecking, validationMode);
     return zel::Temp(ZEL_GettmpInt(static_cast<std::int16_t>(client.BriefCount())));
   });
 }
 
 ZEL_Variable* ZEL_OgcWcsDescribeCoverage(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk) {
-  static const OgcKeywordTable table(
-      {{"COUNT", ZEL_KW_OUT}, {"FROM_FILE"}, {"NAMES"}, {"SCHEMA_CHECKING"}, {"VALIDATION_MODE"}});
+  static constexpr auto table =
+      ogc::keywordTable({{"COUNT", ZEL_KW_OUT}, {"FROM_FILE"}, {"NAMES"}, {"SCHEMA_CHECKING"}, {"VALIDATION_MODE"}});
   return ogcFunction([&] {
-    const OgcKeywords keywords(table, argc, argv, argk);
+    const ogc::Keywords keywords(table, argc, argv, argk);
     COgcWcs& client = clientOf(argv[0]);
-    ZEL_Variable* given = keywords["NAMES"];
-    if (given == nullptr && keywords["FROM_FILE"] == nullptr) ogcError("Error: The NAMES keyword must be set.");
-    if (given != nullptr && keywords["FROM_FILE"] != nullptr)
+    ZEL_Variable* given = keywords[table.slot("NAMES")];
+    if (given == nullptr && keywords[table.slot("FROM_FILE")] == nullptr)
+      ogcError("Error: The NAMES keyword must be set.");
+    if (given != nullptr && keywords[table.slot("FROM_FILE")] != nullptr)
       ogcError("Error: NAMES and FROM_FILE keywords are mutally exclusive..");
-    const auto fromFile = ogcFromFile(keywords);
-    const int validationMode = ogcValidationMode(keywords);
-    const int schemaChecking = ogcSchemaChecking(keywords);
-    const std::vector<std::string> texts = given != nullptr ? ogcTextsOf(given) : std::vector<std::string>{};
+    const auto fromFile = ogcFromFile(keywords[table.slot("FROM_FILE")]);
+    const int validationMode = ogcValidationMode(keywords[table.slot("VALIDATION_MODE")]);
+    const int schemaChecking = ogcSchemaChecking(keywords[table.slot("SCHEMA_CHECKING")]);
+    const std::vector<std::string> texts = given != nullptr ? ogc::textsOf(given) : std::vector<std::string>{};
     std::vector<const char*> names(texts.size());
     std::transform(texts.begin(), texts.end(), names.begin(), [](const std::string& text) { return text.c_str(); });
     client.OgcWcsDescribeCoverage(given != nullptr ? names.data() : nullptr, static_cast<int>(names.size()),
                                   ogcOrNull(fromFile), schemaChecking, validationMode);
     const int n = client.OfferingCount();
-    keywords.store("COUNT", n);
+    ogc::store(keywords[table.slot("COUNT")], n);
     if (n == 0) return zel::Temp(ZEL_StrToSTRING(""));
     char* data = nullptr;
     zel::Temp found(ZEL_MakeTempVector(ZEL_TYP_STRING, n, &data));
@@ -203,9 +205,8 @@ ZEL_Variable* ZEL_OgcWcsGetCoverage(int argc, ZEL_Variable** argv, const ZEL_Key
 }
 
 ZEL_Variable* ZEL_OgcWcsGetCoverageOfferingBriefs(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk) {
-  static const OgcKeywordTable table({{"COUNT", ZEL_KW_OUT}, {"INDEX"}, {"NUMBER"}});
   return ogcFunction([&] {
-    const OgcKeywords keywords(table, argc, argv, argk);
+    const ogc::Keywords keywords(ogcListKeywords, argc, argv, argk);
     COgcWcs& client = clientOf(argv[0]);
     const OgcSelection part =
         ogcSelect(keywords, client.BriefCount(),
@@ -219,11 +220,11 @@ ZEL_Variable* ZEL_OgcWcsGetCoverageOfferingBriefs(int argc, ZEL_Variable** argv,
 }
 
 ZEL_Variable* ZEL_OgcWcsGetCoverageOffering(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk) {
-  static const OgcKeywordTable table({{"INDEX"}});
+  static constexpr auto table = ogc::keywordTable({{"INDEX"}});
   return ogcFunction([&] {
-    const OgcKeywords keywords(table, argc, argv, argk);
-    ZEL_Variable* index = keywords["INDEX"];
-    const void* offering = clientOf(argv[0]).OgcWcsGetCO(index != nullptr ? ogcFixOf(index) : 0);
+    const ogc::Keywords keywords(table, argc, argv, argk);
+    ZEL_Variable* index = keywords[table.slot("INDEX")];
+    const void* offering = clientOf(argv[0]).OgcWcsGetCO(index != nullptr ? ogc::fixOf(index) : 0);
     return ogcStructs(offeringTags, {&offering, 1});
   });
 }

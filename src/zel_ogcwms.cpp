@@ -215,18 +215,18 @@ COgcWms& clientOf(ZEL_Variable* object) { return ogcClient<COgcWms>(ogcWmsServic
 } // namespace
 
 ZEL_Variable* ZEL_OgcWmsGetCapabilities(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk) {
-  static const OgcKeywordTable table(
+  static constexpr auto table = ogc::keywordTable(
       {{"DISABLE_INHERITANCE"}, {"FROM_FILE"}, {"FROM_URL"}, {"SCHEMA_CHECKING"}, {"VALIDATION_MODE"}});
   return ogcFunction([&] {
     COgcWms& client = clientOf(argv[0]);
-    const OgcKeywords keywords(table, argc, argv, argk);
-    const auto fromFile = ogcFromFile(keywords);
-    const auto fromUrl = ogcFromUrl(keywords);
-    const int schemaChecking = ogcSchemaChecking(keywords);
-    const int validationMode = ogcValidationMode(keywords);
-    ZEL_Variable* disable = keywords["DISABLE_INHERITANCE"];
+    const ogc::Keywords keywords(table, argc, argv, argk);
+    const auto fromFile = ogcFromFile(keywords[table.slot("FROM_FILE")]);
+    const auto fromUrl = ogcFromUrl(keywords[table.slot("FROM_URL")]);
+    const int schemaChecking = ogcSchemaChecking(keywords[table.slot("SCHEMA_CHECKING")]);
+    const int validationMode = ogcValidationMode(keywords[table.slot("VALIDATION_MODE")]);
+    ZEL_Variable* disable = keywords[table.slot("DISABLE_INHERITANCE")];
     client.OgcWmsGetCap(ogcOrNull(fromFile), ogcOrNull(fromUrl), schemaChecking, validationMode,
-                        disable != nullptr ? ogcFixOf(disable) : 0);
+                        disable != nullptr ? ogc::fixOf(disable) : 0);
     return zel::Temp(ZEL_GettmpInt(static_cast<std::int16_t>(client.NumLayers())));
   });
 }
@@ -242,10 +242,9 @@ ZEL_Variable* ZEL_OgcWmsGetFeatureInfo(int argc, ZEL_Variable** argv, const ZEL_
 }
 
 ZEL_Variable* ZEL_OgcWmsGetLayers(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk) {
-  static const OgcKeywordTable table({{"COUNT", ZEL_KW_OUT}, {"INDEX"}, {"NUMBER"}});
   return ogcFunction([&] {
     COgcWms& client = clientOf(argv[0]);
-    const OgcKeywords keywords(table, argc, argv, argk);
+    const ogc::Keywords keywords(ogcListKeywords, argc, argv, argk);
     const OgcSelection part =
         ogcSelect(keywords, client.NumLayers(), "Error: Invalid Index keyword value. It is too large.");
     if (part.number == 0) return ogcNothing();

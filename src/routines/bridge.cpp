@@ -51,7 +51,7 @@ int OgcCallback(char* callbackName, unsigned long callbackData, const char* stat
   std::array<ZEL_Variable*, 3> arguments{text.get(), figures.get(), data.get()};
   ZEL_CallDesc call{1, ZEL_IdentHash(callbackName), data ? 3 : 2, arguments.data(), answer.get()};
   ZEL_InterpCallFromSysproc(&call);
-  return ogcFixOf(answer.get());
+  return ogc::fixOf(answer.get());
 }
 
 void OgcInfoMsg(const char* text) { ZEL_MessageFromBlock(zel_ogc_msg_block, ZEL_M_OGC_ERRS1, ZEL_MSG_INFO, text); }

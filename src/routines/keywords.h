@@ -4,34 +4,39 @@
 
 #include "zel_module.h"
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
+namespace ogc {
+
 /// \name Values given by a script
 /// @{
 /// Text of a string scalar; errors for anything else.
-[[nodiscard]] std::string ogcTextOf(ZEL_Variable* v);
+[[nodiscard]] std::string textOf(ZEL_Variable* v);
 /// A scalar as the host's 16-bit integer, wrapped to its width.
-[[nodiscard]] std::int16_t ogcFixOf(ZEL_Variable* v);
+[[nodiscard]] std::int16_t fixOf(ZEL_Variable* v);
 /// A scalar as a 32-bit integer.
-[[nodiscard]] std::int32_t ogcLongOf(ZEL_Variable* v);
+[[nodiscard]] std::int32_t longOf(ZEL_Variable* v);
 /// The texts of a string variable, scalar or array; errors for other types.
-[[nodiscard]] std::vector<std::string> ogcTextsOf(ZEL_Variable* v);
+[[nodiscard]] std::vector<std::string> textsOf(ZEL_Variable* v);
 
 /// A variable converted to a type; the conversion is released with it, the caller's own variable is left alone.
-class OgcConverted {
+class Converted {
 public:
-  OgcConverted(ZEL_Variable* v, ZEL_Type type) : m_value(ZEL_VarTypeConvert(v, type)) {
+  Converted(ZEL_Variable* v, ZEL_Type type) : m_value(ZEL_VarTypeConvert(v, type)) {
     if (m_value != v) m_owned.reset(m_value);
   }
   const ZEL_Variable* operator->() const noexcept { return m_value; }
   /// The elements as host strings. \pre converted to string
   [[nodiscard]] std::pair<const ZEL_STRING*, std::int64_t> texts() const noexcept;
+  /// Did the variable have another type?
   [[nodiscard]] bool converted() const noexcept { return m_owned != nullptr; }
 
 private:
@@ -40,55 +45,96 @@ private:
 };
 
 /// Errors unless the variable is a scalar.
-void ogcRequireScalar(const ZEL_Variable* v);
+void requireScalar(const ZEL_Variable* v);
 /// The text of a host string, "" when it holds none.
-[[nodiscard]] inline const char* ogcCString(const ZEL_STRING& s) noexcept { return s.s != nullptr ? s.s : ""; }
+[[nodiscard]] inline const char* cString(const ZEL_STRING& s) noexcept { return s.s != nullptr ? s.s : ""; }
 /// @}
 
-/// The keywords that a routine accepts.
-class OgcKeywordTable {
-public:
-  struct Entry {
-    const char* name;
-    ZEL_KwFlag kind = ZEL_KW_VIN;
-  };
-  static constexpr std::size_t maxEntries = 32;
+/// What the host fills for one accepted keyword.
+struct KeywordSlot {
+  std::int32_t present;
+  ZEL_Variable* value;
+};
 
-  /// In any order.
-  explicit OgcKeywordTable(std::vector<Entry> entries);
+/// What the host fills for a call with `N` accepted keywords.
+template <std::size_t N>
+struct KeywordRecord {
+  ZEL_KwResult host{};
+  std::array<KeywordSlot, N> slots{};
+
+  KeywordRecord() = default;
+  KeywordRecord(const KeywordRecord&) = delete;
+  KeywordRecord& operator=(const KeywordRecord&) = delete;
+  ~KeywordRecord() { ZEL_KWFree(&host); }
+};
+
+/// One keyword that a routine accepts.
+struct KeywordEntry {
+  const char* name;
+  ZEL_KwFlag kind = ZEL_KW_VIN;
+};
+
+/// The `N` keywords that a routine accepts, made by the compiler from entries in any order.
+template <std::size_t N>
+class KeywordTable {
+public:
+  consteval explicit KeywordTable(std::array<KeywordEntry, N> entries) {
+    std::ranges::sort(entries, {}, [](const KeywordEntry& entry) { return std::string_view(entry.name); });
+    std::size_t slot = offsetof(KeywordRecord<N>, slots);
+    for (std::size_t i = 0; i < N; ++i, slot += sizeof(KeywordSlot))
+      m_defs[i] = {entries[i].name,
+                   ZEL_TYP_UNDEF,
+                   1,
+                   entries[i].kind,
+                   slot + offsetof(KeywordSlot, present),
+                   slot + offsetof(KeywordSlot, value)};
+  }
+
+  /// For the host: sorted by name, closed by an empty entry.
   [[nodiscard]] const ZEL_KwDef* defs() const noexcept { return m_defs.data(); }
-  /// Position of a keyword of the table.
-  [[nodiscard]] std::size_t find(std::string_view name) const noexcept;
+  /// Where the values of a keyword are. A name that is not in the table does not compile.
+  [[nodiscard]] consteval std::size_t slot(std::string_view name) const { return find(name); }
+  /// The same for a name known at run time; throws std::out_of_range.
+  [[nodiscard]] constexpr std::size_t find(std::string_view name) const {
+    const auto last = m_defs.end() - 1;
+    const auto found = std::lower_bound(m_defs.begin(), last, name, [](const ZEL_KwDef& def, std::string_view wanted) {
+      return std::string_view(def.name).compare(wanted) < 0;
+    });
+    if (found == last || found->name != name) throw std::out_of_range("not a keyword of the table");
+    return static_cast<std::size_t>(found - m_defs.begin());
+  }
 
 private:
-  std::vector<ZEL_KwDef> m_defs; ///< sorted by name, closed by an empty entry
+  std::array<ZEL_KwDef, N + 1> m_defs{};
 };
+
+/// The table of the listed keywords.
+template <std::size_t N>
+consteval KeywordTable<N> keywordTable(const KeywordEntry (&entries)[N]) {
+  return KeywordTable<N>(std::to_array(entries));
+}
+/// For a routine that accepts no keyword.
+inline constexpr KeywordTable<0> noKeywords({});
 
 /// The keywords of one call. Unknown ones are errors.
-class OgcKeywords {
+template <std::size_t N>
+class Keywords {
 public:
-  OgcKeywords(const OgcKeywordTable& table, int argc, ZEL_Variable** argv, const ZEL_Keywords* argk);
+  Keywords(const KeywordTable<N>& table, int argc, ZEL_Variable** argv, const ZEL_Keywords* argk) {
+    ZEL_KWProcessByOffset(argc, argv, argk, table.defs(), 1, &m_record.host);
+  }
 
   /// The caller's variable of an accepted keyword, null when it was not given.
-  [[nodiscard]] ZEL_Variable* operator[](std::string_view name) const noexcept;
-  /// Stores a 32-bit integer in an output keyword, when it was given.
-  void store(std::string_view name, std::int32_t value) const;
+  [[nodiscard]] ZEL_Variable* operator[](std::size_t slot) const {
+    const KeywordSlot& given = m_record.slots.at(slot);
+    return given.present != 0 ? given.value : nullptr;
+  }
 
 private:
-  friend class OgcKeywordTable;
-  struct Slot {
-    std::int32_t present;
-    ZEL_Variable* value;
-  };
-  struct Record {
-    ZEL_KwResult host{};
-    std::array<Slot, OgcKeywordTable::maxEntries> slots{};
-    Record() = default;
-    Record(const Record&) = delete;
-    Record& operator=(const Record&) = delete;
-    ~Record() { ZEL_KWFree(&host); }
-  };
-
-  const OgcKeywordTable& m_table;
-  Record m_record;
+  KeywordRecord<N> m_record;
 };
+
+/// Stores a 32-bit integer in the variable of an output keyword; null for one that was not given.
+void store(ZEL_Variable* output, std::int32_t value);
+
+} // namespace ogc

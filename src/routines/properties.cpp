@@ -7,6 +7,8 @@
 #include "zel_ogcwcs_obj.h"
 #include "zel_ogcwms_obj.h"
 
+#include <algorithm>
+#include <array>
 #include <type_traits>
 
 namespace {
@@ -25,25 +27,25 @@ void apply(COgcBase& client, Value value) {
 
 template <auto Setter>
 void setText(COgcBase& client, ZEL_Variable* v) {
-  ogcRequireScalar(v);
-  apply<Setter>(client, ogcCString(OgcConverted(v, ZEL_TYP_STRING)->value.str));
+  ogc::requireScalar(v);
+  apply<Setter>(client, ogc::cString(ogc::Converted(v, ZEL_TYP_STRING)->value.str));
 }
 
 /// A text that may be given as a number, which the host's conversion pads with blanks.
 template <auto Setter>
 void setDigits(COgcBase& client, ZEL_Variable* v) {
-  ogcRequireScalar(v);
-  const OgcConverted digits(v, ZEL_TYP_STRING);
-  const char* text = ogcCString(digits->value.str);
+  ogc::requireScalar(v);
+  const ogc::Converted digits(v, ZEL_TYP_STRING);
+  const char* text = ogc::cString(digits->value.str);
   apply<Setter>(client, text + CCurl::CurlCountLeadingSpaces(text));
 }
 
 template <auto Setter>
 void setNumber(COgcBase& client, ZEL_Variable* v) {
-  apply<Setter>(client, static_cast<int>(ogcFixOf(v)));
+  apply<Setter>(client, static_cast<int>(ogc::fixOf(v)));
 }
 
-void setCallbackFunction(COgcBase& client, ZEL_Variable* v) { client.CurlSetCallback(ogcTextOf(v).c_str()); }
+void setCallbackFunction(COgcBase& client, ZEL_Variable* v) { client.CurlSetCallback(ogc::textOf(v).c_str()); }
 
 void setCallbackData(COgcBase& client, ZEL_Variable* v) {
   ogcReleaseCallbackData(client);
@@ -51,14 +53,14 @@ void setCallbackData(COgcBase& client, ZEL_Variable* v) {
 }
 
 void setHeaders(COgcBase& client, ZEL_Variable* v) {
-  const OgcConverted lines(v, ZEL_TYP_STRING);
+  const ogc::Converted lines(v, ZEL_TYP_STRING);
   const auto [first, n] = lines.texts();
-  if (*ogcCString(*first) == '\0') {
+  if (*ogc::cString(*first) == '\0') {
     CCurl::CurlCleanUpStrNodes(&client.HeaderList());
     return;
   }
   for (const ZEL_STRING* line = first; line != first + n; ++line) {
-    const char* text = ogcCString(*line);
+    const char* text = ogc::cString(*line);
     client.CurlAddHeader(lines.converted() ? text + CCurl::CurlCountLeadingSpaces(text) : text);
   }
 }
@@ -176,61 +178,68 @@ constexpr Property properties[] = {
 
 using Action = void (*Property::*)(COgcBase&, ZEL_Variable*);
 
-bool has(const OgcService& service, const Property& property, Action action) noexcept {
+constexpr bool has(const OgcService& service, const Property& property, Action action) noexcept {
   return (property.only == nullptr || property.only == &service) && property.*action != nullptr;
 }
 
-OgcKeywordTable keywordTable(const OgcService& service, Action action, ZEL_KwFlag kind) {
-  std::vector<OgcKeywordTable::Entry> entries;
-  for (const Property& property : properties)
-    if (has(service, property, action)) entries.push_back({property.name, kind});
-  return OgcKeywordTable(std::move(entries));
-}
+/// How many properties a service has for an action.
+template <const OgcService& service, Action action>
+constexpr std::size_t propertyCount = std::ranges::count_if(properties, [](const Property& property) {
+  return has(service, property, action);
+});
+
+/// The properties that a service has for an action, as keywords.
+template <const OgcService& service, Action action, ZEL_KwFlag kind>
+constexpr ogc::KeywordTable propertyKeywords([] {
+  std::array<ogc::KeywordEntry, propertyCount<service, action>> entries{};
+  for (std::size_t i = 0; const Property& property : properties)
+    if (has(service, property, action)) entries[i++] = {property.name, kind};
+  return entries;
+}());
 
 /// Runs the action of every property of the service that the call names.
-void process(const OgcService& service, Action action, const OgcKeywords& keywords, COgcBase& client) {
+template <const OgcService& service, Action action, ZEL_KwFlag kind>
+void process(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk, COgcBase& client) {
+  static constexpr auto& table = propertyKeywords<service, action, kind>;
+  const ogc::Keywords keywords(table, argc, argv, argk);
   for (const Property& property : properties)
     if (has(service, property, action))
-      if (ZEL_Variable* v = keywords[property.name]) (property.*action)(client, v);
+      if (ZEL_Variable* v = keywords[table.find(property.name)]) (property.*action)(client, v);
 }
 
-void setProperties(const OgcService& service, const OgcKeywordTable& table, int argc, ZEL_Variable** argv,
-                   const ZEL_Keywords* argk, int initialise, const std::int64_t* clientSlot) {
+template <const OgcService& service>
+void setProperties(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk, int initialise,
+                   const std::int64_t* clientSlot) {
   COgcBase& client = ogcClientIn(service, clientSlot);
   if (initialise != 0) service.init(client);
-  process(service, &Property::set, OgcKeywords(table, argc, argv, argk), client);
+  process<service, &Property::set, ZEL_KW_VIN>(argc, argv, argk, client);
 }
 
-void getProperties(const OgcService& service, const OgcKeywordTable& table, int argc, ZEL_Variable** argv,
-                   const ZEL_Keywords* argk, const std::int64_t* clientSlot) {
-  COgcBase& client = ogcClientIn(service, clientSlot);
-  process(service, &Property::get, OgcKeywords(table, argc, argv, argk), client);
+template <const OgcService& service>
+void getProperties(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk, const std::int64_t* clientSlot) {
+  process<service, &Property::get, ZEL_KW_OUT>(argc, argv, argk, ogcClientIn(service, clientSlot));
 }
 
 } // namespace
 
 void OGCWCSProcessSetProperties(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk, int initialise,
                                 const std::int64_t* clientSlot) {
-  static const OgcKeywordTable table = keywordTable(ogcWcsService, &Property::set, ZEL_KW_VIN);
-  setProperties(ogcWcsService, table, argc, argv, argk, initialise, clientSlot);
+  setProperties<ogcWcsService>(argc, argv, argk, initialise, clientSlot);
 }
 
 void OGCWMSProcessSetProperties(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk, int initialise,
                                 const std::int64_t* clientSlot) {
-  static const OgcKeywordTable table = keywordTable(ogcWmsService, &Property::set, ZEL_KW_VIN);
-  setProperties(ogcWmsService, table, argc, argv, argk, initialise, clientSlot);
+  setProperties<ogcWmsService>(argc, argv, argk, initialise, clientSlot);
 }
 
 void OGCWCSProcessGetProperties(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk,
                                 const std::int64_t* clientSlot) {
-  static const OgcKeywordTable table = keywordTable(ogcWcsService, &Property::get, ZEL_KW_OUT);
-  getProperties(ogcWcsService, table, argc, argv, argk, clientSlot);
+  getProperties<ogcWcsService>(argc, argv, argk, clientSlot);
 }
 
 void OGCWMSProcessGetProperties(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk,
                                 const std::int64_t* clientSlot) {
-  static const OgcKeywordTable table = keywordTable(ogcWmsService, &Property::get, ZEL_KW_OUT);
-  getProperties(ogcWmsService, table, argc, argv, argk, clientSlot);
+  getProperties<ogcWmsService>(argc, argv, argk, clientSlot);
 }
 
 void ogcSetDefaultFiles(const OgcService& service, COgcBase& client) {
@@ -259,6 +268,6 @@ void ogcGetProperty(const OgcService& service, int argc, ZEL_Variable** argv, co
 void ogcParseUrl(const OgcService& service, ZEL_Variable** argv) {
   ogcProcedure([&] {
     auto& client = ogcClient<COgcBase>(service, argv[0]);
-    client.OgcBaseParseURL(ogcTextOf(argv[1]).c_str());
+    client.OgcBaseParseURL(ogc::textOf(argv[1]).c_str());
   });
 }
