@@ -9,6 +9,7 @@
 #include "host/strings.h"
 #include "host/variables.h"
 
+#include <cstring>
 #include <deque>
 #include <vector>
 
@@ -39,9 +40,9 @@ public:
     for (lua_pushnil(m_state); lua_next(m_state, table); lua_pop(m_state, 1)) {
       const int value = lua_gettop(m_state);
       if (lua_type(m_state, value - 1) == LUA_TSTRING)
-        addInput(host::upper(lua_tostring(m_state, value - 1)), value);
+        addInput(keywordName(value - 1), value);
       else if (lua_isinteger(m_state, value - 1) && lua_type(m_state, value) == LUA_TSTRING)
-        addKeyword(host::upper(lua_tostring(m_state, value)), true);
+        addKeyword(keywordName(value), true);
       else
         host::raise(m_routine.name + ": the table of keywords holds a " + luaL_typename(m_state, value) +
                     " without a keyword; only names of output keywords stand there.");
@@ -84,6 +85,13 @@ private:
     bool output;
     std::string function; ///< name under which the object keeps a function value
   };
+
+  std::string keywordName(int index) const {
+    std::size_t length = 0;
+    const char* name = lua_tolstring(m_state, index, &length);
+    if (std::memchr(name, '\0', length)) host::raise(m_routine.name + ": a keyword cannot have a zero byte.");
+    return host::upper(name);
+  }
 
   ZEL_Variable& newVariable() { return *m_variables.emplace_back(); }
 

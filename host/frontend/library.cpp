@@ -25,7 +25,7 @@ constexpr lua_Integer kUsualColumns = 80; ///< of a terminal that does not tell
 
 /// zel.load(name): loads a module.
 int loadModule(lua_State* L) {
-  const char* name = luaL_checkstring(L, 1);
+  const char* name = checkName(L, 1);
   return protect(L, [name] {
     host::loadModule(name);
     return 0;
@@ -43,8 +43,13 @@ int resetSession(lua_State* L) {
 
 /// zel.tags(structure): its tags in their order.
 int tags(lua_State* L) {
-  luaL_checktype(L, 1, LUA_TTABLE);
-  pushTags(L, 1);
+  luaL_argexpected(L, pushHostTags(L, 1), 1, "structure that the host made");
+  const auto n = static_cast<lua_Integer>(lua_rawlen(L, -1));
+  lua_createtable(L, static_cast<int>(n), 0);
+  for (lua_Integer i = 1; i <= n; ++i) {
+    lua_rawgeti(L, -2, i);
+    lua_rawseti(L, -2, i);
+  }
   return 1;
 }
 

@@ -92,7 +92,7 @@ void pushMethod(lua_State* L, const Object& object, const char* key) {
 /// object[name]: the method, in any case. Methods are made once for each spelling.
 int indexObject(lua_State* L) {
   const Object& object = checkObject(L, 1);
-  const char* key = luaL_checkstring(L, 2);
+  const char* key = checkName(L, 2);
   return protect(L, [L, &object, key] {
     if (lua_rawgetp(L, LUA_REGISTRYINDEX, object.objdef) != LUA_TTABLE) {
       lua_newtable(L);
@@ -169,7 +169,7 @@ void pushObject(lua_State* L, ZEL_HVID hvid) {
 }
 
 int newObject(lua_State* L) {
-  const char* name = luaL_checkstring(L, 1);
+  const char* name = checkName(L, 1);
   if (!lua_isnoneornil(L, 2)) luaL_checktype(L, 2, LUA_TTABLE);
   lua_settop(L, 2);
   return protect(L, [L, name] {

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <limits>
 #include <memory>
+#include <string>
 #include <unordered_map>
 #include <vector>
 
@@ -65,23 +66,37 @@ void pushElement(lua_State* L, ZEL_Type type, const char* data) {
   }
 }
 
-/// Pushes the metatable that tables of a structure share; it holds the tags in their order.
+/// Key of the list of tags in the metatable of a structure's tables; its address is nothing that a script can write.
+const char kTagsKey = 0;
+/// Registry key of the table from tag names to the metatables in use.
+constexpr const char* kMetatables = "zel.structures";
+
+/// Pushes the metatable that the tables of structures with these tags share, as long as there is one of them.
 void pushStructMetatable(lua_State* L, const ZEL_StructDef* sdef) {
-  if (lua_rawgetp(L, LUA_REGISTRYINDEX, sdef) == LUA_TTABLE) return;
+  std::string names;
+  for (const host::Tag& tag : sdef->tags) names.append(tag.name).push_back(',');
+  if (!luaL_getsubtable(L, LUA_REGISTRYINDEX, kMetatables)) {
+    lua_createtable(L, 0, 1);
+    lua_pushliteral(L, "v");
+    lua_setfield(L, -2, "__mode");
+    lua_setmetatable(L, -2);
+  }
+  if (lua_getfield(L, -1, names.c_str()) == LUA_TTABLE) return lua_remove(L, -2);
   lua_pop(L, 1);
   lua_createtable(L, 0, 3);
   lua_createtable(L, static_cast<int>(sdef->tags.size()), 0);
-  for (std::size_t i = 0; i < sdef->tags.size(); ++i) {
-    lua_pushstring(L, sdef->tags[i].name.c_str());
-    lua_rawseti(L, -2, static_cast<lua_Integer>(i) + 1);
+  for (lua_Integer i = 0; const host::Tag& tag : sdef->tags) {
+    lua_pushstring(L, tag.name.c_str());
+    lua_rawseti(L, -2, ++i);
   }
-  lua_setfield(L, -2, "tags");
+  lua_rawsetp(L, -2, &kTagsKey);
   lua_pushliteral(L, "structure");
   lua_pushvalue(L, -1);
   lua_setfield(L, -3, "__name");
   lua_setfield(L, -2, "__metatable");
   lua_pushvalue(L, -1);
-  lua_rawsetp(L, LUA_REGISTRYINDEX, sdef);
+  lua_setfield(L, -3, names.c_str());
+  lua_remove(L, -2);
 }
 
 /// Makes tables of structures. What all of them share (tag names, metatables, the empty text) is laid on the stack
@@ -209,15 +224,14 @@ void pushValue(lua_State* L, ZEL_Variable& v) {
   }
 }
 
-void pushTags(lua_State* L, int index) {
-  if (luaL_getmetafield(L, index, "tags") != LUA_TTABLE)
-    luaL_argerror(L, index, "a structure that the host made is wanted");
-  const auto n = static_cast<lua_Integer>(lua_rawlen(L, -1));
-  lua_createtable(L, static_cast<int>(n), 0);
-  for (lua_Integer i = 1; i <= n; ++i) {
-    lua_rawgeti(L, -2, i);
-    lua_rawseti(L, -2, i);
+bool pushHostTags(lua_State* L, int index) {
+  if (!lua_getmetatable(L, index)) return false;
+  if (lua_rawgetp(L, -1, &kTagsKey) != LUA_TTABLE) {
+    lua_pop(L, 2);
+    return false;
   }
+  lua_remove(L, -2);
+  return true;
 }
 
 } // namespace zel::lua

@@ -9,8 +9,8 @@
 #include <algorithm>
 #include <cctype>
 #include <cstring>
+#include <limits>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 namespace zel::lua {
@@ -18,6 +18,8 @@ namespace zel::lua {
 namespace {
 
 constexpr int kMaxDepth = 32;
+/// Elements of the tables inside of a table. Tables that appear in several places count in each.
+constexpr std::int64_t kMaxNested = 5'000'000;
 
 /// Registry key of the value that stands for undefined.
 const char kUndefinedKey = 0;
@@ -34,7 +36,7 @@ class Reader {
 public:
   Reader(lua_State* L, const std::string& what) : m_state(L), m_what(what) {}
 
-  void read(int index, ZEL_Variable& out) const {
+  void read(int index, ZEL_Variable& out) {
     if (isUndefined(index)) return;
     const Shape shape = shapeOf(index, 0);
     if (shape.n > 0 || shape.sdef) {
@@ -58,7 +60,8 @@ private:
     return same;
   }
 
-  Shape shapeOf(int index, int depth) const {
+  Shape shapeOf(int index, int depth) {
+    if (depth > 1) countNested();
     switch (lua_type(m_state, index)) {
     case LUA_TBOOLEAN:
       return {ZEL_TYP_LONG64};
@@ -82,7 +85,13 @@ private:
     refuse(std::string("a ") + luaL_typename(m_state, index) + " cannot be passed");
   }
 
-  Shape shapeOfTable(int index, int depth) const {
+  /// Refuses a value that grows beyond measure, and goes no further when the user interrupts.
+  void countNested() {
+    if (++m_nested > kMaxNested) refuse("its tables hold more than " + std::to_string(kMaxNested) + " elements");
+    if (m_nested % 1024 == 0 && ZEL_InterpInterrupted()) refuse("interrupted");
+  }
+
+  Shape shapeOfTable(int index, int depth) {
     if (depth > kMaxDepth) refuse("its tables are nested too deeply");
     luaL_checkstack(m_state, 8, "its tables are nested too deeply");
     std::int64_t entries = 0;
@@ -98,7 +107,7 @@ private:
     return shapeOfList(index, entries, depth);
   }
 
-  Shape shapeOfList(int index, std::int64_t n, int depth) const {
+  Shape shapeOfList(int index, std::int64_t n, int depth) {
     Shape all{ZEL_TYP_UNDEF};
     for (std::int64_t k = 1; k <= n; ++k) {
       lua_rawgeti(m_state, index, k);
@@ -117,49 +126,53 @@ private:
     return all;
   }
 
-  /// Names of a table: in the order of their tags when it came from the host, then the others by the alphabet.
-  std::vector<std::string> namesOf(int index) const {
-    std::vector<std::string> names;
-    for (lua_pushnil(m_state); lua_next(m_state, index); lua_pop(m_state, 1)) names.push_back(tagName());
-    std::sort(names.begin(), names.end());
-    if (const auto twice = std::adjacent_find(names.begin(), names.end()); twice != names.end())
-      refuse("the name " + *twice + " appears twice in different case");
-    if (luaL_getmetafield(m_state, index, "tags") != LUA_TNIL) {
-      std::vector<std::string> ordered;
-      const auto n = static_cast<lua_Integer>(lua_rawlen(m_state, -1));
-      for (lua_Integer i = 1; i <= n; ++i) {
-        lua_rawgeti(m_state, -1, i);
-        const char* tag = lua_tostring(m_state, -1);
-        if (tag && std::erase(names, tag) > 0) ordered.emplace_back(tag);
-        lua_pop(m_state, 1);
-      }
-      lua_pop(m_state, 1);
-      names.insert(names.begin(), ordered.begin(), ordered.end());
-    }
-    return names;
-  }
+  /// An entry of a table with names.
+  struct Entry {
+    std::string name;
+    Shape shape;
+    lua_Integer rank = std::numeric_limits<lua_Integer>::max();
+  };
 
   /// The key of the current entry (below its value) as a tag.
   std::string tagName() const {
-    std::string name = host::upper(lua_tostring(m_state, -2));
-    const auto fits = [](char c) { return std::isalnum(static_cast<unsigned char>(c)) || c == '_'; };
-    if (name.empty() || !std::all_of(name.begin(), name.end(), fits))
+    std::size_t length = 0;
+    const char* key = lua_tolstring(m_state, -2, &length);
+    std::string name = host::upper({key, length});
+    const auto isOdd = [](char c) { return !std::isalnum(static_cast<unsigned char>(c)) && c != '_'; };
+    if (name.empty() || std::ranges::any_of(name, isOdd)) {
+      std::ranges::replace_if(
+          name, [](char c) { return std::iscntrl(static_cast<unsigned char>(c)); }, '?');
       refuse("\"" + name + "\" cannot be the name of a tag");
+    }
     return name;
   }
 
-  const ZEL_StructDef* define(int index, int depth) const {
-    const std::vector<std::string> names = namesOf(index);
-    std::vector<ZEL_StructTagDef> tags(names.size() + 1);
-    for (std::size_t i = 0; i < names.size(); ++i) tags[i].name = names[i].c_str();
-    for (lua_pushnil(m_state); lua_next(m_state, index); lua_pop(m_state, 1)) {
-      const auto position = std::find(names.begin(), names.end(), tagName());
-      const Shape shape = shapeOf(lua_gettop(m_state), depth + 1);
-      auto& tag = tags[static_cast<std::size_t>(position - names.begin())];
-      tag.type = shape.type;
-      tag.n = shape.n;
-      tag.sdef = shape.sdef;
+  /// The entries of a table: in the order of its tags when the host made it, then the others by the alphabet.
+  std::vector<Entry> entriesOf(int index, int depth) {
+    std::vector<Entry> entries;
+    for (lua_pushnil(m_state); lua_next(m_state, index); lua_pop(m_state, 1))
+      entries.push_back({tagName(), shapeOf(lua_gettop(m_state), depth + 1)});
+    std::ranges::sort(entries, {}, &Entry::name);
+    const auto twice = std::ranges::adjacent_find(entries, {}, &Entry::name);
+    if (twice != entries.end()) refuse("the name " + twice->name + " appears twice in different case");
+    if (!pushHostTags(m_state, index)) return entries;
+    for (auto i = static_cast<lua_Integer>(lua_rawlen(m_state, -1)); i > 0; --i) {
+      lua_rawgeti(m_state, -1, i);
+      const char* tag = lua_tostring(m_state, -1);
+      const auto found = std::ranges::lower_bound(entries, std::string_view(tag ? tag : ""), {}, &Entry::name);
+      if (found != entries.end() && found->name == tag) found->rank = i;
+      lua_pop(m_state, 1);
     }
+    lua_pop(m_state, 1);
+    std::ranges::stable_sort(entries, {}, &Entry::rank);
+    return entries;
+  }
+
+  const ZEL_StructDef* define(int index, int depth) {
+    const std::vector<Entry> entries = entriesOf(index, depth);
+    std::vector<ZEL_StructTagDef> tags;
+    for (const auto& [name, shape, rank] : entries) tags.push_back({name.c_str(), shape.type, shape.n, shape.sdef, 0});
+    tags.push_back({});
     return ZEL_MakeStruct(nullptr, tags.data());
   }
 
@@ -201,6 +214,7 @@ private:
 
   lua_State* m_state;
   const std::string& m_what;
+  std::int64_t m_nested = 0;
 };
 
 int undefinedToString(lua_State* L) {
@@ -212,6 +226,7 @@ int undefinedToString(lua_State* L) {
 
 void readValue(lua_State* L, int index, ZEL_Variable& out, const std::string& what) {
   const StackGuard guard(L);
+  const CollectorPause pause(L); // a finalizer could change the tables while they are read
   Reader(L, what).read(lua_absindex(L, index), out);
 }
 

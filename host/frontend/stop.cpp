@@ -49,10 +49,9 @@ void handleSignal(int) {
 /// os.exit([code [, close]]); upvalue 1 is the library's own.
 int exitScript(lua_State* L) {
   if (host::routineDepth() == 0) {
-    const int arguments = lua_gettop(L);
     lua_pushvalue(L, lua_upvalueindex(1));
     lua_insert(L, 1);
-    lua_call(L, arguments, 0);
+    lua_call(L, lua_gettop(L) - 1, 0);
     return 0;
   }
   int code = EXIT_SUCCESS;
@@ -63,6 +62,39 @@ int exitScript(lua_State* L) {
   Interpreter::of(L).exitAsked = Interpreter::Exit{code, lua_toboolean(L, 2) != 0};
   for (lua_State* running : {L, Interpreter::of(L).state()}) lua_sethook(running, hook, kEverywhere, 1);
   return luaL_error(L, "exit");
+}
+
+/// coroutine.resume(co, ...), and what coroutine.wrap() returned; upvalue 1 is the library's own. An exit that was
+/// asked for in the coroutine goes on in the one that runs it, whatever catches the error.
+int resumeCoroutine(lua_State* L) {
+  const struct Resumer {
+    lua_State* state;
+    ~Resumer() {
+      if (Interpreter::of(state).exitAsked) lua_sethook(state, hook, kEverywhere, 1);
+    }
+  } resumer{L};
+  lua_pushvalue(L, lua_upvalueindex(1));
+  lua_insert(L, 1);
+  lua_call(L, lua_gettop(L) - 1, LUA_MULTRET);
+  return lua_gettop(L);
+}
+
+/// coroutine.wrap(f); upvalue 1 is the library's own.
+int wrapCoroutine(lua_State* L) {
+  lua_pushvalue(L, lua_upvalueindex(1));
+  lua_insert(L, 1);
+  lua_call(L, lua_gettop(L) - 1, 1);
+  lua_pushcclosure(L, resumeCoroutine, 1);
+  return 1;
+}
+
+/// Replaces a function of a library by one that has it as its upvalue.
+void replace(lua_State* L, const char* library, const char* name, lua_CFunction function) {
+  lua_getglobal(L, library);
+  lua_getfield(L, -1, name);
+  lua_pushcclosure(L, function, 1);
+  lua_setfield(L, -2, name);
+  lua_pop(L, 1);
 }
 
 } // namespace
@@ -81,11 +113,9 @@ void settle(lua_State* L) {
 }
 
 void openStop(lua_State* L) {
-  lua_getglobal(L, LUA_OSLIBNAME);
-  lua_getfield(L, -1, "exit");
-  lua_pushcclosure(L, exitScript, 1);
-  lua_setfield(L, -2, "exit");
-  lua_pop(L, 1);
+  replace(L, LUA_OSLIBNAME, "exit", exitScript);
+  replace(L, LUA_COLIBNAME, "resume", resumeCoroutine);
+  replace(L, LUA_COLIBNAME, "wrap", wrapCoroutine);
 }
 
 void setInterruptible(lua_State* main, lua_State* current) noexcept {

@@ -6,7 +6,7 @@
 
 namespace zel::lua {
 
-/// Replaces os.exit by one that lets running native code unwind first.
+/// Replaces os.exit by one that lets running native code unwind first, whichever coroutine calls it.
 void openStop(lua_State* L);
 
 /// Tells which states Ctrl-C stops: the main one, and the coroutine that runs as far as it is known.

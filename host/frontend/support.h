@@ -5,7 +5,9 @@
 
 #include "zel_module.h"
 
+#include <cstddef>
 #include <exception>
+#include <string_view>
 
 #include <lua.hpp>
 
@@ -16,6 +18,14 @@ namespace zel::lua {
 void pushHostError(lua_State* L);
 /// Pushes a text behind the position in the script.
 void pushError(lua_State* L, const char* text);
+/// The name at a stack index; an argument error for what is no text, or one with a zero byte.
+inline const char* checkName(lua_State* L, int index) {
+  std::size_t length = 0;
+  const char* name = luaL_checklstring(L, index, &length);
+  luaL_argcheck(L, std::string_view(name).size() == length, index, "a name cannot have a zero byte");
+  return name;
+}
+
 /// Acts on what was asked for while native code ran: the end of the script, an interrupt.
 void settle(lua_State* L);
 

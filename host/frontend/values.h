@@ -25,7 +25,8 @@ void readValue(lua_State* L, int index, ZEL_Variable& out, const std::string& wh
 /// Pushes what scripts pass for an undefined variable.
 void pushUndefined(lua_State* L);
 
-/// Pushes the list of the tags of the structure at a stack index in their order; an error when it is none.
-void pushTags(lua_State* L, int index);
+/// Pushes the list of the tags, in their order, of a table that the host made of a structure. \return false, with
+/// nothing pushed, for any other value.
+bool pushHostTags(lua_State* L, int index);
 
 } // namespace zel::lua

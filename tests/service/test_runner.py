@@ -57,6 +57,8 @@ def test_script_has_arguments_and_errors_have_positions(zel):
     ("{true, 3}", "table integer 1,integer 3"),
     ("{b = 1, a = {X = 'q', y = {1, 2}}}", "table A={X=string q,Y=table integer 1,integer 2},B=integer 1"),
     ("{{k = 1}, {k = 2}}", "table {K=integer 1},{K=integer 2}"),
+    ("setmetatable({b = 1, a = 2}, {tags = 'x'})", "{A=integer 2,B=integer 1}"),
+    ("setmetatable({b = 1, a = 2}, {tags = {'B', 5, {}}})", "{A=integer 2,B=integer 1}"),
 ])
 def test_values_come_back_as_they_went(zel, value, expected):
     show = """
@@ -81,6 +83,8 @@ def test_values_come_back_as_they_went(zel, value, expected):
     ("nil", "it is nil"), ("'a\\0b'", "a text with a zero byte"), ("{['a b'] = 1}", "cannot be the name of a tag"),
     ("{{a = 1}, {b = 1}}", "element 2 differs in type"), ("{a = 1, A = 2}", "the name A appears twice"),
     ("(function() local t = {} t.t = t return t end)()", "nested too deeply"),
+    ("(function() local t = {1} for i = 1, 24 do t = {A = t, B = t} end return t end)()", "hold more than 5000000 elements"),
+    ("{['a\\0b'] = 1}", '"A?B" cannot be the name of a tag'),
 ])
 def test_values_that_cannot_be_passed(zel, value, why):
     out = zel(SETUP + f"print(select(2, pcall(function() o:Echo({value}, {{}}) end)))", no_leak=True).out
@@ -95,6 +99,8 @@ def test_values_that_cannot_be_passed(zel, value, why):
     ("o:Echo(1, {TEXT = 1, text = 2})", "SAMPLE::ECHO: Keyword TEXT is given twice."),
     ("o:Echo(1, {'TEXT'})", "SAMPLE::ECHO: Keyword TEXT is an input: give it a value."),
     ("o:Echo(1, {COUNT = 1})", "SAMPLE::ECHO: Keyword COUNT is an output"),
+    ("o:Echo(1, {['text\\0x'] = 1})", "SAMPLE::ECHO: a keyword cannot have a zero byte."),
+    ("o['Echo\\0x'](o)", "a name cannot have a zero byte"), ("zel.new('Sample\\0x')", "a name cannot have a zero byte"),
     ("o:Echo(1, {5})", "SAMPLE::ECHO: the table of keywords holds a number without a keyword"),
     ("o:Echo(1, {NUMBER = 'abc'})", 'SAMPLE::ECHO: keyword NUMBER: Unable to read the text "abc" as a number.'),
     ("o:Nosuch()", 'SAMPLE has no method "Nosuch"; it has CALL, '),
@@ -218,6 +224,17 @@ def test_exit_below_native_code_unwinds_first(zel, call, status):
     assert done.status == status and done.out == "" and "traceback" not in done.err
 
 
+@pytest.mark.parametrize("run", ["coroutine.wrap(f)()", "coroutine.resume(coroutine.create(f))",
+                                 "pcall(coroutine.wrap(function() pcall(coroutine.wrap(f)) while true do end end))"])
+def test_exit_in_a_coroutine_below_native_code(zel, run):
+    done = zel(SETUP + f"""
+      local f = function() os.exit(7) end
+      function stop() pcall(function() {run} end) while true do end end
+      coroutine.wrap(function() pcall(o.Call, o, 'stop') print('not reached') end)()
+    """, ok=False, timeout=20)
+    assert done.status == 7 and done.out == ""
+
+
 def test_session_reset_and_leaks(zel):
     done = zel(SETUP + "zel.reset() o:Leak() print(zel.counts().leaked, zel.counts().temporaries)")
     assert done.out == "1\t0\n"
@@ -236,6 +253,27 @@ def test_interrupt(tmp_path, code):
         _, err = run.communicate(timeout=30)
     assert run.returncode == 1
     assert ("caught" if "caught" in code else "interrupted!") in err
+
+
+def test_tables_stay_as_they_are_while_they_are_read(zel):
+    """No finalizer changes them; many names are looked up; a host's order of tags survives a change of the table."""
+    out = zel(SETUP + """
+      local names = {}
+      for i = 1, 16000 do names['N' .. i] = i end
+      local wide = o:Echo(names, {})
+      names = {A = 1, TEXT = 'x'}
+      for i = 1, 400 do
+        names['B' .. i] = i
+        setmetatable({}, {__gc = function() names.A = nil names.TEXT = {} end})
+        o:Echo(names, {})
+        names.A, names.TEXT = 1, 'x'
+      end
+      local two = o:Structures(1)[1]
+      two.TAG5, two.AA = nil, 1
+      local tags = zel.tags(o:Echo(two, {}))
+      print(wide.N16000, #tags, tags[1], tags[6], tags[47], pcall(zel.tags, setmetatable({}, {tags = {'A'}})))
+    """, no_leak=True).out
+    assert out.startswith("16000\t47\tTAG0\tTAG6\tAA\tfalse\tbad argument #1") and "host made" in out
 
 
 def test_large_results_keep_their_order(zel):
