@@ -6,10 +6,12 @@ local records = require "zel.ogc.records"
 -- a screen with pixels of 0.28 mm shows (OGC 06-042, 7.2.4.6.9).
 local PIXEL = 0.00028
 
+local NO_LIMIT = 1e12 -- services write 0 and very large numbers where they mean no limit
+
 local function denominator(value, version)
   local number = records.number(value)
-  if not number or version == "1.3.0" then return number end
-  return number / math.sqrt(2) / PIXEL
+  if not number or number <= 0 or number >= NO_LIMIT then return nil end
+  return version == "1.3.0" and number or number / math.sqrt(2) / PIXEL
 end
 
 local function scale(record)

@@ -62,14 +62,20 @@ function service.request(s, method, ...)
   end
 end
 
+local function unescaped(text)
+  return (text:gsub("%%(%x%x)", function(digits) return string.char(tonumber(digits, 16)) end))
+end
+
 -- Takes a URL as people have it: with or without "?", with a user in it.
 local function set_url(object, url)
   local scheme, rest = url:match("^(%a+)://(.+)$")
   if not scheme or not scheme:lower():find("^https?$") then
-    errors.raise(('"%s" is no URL: it should begin with http:// or https://'):format(url))
+    errors.raise(('"%s" is no URL: it should begin with http:// or https://'):format((url:gsub("//[^/?@]*@", "//"))))
   end
   local user, password = rest:match("^([^/?@:]*):?([^/?@]*)@")
-  if user then object:SetProperty{USERNAME = user, PASSWORD = password ~= "" and password or nil} end
+  if user then
+    object:SetProperty{USERNAME = unescaped(user), PASSWORD = password ~= "" and unescaped(password) or nil}
+  end
   object:ParseUrl(url:find("?", 1, true) and url or url .. "?")
 end
 

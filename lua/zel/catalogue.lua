@@ -1,0 +1,141 @@
+--- A catalogue of a Web Map Service: one HTML page with all its layers and their pictures.
+--
+--   require("zel.catalogue").write{url = "https://maps.example.org/wms", to = "page.html"}
+--
+--   url          of the service
+--   to           the file to write
+--   jobs         how many processes fetch pictures; 4
+--   pictures     for how many layers they are fetched; all
+--   properties   options of zel.ogc and properties of its object: {user = "me", password = "...", TIMEOUT = 20}
+--   quiet        true: nothing on standard error
+--
+-- Returns {layers, pictures (how many there are), stopped}: Ctrl-C while pictures are fetched ends that, and the page
+-- has those that came.
+
+local html = require "zel.catalogue.html"
+local Page = require "zel.catalogue.page"
+local fetch = require "zel.catalogue.pictures"
+local request = require "zel.catalogue.request"
+local arguments = require "zel.ogc.arguments"
+local errors = require "zel.ogc.errors"
+local ogc = require "zel.ogc"
+
+local PATIENCE, RETRIES = 60, 1          -- seconds for a picture, and how often it is tried again
+local JOBS, MOST_JOBS = 4, 64
+local SIZE, SMALL_SIZE = {720, 450}, {360, 225} -- of pictures
+local MANY = 100                         -- layers; pages with more have small pictures
+local LINKED_SIZE = {1440, 900}          -- of the map that a link asks for
+
+local TYPES = {
+  url = "string", to = "string", jobs = "number", pictures = "number", properties = "table", quiet = "boolean",
+}
+
+-- Parameters of a URL that nobody else should see.
+local SECRETS = {"pass", "pwd", "token", "key", "secret", "sig", "auth"}
+
+-- The address of the service without what is secret, and without what requests write themselves.
+local function public_address(url)
+  local address, query = html.public(url):match("^([^?]*)%??(.*)$")
+  local kept = {}
+  for parameter in query:gmatch("[^&]+") do
+    local name = parameter:lower():match("^[^=]*")
+    local drop = name == "service" or name == "request" or name == "version"
+    for _, word in ipairs(SECRETS) do drop = drop or name:find(word, 1, true) ~= nil end
+    if not drop then kept[#kept + 1] = parameter end
+  end
+  return html.clean(#kept == 0 and address or address .. "?" .. table.concat(kept, "&"))
+end
+
+-- What other processes can be given: everything but functions.
+local function plain(options)
+  local rest = {TIMEOUT = PATIENCE, retries = RETRIES, quiet = true}
+  for name, value in pairs(options) do
+    if type(value) ~= "function" and not name:find("^CALLBACK_") and name ~= "status" then rest[name] = value end
+  end
+  return rest
+end
+
+local function open(url, address, options, quiet)
+  if not quiet then io.stderr:write("Asking ", address, " for its layers\n") end
+  local given = {quiet = quiet}
+  for name, value in pairs(options) do given[name] = value end
+  local s = ogc.wms(url, given)
+  if #s.layers == 0 then errors.raise("the service at " .. address .. " offers no layers") end
+  return s
+end
+
+-- What is to be fetched: a list of tasks, and for each layer the numbers of its tasks.
+local Plan = {}
+Plan.__index = Plan
+
+function Plan:add(task)
+  self.tasks[#self.tasks + 1] = task
+  return #self.tasks
+end
+
+function Plan:add_map(s, layer, address, most)
+  local query, scale = request.map(s, layer, table.unpack(#s.layers > MANY and SMALL_SIZE or SIZE))
+  if not query then return {legends = {}, why = scale} end
+  local linked = scale and query or request.map(s, layer, table.unpack(LINKED_SIZE))
+  local entry = {legends = {}, scale = scale, request = ("%s%sSERVICE=WMS&VERSION=%s&REQUEST=GetMap&%s"):format(
+    address, address:find("?", 1, true) and "&" or "?", s.version, linked)}
+  if self.maps < most then
+    entry.map = self:add("map " .. query)
+    self.maps = #self.tasks
+  else
+    entry.why = ("Only %d pictures were asked for."):format(most)
+  end
+  return entry
+end
+
+-- The legends of a layer's own styles: those of the group around it are shown there.
+function Plan:add_legends(layer, entry)
+  local inherited = {}
+  for _, style in ipairs(layer.parent and layer.parent.styles or {}) do inherited[style.legend or ""] = true end
+  for _, style in ipairs(layer.styles) do
+    local url = style.legend
+    if url and html.is_web_address(url) and not inherited[url] then
+      self.legends[url] = self.legends[url] or self:add("legend " .. url)
+      table.insert(entry.legends, {title = style.title or style.name, task = self.legends[url]})
+    end
+  end
+end
+
+local function new_plan(s, address, most)
+  local plan = setmetatable({tasks = {}, legends = {}, maps = 0, entries = {}}, Plan)
+  for _, layer in ipairs(s.layers) do plan.entries[layer] = plan:add_map(s, layer, address, most) end
+  for _, layer in ipairs(s.layers) do
+    if plan.entries[layer].map then plan:add_legends(layer, plan.entries[layer]) end
+  end
+  return plan
+end
+
+local catalogue = {}
+
+--- Writes a catalogue.
+function catalogue.write(options)
+  arguments.check("catalogue.write", options, TYPES)
+  local url, to, properties = options.url, options.to, options.properties or {}
+  local jobs, most = arguments.check_count("jobs", options.jobs) or JOBS, options.pictures or math.huge
+  if not url or not to then errors.raise("catalogue.write wants a url and the file to write to") end
+  if jobs > MOST_JOBS then errors.raise(("jobs must be %d or less, not %d"):format(MOST_JOBS, jobs)) end
+  local address = public_address(url)
+
+  local page <close> = Page.new(to)
+  local s <close> = open(url, address, properties, options.quiet)
+  local plan = new_plan(s, address, most)
+  local pictures <close> = fetch(plan.tasks, {
+    url = url, options = plain(properties), version = s.version, jobs = jobs, quiet = options.quiet})
+  local drawn = 0
+  for number = 1, plan.maps do drawn = drawn + (pictures.done[number] and 1 or 0) end
+  page:write_service(s, address, drawn, function(layer)
+    local entry = plan.entries[layer]
+    if entry.map then entry.picture, entry.why = pictures:get(entry.map) end
+    for _, legend in ipairs(entry.legends) do legend.picture, legend.why = pictures:get(legend.task) end
+    plan.entries[layer] = nil -- pictures are large
+    return entry
+  end)
+  return {layers = #s.layers, pictures = drawn, stopped = pictures.stopped}
+end
+
+return catalogue

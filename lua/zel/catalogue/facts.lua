@@ -1,0 +1,155 @@
+--- What a service and its layers say of themselves: terms and what is said of them, as HTML.
+
+local html = require "zel.catalogue.html"
+
+local fill, each, escape = html.fill, html.each, html.escape
+
+local FOLDED_FROM = 7     -- entries of a list; from there on it is folded
+local MOST_KEYWORDS = 100
+
+local facts = {}
+
+-- A term and what is to be said about it, as HTML; nothing when there is nothing.
+local function fact(term, text)
+  return text == "" and "" or fill("<div><dt>{term}</dt><dd>{*text}</dd></div>\n", {term = term, text = text})
+end
+
+local function present(...)
+  local found, given = {}, table.pack(...)
+  for i = 1, given.n do
+    local text = given[i]
+    if text and text ~= "" then found[#found + 1] = text end
+  end
+  return table.concat(found, ", ")
+end
+
+local function words(term, ...) return fact(term, escape(present(...))) end
+
+--- HTML that is folded under a line that names it.
+function facts.folded(summary, text)
+  return fill("<details><summary>{summary}</summary>{*text}</details>", {summary = summary, text = text})
+end
+
+-- Names to copy; many of them folded.
+local function codes(term, values, what)
+  local text = each(values, "<code>{value}</code>")
+  if #values >= FOLDED_FROM then text = facts.folded(html.number(#values) .. " " .. what, text) end
+  return fact(term, text)
+end
+
+-- The links of a list tag; `tag` is what they are called by.
+local function links(term, record, list, tag)
+  local found = {}
+  for i = 1, tonumber(record["NUM_" .. list]) or 0 do
+    local entry = record[list][i]
+    found[i] = html.link(entry.ONLINE, entry[tag])
+  end
+  return fact(term, table.concat(found, ", "))
+end
+
+--- A denominator to three digits, as "1:50,000".
+function facts.scale_number(denominator)
+  local unit = 10 ^ math.max(0, math.floor(math.log(denominator, 10)) - 2)
+  return "1:" .. html.number(math.floor(denominator / unit + 0.5) * unit)
+end
+
+--- "1:50,000 to 1:500,000"; nil without limits.
+function facts.scales(scale)
+  if scale.min and scale.max then return facts.scale_number(scale.min) .. " to " .. facts.scale_number(scale.max) end
+  if scale.min then return facts.scale_number(scale.min) .. " and smaller scales" end
+  if scale.max then return facts.scale_number(scale.max) .. " and larger scales" end
+end
+
+-- "24° W" or "45.5° N"
+local function degrees(number, positive, negative)
+  if number > 180 then number = number - 360 end
+  return (("%.4f"):format(math.abs(number)):gsub("%.?0+$", "")) .. "° " .. (number < 0 and negative or positive)
+end
+
+local function box_text(b)
+  return ("%s to %s, %s to %s"):format(degrees(b[1], "E", "W"), degrees(b[3], "E", "W"), degrees(b[2], "N", "S"),
+                                       degrees(b[4], "N", "S"))
+end
+
+local function boxes(layer)
+  local rows = {}
+  for _, own in ipairs(layer.bounding_boxes) do
+    local box = own.box
+    if box then rows[#rows + 1] = ("%s: %.10g, %.10g to %.10g, %.10g"):format(own.crs or "?", table.unpack(box)) end
+  end
+  local own = #rows == 0 and "" or facts.folded(#rows == 1 and "1 bounding box" or #rows .. " bounding boxes",
+                                                     each(rows, "<div>{value}</div>", ""))
+  return fact("Area", (layer.box and escape(box_text(layer.box)) or "") .. own)
+end
+
+-- The reference systems that a layer has besides those of the group around it.
+local function own_systems(layer)
+  local known, own = {}, {}
+  for _, name in ipairs(layer.parent and layer.parent.crs or {}) do known[name] = true end
+  for _, name in ipairs(layer.crs) do
+    if not known[name] then own[#own + 1] = name end
+    known[name] = true
+  end
+  return own
+end
+
+local function dimension_text(one)
+  local values = one.values
+  local text = #values > 4 and ("%s … %s (%s values)"):format(values[1], values[#values], html.number(#values))
+               or table.concat(values, ", ")
+  local from, to, step = text:match("^([^/,]*)/([^/,]*)/([^/,]*)$")
+  if from then text = ("%s to %s, every %s"):format(from, to, step) end
+  return fill("<div><code>{name}</code> {rest}</div>", {name = one.name, rest = present(
+    text, one.units and one.units ~= "ISO8601" and "in " .. one.units,
+    one.default and one.default ~= text and one.default .. " unless asked otherwise")})
+end
+
+local function dimensions(layer)
+  local found = {}
+  for i, one in ipairs(layer.dimensions) do found[i] = dimension_text(one) end
+  return fact("Dimensions", table.concat(found))
+end
+
+local function styles(layer)
+  local found = {}
+  for i, style in ipairs(layer.styles) do
+    found[i] = "<code>" .. escape(style.name) .. "</code> "
+               .. escape(style.title and style.title:lower() ~= style.name:lower() and style.title or "")
+  end
+  local text = table.concat(found, #found < FOLDED_FROM and "<br>" or ", ")
+  return fact("Styles", #found >= FOLDED_FROM and facts.folded(#found .. " styles", text) or text)
+end
+
+--- What people call a layer.
+function facts.title(layer) return layer.title or layer.name or "Layer without a name" end
+
+--- Of a layer; a group's facts are not repeated for the layers in it.
+function facts.layer(layer)
+  local systems = own_systems(layer)
+  local source = layer.record.ATTRIBUTION.ONLINE
+  return table.concat {
+    words("Keywords", table.unpack(layer.keywords, 1, math.min(#layer.keywords, MOST_KEYWORDS))), boxes(layer),
+    words("Scales", facts.scales(layer.scale)), dimensions(layer), styles(layer),
+    codes("Reference systems", systems, layer.parent and "besides those of the group" or "reference systems"),
+    fact("Source", source ~= "" and html.link(source, layer.attribution) or escape(layer.attribution or "")),
+    links("Metadata", layer.record, "METADATA_URL", "TYPE"), links("Data", layer.record, "DATA_URL", "FORMAT"),
+  }
+end
+
+--- Of the service at a public address.
+function facts.service(service, url)
+  local s = setmetatable({}, {__index = function(_, tag) return service.record and service.record[tag] or "" end})
+  return table.concat {
+    fact("Address", html.link(url)), words("Keywords", table.unpack(s.KEYWORD, 1, tonumber(s.NUM_KEYWORD) or 0)),
+    words("Contact", s.PERSON, s.POSITION, s.ORGANIZATION),
+    words("Postal address", s.ADDRESS, s.POSTAL_CODE, s.CITY, s.STATE, s.COUNTRY),
+    words("Telephone", s.VOICE), words("Fax", s.FAX), words("E-mail", s.EMAIL),
+    words("Fees", s.FEES), words("Access constraints", s.ACCESS),
+    fact("Website", s.ONLINE ~= "" and html.link(s.ONLINE) or ""),
+    words("Layers in one map", s.LAYER_LIMIT),
+    words("Largest map", s.MAX_WIDTH ~= "" and s.MAX_WIDTH .. " × " .. s.MAX_HEIGHT .. " pixels"),
+    codes("Map formats", service.formats, "formats"), codes("Feature formats", service.info_formats, "formats"),
+  }
+end
+
+return facts

@@ -1,0 +1,120 @@
+--- Fetches many pictures by several processes at once.
+
+local html = require "zel.catalogue.html"
+
+local TERMINAL_PAUSE, PLAIN_PAUSE = 0.1, 5 -- seconds between two lines of progress
+
+-- Ctrl-C is for this process alone: the shell and the workers ignore it, SIGTERM to the shell ends them. When this
+-- process was killed the shell clears away what it left.
+local COMMAND = [[trap '' INT HUP; trap 'kill $workers; wait' TERM
+dir=%s; echo $$ >"$dir/shell"; zel=$(readlink /proc/$PPID/exe); i=0
+while [ $i -lt %d ]; do i=$((i + 1))
+"$zel" -e 'require("zel.catalogue.worker")(arg[1])' "$dir" 2>>"$dir/errors" & workers="$workers $!"; done; wait
+[ -e /proc/$PPID/exe ] || rm -rf "$dir"]]
+
+local function run(command)
+  local pipe <close> = assert(io.popen(command))
+  return pipe:read("l")
+end
+
+local function write(path, text)
+  local file <close> = assert(io.open(path, "wb"))
+  assert(file:write(text) and file:flush())
+end
+
+-- A table of texts, numbers and booleans as Lua code.
+local function code(values)
+  local parts = {}
+  for name, value in pairs(values) do
+    parts[#parts + 1] = ("[%q]=%s"):format(name, type(value) == "table" and code(value) or ("%q"):format(value))
+  end
+  return "{" .. table.concat(parts, ",") .. "}"
+end
+
+local function duration(seconds)
+  local s = math.ceil(seconds)
+  return s < 3600 and ("%d:%02d"):format(s // 60, s % 60) or ("%d:%02d:%02d"):format(s // 3600, s // 60 % 60, s % 60)
+end
+
+-- Draws how far the work is: one line on a terminal that is drawn anew, a line now and then elsewhere.
+local function new_progress(total)
+  local width = os.getenv("TERM") ~= "dumb" and zel.columns(io.stderr) or nil
+  local pause = width and TERMINAL_PAUSE or PLAIN_PAUSE
+  local began, drawn = zel.clock(), nil
+  local function line(done, failed, now)
+    local text = ("%s of %s pictures"):format(html.number(done), html.number(total))
+    if failed > 0 then text = text .. (", %s without"):format(html.number(failed)) end
+    if done == 0 or done == total then return text end
+    return text .. (", %s left"):format(duration((now - began) / done * (total - done)))
+  end
+  local function bar(done, room)
+    if room < 8 then return "" end
+    local full = room * done // total
+    return "[" .. ("#"):rep(full) .. ("."):rep(room - full) .. "] "
+  end
+  return function(done, failed)
+    local now = zel.clock()
+    if drawn and now - drawn < pause and done < total then return end
+    local text = line(done, failed, now)
+    if width then
+      text = (bar(done, math.min(30, width - #text - 4)) .. text):sub(1, width - 1)
+      io.stderr:write(drawn and "\27[A\r\27[K" or "", text, "\n")
+    elseif drawn then -- the first line would say nothing
+      io.stderr:write("  ", text, "\n")
+    end
+    drawn = now
+  end
+end
+
+local Pictures = {}
+Pictures.__index = Pictures
+
+--- The picture of a task as data URI; nil and the reason when there is none.
+function Pictures:get(number)
+  local file <close> = io.open(("%s/%d.picture"):format(self.directory, number), "rb")
+  if self.done[number] and file then return file:read("a") end
+  return nil, self.why[number] or "Not fetched: the catalogue was ended before."
+end
+
+function Pictures:__close()
+  os.execute("rm -rf '" .. self.directory .. "'")
+end
+
+-- Follows what the processes report.
+function Pictures:follow(progress)
+  local count = 0
+  for line in function() return self.pipe:read("l") end do
+    local number, why = line:match("^(%d+) (.*)$")
+    number = tonumber(number)
+    self.done[number] = why == ""
+    if why ~= "" then self.why[number], self.failed = why, self.failed + 1 end
+    count = count + 1
+    progress(count, self.failed)
+  end
+  return count
+end
+
+--- Fetches what the tasks ask for: "map QUERY" of the service, or "legend URL". Ctrl-C ends it; what came is there.
+-- settings: url, options (of zel.ogc), version, jobs, quiet. Returns an object to be closed: done (by number of the
+-- task), get(number), failed (how many), stopped (whether by Ctrl-C).
+return function(tasks, settings)
+  local self = setmetatable({done = {}, why = {}, failed = 0}, Pictures)
+  self.directory = assert(run("umask 077; mktemp -d"), "There is no place for temporary files")
+  write(self.directory .. "/settings", "return " .. code{
+    url = settings.url, options = settings.options, version = settings.version, tasks = #tasks})
+  for number, task in ipairs(tasks) do write(("%s/%d.task"):format(self.directory, number), task) end
+  local progress = settings.quiet and function() end or new_progress(#tasks)
+  local complete, count = pcall(function()
+    self.pipe = assert(io.popen(COMMAND:format(self.directory, math.min(settings.jobs, #tasks))))
+    if #tasks > 0 then progress(0, 0) end
+    return self:follow(progress)
+  end)
+  if not complete then os.execute(("kill $(cat '%s/shell')"):format(self.directory)) end
+  if self.pipe then self.pipe:close() end
+  self.stopped = not complete and tostring(count):find("interrupted!$") ~= nil
+  if complete and count == #tasks or self.stopped then return self end
+  local errors <close> = io.open(self.directory .. "/errors")
+  local said = errors and errors:read("a"):match("[^\n]+")
+  self:__close()
+  error("The processes that fetch pictures ended early: " .. (said or tostring(count)), 0)
+end
