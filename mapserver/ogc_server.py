@@ -17,6 +17,7 @@ CONFIG = """CONFIG
   MAPS
     earth "{data}/earth.map"
     regions "{data}/regions.map"
+    inspire "{data}/inspire.map"
   END
 END
 """
@@ -59,6 +60,7 @@ class OgcServer(Lighttpd):
     service         URL of the server, as a user would write it
     regions         URL of a second service, with what is hard for clients
     secure_service  the same over TLS
+    inspire         URL of an INSPIRE view service, with names that must be escaped
     data            directory of the rasters, see make_data
     """
 
@@ -71,4 +73,5 @@ class OgcServer(Lighttpd):
         (self.root / "cgi-bin" / "mapserv").symlink_to("/usr/lib/cgi-bin/mapserv")
         self.service = self.url + "/cgi-bin/mapserv?map=earth"
         self.regions = self.url + "/cgi-bin/mapserv?map=regions"
+        self.inspire = self.url + "/cgi-bin/mapserv?map=inspire"
         self.secure_service = self.tls_url + "/cgi-bin/mapserv?map=earth"

@@ -511,7 +511,9 @@ void COgcWcsSaxHelper::startElement(const XMLCh*, const XMLCh* localname, const 
       const char** text = place != nullptr ? place(*this) : nullptr;
       if (text != nullptr) GetAttributes(attrs, attribute.name, text);
     }
-    if (rule.text != nullptr || rule.names) m_collecting = &rule;
+    if (rule.text == nullptr && !rule.names) return;
+    m_collecting = &rule;
+    iElement = 0;
     return;
   }
 }

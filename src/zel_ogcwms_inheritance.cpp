@@ -103,11 +103,12 @@ bool hasVersion(const Layer& layer, const char* version) noexcept {
 } // namespace
 
 void COgcWms::OgcWmsApplyInheritance() {
-  if (nLayers < 2) return;
+  if (nLayers < 2 || m_inherited) return;
   const std::span layers(ppLayerCache.data(), static_cast<std::size_t>(nLayers));
-  for (const Layer* layer : layers) {
-    if (layer->iParent != -1) (void)layerAt(layer->iParent);
+  for (int i = 0; i < nLayers; ++i) {
+    if (const int parent = layerAt(i).iParent; parent != -1) (void)layerAt(parent);
   }
+  m_inherited = true;
   m_crsNames.inherit(layers);
   m_srsNames.inherit(layers);
 

@@ -50,6 +50,7 @@ void COgcWms::forgetCapabilities() noexcept {
   pLayers = nullptr;
   pCurLayer = nullptr;
   nLayers = 0;
+  m_inherited = false;
   m_arena.release();
 }
 
@@ -127,9 +128,11 @@ void COgcWms::refuseXml(const std::string& file) {
 }
 
 void COgcWms::OgcWmsGetNextLayerSkip(int n) {
-  const std::int64_t steps = std::max(n, 0);
-  pCurLayer = steps < nLayers ? ppLayerCache[static_cast<std::size_t>(steps)] : nullptr;
-  if (steps > nLayers) throw CCurlException("Error: unable to skip over the desired number of layers.");
+  pCurLayer = pLayers;
+  for (; n > 0; --n) {
+    if (pCurLayer == nullptr) throw CCurlException("Error: unable to skip over the desired number of layers.");
+    pCurLayer = pCurLayer->pNext;
+  }
 }
 
 const xWmsLayer_t* COgcWms::OgcWmsGetNextLayer() noexcept {

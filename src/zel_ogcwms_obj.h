@@ -189,7 +189,7 @@ public:
   void OgcWmsGetFeature(const char* query);
   /// @}
 
-  /// Completes the layers from the ones around them; once per document.
+  /// Completes the layers from the ones around them. A second time nothing changes.
   void OgcWmsApplyInheritance();
 
   /// \name Access to the capabilities
@@ -260,6 +260,7 @@ private:
   xWmsLayer_t* pLayers = nullptr;
   const xWmsLayer_t* pCurLayer = nullptr;
   std::int64_t nLayers = 0;
+  bool m_inherited = false;
   std::vector<xWmsLayer_t*> ppLayerCache;
   COgcWmsNames m_srsNames{&xWmsLayer_t::pSrs, &xWmsLayer_t::nSrs};
   COgcWmsNames m_crsNames{&xWmsLayer_t::pCrs, &xWmsLayer_t::nCrs};

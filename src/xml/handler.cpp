@@ -159,9 +159,9 @@ bool COgcSaxHelper::ExceptionText(const XMLCh* chars, XMLSize_t length) {
 }
 
 bool COgcSaxHelper::ExceptionEnd(const XMLCh* localname) {
+  iElement = 0;
   const bool service = iSection == OGC_SECTION_SERVICE_EXCEPTION_REPORT;
   if (!service && iSection != OGC_SECTION_EXCEPTION_REPORT) return false;
-  iElement = 0;
   if (ogcNameEquals(localname, service ? "serviceexceptionreport" : "exceptionreport")) {
     iSection = OGC_SECTION_NONE;
     iSubSection = 0;

@@ -14,8 +14,9 @@
 
 namespace {
 
-constexpr std::size_t expansionLimit = 5'000;
+constexpr std::size_t textLimit = 8 << 20;     // characters between two tags
 constexpr std::size_t expandedLimit = 8 << 20; // characters of all expansions
+constexpr std::size_t expansionCost = 100;     // characters that could be read while an expansion is set up
 constexpr std::size_t entityLimit = 8 << 10;   // characters of one entity
 constexpr std::size_t entitiesLimit = 1 << 20; // characters of all entities, each expanded once
 
@@ -58,14 +59,14 @@ xercesc::MemoryManager* COgcXmlMemory::getExceptionMemoryManager() {
   return xercesc::XMLPlatformUtils::fgMemoryManager;
 }
 
-COgcXmlMemory::COgcXmlMemory(std::size_t limit) : m_limit(limit), m_expansionLimit(expansionLimit) {}
+COgcXmlMemory::COgcXmlMemory(std::size_t limit) : m_limit(limit) {}
 
 void* COgcXmlMemory::allocate(XMLSize_t size) {
   if (size > m_limit - std::min(m_held, m_limit) && !m_refused) {
     refuse("reading it takes more than " + std::to_string(m_limit >> 20) + " MiB of memory");
   }
-  if (isReader(size) && ++m_readers > m_expansionLimit + 1 && !m_refused) {
-    refuse("it expands more than " + std::to_string(m_expansionLimit) + " entities of such size");
+  if (isReader(size) && m_expanded + ++m_unsettled * (expansionCost + m_largestEntity) > expandedLimit && !m_refused) {
+    refuse("it expands more than " + std::to_string(expandedLimit) + " characters of entities, or too many of them");
   }
   size = (size + 2 * header - 1) / header * header;
   auto* block = static_cast<std::byte*>(m_pool.allocate(size, header));
@@ -81,6 +82,11 @@ void COgcXmlMemory::refuse(std::string reason) {
   throw COgcXmlRefusal(std::move(reason));
 }
 
+void COgcXmlMemory::settleExpansions(std::size_t characters) noexcept {
+  m_expanded += m_unsettled * expansionCost + characters;
+  m_unsettled = 0;
+}
+
 void COgcXmlMemory::deallocate(void* block) noexcept {
   if (block == nullptr || m_refused) return;
   auto* start = static_cast<std::byte*>(block) - header;
@@ -89,13 +95,15 @@ void COgcXmlMemory::deallocate(void* block) noexcept {
   m_pool.deallocate(start, size, header);
 }
 
-COgcXmlGuard::COgcXmlGuard(xercesc::ContentHandler* handler, COgcXmlMemory& memory, std::size_t depthLimit)
-    : m_next(handler != nullptr ? *handler : m_nobody), m_memory(memory), m_depthLimit(depthLimit) {}
+COgcXmlGuard::COgcXmlGuard(xercesc::ContentHandler* handler, COgcXmlMemory& memory, const OgcXmlReading& reading)
+    : m_next(handler != nullptr ? *handler : m_nobody), m_memory(memory), m_reading(reading) {}
 
 void COgcXmlGuard::startElement(const XMLCh* uri, const XMLCh* localname, const XMLCh* qname,
                                 const xercesc::Attributes& attrs) {
-  if (++m_depth > m_depthLimit) {
-    throw COgcXmlRefusal("its elements are nested more than " + std::to_string(m_depthLimit) + " deep");
+  deliverText();
+  if (m_memory.hasUnsettledExpansions()) settleExpansions(attrs);
+  if (++m_depth > m_reading.limits.depth) {
+    throw COgcXmlRefusal("its elements are nested more than " + std::to_string(m_reading.limits.depth) + " deep");
   }
   m_work += m_depth + m_longestModel / modelPerStep + m_prefixes * (attrs.getLength() + 1) / prefixesPerStep;
   if (!m_attributeWork.empty()) {
@@ -110,8 +118,37 @@ void COgcXmlGuard::startElement(const XMLCh* uri, const XMLCh* localname, const 
 }
 
 void COgcXmlGuard::endElement(const XMLCh* uri, const XMLCh* localname, const XMLCh* qname) {
+  deliverText();
   --m_depth;
   m_next.endElement(uri, localname, qname);
+}
+
+void COgcXmlGuard::characters(const XMLCh* chars, XMLSize_t length) {
+  if (length > textLimit - m_text.size()) {
+    throw COgcXmlRefusal("it has a text of more than " + std::to_string(textLimit) + " characters");
+  }
+  m_text.append(chars, length);
+}
+
+void COgcXmlGuard::deliverText() {
+  if (m_text.empty()) return;
+  m_next.characters(m_text.data(), m_text.size());
+  m_text.clear();
+}
+
+// What was expanded in attributes is in their values now. Other types than CDATA lose their blanks.
+void COgcXmlGuard::settleExpansions(const xercesc::Attributes& attrs) {
+  std::size_t length = 0;
+  for (XMLSize_t i = 0; i < attrs.getLength(); ++i) {
+    if (!xercesc::XMLString::equals(attrs.getType(i), xercesc::XMLUni::fgCDATAString)) return;
+    length += xercesc::XMLString::stringLen(attrs.getValue(i));
+  }
+  m_memory.settleExpansions(length);
+}
+
+void COgcXmlGuard::startEntity(const XMLCh* name) {
+  const auto entity = m_entities.find(name);
+  if (entity != m_entities.end()) m_memory.settleExpansions(entity->second.length);
 }
 
 void COgcXmlGuard::startDTD(const XMLCh*, const XMLCh*, const XMLCh* systemId) {
@@ -121,6 +158,7 @@ void COgcXmlGuard::startDTD(const XMLCh*, const XMLCh*, const XMLCh* systemId) {
 void COgcXmlGuard::internalEntityDecl(const XMLCh* name, const XMLCh* value) {
   Entity& entity = m_entities[name];
   const OgcXmlString text(value != nullptr ? value : u"");
+  entity.length = text.size();
   std::size_t size = 0;
   for (std::size_t at = 0; at < text.size(); ++size) {
     const std::size_t end = text[at] == u'&' || text[at] == u'%' ? text.find(u';', at) : text.npos;
@@ -140,7 +178,7 @@ void COgcXmlGuard::internalEntityDecl(const XMLCh* name, const XMLCh* value) {
     COgcUtf8 utf8;
     throw COgcXmlRefusal("with entity (" + std::string(utf8(name)) + ") " + refusal.reason());
   }
-  m_memory.limitExpansions(std::min(expansionLimit, expandedLimit / m_largest));
+  m_memory.setLargestEntity(m_largest);
 }
 
 void COgcXmlGuard::grow(Entity& entity, std::size_t by) {
@@ -158,15 +196,18 @@ void COgcXmlGuard::grow(Entity& entity, std::size_t by) {
 }
 
 void COgcXmlGuard::elementDecl(const XMLCh*, const XMLCh* model) {
+  if (!m_reading.validates) return;
   const std::size_t length = xercesc::XMLString::stringLen(model);
   m_longestModel = std::max(m_longestModel, length);
   addModel(length);
 }
 
-void COgcXmlGuard::attributeDecl(const XMLCh* element, const XMLCh*, const XMLCh* type, const XMLCh*,
+void COgcXmlGuard::attributeDecl(const XMLCh* element, const XMLCh* name, const XMLCh* type, const XMLCh*,
                                  const XMLCh* value) {
   using xercesc::XMLString;
-  const std::size_t length = XMLString::stringLen(type);
+  const bool isNamespace = XMLString::equals(name, u"xmlns") || XMLString::startsWith(name, u"xmlns:");
+  if (isNamespace && m_reading.fast) throw OgcXmlNamespaceDeclared{};
+  const std::size_t length = m_reading.validates ? XMLString::stringLen(type) : 0;
   addModel(length);
   m_attributeWork[element] += workPerAttribute + length + XMLString::stringLen(value);
 }
@@ -176,12 +217,15 @@ void COgcXmlGuard::addModel(std::size_t length) {
   if (m_modelWork > modelWork) throw COgcXmlRefusal("the content models or the choices in its DTD are too long");
 }
 
-COgcXmlReader::COgcXmlReader(xercesc::ContentHandler* handler, const OgcXmlLimits& limits)
-    : m_memory(limits.memory), m_guard(handler, m_memory, limits.depth), m_reader(&m_memory) {
+COgcXmlReader::COgcXmlReader(xercesc::ContentHandler* handler, const OgcXmlReading& reading)
+    : m_memory(reading.limits.memory), m_guard(handler, m_memory, reading), m_reader(&m_memory) {
   m_reader.setContentHandler(&m_guard);
   m_reader.setLexicalHandler(&m_guard);
   m_reader.setDeclarationHandler(&m_guard);
   m_reader.setFeature(xercesc::XMLUni::fgXercesDisableDefaultEntityResolution, true);
+  if (reading.fast) {
+    m_reader.setProperty(xercesc::XMLUni::fgXercesScannerName, const_cast<XMLCh*>(xercesc::XMLUni::fgDGXMLScanner));
+  }
 }
 
 COgcXmlFile::COgcXmlFile(std::string path) : InputSource(ogcXmlChars(path).c_str()), m_path(std::move(path)) {}

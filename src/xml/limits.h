@@ -43,12 +43,16 @@ class COgcXmlMemory final : public xercesc::MemoryManager {
 public:
   explicit COgcXmlMemory(std::size_t limit);
 
-  /// \throws COgcXmlRefusal once, when there is too much, or too many entities were expanded.
+  /// \throws COgcXmlRefusal once, when there is too much, or when the entities expanded are too large.
   void* allocate(XMLSize_t size) override;
   void deallocate(void* block) noexcept override;
   MemoryManager* getExceptionMemoryManager() override;
-  /// Refuses from now on to expand more than `count` entities in all.
-  void limitExpansions(std::size_t count) noexcept { m_expansionLimit = count; }
+  /// Until it is known which entities are expanded, each counts as one of `characters`: the largest.
+  void setLargestEntity(std::size_t characters) noexcept { m_largestEntity = characters; }
+  /// The entities expanded since the last call had so many characters together.
+  void settleExpansions(std::size_t characters) noexcept;
+  /// Is there an expansion that was not settled?
+  [[nodiscard]] bool hasUnsettledExpansions() const noexcept { return m_unsettled > 0; }
 
 private:
   [[noreturn]] void refuse(std::string reason);
@@ -56,17 +60,29 @@ private:
   std::pmr::unsynchronized_pool_resource m_pool;
   std::size_t m_limit;
   std::size_t m_held = 0;
-  std::size_t m_readers = 0; ///< made so far: the document's own, and one for each expansion
-  std::size_t m_expansionLimit;
+  std::size_t m_expanded = 0;  ///< characters of the expansions that were settled
+  std::size_t m_unsettled = 0; ///< number of the others
+  std::size_t m_largestEntity = 1;
   bool m_refused = false;
 };
 
+/// Thrown through the parser when a DTD declares a namespace for elements, which the fast scanner would ignore.
+struct OgcXmlNamespaceDeclared {};
+
+/// How a document is to be read.
+struct OgcXmlReading {
+  OgcXmlLimits limits;
+  bool validates; ///< against a DTD: its content models cost time
+  bool fast;      ///< with the scanner that is a quarter faster than the default one, but knows no schemas
+};
+
 /// Watches a document on its way to the handler: how deep its elements nest, how large its entities can get, and what
-/// each element costs the parser beyond the characters it has.
+/// each element costs the parser beyond the characters it has. Joins the pieces in which the parser delivers a text:
+/// all characters between two tags reach the handler as one.
 class COgcXmlGuard final : public xercesc::DefaultHandler {
 public:
   /// \param handler  gets the content; null for nobody
-  COgcXmlGuard(xercesc::ContentHandler* handler, COgcXmlMemory& memory, std::size_t depthLimit);
+  COgcXmlGuard(xercesc::ContentHandler* handler, COgcXmlMemory& memory, const OgcXmlReading& reading);
 
   /// System identifier of the external DTD subset, empty when the document names none.
   [[nodiscard]] const OgcXmlString& dtd() const noexcept { return m_dtd; }
@@ -87,7 +103,7 @@ public:
   void startElement(const XMLCh* uri, const XMLCh* localname, const XMLCh* qname,
                     const xercesc::Attributes& attrs) override;
   void endElement(const XMLCh* uri, const XMLCh* localname, const XMLCh* qname) override;
-  void characters(const XMLCh* chars, XMLSize_t length) override { m_next.characters(chars, length); }
+  void characters(const XMLCh* chars, XMLSize_t length) override;
   void ignorableWhitespace(const XMLCh* chars, XMLSize_t length) override { m_next.ignorableWhitespace(chars, length); }
   void processingInstruction(const XMLCh* target, const XMLCh* data) override {
     m_next.processingInstruction(target, data);
@@ -98,6 +114,7 @@ public:
   /// \name Declarations
   /// @{
   void startDTD(const XMLCh* name, const XMLCh* publicId, const XMLCh* systemId) override;
+  void startEntity(const XMLCh* name) override;
   void internalEntityDecl(const XMLCh* name, const XMLCh* value) override;
   void elementDecl(const XMLCh* name, const XMLCh* model) override;
   void attributeDecl(const XMLCh* element, const XMLCh* name, const XMLCh* type, const XMLCh* mode,
@@ -106,17 +123,21 @@ public:
 
 private:
   struct Entity {
+    std::size_t length = 0;     ///< characters of its own value
     std::size_t size = 0;       ///< characters of the full expansion, and one for each reference in it
     std::vector<Entity*> users; ///< whose values refer to it, once for each reference
   };
 
   void grow(Entity& entity, std::size_t by);
+  void settleExpansions(const xercesc::Attributes& attrs);
+  void deliverText();
   void addModel(std::size_t length);
 
   xercesc::DefaultHandler m_nobody;
   xercesc::ContentHandler& m_next;
   COgcXmlMemory& m_memory;
-  std::size_t m_depthLimit;
+  OgcXmlReading m_reading;
+  OgcXmlString m_text; ///< since the last tag
   std::size_t m_depth = 0;
   std::size_t m_elements = 0;
   std::size_t m_prefixes = 0; ///< in scope
@@ -133,7 +154,7 @@ private:
 /// A SAX2 reader with its limits. Resolver and features are the caller's to set; Xerces itself opens nothing.
 class COgcXmlReader {
 public:
-  COgcXmlReader(xercesc::ContentHandler* handler, const OgcXmlLimits& limits);
+  COgcXmlReader(xercesc::ContentHandler* handler, const OgcXmlReading& reading);
 
   xercesc::SAX2XMLReaderImpl* operator->() noexcept { return &m_reader; }
   [[nodiscard]] COgcXmlMemory& memory() noexcept { return m_memory; }

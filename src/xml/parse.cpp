@@ -6,6 +6,7 @@
 
 #include <filesystem>
 #include <utility>
+#include <xercesc/sax/ErrorHandler.hpp>
 #include <xercesc/sax/SAXParseException.hpp>
 #include <xercesc/util/PlatformUtils.hpp>
 #include <xercesc/util/XMLException.hpp>
@@ -46,6 +47,30 @@ const SchemaMode& schemaMode(int checking) noexcept {
 const DtdMode* dtdMode(int validation) noexcept {
   return validation >= 0 && validation <= 2 ? &dtdModes[validation] : nullptr;
 }
+
+/// Passes the parser's reports on; those that came before the reading began anew only once.
+class Reports final : public xercesc::ErrorHandler {
+public:
+  explicit Reports(xercesc::ErrorHandler* handler) : m_handler(handler) {}
+  void warning(const xercesc::SAXParseException& e) override {
+    if (isNew()) m_handler->warning(e);
+  }
+  void error(const xercesc::SAXParseException& e) override {
+    if (isNew()) m_handler->error(e);
+  }
+  void fatalError(const xercesc::SAXParseException& e) override {
+    if (m_handler != nullptr) m_handler->fatalError(e);
+  }
+  void resetErrors() override {}
+  void beginAnew() noexcept { m_known = std::exchange(m_seen, 0); }
+
+private:
+  bool isNew() noexcept { return ++m_seen > m_known && m_handler != nullptr; }
+
+  xercesc::ErrorHandler* m_handler;
+  std::size_t m_seen = 0;
+  std::size_t m_known = 0; ///< of the reports that come first
+};
 
 [[noreturn]] void failParser(const char* kind, const XMLCh* message) {
   COgcUtf8 utf8;
@@ -89,25 +114,35 @@ void COgcBase::parse(COgcSaxHelper* handler, const char* file, int schemaCheckin
   const DtdMode* dtd = dtdMode(validationMode);
   const SchemaMode& schema = schemaMode(schemaChecking);
   const std::string path = std::filesystem::absolute(file).string();
-
-  COgcXmlReader reader(handler, schema.process ? ogcXmlSchemaLimits : ogcXmlDocumentLimits);
-  COgcXmlResolver resolver(*this, reader, path, {dtd != nullptr && dtd->load, schema.process});
-  reader->setXMLEntityResolver(&resolver);
-  reader->setErrorHandler(handler);
-  // A quarter faster than the default scanner, which alone knows schemas.
-  if (!schema.process) {
-    reader->setProperty(XMLUni::fgXercesScannerName, const_cast<XMLCh*>(XMLUni::fgDGXMLScanner));
-  }
-  if (dtd != nullptr) {
-    reader->setFeature(XMLUni::fgXercesLoadExternalDTD, dtd->load);
-    reader->setFeature(XMLUni::fgSAX2CoreValidation, dtd->validate);
-    reader->setFeature(XMLUni::fgXercesDynamic, dtd->dynamic);
-    OgcBaseStatus(dtd->status);
-  }
-  reader->setFeature(XMLUni::fgXercesSchema, schema.process);
-  reader->setFeature(XMLUni::fgXercesSchemaFullChecking, schema.full);
+  if (dtd != nullptr) OgcBaseStatus(dtd->status);
   OgcBaseStatus(schema.status);
-  reader->parse(COgcXmlFile(path));
+
+  const bool loadsDtd = dtd != nullptr && dtd->load;
+  OgcXmlReading reading{schema.process ? ogcXmlSchemaLimits : ogcXmlDocumentLimits, dtd == nullptr || dtd->validate,
+                        !schema.process};
+  COgcXmlResolver resolver(*this, path, {loadsDtd, schema.process});
+  Reports reports(handler);
+  const auto read = [&] {
+    COgcXmlReader reader(handler, reading);
+    resolver.serve(reader);
+    reader->setXMLEntityResolver(&resolver);
+    reader->setErrorHandler(&reports);
+    if (dtd != nullptr) {
+      reader->setFeature(XMLUni::fgXercesLoadExternalDTD, dtd->load);
+      reader->setFeature(XMLUni::fgSAX2CoreValidation, dtd->validate);
+      reader->setFeature(XMLUni::fgXercesDynamic, dtd->dynamic);
+    }
+    reader->setFeature(XMLUni::fgXercesSchema, schema.process);
+    reader->setFeature(XMLUni::fgXercesSchemaFullChecking, schema.full);
+    reader->parse(COgcXmlFile(path));
+  };
+  try {
+    read();
+  } catch (const OgcXmlNamespaceDeclared&) { // a DTD comes before any content
+    reading.fast = false;
+    reports.beginAnew();
+    read();
+  }
 }
 
 void COgcBase::failParse(const char* file) {

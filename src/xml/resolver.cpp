@@ -39,6 +39,7 @@ public:
     const std::unique_ptr<char, decltype(&curl_free)> owner(text, curl_free);
     return text;
   }
+  void dropFragment() { curl_url_set(m_url.get(), CURLUPART_FRAGMENT, nullptr, 0); }
   [[nodiscard]] bool isFile() const { return get(CURLUPART_SCHEME) == "file"; }
   [[nodiscard]] bool sameServer(const Url& other) const {
     const auto same = [&](CURLUPart part) {
@@ -60,6 +61,14 @@ private:
   std::unique_ptr<CURLU, decltype(&curl_url_cleanup)> m_url{curl_url(), curl_url_cleanup};
 };
 
+/// The directory of a file in its shortest form. "a/.." goes where the file system goes, also when "a" is a link.
+fs::path directoryOf(const fs::path& file) {
+  const fs::path directory = file.parent_path();
+  fs::path shortest = directory.lexically_normal();
+  std::error_code none;
+  return fs::equivalent(directory, shortest, none) ? shortest : fs::weakly_canonical(directory, none);
+}
+
 std::string utf8(const XMLCh* text) {
   COgcUtf8 convert;
   return std::string(convert(text));
@@ -67,12 +76,10 @@ std::string utf8(const XMLCh* text) {
 
 } // namespace
 
-COgcXmlResolver::COgcXmlResolver(COgcBase& client, COgcXmlReader& reader, const std::string& path,
-                                 OgcXmlGrammars wanted)
+COgcXmlResolver::COgcXmlResolver(COgcBase& client, const std::string& path, OgcXmlGrammars wanted)
     : m_client(client),
-      m_reader(reader),
-      m_directory(fs::path(path).lexically_normal().parent_path()),
-      m_document(Url::ofFile(path)),
+      m_directory(directoryOf(path)),
+      m_document(Url::ofFile(m_directory / fs::path(path).filename())),
       m_wanted(wanted) {}
 
 xercesc::InputSource* COgcXmlResolver::resolveEntity(xercesc::XMLResourceIdentifier* resource) {
@@ -84,7 +91,7 @@ xercesc::InputSource* COgcXmlResolver::resolveEntity(xercesc::XMLResourceIdentif
     return m_wanted.schema && !name.empty() ? schema(name, base) : nullptr;
   }
   if (m_schemas.contains(base)) return source({}, name); // schemas do without
-  if (name != utf8(m_reader.guard().dtd().c_str())) {
+  if (name != utf8(m_reader->guard().dtd().c_str())) {
     throw COgcXmlRefusal("it refers to the external entity (" + name + "), which is never read");
   }
   if (!m_wanted.dtd) return source({}, name);
@@ -97,13 +104,15 @@ xercesc::InputSource* COgcXmlResolver::resolveEntity(xercesc::XMLResourceIdentif
 }
 
 xercesc::InputSource* COgcXmlResolver::schema(const std::string& name, const std::string& base) {
+  std::string id = name;
   try {
-    const std::string id = locate(name, base);
+    id = locate(name, base);
+    if (m_unused.contains(id)) return nullptr;
     const std::string& content = load(id);
-    m_schemas.insert(id);
-    check(content, id);
+    if (m_schemas.insert(id).second) check(content, id);
     return source(content, id);
   } catch (const COgcXmlRefusal& refusal) {
+    if (!m_unused.insert(id).second) return nullptr;
     m_client.OgcBaseWarn(
         formatLimited(messageLimit, "Warning: XML Schema is not used: %s.", refusal.reason().c_str()).c_str());
     return nullptr;
@@ -112,8 +121,7 @@ xercesc::InputSource* COgcXmlResolver::schema(const std::string& name, const std
 
 // The parser reads schemas with a reader of its own, which knows no guard.
 void COgcXmlResolver::check(const std::string& content, const std::string& id) {
-  COgcXmlReader reader(nullptr, schemaTextLimits);
-  reader->setProperty(xercesc::XMLUni::fgXercesScannerName, const_cast<XMLCh*>(xercesc::XMLUni::fgDGXMLScanner));
+  COgcXmlReader reader(nullptr, {schemaTextLimits, false, false});
   reader->setXMLEntityResolver(this);
   const std::unique_ptr<xercesc::InputSource> input(source(content, id));
   try {
@@ -125,7 +133,7 @@ void COgcXmlResolver::check(const std::string& content, const std::string& id) {
 }
 
 xercesc::InputSource* COgcXmlResolver::source(const std::string& content, const std::string& id) {
-  xercesc::MemoryManager* memory = &m_reader.memory();
+  xercesc::MemoryManager* memory = &m_reader->memory();
   return new (memory) xercesc::MemBufInputSource(reinterpret_cast<const XMLByte*>(content.data()), content.size(),
                                                  ogcXmlChars(id).c_str(), false, memory);
 }
@@ -142,18 +150,25 @@ std::string COgcXmlResolver::locate(const std::string& name, const std::string& 
   } else if (scheme != "http" && scheme != "https") {
     throw COgcXmlRefusal("(" + name + ") is neither a local file nor on an HTTP server");
   }
+  url.dropFragment();
   return url.get(CURLUPART_URL);
 }
 
 const std::string& COgcXmlResolver::load(const std::string& id) {
-  const Url url(id);
-  m_contents.push_back(url.isFile() ? readFile(url.get(CURLUPART_PATH, CURLU_URLDECODE)) : fetch(id));
-  m_loaded += m_contents.back().size();
-  if (m_loaded > sizeLimit || m_contents.size() > countLimit) {
+  const auto known = m_contents.find(id);
+  if (known != m_contents.end()) return known->second;
+  std::string content = read(id);
+  m_loaded += content.size();
+  if (m_loaded > sizeLimit || m_contents.size() == countLimit) {
     throw COgcXmlRefusal("(" + id + ") is too much: at most " + std::to_string(sizeLimit >> 20) + " MiB in " +
                          std::to_string(countLimit) + " files are read");
   }
-  return m_contents.back();
+  return m_contents.emplace(id, std::move(content)).first->second;
+}
+
+std::string COgcXmlResolver::read(const std::string& id) {
+  const Url url(id);
+  return url.isFile() ? readFile(url.get(CURLUPART_PATH, CURLU_URLDECODE)) : fetch(id);
 }
 
 std::string COgcXmlResolver::readFile(const std::string& path) const {

@@ -5,8 +5,8 @@
 #include "xml/limits.h"
 
 #include <cstdint>
-#include <deque>
 #include <filesystem>
+#include <map>
 #include <set>
 #include <string>
 #include <xercesc/util/XMLEntityResolver.hpp>
@@ -29,7 +29,10 @@ struct OgcXmlGrammars {
 class COgcXmlResolver final : public xercesc::XMLEntityResolver {
 public:
   /// \param path  the document, absolute
-  COgcXmlResolver(COgcBase& client, COgcXmlReader& reader, const std::string& path, OgcXmlGrammars wanted);
+  COgcXmlResolver(COgcBase& client, const std::string& path, OgcXmlGrammars wanted);
+
+  /// Gives the sources to `reader` from now on. What was loaded for another one is not loaded again.
+  void serve(COgcXmlReader& reader) noexcept { m_reader = &reader; }
 
   /// \return the source, an empty one, or null for a schema that cannot be had, after a warning.
   /// \throws COgcXmlRefusal for an entity, or for a DTD that cannot be had.
@@ -40,18 +43,20 @@ private:
   xercesc::InputSource* schema(const std::string& name, const std::string& base);
   void check(const std::string& content, const std::string& id);
   const std::string& load(const std::string& id);
+  std::string read(const std::string& id);
   std::string locate(const std::string& name, const std::string& base) const;
   std::string readFile(const std::string& path) const;
   std::string fetch(const std::string& url);
   static int report(char* name, unsigned long self, const char* text, xProgressValues* figures);
 
   COgcBase& m_client;
-  COgcXmlReader& m_reader;
+  COgcXmlReader* m_reader = nullptr;
   std::filesystem::path m_directory; ///< of the document
   std::string m_document;            ///< its URL
   OgcXmlGrammars m_wanted;
-  std::deque<std::string> m_contents; ///< of DTD and schemas, while the parser reads them
-  std::size_t m_loaded = 0;           ///< their bytes
-  std::set<std::string> m_schemas;    ///< URLs of what was read as a schema
-  bool m_overlong = false;            ///< what is being fetched
+  std::map<std::string, std::string> m_contents; ///< of DTD and schemas, by URL
+  std::size_t m_loaded = 0;                      ///< their bytes
+  std::set<std::string> m_schemas;               ///< URLs of what was read as a schema
+  std::set<std::string> m_unused;                ///< URLs of schemas that cannot be had
+  bool m_overlong = false;                       ///< what is being fetched
 };

@@ -53,6 +53,16 @@ def test_grammars_are_fetched_from_servers(read, grammars):
         assert out.splitlines()[-1].startswith("true")
 
 
+def test_what_is_imported_again_is_fetched_once(read, http):
+    diamond = {"top": ("left", "right", "none"), "left": ("shared", "none"), "right": ("shared", "./shared")}
+    for name in ("top", "left", "right", "shared"):
+        parts = "".join(f'<xs:include schemaLocation="{part}.xsd"/>' for part in diamond.get(name, ()))
+        (http.root / f"{name}.xsd").write_text(XSD % parts)
+    out = read(http.url + "/top.xsd", "localhost", http.port)
+    assert out.count("Sending Http Get Request") == 5 and out.count("is not used") == 1, out
+    assert all(out.count(f"/{name}.xsd\n") == 1 for name in ("top", "left", "right", "shared", "none")), out
+
+
 def test_credentials_go_to_the_clients_own_server_only(read, grammars):
     schema = grammars.url + "/basic/outer.xsd"
     assert "updateSequence" in read(schema, "localhost", grammars.port)

@@ -1,6 +1,7 @@
 """Maps and coverages from a real server, and what both services refuse."""
 
 import json
+import urllib.parse
 
 import pytest
 from osgeo import gdal
@@ -54,6 +55,20 @@ def test_layers(on, ogc, version, names):
         assert set(other.styles) == {style["NAME"] for style in layer["STYLE"]} - {""}
         assert set(other.crsOptions) == set(layer[names]) and layer["PARENT"] == (other.parent and str(
             [one["NAME"] for one in layers].index(other.parent.name)) or "-1")
+
+
+@pytest.mark.parametrize("version", ["1.1.1", "1.3.0"])
+def test_an_inspire_service(on, ogc, version):
+    """Its document in version 1.1.1 has namespaces that its DTD declares. A name with a comma can only be listed."""
+    names = ["Wald & Wiese, l'Île \"R&D\" 100 % #1", "l'Île \"R&D\" 100 % #1"]
+    query = MAP.replace("earth", urllib.parse.quote(names[1])) + "&CRS=CRS:84&FORMAT=image/png"
+    root, *listed, file = on("WMS", f"""
+      o:GetCapabilities()
+      for _, layer in ipairs(o:GetLayers()) do print(layer.NAME) end
+      print(o:GetMap("{query}"))
+    """, ogc.inspire, version)
+    assert root == "inspire" and listed == names
+    assert gdal.Open(file).ReadAsArray().std() > 20
 
 
 def test_coverages(on, ogc):

@@ -132,11 +132,11 @@ CAPABILITIES = {
     capabilities("<Service><ContentMetadata><CoverageOfferingBrief><name>a<CoverageOfferingBrief>lost</CoverageOfferingBrief>"
                  "</name></CoverageOfferingBrief></ContentMetadata></Service>"):
         (None, "INDEX=0 NAME=a VERSION=1.0.0; INDEX=1 VERSION=1.0.0"),
-    # keywords go to the section they are in, runs of text are joined, a child ends the text
+    # keywords go to the section they are in, texts are whole, a child ends them
     capabilities("<Service><keyword>R&amp;D<![CDATA[ <x>]]></keyword></Service><ContentMetadata><CoverageOfferingBrief><name>a"
                  "<x>b</x>c</name><keyword/></CoverageOfferingBrief><CoverageOfferingBrief/><CoverageOfferingBrief><keywords>"
                  "<keyword>k1</keyword></keywords><keyword>k2</keyword></CoverageOfferingBrief></ContentMetadata>"):
-        ("KEYWORDS=[R &D  <x>]", "INDEX=0 NAME=a b VERSION=1.0.0; INDEX=1 VERSION=1.0.0; INDEX=2 KEYWORDS=[k1; k2] VERSION=1.0.0"),
+        ("KEYWORDS=[R&D <x>]", "INDEX=0 NAME=a b VERSION=1.0.0; INDEX=1 VERSION=1.0.0; INDEX=2 KEYWORDS=[k1; k2] VERSION=1.0.0"),
     # runs of position text are counted in a brief, of time positions in the document; what has no brief is ignored
     capabilities("<ContentMetadata><name>n</name><keyword>k</keyword><pos dimension='1'>1</pos><lonLatEnvelope srsName='s'/>"
                  "<CoverageOfferingBrief><lonLatEnvelope srsName='EPSG:4326'><pos dimension='2'>1 2</pos><pos dimension='3'>"
@@ -144,7 +144,7 @@ CAPABILITIES = {
                  "<description>d</description><label>l</label></CoverageOfferingBrief><CoverageOfferingBrief>"
                  "<pos dimension='2'/><pos dimension='3'>1</pos><timePosition>t2</timePosition><timePosition>t3</timePosition>"
                  "</CoverageOfferingBrief></ContentMetadata><name>behind</name>"):
-        (None, "INDEX=0 LABEL=l SRS_NAME=EPSG:4326 POS1=1 2 DIMS1=2 POS2=3 DIMS2=3 TM_POS1=t1 DESCRIPTION=d VERSION=1.0.0; "
+        (None, "INDEX=0 LABEL=l SRS_NAME=EPSG:4326 POS1=1 2 DIMS1=2 POS2=3 4 DIMS2=3 TM_POS1=t1 DESCRIPTION=d VERSION=1.0.0; "
                "INDEX=1 POS1=1 DIMS1=2 3 TM_POS2=t2 VERSION=1.0.0"),
 }
 

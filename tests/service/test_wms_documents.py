@@ -127,9 +127,10 @@ LAYERS = {
         "0 -1 1 NAME=a / 1 0 2 NAME=b c TITLE=t",
     "<x:LAYER QUERYABLE='1' x:Opaque=''><x:nAmE>n</x:nAmE><TITLE>t</TITLE></x:LAYER>": "0 -1 1 NAME=n TITLE=t QUERYABLE=1",
     # runs of text
-    "<Layer><Title>R&amp;D <b>x</b> lost</Title><Abstract></Abstract></Layer>": "0 -1 1 TITLE=R &D  x",
+    "<Layer><Title>R&amp;D <b>x</b> lost</Title><Abstract></Abstract></Layer>": "0 -1 1 TITLE=R&D  x",
+    "<Layer><Name>Wald &amp; W&#105;e<!-- -->se, l<?pi?>'<![CDATA[Île]]></Name></Layer>": "0 -1 1 NAME=Wald & Wiese, l'Île",
     "<Layer><SRS>A  B,C , D</SRS><SRS/><SRS>E&amp;F G</SRS></Layer>": "0 -1 1 SRS 3[A][B][C]",
-    "<Layer><CRS>A B</CRS><x/><CRS>C&amp;D</CRS></Layer>": "0 -1 1 CRS 2[A B][C &D]",
+    "<Layer><CRS>A B</CRS><x/><CRS>C&amp;D</CRS></Layer>": "0 -1 1 CRS 2[A B][C&D]",
     "<Layer><KeywordList><Keyword>a</Keyword><Keyword/></KeywordList><Keyword>no</Keyword><KeywordList><Keyword>b</Keyword>"
     "</KeywordList></Layer>": "0 -1 1 KEYWORD 3[a][-][b]",
     # the lat-lon box stays open until another grouping element

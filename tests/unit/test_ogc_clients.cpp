@@ -82,6 +82,10 @@ TEST_F(Clients, CursorsAndIndexesKnowTheirLimits) {
   EXPECT_EQ(wms.OgcWmsGetLyrStyle(0, 5), nullptr);
   EXPECT_TRUE(wms.OgcWmsGetLyrStyle(1, 0) && wms.OgcWmsGetLyrDim(1, 0) && wms.OgcWmsGetLyrFeat(1, 0))
       << "empty records";
+  wms.OgcWmsAllocateLayerPtrCache(10, 0);
+  wms.OgcWmsGetNextLayerSkip(2);
+  EXPECT_EQ(wms.OgcWmsGetNextLayer()->iIndex, 2) << "the list is there without the cache";
+  EXPECT_NE(errorOf([&] { (void)wms.OgcWmsGetLayer(2); }), "");
 
   const std::string file =
       write("offering.xml",
@@ -97,6 +101,24 @@ TEST_F(Clients, CursorsAndIndexesKnowTheirLimits) {
   EXPECT_EQ(wcs.OgcWcsGetCORngAxisIntCount(1, -1), 2) << "the largest of all";
   EXPECT_STREQ(wcs.OgcWcsGetCORngAxisInt(1, 1, 1)->min, "2");
   EXPECT_EQ(wcs.OgcWcsGetCORngAxisInt(1, 2, 0), nullptr);
+}
+
+TEST_F(Clients, LayersInheritOnce) {
+  EXPECT_EQ(readLayers("<Layer><Style/><AuthorityURL/><CRS>c</CRS><Layer><Style/><Layer/></Layer></Layer>"), "");
+  wms.OgcWmsApplyInheritance();
+  const xWmsLayer_t* layer = wms.OgcWmsGetLayer(2);
+  EXPECT_TRUE(layer->nStyle == 2 && layer->nAuthorityUrl == 1 && layer->nCrs == 1);
+  EXPECT_EQ(wms.OgcWmsGetLyrStyle(2, 2), nullptr) << "the list ends";
+}
+
+/// Every end tag ends a report's text, whatever section has opened inside.
+TEST_F(Clients, ReportsHoldTheirOwnTexts) {
+  const std::string file =
+      write("report.xml", "<ExceptionReport><ExceptionText>t<WCS_Capabilities version='1.0.0'>"
+                          "<Service><fees>f</fees>lost<label>l</label></Service></WCS_Capabilities>"
+                          "</ExceptionText></ExceptionReport>");
+  EXPECT_EQ(errorOf([&] { wcs.OgcWcsGetCap(file.c_str(), nullptr, 0, 0); }),
+            "Error: Remote OGC server returned a exception report: (Exception Text= t).");
 }
 
 TEST_F(Clients, CacheOfLayersGrowsBeforeItIsFull) {

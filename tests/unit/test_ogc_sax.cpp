@@ -121,7 +121,7 @@ TEST_F(Ogc, ExceptionReportsOfBothFormsAreCollected) {
                 service + "( Code= c  Locator= l Service Exception Text= text)."},
                {"<s:serviceexceptionreport xmlns:s='u'><s:SERVICEEXCEPTION>a&amp;b</s:SERVICEEXCEPTION>"
                 "</s:serviceexceptionreport>",
-                service + "( Code=  Locator= Service Exception Text= a Service Exception Text= &b)."},
+                service + "( Code=  Locator= Service Exception Text= a&b)."},
                {"<ExceptionReport><Exception exceptionCode='c'>no<ExceptionText>text</ExceptionText></Exception>"
                 "</ExceptionReport>",
                 report + "( Code= c Exception Text= text)."},
