@@ -35,16 +35,22 @@ function service.tell(s, text)
   if not s.options.quiet then io.stderr:write(text, "\n") end
 end
 
+--- Raises the server's words when its last answer was a refusal.
+function service.check_answer(s)
+  local refused = refusal_of(s.object)
+  if not refused then return end
+  local place = (refused.code or "") .. (refused.code and refused.locator and ", " or "") .. (refused.locator or "")
+  errors.raise("the server refused: " .. refused.text .. (place ~= "" and " (" .. place .. ")" or ""), refused)
+end
+
 -- Raises what went wrong in a method; what is no failure of the request (Ctrl-C, an error of the script's own status
 -- routine, a cancel) goes on as it is.
 local function fail(object, why)
   if type(why) ~= "string" or not why:find("ZELNETOGC", 1, true) or why:find("Cancel request detected", 1, true) then
     error(why, 0)
   end
-  local refused = refusal_of(object)
-  if not refused then errors.raise(without_frame(why)) end
-  local place = table.concat({refused.code, refused.locator}, ", ")
-  errors.raise("the server refused: " .. refused.text .. (place ~= "" and " (" .. place .. ")" or ""), refused)
+  service.check_answer{object = object}
+  errors.raise(without_frame(why))
 end
 
 --- Calls a method of the service's object, several times where that may help.

@@ -7,6 +7,7 @@
 -- s.max_width, s.max_height, s.max_layers  limits of a map; nil without one
 -- s.record, s.object                    the service structure (nil without one), the ZELnetOGCWMS object
 -- s:map{...}                            fetches a map, see zel.ogc.map
+-- s:info{...}                           asks what is at a place, see zel.ogc.info
 -- s:close()                             releases the object; `local s <close>` does so, too
 --
 -- A layer: name, title, abstract, keywords, level (from 1), parent, children, box {west, south, east, north} in degrees,
@@ -24,6 +25,7 @@ local VERSIONS = {"1.3.0", "1.1.1", "1.1.0"} -- the highest first
 local Wms = {}
 Wms.__index = Wms
 Wms.map = require "zel.ogc.map"
+Wms.info = require "zel.ogc.info"
 
 function Wms:close() self.object:close() end
 Wms.__close = Wms.close
