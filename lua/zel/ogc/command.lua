@@ -127,6 +127,8 @@ return function(words)
   check_url(o)
   local done, why = pcall(commands[o.command], o)
   if done then exit(0) end
-  if tostring(why):find("interrupted!", 1, true) then exit(INTERRUPTED, "interrupted") end
+  if tostring(why):find("interrupted!", 1, true) or tostring(why):find("Cancel request detected", 1, true) then
+    exit(INTERRUPTED, "interrupted")
+  end
   exit(FAILED, one_line(why))
 end

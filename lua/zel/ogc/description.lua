@@ -28,7 +28,7 @@ local function grid(entry)
   for i in ipairs(low) do size[i] = high[i] - low[i] + 1 end
   return {crs = records.text(entry.SRS_NAME), size = size, low = low, high = high,
           axes = records.list(entry.AXIS_NAMES), origin = records.numbers(entry.ORIGIN_POS),
-          offsets = records.map(entry.OFFSET_VECTORS, nil, records.numbers), rectified = entry.RECTIFIED == "1"}
+          offsets = records.map(entry.OFFSET_VECTORS, nil, records.numbers), rectified = entry.RECTIFIED == "Yes"}
 end
 
 local function interval(entry)

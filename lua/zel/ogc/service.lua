@@ -78,6 +78,9 @@ local function set_url(object, url)
   if not scheme or not scheme:lower():find("^https?$") then
     errors.raise(('"%s" is no URL: it should begin with http:// or https://'):format((url:gsub("//[^/?@]*@", "//"))))
   end
+  if not rest:find("^[^/?]+/[^?]") then
+    errors.raise(('"%s" has no path: a service is at an address like http://host/path'):format(url))
+  end
   local user, password = rest:match("^([^/?@:]*):?([^/?@]*)@")
   if user then
     object:SetProperty{USERNAME = unescaped(user), PASSWORD = password ~= "" and unescaped(password) or nil}
@@ -94,8 +97,8 @@ end
 function service.open(class, call, url, given)
   if type(url) ~= "string" then errors.raise(call .. " wants the URL of a service") end
   local s = {url = url:gsub("//[^/?@]*@", "//"), options = options.merge(call, given)}
-  local object, why = zel.new(class, options.properties(s.options))
-  if not object then errors.raise(without_frame(why)) end
+  local made, object, why = pcall(zel.new, class, options.properties(s.options))
+  if not made or not object then errors.raise(without_frame(tostring(why or object))) end
   s.object = object
   if is_file(url) then s.file = url else set_url(object, url) end
   return s

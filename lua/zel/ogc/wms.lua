@@ -15,6 +15,7 @@
 -- {name, units, default, values}, scale {min, max} as denominators, queryable, opaque, attribution, record (the layer
 -- structure). What a service does not say is nil; lists are lists, also when they are empty.
 
+local arguments = require "zel.ogc.arguments"
 local errors = require "zel.ogc.errors"
 local make_layers = require "zel.ogc.layers"
 local records = require "zel.ogc.records"
@@ -37,7 +38,9 @@ local function is_about_version(why)
 end
 
 local function read_capabilities(s)
-  local versions = s.options.version and {s.options.version} or VERSIONS
+  local asked = s.options.version
+  if asked and not arguments.find(VERSIONS, asked) then errors.unknown("version", asked, VERSIONS) end
+  local versions = asked and {asked} or VERSIONS
   for i, version in ipairs(versions) do
     s.object:SetProperty{WMS_VERSION = version}
     local done, why = pcall(service.read_capabilities, s)

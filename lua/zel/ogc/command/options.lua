@@ -2,6 +2,8 @@
 
 local argparse = require "argparse"
 
+local COMMANDS = {info = true, map = true, feature = true, coverage = true, catalogue = true}
+
 local function positive(text)
   local number = tonumber(text)
   if number and number > 0 then return number end
@@ -28,7 +30,7 @@ local function pair(text)
 end
 
 local function add_box(command)
-  command:option("--bbox", "The box to show, x before y whatever the system."):args(4):argname{"W", "S", "E", "N"}
+  command:option("--bbox", "The box to show, x before y whatever the system."):args(4):argname{"W", "S", "E N"}
     :convert(number)
   command:option("--crs", "Reference system: EPSG:3857"):argname("SYSTEM")
   command:option("--format", "Format of the file."):argname("FORMAT")
@@ -104,6 +106,7 @@ function options.parser()
     print("zel-ogc " .. zel.version)
     os.exit(0, true)
   end)
+  parser:add_complete()
   add_commands(parser)
   return parser
 end
@@ -123,10 +126,10 @@ end
 
 --- The options of a command line; nil and what is wrong with it.
 function options.parse(words)
-  local parser = options.parser()
-  local well, result = parser:pparse(prepared(words))
-  if not well then return nil, result .. "\n" .. parser:get_usage() end
-  return result
+  local well, result = options.parser():pparse(prepared(words))
+  if well then return result end
+  local command = COMMANDS[words[1]] and words[1] .. " " or ""
+  return nil, result:gsub("%s*\n%s*", "; ") .. "\nzel-ogc " .. command .. "--help explains the usage"
 end
 
 return options
