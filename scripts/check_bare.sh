@@ -121,7 +121,7 @@ inside() {
     cp "$first"/root/zel_ogc/build/*.deb "$second/root/zel_ogc/build"
     echo "== apt install, on another bare $SUITE"
     attempt fetching "Failed to fetch" within "$second" "apt-get update && apt install -y ./build/*.deb"
-    within "$second" "cd / && zel --version && zel -e 'assert(zel.new(\"ZELnetOGCWMS\")):close()' &&
+    within "$second" "cd / && zel --version && zel -e 'require(\"zel.ogc\") assert(zel.new(\"ZELnetOGCWMS\")):close()' &&
                       test -e /usr/lib/zel/bin/bin.linux.x86_64/ca-bundle.crt" || fail "what was installed does not run"
     chroot "$first" apt-get -qq autoclean
 }

@@ -171,6 +171,7 @@ private:
   const ZEL_StructDef* define(int index, int depth) {
     const std::vector<Entry> entries = entriesOf(index, depth);
     std::vector<ZEL_StructTagDef> tags;
+    tags.reserve(entries.size() + 1);
     for (const auto& [name, shape, rank] : entries) tags.push_back({name.c_str(), shape.type, shape.n, shape.sdef, 0});
     tags.push_back({});
     return ZEL_MakeStruct(nullptr, tags.data());

@@ -4,8 +4,8 @@
 #include <cstring>
 
 namespace {
-constexpr std::size_t firstChunk = 16 * 1024;
-constexpr std::size_t largestChunk = 1024 * 1024;
+constexpr std::size_t firstChunk = std::size_t{16} * 1024;
+constexpr std::size_t largestChunk = std::size_t{1024} * 1024;
 } // namespace
 
 char* COgcArena::reserve(std::size_t bytes) { return static_cast<char*>(allocate(bytes, 1)); }

@@ -214,7 +214,7 @@ std::string COgcXmlResolver::fetch(const std::string& url) {
 }
 
 int COgcXmlResolver::report(char*, unsigned long self, const char* text, xProgressValues* figures) {
-  auto& resolver = *reinterpret_cast<COgcXmlResolver*>(self);
+  auto& resolver = *reinterpret_cast<COgcXmlResolver*>(self); // NOLINT(performance-no-int-to-ptr)
   if (figures != nullptr && figures->dlNow > static_cast<double>(sizeLimit)) {
     resolver.m_overlong = true;
     return 0;

@@ -512,7 +512,6 @@ TEST_F(HostFiles, LoadsModules) {
   setenv("SAMPLE_NO_RESET", "1", 1);
   EXPECT_EQ(errorOf([] { zel::host::resetSession(); }), "The session could not be reset.");
   unsetenv("SAMPLE_NO_RESET");
-
 }
 
 TEST_F(Host, CallsScripts) {
