@@ -1,9 +1,10 @@
---- Maps from web services: `local ogc = require "zel.ogc"`.
+--- Maps and coverages from web services: `local ogc = require "zel.ogc"`.
 --
 --   local s = ogc.wms("https://maps.example.org/wms")
 --   s:map{layers = {"earth", "places"}, bbox = {-30, 30, 60, 75}, to = "europe.png"}
 --
--- ogc.wms(url, options)   a Web Map Service, see zel.ogc.wms: s.title, s.layers, s.layer[name], s:map{}
+-- ogc.wms(url, options)   a Web Map Service, see zel.ogc.wms: s.title, s.layers, s.layer[name], s:map{}, s:info{}
+-- ogc.wcs(url, options)   a Web Coverage Service, see zel.ogc.wcs: c.coverages, c.coverage[name], c:describe(name), c:get{}
 --
 -- url may also be a file with capabilities; then nothing can be fetched. Options, all of them optional, and those that
 -- the file ~/.config/zel/ogc.lua returns are their defaults:
@@ -24,4 +25,4 @@
 -- words: text, code, locator, and exceptions, the list of all of them. What a service does not offer is refused before
 -- anything is sent.
 
-return {wms = require "zel.ogc.wms"}
+return {wms = require "zel.ogc.wms", wcs = require "zel.ogc.wcs"}

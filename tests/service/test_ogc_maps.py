@@ -30,7 +30,7 @@ REFUSED = {
     "layers = 'earth', to = 'nosuch/x.png'": "no directory nosuch/ to write x.png to",
     "layers = 'earth', bgcolor = 'red'": 'bgcolor must be like "#ff8000", not "red"',
     "layers = 'earth', extra = {bbox = 1}": "bbox is no extra parameter",
-    "layers = 'earth', extra = {x = ('y'):rep(4000)}": "the request would have ",
+    "layers = 'earth', extra = {vendor = ('y'):rep(4000)}": "the request would have ",
     "layers = 'earth', width = 5000, format = 'image/png'": "needs a name: say where with to",
 }
 

@@ -36,7 +36,8 @@ def unpacked(directory):
     run("cpack", "--config", BUILD / "CPackConfig.cmake", "-B", directory)
     package, = directory.glob("zel-ogc_*.deb")
     depends = run("dpkg-deb", "--field", package, "Depends")
-    for needed in ("ca-certificates", "libc6", "libcurl4", "libxerces-c3", "liblua5.4", "libreadline8"):
+    for needed in ("ca-certificates", "libc6", "libcurl4", "libxerces-c3", "liblua5.4", "libreadline8", "lua-argparse",
+                   "gdal-bin"):
         assert needed in depends
     run("dpkg-deb", "--extract", package, directory / "root")
     return directory / "root" / "usr"
@@ -52,7 +53,12 @@ def test_is_used_from_outside_the_build(tmp_path, ogc, make):
     out = run("zel", "script.lua", ogc.service, ogc.secure_service, env=env, cwd=tmp_path)
     assert out.startswith("10\nGetMap\n") and "Curl Error Code = 60" in out
 
+    assert "[places]" in run("zel-ogc", "info", ogc.service, env=env, cwd=tmp_path)
+    complete = "source $0; COMP_WORDS=(zel-ogc m); COMP_CWORD=1; _zel-ogc; echo $COMPREPLY"
+    assert run("bash", "-c", complete, prefix / "share/bash-completion/completions/zel-ogc", env=env) == "map\n"
+
     assert "run Lua scripts" in run("man", "-l", prefix / "share/man/man1/zel.1", env=env)
+    assert "maps and coverages" in run("man", "-l", prefix / "share/man/man1/zel-ogc.1", env=env)
     run("g++", "-fsyntax-only", "-xc++", "-std=c++20", "-I", prefix / "include", "-",
         input='#include "zel_module.h"\nint main() { return ZEL_TempCount() != 0; }\n')
     broken = [path for path in prefix.rglob("*") if path.is_symlink() and not path.exists()]

@@ -114,12 +114,12 @@ end
 
 --- The system as one line of well-known text; nil when GDAL does not know it.
 function crs.wkt(name)
-  local done, output = pcall(programs.run, {"gdalsrsinfo", "--single-line", "-o", "wkt2", crs.describe(name).definition})
-  if not done then
-    if tostring(output):find("gdal-bin", 1, true) then error(output, 0) end
-    return nil
+  local entry = crs.describe(name)
+  if entry.wkt == nil then
+    local output = programs.try{"gdalsrsinfo", "--single-line", "-o", "wkt2", entry.definition}
+    entry.wkt = output and output:match("%S.*%S") or false
   end
-  return output:match("%S.*%S")
+  return entry.wkt or nil
 end
 
 return crs

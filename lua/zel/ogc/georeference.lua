@@ -44,10 +44,19 @@ local function auxiliary(t, system)
   return ("<PAMDataset>\n%s  <GeoTransform>%s</GeoTransform>\n</PAMDataset>\n"):format(srs, numbers(t, ", "))
 end
 
+local function world_file_of(path)
+  return files.stem(path) .. "." .. (WORLD_FILES[files.extension(path)] or "wld")
+end
+
+--- Removes the picture at `path` and its files.
+function georeference.remove(path)
+  for _, name in ipairs{path, path .. ".aux.xml", world_file_of(path)} do os.remove(name) end
+end
+
 --- Writes both files for the picture at `path`, whose edges are the box in the system.
 function georeference.write(path, box, width, height, system)
   local t = transformation(box, width, height)
-  files.write(files.stem(path) .. "." .. (WORLD_FILES[files.extension(path)] or "wld"), world_file(t))
+  files.write(world_file_of(path), world_file(t))
   files.write(path .. ".aux.xml", auxiliary(t, system))
 end
 

@@ -2,16 +2,14 @@
 
 local errors = require "zel.ogc.errors"
 
+local MISSING = 127 -- what a shell answers when there is no such program
+
 local programs = {}
 
 local function quoted(word) return "'" .. tostring(word):gsub("'", "'\\''") .. "'" end
 
-local function remove(...)
-  for _, path in ipairs{...} do os.remove(path) end
-end
-
---- Runs a program. Returns what it wrote to standard output and what it wrote to standard error; raises when it failed.
-function programs.run(words, input)
+--- Runs a program. Returns what it wrote to standard output, nil when it failed, and what it wrote to standard error.
+function programs.try(words, input)
   local line, given, said = {}, os.tmpname(), os.tmpname()
   for i, word in ipairs(words) do line[i] = quoted(word) end
   local file <close> = assert(io.open(given, "w"))
@@ -22,10 +20,17 @@ function programs.run(words, input)
   local well, _, status = pipe:close()
   local complaints <close> = assert(io.open(said))
   local text = complaints:read("a")
-  remove(given, said)
-  if status == 127 then errors.raise(words[1] .. " is missing; it comes with the package gdal-bin") end
-  if not well then errors.raise(("%s failed: %s"):format(words[1], (text .. output):gsub("%s+", " "))) end
-  return output, text
+  os.remove(given)
+  os.remove(said)
+  if status == MISSING then errors.raise(words[1] .. " is missing; it comes with the package gdal-bin") end
+  return well and output or nil, text
+end
+
+--- As try(), and raises when the program failed.
+function programs.run(words, input)
+  local output, complaints = programs.try(words, input)
+  if not output then errors.raise(("%s failed: %s"):format(words[1], (complaints:gsub("%s+", " ")))) end
+  return output, complaints
 end
 
 return programs

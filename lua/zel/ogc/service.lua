@@ -35,16 +35,22 @@ function service.tell(s, text)
   if not s.options.quiet then io.stderr:write(text, "\n") end
 end
 
+--- Raises the server's words when its last answer was a refusal.
+function service.check_answer(s)
+  local refused = refusal_of(s.object)
+  if not refused then return end
+  local place = (refused.code or "") .. (refused.code and refused.locator and ", " or "") .. (refused.locator or "")
+  errors.raise("the server refused: " .. refused.text .. (place ~= "" and " (" .. place .. ")" or ""), refused)
+end
+
 -- Raises what went wrong in a method; what is no failure of the request (Ctrl-C, an error of the script's own status
 -- routine, a cancel) goes on as it is.
 local function fail(object, why)
   if type(why) ~= "string" or not why:find("ZELNETOGC", 1, true) or why:find("Cancel request detected", 1, true) then
     error(why, 0)
   end
-  local refused = refusal_of(object)
-  if not refused then errors.raise(without_frame(why)) end
-  local place = table.concat({refused.code, refused.locator}, ", ")
-  errors.raise("the server refused: " .. refused.text .. (place ~= "" and " (" .. place .. ")" or ""), refused)
+  service.check_answer{object = object}
+  errors.raise(without_frame(why))
 end
 
 --- Calls a method of the service's object, several times where that may help.
@@ -72,6 +78,9 @@ local function set_url(object, url)
   if not scheme or not scheme:lower():find("^https?$") then
     errors.raise(('"%s" is no URL: it should begin with http:// or https://'):format((url:gsub("//[^/?@]*@", "//"))))
   end
+  if not rest:find("^[^/?]+/[^?]") then
+    errors.raise(('"%s" has no path: a service is at an address like http://host/path'):format(url))
+  end
   local user, password = rest:match("^([^/?@:]*):?([^/?@]*)@")
   if user then
     object:SetProperty{USERNAME = unescaped(user), PASSWORD = password ~= "" and unescaped(password) or nil}
@@ -88,8 +97,8 @@ end
 function service.open(class, call, url, given)
   if type(url) ~= "string" then errors.raise(call .. " wants the URL of a service") end
   local s = {url = url:gsub("//[^/?@]*@", "//"), options = options.merge(call, given)}
-  local object, why = zel.new(class, options.properties(s.options))
-  if not object then errors.raise(without_frame(why)) end
+  local made, object, why = pcall(zel.new, class, options.properties(s.options))
+  if not made or not object then errors.raise(without_frame(tostring(why or object))) end
   s.object = object
   if is_file(url) then s.file = url else set_url(object, url) end
   return s

@@ -51,7 +51,10 @@ local function prepare(directory, wanted)
   if not files.exists(directory .. ".") then programs.run{"mkdir", directory} end
   local found = files.read(directory .. REQUEST)
   if found == wanted then return end
-  for name in (found or ""):gmatch("\n(%d+%-%d+%.%w+) ") do os.remove(directory .. name) end
+  for name in (found or ""):gmatch("\n(%d+%-%d+%.%w+) ") do
+    georeference.remove(directory .. name)
+    os.remove(directory .. name .. ".vrt")
+  end
   files.write(directory .. REQUEST, wanted)
 end
 

@@ -7,6 +7,7 @@
 -- s.max_width, s.max_height, s.max_layers  limits of a map; nil without one
 -- s.record, s.object                    the service structure (nil without one), the ZELnetOGCWMS object
 -- s:map{...}                            fetches a map, see zel.ogc.map
+-- s:info{...}                           asks what is at a place, see zel.ogc.info
 -- s:close()                             releases the object; `local s <close>` does so, too
 --
 -- A layer: name, title, abstract, keywords, level (from 1), parent, children, box {west, south, east, north} in degrees,
@@ -14,6 +15,7 @@
 -- {name, units, default, values}, scale {min, max} as denominators, queryable, opaque, attribution, record (the layer
 -- structure). What a service does not say is nil; lists are lists, also when they are empty.
 
+local arguments = require "zel.ogc.arguments"
 local errors = require "zel.ogc.errors"
 local make_layers = require "zel.ogc.layers"
 local records = require "zel.ogc.records"
@@ -24,6 +26,7 @@ local VERSIONS = {"1.3.0", "1.1.1", "1.1.0"} -- the highest first
 local Wms = {}
 Wms.__index = Wms
 Wms.map = require "zel.ogc.map"
+Wms.info = require "zel.ogc.info"
 
 function Wms:close() self.object:close() end
 Wms.__close = Wms.close
@@ -35,7 +38,9 @@ local function is_about_version(why)
 end
 
 local function read_capabilities(s)
-  local versions = s.options.version and {s.options.version} or VERSIONS
+  local asked = s.options.version
+  if asked and not arguments.find(VERSIONS, asked) then errors.unknown("version", asked, VERSIONS) end
+  local versions = asked and {asked} or VERSIONS
   for i, version in ipairs(versions) do
     s.object:SetProperty{WMS_VERSION = version}
     local done, why = pcall(service.read_capabilities, s)

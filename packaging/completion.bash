@@ -1,0 +1,2 @@
+# Completion of zel-ogc by bash; the command itself knows its words.
+eval "$(zel-ogc --completion bash)"

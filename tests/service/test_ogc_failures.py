@@ -1,0 +1,177 @@
+"""The library zel.ogc where things go wrong: the server's own words, tries that are repeated, odd services, defaults."""
+
+import signal
+import subprocess
+import time
+
+import pytest
+
+from conftest import BUILD
+from responder import HEAD, Responder
+
+
+def answer(body, kind="text/xml", status="200 OK", more=""):
+    body = body.encode()
+    return [HEAD, f"HTTP/1.1 {status}\r\nContent-Type: {kind}\r\nContent-Length: {len(body)}\r\n{more}"
+                  "Connection: close\r\n\r\n".encode() + body]
+
+
+def capabilities(layers, version="1.3.0", service="<Service><Title>t</Title></Service>"):
+    root = "WMS_Capabilities" if version == "1.3.0" else "WMT_MS_Capabilities"
+    return answer(f'<{root} version="{version}">{service}<Capability><Request><GetMap><Format>image/png</Format></GetMap>'
+                  f"</Request>{layers}</Capability></{root}>")
+
+
+LAYER = "<Layer><Name>a</Name><CRS>EPSG:4326</CRS><SRS>EPSG:4326</SRS></Layer>"
+SE = '<ServiceExceptionReport xmlns="http://www.opengis.net/ogc">{}</ServiceExceptionReport>'
+# What servers answer, and the text, code and locator to be read from it.
+REFUSALS = {
+    "plain": (answer(SE.format('<ServiceException code="LayerNotDefined">no\n  layer</ServiceException>')),
+              "no layer|LayerNotDefined|nil"),
+    "by status 400": (answer(SE.format('<ServiceException code="X" locator="BBOX">&lt;bad&gt; box</ServiceException>'),
+                             status="400 Bad Request"), "<bad> box|X|BBOX"),
+    "by status 500, in CDATA": (answer(SE.format("<ServiceException><![CDATA[a & b]]></ServiceException>"),
+                                       status="500 Oops"), "a & b|nil|nil"),
+    "the first of two": (answer(SE.format("<ServiceException>1</ServiceException><ServiceException>2</ServiceException>")),
+                         "1|nil|nil"),
+    "of 1.1.1": (answer(SE.format("<ServiceException>old</ServiceException>"), "application/vnd.ogc.se_xml"), "old|nil|nil"),
+    "of newer services": (answer('<ows:ExceptionReport xmlns:ows="http://www.opengis.net/ows/1.1"><ows:Exception '
+                                 'exceptionCode="Y" locator="z"><ows:ExceptionText>new</ows:ExceptionText></ows:Exception>'
+                                 '</ows:ExceptionReport>', status="400 Bad Request"), "new|Y|z"),
+    "no refusal": (answer("<html>gone</html>", "text/html", "404 Not Found"), "nil|nil|nil"),
+    "broken": (answer("<ServiceExceptionReport><ServiceException>x", status="500 Oops"), "nil|nil|nil"),
+}
+
+
+@pytest.mark.parametrize("case", REFUSALS)
+def test_words_of_a_refusal(zel, tmp_path, case):
+    """They are fields of the error, its text, and what zel.refusal gives for the plain methods."""
+    refusal, words = REFUSALS[case]
+    with Responder(capabilities(LAYER), refusal) as server:
+        done = zel("""
+          local s = require "zel.ogc".wms(arg[1] .. "wms", {retries = 0, version = "1.3.0"})
+          local done, why = pcall(s.map, s, {layers = "a", bbox = {0, 0, 1, 1}, to = "map.png"})
+          print(("%s|%s|%s"):format(why.text, why.code, why.locator))
+          print((tostring(why):gsub("\\n", " ")))
+          pcall(s.object.GetMap, s.object, "LAYERS=a")
+          local refusal = zel.refusal(s.object) or {}
+          print(("%s|%s|%s"):format(refusal.text, refusal.code, refusal.locator))
+        """, server.url)
+    fields, text, plain = done.out.splitlines()
+    assert fields == plain == words
+    assert words.startswith("nil") or "script.lua:3: the server refused: " + words.split("|")[0] in text
+    assert not list(tmp_path.glob("*map*")) and not list(tmp_path.glob(".*map*"))
+
+
+PICTURE = [HEAD, b"HTTP/1.1 200 OK\r\nContent-Type: image/png\r\nContent-Length: 4\r\n\r\n\x89PNG"]
+BUSY = answer("", status="503 Busy", more="Retry-After: 0\r\n")
+
+
+def test_tries_again_what_may_pass(zel):
+    with Responder(capabilities(LAYER), BUSY, answer("", status="429 Slow", more="Retry-After: 1\r\n"), PICTURE,
+                   BUSY, BUSY, answer("", status="404 None")) as server:
+        done = zel("""
+          local s = require "zel.ogc".wms(arg[1] .. "wms", {retries = 2, pause = 0.5})
+          local function try(o)
+            local began = zel.clock()
+            local done, why = pcall(s.map, s, {layers = "a", bbox = {0, 0, 1, 1}})
+            print(done, done or why.message:match("%(%d+%)"), math.floor(zel.clock() - began + 0.5))
+          end
+          try() try()
+          s.object:SetProperty{URL_PORT = 1}
+          s.options.retries = 1
+          try()
+        """, server.url)
+    first, busy, unreachable = done.out.splitlines()
+    assert first.startswith("true\ttrue\t") and int(first.split("\t")[2]) in (2, 3)
+    assert busy.startswith("false\t(404)") and unreachable.startswith("false\tnil")
+    assert done.err.count("Trying again in") == 5 and len(server.requests) == 7
+
+
+@pytest.mark.parametrize("pause", ["zel.sleep(60)", "require 'zel.ogc'.wms(arg[1] .. 'wms')"])
+def test_waiting_ends_with_an_interrupt(tmp_path, pause):
+    with Responder(answer("", status="503 Busy", more="Retry-After: 60\r\n")) as server:
+        (tmp_path / "wait.lua").write_text(f"io.stdout:write('x'):flush() {pause}")
+        with subprocess.Popen([BUILD / "zel", tmp_path / "wait.lua", server.url], stdout=subprocess.PIPE,
+                              stderr=subprocess.PIPE, cwd=tmp_path) as process:
+            process.stdout.read(1)
+            time.sleep(0.5)
+            process.send_signal(signal.SIGINT)
+            began = time.monotonic()
+            assert b"interrupted!" in process.communicate(timeout=20)[1] and time.monotonic() - began < 2
+
+
+# Layers of odd services, code that prints something of them, and what.
+ODD = {
+    "no service section": (capabilities(LAYER, service=""), "tostring(s.title), #s.layers", "nil\t1"),
+    "no layers": (capabilities(""), "#s.layers, select(2, pcall(s.map, s, {layers = 'a'})).message",
+                  '0\tthere is no layer "a", nor any other'),
+    "no named layers": (capabilities("<Layer><Title>x</Title></Layer>"),
+                        "s.layers[1].title, tostring(s.layers[1].name), #s.layers[1].styles", "x\tnil\t0"),
+    "no boxes": (capabilities(LAYER), "s.layers[1].box, select(2, pcall(s.map, s, {layers = 'a'})).message",
+                 "nil\tthe service gives no box in EPSG:4326 for layer a: say which with bbox"),
+    "no boxes, box given": (capabilities(LAYER), "s:map{layers = 'a', bbox = {0, 0, 2, 1}}.size[2]", "512"),
+    "two names alike": (capabilities("<Layer><Layer><Name>a</Name><Title>1</Title></Layer><Layer><Name>a</Name></Layer>"
+                                     "</Layer>"), "s.layer.a.title, #s.layers[1].children", "1\t2"),
+    "scales": (capabilities("<Layer><Name>a</Name><MinScaleDenominator>1000</MinScaleDenominator><CRS>EPSG:3857</CRS></Layer>"),
+               "s.layer.a.scale.min, #s:map{layers = 'a', bbox = {0, 0, 1, 1}}.notes", "1000\t1"),
+    "scale hints": (capabilities('<Layer><Name>a</Name><ScaleHint min="0.39598" max="3.9598"/></Layer>', "1.1.1"),
+                    "('%.0f %.0f'):format(s.layer.a.scale.min, s.layer.a.scale.max)", "1000 10000"),
+    "over the date line": (capabilities(
+        "<Layer><Name>a</Name><CRS>EPSG:4326</CRS><CRS>EPSG:3832</CRS><EX_GeographicBoundingBox><westBoundLongitude>170"
+        "</westBoundLongitude><eastBoundLongitude>-170</eastBoundLongitude><southBoundLatitude>-10</southBoundLatitude>"
+        "<northBoundLatitude>10</northBoundLatitude></EX_GeographicBoundingBox></Layer>"),
+        "s.layer.a.box[3], s:map{layers = 'a'}.box[3], ('%.0f'):format(s:map{layers = 'a', crs = 3832}.box[3])",
+        "-170\t190\t4452780"),
+    "dimensions of 1.1.1": (capabilities(
+        '<Layer><Name>a</Name><Dimension name="time" units="ISO8601"/><Extent name="time" default="2">1,2, 3</Extent></Layer>',
+        "1.1.1"), "#s.layer.a.dimensions[1].values, s.layer.a.dimensions[1].default", "3\t2"),
+    "a limit of width": (capabilities(LAYER, service="<Service><Title>t</Title><MaxWidth>50</MaxWidth></Service>"),
+                         "s.max_width, s:map{layers = 'a', bbox = {0, 0, 1, 1}}.size[1]", "50\t50"),
+}
+
+
+@pytest.mark.parametrize("case", ODD)
+def test_odd_services(zel, case):
+    document, code, printed = ODD[case]
+    with Responder(document, PICTURE) as server:
+        done = zel(f"local s = require 'zel.ogc'.wms(arg[1] .. 'wms', {{quiet = true}}) print({code})", server.url)
+    assert done.out.strip() == printed
+
+
+def test_version_is_agreed_upon(zel):
+    """A server that refuses the newest is asked for older ones; what it answers is what is asked in."""
+    refused = answer(SE.format("<ServiceException>1.3.0?</ServiceException>"), status="400 Bad Request")
+    with Responder(refused, capabilities(LAYER, "1.1.1"), PICTURE) as server:
+        done = zel("""
+          local s = require "zel.ogc".wms(arg[1] .. "wms", {quiet = true})
+          print(s.version)
+          s:map{layers = "a", bbox = {0, 0, 2, 1}}
+        """, server.url)
+    assert done.out == "1.1.1\n" and "SRS=EPSG:4326" in server.requests[2] and "BBOX=0,0,2,1&" in server.requests[2]
+
+
+# What ~/.config/zel/ogc.lua holds, and what is said about it.
+DEFAULTS = {
+    "return {retries = 0, timeout = 7, USERNAME = 'x', proxy = 'http://me:pw@localhost:3128'}": "0 7 x localhost 3128 me",
+    "return {retrys = 0}": 'there is no argument "retrys" of ',
+    "return 5": "must return a table",
+    "return {": "your defaults cannot be read: ",
+    "io.open('x')": "your defaults cannot be read: ",
+    "return {NO_SUCH = 1}": "Keyword NO_SUCH is not allowed",
+    "return {proxy = 'ftp://x/y'}": '"ftp://x/y" is no proxy',
+}
+
+
+@pytest.mark.parametrize("text", DEFAULTS)
+def test_defaults(zel, tmp_path, text):
+    (tmp_path / "config/zel").mkdir(parents=True)
+    (tmp_path / "config/zel/ogc.lua").write_text(text)
+    (tmp_path / "caps.xml").write_text('<WMS_Capabilities version="1.3.0"/>')
+    done = zel("""
+      local done, s = pcall(require "zel.ogc".wms, "caps.xml")
+      if not done then return print(s.message) end
+      local p = s.object:GetProperty{"TIMEOUT", "USERNAME", "PROXY_HOSTNAME", "PROXY_PORT", "PROXY_USERNAME"}
+      print(s.options.retries, p.TIMEOUT, p.USERNAME, p.PROXY_HOSTNAME, p.PROXY_PORT, p.PROXY_USERNAME)
+    """, env={"XDG_CONFIG_HOME": str(tmp_path / "config")})
+    assert DEFAULTS[text] in done.out.replace("\t", " ")
