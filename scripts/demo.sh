@@ -35,26 +35,19 @@ export OGC_SERVER_URL='$url'
 
 The server runs until Ctrl-C. Paste the line above into another terminal, and try it there:
 
-    build/zel examples/wms_layers.lua
+    build/zel-ogc info "\$OGC_SERVER_URL"
+    build/zel-ogc map "\$OGC_SERVER_URL" earth places --bbox -30 30 60 75 --to europe.png
 TEXT
     wait "$server"
 }
 
-# fetch SCRIPT LAYER ... : runs an example and sets file to what it fetched, which the example names in its last line
+# fetch FILE DRIVER WIDTHxHEIGHT COMMAND NAME ...: runs zel-ogc, and looks whether the file is what it should be
 fetch() {
-    if ! build/zel "examples/$1" "$url" "${@:2}" 2>"$work/err" | tee "$work/out" | sed '$d'; then
-        cat "$work/err" >&2
-        fail "examples/$1 failed"
-    fi
-    file=$(sed -n '$s/^[^:]*: //p' "$work/out")
-}
-
-# keep NAME DRIVER WIDTH HEIGHT: moves the file to the output if it is what it should be
-keep() {
-    local info
-    info=$(gdalinfo "$file") || fail "$file is not an image"
-    [[ $info == "Driver: $2/"*"Size is $3, $4"* ]] || fail "$file is not the $2 file of $3 x $4 pixels that was asked for"
-    mv "$file" "$output/$1"
+    local command=(build/zel-ogc "$4" "$url" "${@:5}" --size "$3" --to "$1") info
+    echo "${command[*]}"
+    "${command[@]}" >/dev/null || fail "$1 could not be fetched"
+    info=$(gdalinfo "$1") || fail "$1 is not an image"
+    [[ $info == "Driver: $2/"*"Size is ${3/x/, }"* ]] || fail "$1 is not the $2 file of $3 pixels that was asked for"
 }
 
 case ${1:-} in
@@ -76,10 +69,8 @@ scripts/build.sh release -DBUILD_TESTING=OFF -- zel zel_ogc
 
 start_server
 export ZEL_USER_DIR=$work
-fetch wms_map.lua earth zones places
-keep map.png PNG 512 256
-fetch wcs_coverage.lua earth
-keep coverage.tif GTiff 1024 512
+fetch "$output/map.png" PNG 512x256 map earth zones places
+fetch "$output/coverage.tif" GTiff 1024x512 coverage earth
 
 cat <<TEXT
 
