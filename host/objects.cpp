@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <deque>
 
+#include <strings.h>
+
 namespace zel::host {
 
 namespace {
@@ -22,14 +24,15 @@ void addLine(const ZEL_StructDef* sdef, std::vector<std::string_view>& line) {
   for (const ZEL_StructDef* parent : sdef->parents) addLine(parent, line);
 }
 
-bool inherits(const ZEL_StructDef* sdef, std::string_view name) noexcept {
-  return sdef->name == name || std::any_of(sdef->parents.begin(), sdef->parents.end(),
-                                           [name](const ZEL_StructDef* parent) { return inherits(parent, name); });
+bool inherits(const ZEL_StructDef* sdef, const char* name) noexcept {
+  return strcasecmp(sdef->name.c_str(), name) == 0 ||
+         std::any_of(sdef->parents.begin(), sdef->parents.end(),
+                     [name](const ZEL_StructDef* parent) { return inherits(parent, name); });
 }
 
 } // namespace
 
-const ZEL_ObjDef* findClass(std::string_view name) noexcept {
+const ZEL_ObjDef* findClass(std::string_view name) {
   const ZEL_StructDef* sdef = findStruct(upper(name));
   return sdef ? ZEL_ObjDefOfStruct(sdef) : nullptr;
 }
@@ -73,8 +76,7 @@ ZEL_HeapVar* ZEL_ObjReference(ZEL_Variable* v) {
 }
 
 int ZEL_ObjContainsClassByStr(const ZEL_HeapVar* object, const char* className) noexcept {
-  return object && object->objdef && className &&
-         zel::host::inherits(object->objdef->sdef, zel::host::upper(className));
+  return object && object->objdef && className && zel::host::inherits(object->objdef->sdef, className);
 }
 
 } // extern "C"

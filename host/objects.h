@@ -16,7 +16,7 @@ struct ZEL_ObjDef {
 namespace zel::host {
 
 /// The object class of that name, in any case; null when there is none.
-const ZEL_ObjDef* findClass(std::string_view name) noexcept;
+const ZEL_ObjDef* findClass(std::string_view name);
 /// How many classes there are.
 std::size_t classCount() noexcept;
 /// Forgets the classes that were added when there were `count` already: those of a module that refused to load.

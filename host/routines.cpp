@@ -103,7 +103,7 @@ bool usable(const ZEL_SysRtnDef& def) {
 
 } // namespace
 
-const Routine* findRoutine(std::string_view name) noexcept {
+const Routine* findRoutine(std::string_view name) {
   const auto found = routines().byName.find(std::string(name));
   return found == routines().byName.end() ? nullptr : &found->second;
 }

@@ -22,7 +22,7 @@ struct Routine {
 };
 
 /// The routine of that name (upper case); null when there is none.
-const Routine* findRoutine(std::string_view name) noexcept;
+const Routine* findRoutine(std::string_view name);
 /// The method of a class or of what it inherits (upper case); null when there is none.
 const Routine* findMethod(const ZEL_ObjDef* objdef, std::string_view method);
 /// Names of the methods of a class, sorted, without the class name.

@@ -143,6 +143,30 @@ def test_user_directories_that_cannot_be_used(tmp_path):
     assert "README.txt" in done.stdout + done.stderr and "File too large" in done.stdout + done.stderr
 
 
+# ---- memory ----
+
+
+def test_memory_that_runs_out(tmp_path):
+    """In a parse, in a result and in a script's own tables it is an error, and the object goes on."""
+    for name, layers in {"large": 200_000, "small": 3_000}.items():
+        layer = '<Layer queryable="1"><Name>layer_%d</Name><Title>A layer</Title><SRS>EPSG:4326</SRS></Layer>'
+        (tmp_path / f"{name}.xml").write_text(DOCUMENT.replace("<Name>%s</Name>", "".join(layer % i for i in range(layers))))
+    limit = (150_000 * 1024,) * 2 if "ASAN_OPTIONS" not in os.environ else (resource.RLIM_INFINITY,) * 2
+    lines = run("""
+      local wms = zel.new("ZELnetOGCWMS", {CAPABILITIES_FILENAME = "cap"})
+      local function try(f, ...) local ok, why = pcall(f, ...) print(ok, (tostring(why):gsub(".*: ", ""))) end
+      try(wms.GetCapabilities, wms, {FROM_FILE = "large.xml"})
+      try(wms.GetLayers, wms)
+      wms:GetCapabilities{FROM_FILE = "small.xml"}
+      try(function() local kept = {} for i = 1, 1000000 do kept[i] = ("x"):rep(200) .. i end end)
+      collectgarbage()
+      print(wms:GetCapabilities{FROM_FILE = "small.xml"}, #wms:GetLayers{NUMBER = 5})
+    """, cwd=tmp_path, preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_AS, limit)).stdout.splitlines()
+    assert lines.pop() == "3001\t5" and len(lines) == 3
+    if "ASAN_OPTIONS" not in os.environ:
+        assert all(line.startswith("false") for line in lines) and lines[2].endswith("not enough memory"), lines
+
+
 # ---- servers ----
 
 
