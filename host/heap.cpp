@@ -1,6 +1,7 @@
 #include "host/heap.h"
 
 #include "host/objects.h"
+#include "host/structs.h"
 #include "host/variables.h"
 
 #include <algorithm>
@@ -16,11 +17,16 @@ struct HeapVar : ZEL_HeapVar {
   ~HeapVar() { clear(var); }
   HeapVar(const HeapVar&) = delete;
   HeapVar& operator=(const HeapVar&) = delete;
+
+  std::int64_t memory = 0; ///< bytes that native code holds for the object
 };
 
 struct Heap {
   std::unordered_map<ZEL_HVID, HeapVar> alive;
   ZEL_HVID last = 0;
+  std::int64_t memory = 0; ///< of all objects
+
+  Heap() { structCount(); } // makes the definitions first: they outlive the variables that have them
 };
 
 Heap& heap() {
@@ -28,8 +34,14 @@ Heap& heap() {
   return all;
 }
 
+void setMemory(HeapVar& object, std::int64_t bytes) noexcept {
+  heap().memory += bytes - object.memory;
+  object.memory = bytes;
+}
+
 ZEL_HeapVar* add(const ZEL_ObjDef* objdef) {
-  auto& [alive, last] = heap();
+  auto& alive = heap().alive;
+  auto& last = heap().last;
   do ++last;
   while (last == 0 || alive.contains(last));
   return &alive.try_emplace(last, last, objdef).first->second;
@@ -42,6 +54,8 @@ HeapCounts heapCounts() noexcept {
   const auto objects = std::count_if(alive.begin(), alive.end(), [](const auto& hv) { return hv.second.objdef; });
   return {static_cast<std::int64_t>(alive.size()) - objects, objects};
 }
+
+std::int64_t objectMemory() noexcept { return heap().memory; }
 
 ZEL_HeapVar* newObject(const ZEL_ObjDef* objdef) {
   ZEL_HeapVar* hv = add(objdef);
@@ -68,8 +82,14 @@ ZEL_HeapVar* ZEL_HeapVarHashFind(ZEL_HVID hvid) noexcept {
 
 void ZEL_HeapVarDelete(ZEL_HeapVar* hv) noexcept {
   if (!hv) return;
-  const ZEL_HVID hvid = hv->hvid;
-  heap().alive.erase(hvid);
+  const auto found = heap().alive.find(hv->hvid);
+  zel::host::setMemory(found->second, 0);
+  heap().alive.erase(found);
+}
+
+void ZEL_ObjSetMemory(ZEL_HVID hvid, std::int64_t bytes) noexcept {
+  const auto found = heap().alive.find(hvid);
+  if (found != heap().alive.end()) zel::host::setMemory(found->second, bytes);
 }
 
 } // extern "C"

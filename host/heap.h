@@ -14,6 +14,8 @@ struct HeapCounts {
   std::int64_t objects = 0;
 };
 HeapCounts heapCounts() noexcept;
+/// Bytes that native code holds for all objects, as far as it says.
+std::int64_t objectMemory() noexcept;
 
 /// New object of a class, its tags zero.
 ZEL_HeapVar* newObject(const ZEL_ObjDef* objdef);

@@ -3,6 +3,7 @@
 #include "host/messages.h"
 #include "host/objects.h"
 #include "host/strings.h"
+#include "host/structs.h"
 #include "host/temporaries.h"
 
 #include <algorithm>
@@ -48,6 +49,7 @@ public:
     m_kept.clear();
     leaked += releaseTemporariesAfter(m_mark, m_result);
     topFrame() = m_outer;
+    if (!m_outer) forgetUnusedStructs();
   }
   Frame(const Frame&) = delete;
   Frame& operator=(const Frame&) = delete;

@@ -2,6 +2,7 @@
 
 #include "host/messages.h"
 #include "host/routines.h"
+#include "host/strings.h"
 
 #include <csignal>
 #include <unordered_map>
@@ -33,9 +34,15 @@ volatile std::sig_atomic_t g_interrupted = 0;
 void setFrontEnd(FrontEnd* frontEnd) noexcept { session().frontEnd = frontEnd; }
 
 void resetSession() {
+  if (routineDepth() > 0) raise("The session cannot be reset while a routine runs.");
+  std::vector<std::string> lines;
   bool done = true;
-  for (const auto reset : session().resets) done = reset() != 0 && done;
-  if (!done) raise("The session could not be reset.");
+  {
+    const InfoRedirect redirect([&lines](const std::string& line) { lines.push_back(line); });
+    for (const auto reset : session().resets) done = reset() != 0 && done;
+  }
+  if (!done) raise("The session could not be reset" + (lines.empty() ? "." : ": " + join(lines, " ")));
+  for (const std::string& line : lines) inform(line);
 }
 
 void requestInterrupt() noexcept { g_interrupted = 1; }

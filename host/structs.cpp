@@ -15,10 +15,23 @@ namespace {
 
 constexpr std::int64_t kMaxSize = std::int64_t{1} << 40;
 
+/// Unused definitions that are kept, since results of one shape often follow each other.
+constexpr std::size_t kSpare = 64;
+
 struct Definitions {
-  std::vector<std::unique_ptr<ZEL_StructDef>> all;
-  std::unordered_map<std::string_view, const ZEL_StructDef*> named;
-  std::unordered_multimap<std::size_t, const ZEL_StructDef*> anonymous; // by the hash of their tags
+  std::vector<std::unique_ptr<ZEL_StructDef>> named;
+  std::vector<std::unique_ptr<ZEL_StructDef>> anonymous; // nested ones before those that have them
+  std::unordered_map<std::string_view, const ZEL_StructDef*> byName;
+  std::unordered_multimap<std::size_t, const ZEL_StructDef*> byTags;
+  std::size_t sweepAt = kSpare; // that many anonymous ones
+
+  Definitions() = default;
+  ~Definitions() { // later ones have earlier ones
+    while (!anonymous.empty()) anonymous.pop_back();
+    while (!named.empty()) named.pop_back();
+  }
+  Definitions(const Definitions&) = delete;
+  Definitions& operator=(const Definitions&) = delete;
 };
 
 Definitions& definitions() {
@@ -57,6 +70,7 @@ void addTag(ZEL_StructDef& def, Tag tag) {
   if (tag.sdef)
     for (std::int64_t k = 0; k < n; ++k)
       for (const TextRun& run : tag.sdef->texts) addTexts(def, {tag.offset + k * size + run.offset, run.count});
+  hold(tag.sdef);
   def.tags.push_back(std::move(tag));
 }
 
@@ -66,6 +80,7 @@ void addTags(ZEL_StructDef& def, const ZEL_StructTagDef* tags) {
       refuse(def, std::string("tag ") + tags->name + " must have a definition exactly when it is a structure.");
     if (tags->flags & ZEL_TAG_INHERIT) {
       def.parents.push_back(tags->sdef);
+      hold(tags->sdef);
       for (const Tag& tag : tags->sdef->tags) addTag(def, tag);
     } else {
       addTag(def, {upper(tags->name), tags->type, tags->n, tags->sdef, 0});
@@ -99,27 +114,36 @@ bool equalTags(const ZEL_StructDef& a, const ZEL_StructDef& b) {
   });
 }
 
-const ZEL_StructDef* define(const char* name, const ZEL_StructTagDef* tags, bool internal) {
+const ZEL_StructDef* defineNamed(std::string_view name, const ZEL_StructTagDef* tags) {
   auto& known = definitions();
   auto def = std::make_unique<ZEL_StructDef>();
-  if (name) {
-    def->name = upper(name);
-    if (const auto* existing = findStruct(def->name)) return existing;
-  }
-  def->internal = internal;
+  def->name = upper(name);
+  if (const auto* existing = findStruct(def->name)) return existing;
   addTags(*def, tags);
-  if (name) {
-    indexTags(*def);
-    known.named.emplace(def->name, def.get());
-  } else {
-    const std::size_t hash = hashTags(*def);
-    const auto [begin, end] = known.anonymous.equal_range(hash);
-    const auto same = std::find_if(begin, end, [&](const auto& entry) { return equalTags(*entry.second, *def); });
-    if (same != end) return same->second;
-    indexTags(*def);
-    known.anonymous.emplace(hash, def.get());
-  }
-  return known.all.emplace_back(std::move(def)).get();
+  indexTags(*def);
+  known.byName.emplace(def->name, def.get());
+  return known.named.emplace_back(std::move(def)).get();
+}
+
+const ZEL_StructDef* defineAnonymous(const ZEL_StructTagDef* tags) {
+  auto& known = definitions();
+  auto def = std::make_unique<ZEL_StructDef>();
+  addTags(*def, tags);
+  def->hash = hashTags(*def);
+  const auto [begin, end] = known.byTags.equal_range(def->hash);
+  const auto same = std::find_if(begin, end, [&](const auto& entry) { return equalTags(*entry.second, *def); });
+  if (same != end) return same->second;
+  indexTags(*def);
+  known.byTags.emplace(def->hash, def.get());
+  return known.anonymous.emplace_back(std::move(def)).get();
+}
+
+/// Forgets a definition. Nothing has it.
+void forget(std::unique_ptr<ZEL_StructDef>& def) noexcept {
+  auto& byTags = definitions().byTags;
+  const auto [begin, end] = byTags.equal_range(def->hash);
+  byTags.erase(std::find_if(begin, end, [&](const auto& entry) { return entry.second == def.get(); }));
+  def.reset();
 }
 
 std::int64_t tagInfo(const Tag& tag, ZEL_StructTagDef* out) noexcept {
@@ -130,24 +154,48 @@ std::int64_t tagInfo(const Tag& tag, ZEL_StructTagDef* out) noexcept {
 } // namespace
 
 const ZEL_StructDef* findStruct(std::string_view name) noexcept {
-  const auto& named = definitions().named;
-  const auto found = named.find(name);
-  return found == named.end() ? nullptr : found->second;
+  const auto& byName = definitions().byName;
+  const auto found = byName.find(name);
+  return found == byName.end() ? nullptr : found->second;
 }
 
+void hold(const ZEL_StructDef* sdef) noexcept {
+  if (sdef) ++sdef->users;
+}
+
+void drop(const ZEL_StructDef* sdef) noexcept {
+  if (sdef) --sdef->users;
+}
+
+void forgetUnusedStructs() noexcept {
+  auto& known = definitions();
+  if (known.anonymous.size() < known.sweepAt) return;
+  for (auto def = known.anonymous.rbegin(); def != known.anonymous.rend(); ++def)
+    if ((*def)->users == 0) forget(*def);
+  std::erase(known.anonymous, nullptr);
+  known.sweepAt = std::max(kSpare, 2 * known.anonymous.size());
+}
+
+std::size_t structCount() noexcept { return definitions().named.size() + definitions().anonymous.size(); }
+
 } // namespace zel::host
+
+ZEL_StructDef::~ZEL_StructDef() {
+  for (const zel::host::Tag& tag : tags) zel::host::drop(tag.sdef);
+  for (const ZEL_StructDef* parent : parents) zel::host::drop(parent);
+}
 
 using zel::host::raise;
 
 extern "C" {
 
 const ZEL_StructDef* ZEL_MakeStruct(const char* name, const ZEL_StructTagDef* tags) {
-  return zel::host::define(name, tags, false);
+  return name ? zel::host::defineNamed(name, tags) : zel::host::defineAnonymous(tags);
 }
 
 const ZEL_StructDef* ZEL_MakeStructInternal(const char* name, const ZEL_StructTagDef* tags) {
   if (!name) raise("A structure that belongs to a module needs a name.");
-  return zel::host::define(name, tags, true);
+  return zel::host::defineNamed(name, tags);
 }
 
 int ZEL_StructNumTags(const ZEL_StructDef* sdef) noexcept { return static_cast<int>(sdef->tags.size()); }

@@ -30,11 +30,26 @@ struct Tag {
 /// The named structure of that name (upper case); null when there is none.
 const ZEL_StructDef* findStruct(std::string_view name) noexcept;
 
+/// Counts a variable or a definition that has the definition. Null is left alone.
+void hold(const ZEL_StructDef* sdef) noexcept;
+/// Counts one less.
+void drop(const ZEL_StructDef* sdef) noexcept;
+/// Forgets anonymous definitions that nothing has. No native code may run, since it could be about to use one.
+void forgetUnusedStructs() noexcept;
+/// How many definitions there are.
+std::size_t structCount() noexcept;
+
 } // namespace zel::host
 
 struct ZEL_StructDef {
-  std::string name; ///< empty: anonymous
-  bool internal = false;
+  ZEL_StructDef() = default;
+  ~ZEL_StructDef();
+  ZEL_StructDef(const ZEL_StructDef&) = delete;
+  ZEL_StructDef& operator=(const ZEL_StructDef&) = delete;
+
+  std::string name;               ///< empty: anonymous
+  std::size_t hash = 0;           ///< of the tags of an anonymous one
+  mutable std::int64_t users = 0; ///< variables and definitions that have it
   std::vector<zel::host::Tag> tags;
   std::vector<const ZEL_StructDef*> parents; ///< inherited structures in their order
   std::int64_t size = 0;

@@ -65,6 +65,7 @@ void copyValue(const ZEL_Variable& src, ZEL_Variable& dst) {
     dst.data = data;
     dst.n = src.n;
     dst.sdef = src.sdef;
+    hold(dst.sdef);
   }
   dst.type = src.type;
   dst.flags = static_cast<std::uint8_t>((dst.flags & ZEL_V_TEMP) | (src.flags & ZEL_V_ARR));
@@ -103,6 +104,7 @@ void clear(ZEL_Variable& v) noexcept {
   ZEL_VarGetData(&v, &n, &data);
   forTexts(v.type, v.sdef, n, data, [](ZEL_STRING* s, std::int64_t count) { ZEL_StrDelete(s, count); });
   release(v.data);
+  drop(v.sdef);
   const auto flags = static_cast<std::uint8_t>(v.flags & ZEL_V_TEMP);
   v = ZEL_Variable{};
   v.flags = flags;
@@ -127,6 +129,7 @@ char* makeStructs(ZEL_Variable& v, const ZEL_StructDef* sdef, std::int64_t n) {
   v.type = ZEL_TYP_STRUCT;
   v.flags |= ZEL_V_ARR;
   v.sdef = sdef;
+  hold(sdef);
   return v.data;
 }
 

@@ -159,6 +159,7 @@ ZEL_Variable* ZEL_OgcWcsGetCapabilities(int argc, ZEL_Variable** argv, const ZEL
   return ogcFunction([&] {
     const ogc::Keywords keywords(table, argc, argv, argk);
     COgcWcs& client = clientOf(argv[0]);
+    const ogc::RecordsReport report(argv[0], client);
     const auto fromFile = ogcFromFile(keywords[table.slot("FROM_FILE")]);
     const auto fromUrl = ogcFromUrl(keywords[table.slot("FROM_URL")]);
     const int validationMode = ogcValidationMode(keywords[table.slot("VALIDATION_MODE")]);
@@ -174,6 +175,7 @@ ZEL_Variable* ZEL_OgcWcsDescribeCoverage(int argc, ZEL_Variable** argv, const ZE
   return ogcFunction([&] {
     const ogc::Keywords keywords(table, argc, argv, argk);
     COgcWcs& client = clientOf(argv[0]);
+    const ogc::RecordsReport report(argv[0], client);
     ZEL_Variable* given = keywords[table.slot("NAMES")];
     if (given == nullptr && keywords[table.slot("FROM_FILE")] == nullptr)
       ogcError("Error: The NAMES keyword must be set.");

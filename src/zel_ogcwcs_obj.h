@@ -191,6 +191,10 @@ public:
   /// Service section, null when none was read.
   [[nodiscard]] const WcsService* Service() const noexcept { return m_capabilities.pService; }
   [[nodiscard]] const WcsBrief* Briefs() const noexcept { return m_capabilities.pBriefHead; }
+  /// Bytes of all records.
+  [[nodiscard]] std::size_t RecordSize() const noexcept {
+    return m_capabilities.arena.size() + m_description.arena.size();
+  }
   [[nodiscard]] int BriefCount() const noexcept { return m_capabilities.iBriefCount; }
   [[nodiscard]] const WcsOffering* Offerings() const noexcept { return m_description.pCovOfferingHead; }
   [[nodiscard]] int OfferingCount() const noexcept { return m_description.iCovOfferingCount; }

@@ -219,6 +219,7 @@ ZEL_Variable* ZEL_OgcWmsGetCapabilities(int argc, ZEL_Variable** argv, const ZEL
       {{"DISABLE_INHERITANCE"}, {"FROM_FILE"}, {"FROM_URL"}, {"SCHEMA_CHECKING"}, {"VALIDATION_MODE"}});
   return ogcFunction([&] {
     COgcWms& client = clientOf(argv[0]);
+    const ogc::RecordsReport report(argv[0], client);
     const ogc::Keywords keywords(table, argc, argv, argk);
     const auto fromFile = ogcFromFile(keywords[table.slot("FROM_FILE")]);
     const auto fromUrl = ogcFromUrl(keywords[table.slot("FROM_URL")]);

@@ -196,6 +196,8 @@ public:
   /// @{
   /// Null until a `Service` element was parsed.
   [[nodiscard]] const xWmsService_t* Service() const noexcept { return pService; }
+  /// Bytes of all records.
+  [[nodiscard]] std::size_t RecordSize() const noexcept { return m_arena.size(); }
   [[nodiscard]] std::int64_t NumLayers() const noexcept { return nLayers; }
   [[nodiscard]] std::int64_t LayerCacheCapacity() const noexcept {
     return static_cast<std::int64_t>(ppLayerCache.size());

@@ -1,7 +1,7 @@
 #include "frontend/calls.h"
 
-#include "frontend/functions.h"
 #include "frontend/interpreter.h"
+#include "frontend/kept.h"
 #include "frontend/objects.h"
 #include "frontend/values.h"
 
@@ -60,7 +60,8 @@ public:
                                  {static_cast<int>(keywords.size()), keywords.data()});
     }
     for (const Keyword& keyword : m_keywords)
-      if (!keyword.output) releaseFunctions(m_state, m_self, keyword.name, keyword.function);
+      if (!keyword.output) releaseKept(m_state, m_self, keyword.name, keyword.kept);
+    Interpreter::of(m_state).collectObjects(m_state);
     return result;
   }
 
@@ -83,7 +84,7 @@ private:
     std::string name;
     ZEL_Variable* value;
     bool output;
-    std::string function; ///< name under which the object keeps a function value
+    Kept kept;
   };
 
   std::string keywordName(int index) const {
@@ -102,10 +103,11 @@ private:
   void addInput(std::string name, int value) {
     Keyword& keyword = addKeyword(std::move(name), false);
     if (lua_isfunction(m_state, value) && keyword.name.ends_with("FUNCTION")) {
-      keyword.function = keepFunction(m_state, m_self, value, keyword.name);
-      ZEL_VarCopy(host::makeTempString(keyword.function), keyword.value);
+      keyword.kept.function = keepFunction(m_state, m_self, value, keyword.name);
+      ZEL_VarCopy(host::makeTempString(keyword.kept.function), keyword.value);
     } else {
-      readValue(m_state, value, *keyword.value, m_routine.name + ": keyword " + keyword.name);
+      keyword.kept.objects = readValue(m_state, value, *keyword.value, m_routine.name + ": keyword " + keyword.name);
+      keepObjects(m_state, m_self, keyword.name, keyword.kept.objects);
     }
   }
 

@@ -1,13 +1,14 @@
 #include "frontend/interpreter.h"
 
-#include "frontend/functions.h"
+#include "frontend/kept.h"
 #include "frontend/library.h"
 #include "frontend/stop.h"
 #include "frontend/values.h"
 
+#include "host/heap.h"
 #include "host/messages.h"
 
-#include <cmath>
+#include <algorithm>
 #include <new>
 
 namespace zel::lua {
@@ -16,6 +17,9 @@ namespace {
 
 /// Registry key of the error value that a script raised below a routine.
 const char kErrorKey = 0;
+
+/// Memory of objects below which nothing is collected for its sake.
+constexpr std::int64_t kManyBytes = std::int64_t{32} << 20;
 
 struct ScriptCall {
   const std::string& routine;
@@ -118,6 +122,12 @@ void Interpreter::callScript(const std::string& routine, int argc, ZEL_Variable*
   }
   if (!call.found) host::raise("There is no global function \"" + routine + "\" to call.");
   if (result) storeResult(L, routine, result);
+}
+
+void Interpreter::collectObjects(lua_State* L) {
+  if (host::objectMemory() < std::max(m_collectAt, kManyBytes) || !lua_gc(L, LUA_GCISRUNNING)) return;
+  lua_gc(L, LUA_GCCOLLECT);
+  m_collectAt = 2 * host::objectMemory();
 }
 
 void Interpreter::setCurrent(lua_State* L) noexcept {

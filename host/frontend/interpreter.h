@@ -6,6 +6,7 @@
 
 #include "host/session.h"
 
+#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -22,6 +23,10 @@ public:
   static Interpreter& of(lua_State* L) noexcept;
 
   void callScript(const std::string& routine, int argc, ZEL_Variable** argv, ZEL_Variable* result) override;
+
+  /// Collects the objects that scripts have dropped when the memory of all has grown to twice of what was left the last
+  /// time. The collector itself knows their userdata only.
+  void collectObjects(lua_State* L);
 
   /// Has the script end with an exit code as soon as no native code runs.
   struct Exit {
@@ -48,6 +53,7 @@ private:
 
   lua_State* m_main;
   lua_State* m_current;
+  std::int64_t m_collectAt = 0; ///< bytes of objects
 };
 
 } // namespace zel::lua

@@ -1,8 +1,8 @@
 #include "frontend/objects.h"
 
 #include "frontend/calls.h"
-#include "frontend/functions.h"
 #include "frontend/interpreter.h"
+#include "frontend/kept.h"
 
 #include "host/heap.h"
 #include "host/messages.h"
@@ -44,14 +44,13 @@ void close(lua_State* L, Object& object) {
   deleteHostObject(object);
 }
 
-/// close() where nobody can be told of a refusal. \return whether the object is closed.
-bool tryClose(lua_State* L, Object& object) {
+/// close() where nobody can be told of a refusal.
+void tryClose(lua_State* L, Object& object) {
   try {
     close(L, object);
   } catch (const ZEL_Unwind&) {
     host::takeError();
   }
-  return object.closed;
 }
 
 Object& checkObject(lua_State* L, int index) { return *static_cast<Object*>(luaL_checkudata(L, index, kMetatable)); }
@@ -61,15 +60,15 @@ int closeObject(lua_State* L) {
   Object& object = checkObject(L, 1);
   return protect(L, [L, &object] {
     close(L, object);
-    releaseFunctions(L, 1);
+    releaseKept(L, 1);
     return 0;
   });
 }
 
-/// Collection. An object that refuses (a transfer uses it) is kept for the next round.
+/// Collection.
 int collectObject(lua_State* L) {
-  Object& object = checkObject(L, 1);
-  if (!tryClose(L, object)) luaL_setmetatable(L, kMetatable);
+  tryClose(L, checkObject(L, 1));
+  releaseKept(L, 1);
   return 0;
 }
 

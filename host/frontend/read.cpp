@@ -50,6 +50,9 @@ public:
     }
   }
 
+  /// The objects in what was read.
+  const std::vector<ZEL_HVID>& objects() const noexcept { return m_objects; }
+
 private:
   [[noreturn]] void refuse(const std::string& why) const { host::raise(m_what + ": " + why + '.'); }
 
@@ -177,7 +180,7 @@ private:
     return ZEL_MakeStruct(nullptr, tags.data());
   }
 
-  void fill(int index, const Shape& shape, char* data) const {
+  void fill(int index, const Shape& shape, char* data) {
     if (shape.n == 0) return fillOne(index, shape, data);
     const std::int64_t size = shape.sdef ? shape.sdef->size : host::typeSize(shape.type);
     for (std::int64_t k = 0; k < shape.n; ++k, data += size) {
@@ -187,7 +190,7 @@ private:
     }
   }
 
-  void fillOne(int index, const Shape& shape, char* data) const {
+  void fillOne(int index, const Shape& shape, char* data) {
     if (shape.type == ZEL_TYP_STRING) {
       std::size_t length = 0;
       const char* text = lua_tolstring(m_state, index, &length);
@@ -199,7 +202,8 @@ private:
         fill(lua_gettop(m_state), {tag.type, tag.n, tag.sdef}, data + tag.offset);
       }
     } else if (shape.type == ZEL_TYP_OBJREF) {
-      store(data, objectAt(m_state, index)->hvid);
+      m_objects.push_back(objectAt(m_state, index)->hvid);
+      store(data, m_objects.back());
     } else if (shape.type == ZEL_TYP_DOUBLE) {
       store(data, static_cast<double>(lua_tonumber(m_state, index)));
     } else {
@@ -216,6 +220,7 @@ private:
   lua_State* m_state;
   const std::string& m_what;
   std::int64_t m_nested = 0;
+  std::vector<ZEL_HVID> m_objects;
 };
 
 int undefinedToString(lua_State* L) {
@@ -225,10 +230,12 @@ int undefinedToString(lua_State* L) {
 
 } // namespace
 
-void readValue(lua_State* L, int index, ZEL_Variable& out, const std::string& what) {
+std::vector<ZEL_HVID> readValue(lua_State* L, int index, ZEL_Variable& out, const std::string& what) {
   const StackGuard guard(L);
   const CollectorPause pause(L); // a finalizer could change the tables while they are read
-  Reader(L, what).read(lua_absindex(L, index), out);
+  Reader reader(L, what);
+  reader.read(lua_absindex(L, index), out);
+  return reader.objects();
 }
 
 void pushUndefined(lua_State* L) {

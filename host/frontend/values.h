@@ -13,14 +13,16 @@
 #include "host/variables.h"
 
 #include <string>
+#include <vector>
 
 namespace zel::lua {
 
 /// Pushes the value of a variable.
 void pushValue(lua_State* L, ZEL_Variable& v);
 
-/// Stores the value at a stack index into a variable that is undefined; `what` names it in errors.
-void readValue(lua_State* L, int index, ZEL_Variable& out, const std::string& what);
+/// Stores the value at a stack index into a variable that is undefined; `what` names it in errors. \return the objects
+/// in it.
+std::vector<ZEL_HVID> readValue(lua_State* L, int index, ZEL_Variable& out, const std::string& what);
 
 /// Pushes what scripts pass for an undefined variable.
 void pushUndefined(lua_State* L);

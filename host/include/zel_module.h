@@ -53,7 +53,9 @@ struct ZEL_STRING {
 /// Identifier of a heap variable; 0 is none.
 using ZEL_HVID = std::uint32_t;
 
-/// Definition of a structure: names, types and offsets of its tags. Owned by the host, lives as long as the process.
+/// Definition of a structure: names, types and offsets of its tags. Owned by the host. A named one lives as long as the
+/// process; an anonymous one until the outermost running routine returns, and as long as a variable or another
+/// definition has it.
 struct ZEL_StructDef;
 
 /// Definition of an object class: a named structure with its class name and superclasses. Owned by the host.
@@ -196,6 +198,10 @@ const ZEL_ObjDef* ZEL_ObjInsertDef(const ZEL_StructDef* sdef);
 ZEL_HeapVar* ZEL_ObjReference(ZEL_Variable* v);
 /// 1 when the object's class equals or inherits the named class (any case), else 0.
 int ZEL_ObjContainsClassByStr(const ZEL_HeapVar* object, const char* className) noexcept;
+
+/// Says how many bytes native code holds for an object, so that objects that no script can reach any more are cleaned
+/// up before they fill the memory. An identifier without object is left alone.
+void ZEL_ObjSetMemory(ZEL_HVID hvid, std::int64_t bytes) noexcept;
 
 /// New pointer heap variable that holds a copy of `value` (a temporary is consumed).
 ZEL_HeapVar* ZEL_HeapVarNew(ZEL_Variable* value);

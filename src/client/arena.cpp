@@ -21,6 +21,7 @@ void* COgcArena::allocate(std::size_t bytes, std::size_t align) {
     place = m_chunks.back().get();
     m_end = m_chunks.back().get() + size;
     m_nextChunk = wanted * 2;
+    m_size += size;
   }
   m_top = static_cast<std::byte*>(place) + bytes;
   return place;
@@ -71,5 +72,6 @@ void COgcArena::release() noexcept {
   m_grown.clear();
   m_top = m_end = nullptr;
   m_nextChunk = 0;
+  m_size = 0;
   m_open = nullptr;
 }

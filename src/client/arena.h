@@ -30,6 +30,9 @@ public:
   /// appends to one text, also when texts are extended in turn.
   void append(const char** dst, std::string_view text, std::string_view separator);
 
+  /// Bytes taken from the system.
+  [[nodiscard]] std::size_t size() const noexcept { return m_size; }
+
   /// Forgets everything that was handed out; the memory goes back.
   void release() noexcept;
 
@@ -46,6 +49,7 @@ private:
   std::byte* m_top = nullptr;
   std::byte* m_end = nullptr;
   std::size_t m_nextChunk = 0;
+  std::size_t m_size = 0;
   const char* m_open = nullptr; ///< the last allocation, when it is a text: extended in place
   std::size_t m_openLength = 0;
   std::unordered_map<const char*, Extent> m_grown; ///< texts that had to move; they have room to grow

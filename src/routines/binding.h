@@ -22,6 +22,25 @@ Client& ogcClient(const OgcService& service, ZEL_Variable* object) {
   return static_cast<Client&>(ogcClientIn(service, ogcInstanceSlot(service, object)));
 }
 
+namespace ogc {
+
+/// Says to the host, at its end, how large the records of a client have become.
+template <typename Client>
+class RecordsReport {
+public:
+  RecordsReport(const ZEL_Variable* object, const Client& client) noexcept
+      : m_object(object->value.hvid), m_client(client) {}
+  ~RecordsReport() { ZEL_ObjSetMemory(m_object, static_cast<std::int64_t>(m_client.RecordSize())); }
+  RecordsReport(const RecordsReport&) = delete;
+  RecordsReport& operator=(const RecordsReport&) = delete;
+
+private:
+  ZEL_HVID m_object;
+  const Client& m_client;
+};
+
+} // namespace ogc
+
 /// INIT: gives the object a new client with its defaults and applies the property keywords. An older client is released
 /// with its callback data, or stays when it is in a request. \return 1, or 0 after an informational message.
 ZEL_Variable* ogcInit(const OgcService& service, int argc, ZEL_Variable** argv, const ZEL_Keywords* argk);

@@ -85,6 +85,17 @@ local light = {
              fails("string is required", wms.GetMap, wms, 5) end,
 }
 
+-- What the host could keep for ever: a name for each function, a definition for each shape of a value or result.
+local function churn(round)
+  for i = 1, 20 do
+    with_routine(function() return i end)
+    local shape = {["ROUND" .. round] = i, NESTED = {["STEP" .. i] = {i, round}}}
+    static:SetProperty{CALLBACK_DATA = shape}
+    assert(static:GetProperty{"CALLBACK_DATA"}.CALLBACK_DATA["ROUND" .. round] == i)
+  end
+  with_routine("")
+end
+
 local pid = io.open("/proc/self/stat"):read("n")
 
 local function holds()
@@ -114,7 +125,7 @@ local settled, drifted
 for round = 1, rounds do
   local steps = round % 4 == 0 and served or light
   local step = (round % 4 == 0 and round // 4 or round - round // 4) % #steps + 1
-  local ok, why = xpcall(steps[step], debug.traceback)
+  local ok, why = xpcall(function() steps[step]() churn(round) end, debug.traceback)
   if not ok then error(("round %d, step %d: %s"):format(round, step, why), 0) end
   if round == rounds or round % math.max(SETTLED, rounds // 20) == 0 or round == SETTLED then
     local now, cells = holds(), {}

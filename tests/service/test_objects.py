@@ -118,3 +118,40 @@ def test_collected_objects_leave_nothing(zel):
       do local o <close> = zel.new("ZELnetOGCWCS", {CALLBACK_DATA = "x"}) end
     """, no_leak=True)
     assert done.out == ""
+
+
+def test_object_as_callback_data_lives_as_long_as_it_is_set(zel):
+    """Also in a list or a structure; a ring of objects is still collected."""
+    done = zel("""
+      local o = zel.new("ZELnetOGCWMS")
+      local function set(data) o:SetProperty{CALLBACK_DATA = data} collectgarbage() end
+      local function get() return o:GetProperty{"CALLBACK_DATA"}.CALLBACK_DATA end
+      set(zel.new("ZELnetOGCWCS"))
+      print(get(), zel.counts().objects)
+      set{A = 1, OBJECTS = {zel.new("ZELnetOGCWCS"), zel.new("ZELnetOGCWCS")}}
+      print(get().OBJECTS[2], zel.counts().objects)
+      pcall(o.SetProperty, o, {CALLBACK_DATA = zel.new("ZELnetOGCWCS"), ENCODE = "none"})
+      collectgarbage()
+      print(get(), zel.counts().objects)
+      set(o)
+      o = nil
+      collectgarbage()
+      print(zel.counts().objects)
+    """, no_leak=True)
+    assert done.out.splitlines() == ["ZELNETOGCWCS object\t2", "ZELNETOGCWCS object\t3", "ZELNETOGCWCS object\t4", "0"]
+
+
+def test_dropped_objects_do_not_fill_the_memory(zel, tmp_path):
+    """The collector is told what their documents weigh."""
+    layers = "".join(f"<Layer><Name>layer {i}</Name><Title>{'t' * 60}</Title></Layer>" for i in range(30_000))
+    (tmp_path / "large.xml").write_text(f"<WMT_MS_Capabilities version='1.1.1'><Capability>{layers}</Capability>"
+                                        "</WMT_MS_Capabilities>")
+    done = zel("""
+      local most = 0
+      for i = 1, 12 do
+        zel.new("ZELnetOGCWMS"):GetCapabilities{FROM_FILE = "large.xml"}
+        most = math.max(most, zel.counts().objects)
+      end
+      print(most)
+    """)
+    assert int(done.out) <= 4

@@ -239,6 +239,8 @@ def test_session_reset_and_leaks(zel):
     done = zel(SETUP + "zel.reset() o:Leak() print(zel.counts().leaked, zel.counts().temporaries)")
     assert done.out == "1\t0\n"
     assert "could not be reset" in zel(SETUP + "zel.reset()", ok=False, env={"SAMPLE_NO_RESET": "1"}).err
+    inside = zel(SETUP + "function f() print(select(2, pcall(zel.reset))) end o:Call('f')").out
+    assert "SAMPLE::CALL: The session cannot be reset while a routine runs." in inside
 
 
 @pytest.mark.parametrize("code", ["while true do end", "function f() while true do end end o:Call('f')",

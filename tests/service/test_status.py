@@ -111,7 +111,7 @@ INSIDE = {
     "wms.Cleanup, wms": "CLEANUP has to wait",
     "wms.close, wms": "CLEANUP has to wait",
     'other.GetCoverage, other, "a=b"': "another request is running",
-    "zel.reset": "can not be reset while a transfer runs",
+    "zel.reset": "ZELNETOGCWMS::GETMAP: The session cannot be reset while a routine runs.",
 }
 
 

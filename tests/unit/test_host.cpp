@@ -9,6 +9,7 @@
 #include "host/routines.h"
 #include "host/session.h"
 #include "host/strings.h"
+#include "host/structs.h"
 #include "host/variables.h"
 
 #include <gtest/gtest.h>
@@ -249,6 +250,25 @@ TEST_F(Host, RefusesBadStructures) {
   EXPECT_NE(errorOf([&] { ZEL_MakeStructInternal(nullptr, twice); }), "");
 }
 
+TEST_F(Host, ForgetsStructuresThatNothingHas) {
+  const auto define = [](const std::string& name, const ZEL_StructDef* nested) {
+    const ZEL_StructTagDef tags[] = {{name.c_str(), nested ? ZEL_TYP_STRUCT : ZEL_TYP_STRING, 3, nested, 0}, {}};
+    return ZEL_MakeStruct(nullptr, tags);
+  };
+  Variable kept;
+  ZEL_VarCopy(ZEL_MakeTempStruct(define("OUTER", define("INNER", nullptr)), 2, nullptr), kept.get());
+  Variable copy;
+  ZEL_VarCopy(kept.get(), copy.get());
+  const std::size_t before = zel::host::structCount();
+  for (int i = 0; i < 2000; ++i) {
+    define("OUTER", define("INNER" + std::to_string(i), nullptr));
+    zel::host::forgetUnusedStructs();
+  }
+  EXPECT_LT(zel::host::structCount(), before + 200);
+  zel::host::clear(*kept);
+  EXPECT_EQ(copy->sdef, define("OUTER", define("INNER", nullptr)));
+}
+
 TEST_F(Host, TellsObjectsAndHeapVariables) {
   const ZEL_StructTagDef base[] = {{"OWN", ZEL_TYP_LONG64, 0, nullptr, 0}, {}};
   const ZEL_StructDef* baseDef = ZEL_MakeStruct("HOSTBASE", base);
@@ -266,7 +286,12 @@ TEST_F(Host, TellsObjectsAndHeapVariables) {
   EXPECT_EQ(ZEL_ObjReference(reference.get()), object);
   for (const auto& [name, expected] : {std::pair{"HostChild", 1}, {"HOSTBASE", 1}, {"HOST", 0}})
     EXPECT_EQ(ZEL_ObjContainsClassByStr(object, name), expected) << name;
+  ZEL_ObjSetMemory(object->hvid, 500);
+  ZEL_ObjSetMemory(object->hvid, 400);
+  ZEL_ObjSetMemory(object->hvid + 1, 1);
+  EXPECT_EQ(zel::host::objectMemory(), 400);
   ZEL_HeapVarDelete(object);
+  EXPECT_EQ(zel::host::objectMemory(), 0);
   EXPECT_EQ(errorOf([&] { ZEL_ObjReference(reference.get()); }), "The object is gone: it was closed.");
   const Temp null = number<ZEL_HVID>(ZEL_TYP_OBJREF, 0);
   EXPECT_EQ(errorOf([&] { ZEL_ObjReference(null.get()); }), "The object reference is null.");
