@@ -8,10 +8,13 @@ namespace zel::lua {
 
 namespace {
 
-/// Message handler: the error as text, with the calls that led to it.
+/// Message handler: the error as text, with the calls that led to it. An error that says of itself how it reads is
+/// meant for people and stays as it is.
 int addTraceback(lua_State* L) {
-  if (lua_type(L, 1) != LUA_TSTRING && !luaL_callmeta(L, 1, "__tostring"))
+  if (lua_type(L, 1) != LUA_TSTRING) {
+    if (luaL_callmeta(L, 1, "__tostring")) return 1;
     lua_pushfstring(L, "(error object is a %s value)", luaL_typename(L, 1));
+  }
   luaL_traceback(L, L, luaL_tolstring(L, -1, nullptr), 1);
   return 1;
 }

@@ -64,7 +64,7 @@ def test_is_used_from_outside_the_build(tmp_path, ogc, make):
     broken = [path for path in prefix.rglob("*") if path.is_symlink() and not path.exists()]
     assert not broken
     documents = prefix / "share/doc/zel-ogc"
-    for document in ("docs/reference.md", "examples/wms_map.lua", "CHANGELOG.md"):
+    for document in ("docs/reference.md", "examples/region_map.lua", "CHANGELOG.md"):
         assert (documents / document).exists()
     assert "Readline's licence" in (documents / "copyright").read_text()
 

@@ -91,6 +91,21 @@ function choice.check_box(box, system)
   end
 end
 
+--- The box that was asked for, in the system; without one what `own()` gives, and nil when that is nothing. A box in
+-- another system, `given_in`, gives the box around it.
+function choice.box(given, given_in, system, own)
+  if not given then return own() end
+  if not given_in then
+    choice.check_box(given, system)
+    return given
+  end
+  choice.check_box(given, given_in)
+  local box = crs.describe(given_in).geographic and crs.from_degrees(given, system) or
+    crs.transform_box(given, given_in, system)
+  if not box or not boxes.valid(box) then errors.raise(("bbox lies outside of what %s is for"):format(system)) end
+  return box
+end
+
 -- Formats by the short names and the extensions that people use, the best for a map first.
 local SHORT = {{"png", "image/png"}, {"jpeg", "image/jpeg"}, {"jpg", "image/jpeg"}, {"gif", "image/gif"},
                {"tiff", "image/tiff"}, {"tif", "image/tiff"}, {"webp", "image/webp"}, {"bmp", "image/bmp"}}

@@ -89,8 +89,8 @@ end
 
 function commands.map(o)
   local s <close> = wms(o)
-  describe(s:map{layers = o.layers, styles = o.style, crs = o.crs, bbox = o.bbox, width = o.size and o.size[1],
-                 height = o.size and o.size[2], tile = o.tile, format = o.format, transparent = o.transparent,
+  describe(s:map{layers = o.layers, styles = o.style, crs = o.crs, bbox = o.bbox, bbox_crs = o.bbox_crs,
+                 width = o.size and o.size[1], height = o.size and o.size[2], tile = o.tile, format = o.format, transparent = o.transparent,
                  bgcolor = o.bgcolor, time = o.time, elevation = o.elevation, dimensions = named(o.dimension),
                  extra = named(o.extra), to = o.to or usual_file(o.layers[1])}, o)
 end
@@ -103,16 +103,15 @@ end
 
 function commands.coverage(o)
   local c <close> = wcs(o)
-  describe(c:get{name = o.name, crs = o.crs, bbox = o.bbox, width = o.size and o.size[1], height = o.size and o.size[2],
-                 resx = o.res, format = o.format, time = o.time, interpolation = o.interpolation,
+  describe(c:get{name = o.name, crs = o.crs, bbox = o.bbox, bbox_crs = o.bbox_crs, width = o.size and o.size[1],
+                 height = o.size and o.size[2], resx = o.res, format = o.format, time = o.time, interpolation = o.interpolation,
                  extra = named(o.extra), to = o.to or usual_file(o.name)}, o)
 end
 
 function commands.catalogue(o)
   local options = service_options(o)
-  options.quiet, options.retries, options.version = nil, nil, nil
-  require "zel.catalogue".write{url = o.url, to = o.to, jobs = o.jobs, quiet = o.quiet,
-    properties = require "zel.ogc.options".properties(options)}
+  options.quiet, options.status, options.version = nil, nil, o.wms
+  require "zel.catalogue".write{url = o.url, to = o.to, jobs = o.jobs, quiet = o.quiet, properties = options}
 end
 
 -- What went wrong as one line.

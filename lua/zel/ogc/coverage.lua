@@ -3,6 +3,7 @@
 --   name         the coverage; the only argument that must be there
 --   crs          "EPSG:32632", or a number of EPSG's; the coverage's own without it
 --   bbox         {west, south, east, north} in the system; the whole coverage without it
+--   bbox_crs     the system of bbox, when it is not crs: what is fetched is the box around it
 --   width, height  cells; a missing one by the shape of the box. Or:
 --   resx, resy   size of a cell in units of the system; the same in both without resy. The coverage's own without all four
 --   format       "GeoTIFF"; a GeoTIFF where it is offered
@@ -28,7 +29,7 @@ local MOST_CELLS = 100 * 1000 * 1000 -- that are fetched without anyone having s
 local USUAL = 1024                   -- cells of the longer side, for a system that the coverage has no grid in
 
 local TYPES = {
-  name = "string", crs = "string|number", bbox = "table", width = "number", height = "number", resx = "number",
+  name = "string", crs = "string|number", bbox = "table", bbox_crs = "string", width = "number", height = "number", resx = "number",
   resy = "number", format = "string", to = "string", time = "string|table", interpolation = "string", ranges = "table",
   extra = "table",
 }
@@ -58,12 +59,8 @@ local function own_box(d, system)
   return d.box and crs.from_degrees(d.box, system)
 end
 
-local function box_of(d, given, system)
-  if given then
-    choice.check_box(given, system)
-    return given
-  end
-  local box = own_box(d, system)
+local function box_of(d, o, system)
+  local box = choice.box(o.bbox, o.bbox_crs, system, function() return own_box(d, system) end)
   if not box or not boxes.valid(box) then
     errors.raise(("coverage %s has no box in %s: say which with bbox"):format(d.name, system))
   end
@@ -154,7 +151,7 @@ return function(c, o)
   if not o.name then errors.raise("get wants the name of a coverage") end
   local d = c:describe(o.name)
   local system = system_of(d, o.crs)
-  local box = box_of(d, o.bbox, system)
+  local box = box_of(d, o, system)
   local format = format_of(d, o.format, o.to and files.extension(o.to))
   if o.to then files.check_directory(o.to) end
   local parameters, size = size_of(d, o, box, system)

@@ -4,6 +4,7 @@
 --   styles       a list in the order of the layers, or a table by layer name; the first style of each without it
 --   crs          "EPSG:3857", or a number of EPSG's; without it degrees (EPSG:4326) where the layers have them
 --   bbox         {west, south, east, north}, always x before y; without it the box around the layers
+--   bbox_crs     the system of bbox, when it is not that of the map: the map shows the box around it
 --   width, height  pixels; a missing one by the shape of the box, without both 1024 for the longer side
 --   to           the file to write; its extension chooses the format. Without it the user's store
 --   format       "png", "image/jpeg"; the best that is offered without it
@@ -30,17 +31,13 @@ local tiles = require "zel.ogc.tiles"
 local USUAL = 1024             -- pixels of a map's longer side
 
 local TYPES = {
-  layers = "table|string", styles = "table|string", crs = "string|number", bbox = "table", width = "number",
+  layers = "table|string", styles = "table|string", crs = "string|number", bbox = "table", bbox_crs = "string", width = "number",
   height = "number", to = "string", format = "string", transparent = "boolean", bgcolor = "string",
   time = "string|table", elevation = "string|number|table", dimensions = "table", extra = "table", tile = "number",
 }
 
-local function choose_box(s, layers, given, system)
-  if given then
-    choice.check_box(given, system)
-    return given
-  end
-  local box = extent.of(layers, system, s.version)
+local function choose_box(s, layers, o, system)
+  local box = choice.box(o.bbox, o.bbox_crs, system, function() return extent.of(layers, system, s.version) end)
   if not box then
     errors.raise(("the service gives no box in %s for layer %s: say which with bbox"):format(system, layers[1].name))
   end
@@ -91,7 +88,7 @@ return function(s, o)
   local system = choice.system(s, layers, o.crs)
   local format = choice.format(s.formats, o.format, o.to and files.extension(o.to))
   if o.to then files.check_directory(o.to) end
-  local box = choose_box(s, layers, o.bbox, system)
+  local box = choose_box(s, layers, o, system)
   local width, height = choose_size(s, o, box)
   local scale = map_query.scale((box[3] - box[1]) / width, system)
   local plan = {crs = system, format = format, parameters = map_query.parameters(s, layers, o, system, format)}

@@ -33,6 +33,7 @@ local function add_box(command)
   command:option("--bbox", "The box to show, x before y whatever the system."):args(4):argname{"W", "S", "E N"}
     :convert(number)
   command:option("--crs", "Reference system: EPSG:3857"):argname("SYSTEM")
+  command:option("--bbox-crs", "Reference system of the box, when it is another."):argname("SYSTEM")
   command:option("--format", "Format of the file."):argname("FORMAT")
   command:option("--time", "Time, as the service writes it."):argname("TIME")
   command:option("--to", "The file to write; its extension chooses the format."):argname("FILE")
