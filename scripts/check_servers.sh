@@ -1,0 +1,7 @@
+#!/bin/bash
+# Fetches maps from QGIS Server and MapProxy, and compares them.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+export ZEL_BUILD=${ZEL_BUILD:-$PWD/build-all}
+exec /usr/bin/python3 -B -m pytest -q tests/service/other_servers.py
