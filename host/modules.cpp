@@ -7,6 +7,7 @@
 
 #include "zel_module.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <exception>
 #include <filesystem>
@@ -28,7 +29,7 @@ struct ClassRow {
 };
 
 /// Classes whose module is loaded on first use.
-constexpr ClassRow kClasses[] = {{"ZELNETOGCWCS", "zel_ogc"}, {"ZELNETOGCWMS", "zel_ogc"}};
+constexpr ClassRow kClasses[] = {{"ZELnetOGCWCS", "zel_ogc"}, {"ZELnetOGCWMS", "zel_ogc"}};
 
 /// What came of the modules that were opened, by their real path: empty when loaded, else why not.
 std::map<fs::path, std::string>& outcomes() {
@@ -102,7 +103,16 @@ void loadModule(const std::string& name) {
 
 void loadModuleOfClass(std::string_view className) {
   for (const ClassRow& row : kClasses)
-    if (row.className == upper(className)) loadModule(row.module);
+    if (upper(row.className) == upper(className)) loadModule(row.module);
+}
+
+std::vector<std::string> availableClasses() {
+  std::vector<std::string> names;
+  for (const ClassRow& row : kClasses) names.emplace_back(row.className);
+  for (const std::string& loaded : classNames())
+    if (std::ranges::none_of(kClasses, [&loaded](const ClassRow& row) { return upper(row.className) == loaded; }))
+      names.push_back(loaded);
+  return names;
 }
 
 } // namespace zel::host

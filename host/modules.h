@@ -4,6 +4,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace zel::host {
 
@@ -12,5 +13,7 @@ namespace zel::host {
 void loadModule(const std::string& name);
 /// Loads the module that brings an object class, when it is known which.
 void loadModuleOfClass(std::string_view className);
+/// The classes there are: those that were loaded, and those whose module is loaded on first use.
+std::vector<std::string> availableClasses();
 
 } // namespace zel::host

@@ -41,6 +41,12 @@ std::size_t classCount() noexcept { return classes().size(); }
 
 void forgetClassesAfter(std::size_t count) { classes().resize(count); }
 
+std::vector<std::string> classNames() {
+  std::vector<std::string> names;
+  for (const auto& objdef : classes()) names.push_back(className(&objdef));
+  return names;
+}
+
 const std::string& className(const ZEL_ObjDef* objdef) noexcept { return objdef->sdef->name; }
 
 std::vector<std::string_view> classLine(const ZEL_ObjDef* objdef) {

@@ -21,6 +21,8 @@ const ZEL_ObjDef* findClass(std::string_view name);
 std::size_t classCount() noexcept;
 /// Forgets the classes that were added when there were `count` already: those of a module that refused to load.
 void forgetClassesAfter(std::size_t count);
+/// Names of all classes that were defined.
+std::vector<std::string> classNames();
 /// Name of a class, upper case.
 const std::string& className(const ZEL_ObjDef* objdef) noexcept;
 /// Names of the class and of all it inherits, in the order in which methods are looked for.

@@ -50,6 +50,8 @@ public:
   }
 
   Temp call() {
+    Interpreter& interpreter = Interpreter::of(m_state);
+    interpreter.failedObject = objectAt(m_state, m_self)->hvid;
     std::vector<ZEL_Keyword> keywords;
     for (Keyword& keyword : m_keywords) keywords.push_back({keyword.name.c_str(), keyword.value, keyword.output});
     Temp result;
@@ -61,7 +63,8 @@ public:
     }
     for (const Keyword& keyword : m_keywords)
       if (!keyword.output) releaseKept(m_state, m_self, keyword.name, keyword.kept);
-    Interpreter::of(m_state).collectObjects(m_state);
+    interpreter.collectObjects(m_state);
+    interpreter.failedObject = 0;
     return result;
   }
 
@@ -119,6 +122,29 @@ private:
   std::vector<Keyword> m_keywords;
 };
 
+/// How a script spells the method that runs.
+std::string spelling(lua_State* L, const host::Routine& routine) {
+  lua_Debug call{};
+  if (lua_getstack(L, 0, &call) && lua_getinfo(L, "n", &call) && call.name &&
+      routine.name.ends_with("::" + host::upper(call.name)))
+    return call.name;
+  return routine.name.substr(routine.name.rfind(':') + 1);
+}
+
+/// Refuses arguments of a method that takes keywords only: the table around them is missing.
+void checkPositional(lua_State* L, const host::Routine& routine, int last) {
+  if (!routine.takesKeywords || routine.argMax > 1 || lua_type(L, 2) != LUA_TSTRING) return;
+  const std::string method = spelling(L, routine);
+  std::string table;
+  if (host::upper(method).starts_with("SET")) {
+    table = std::string(lua_tostring(L, 2)) + " = value";
+  } else {
+    for (int i = 2; i <= last && lua_type(L, i) == LUA_TSTRING; ++i)
+      table += (i > 2 ? ", \"" : "\"") + std::string(lua_tostring(L, i)) + '"';
+  }
+  host::raise(routine.name + ": names are given in a table: object:" + method + '{' + table + "}.");
+}
+
 /// A method called by a script; upvalue 1 is its routine.
 int runMethod(lua_State* L) {
   const auto& routine = *static_cast<const host::Routine*>(lua_touserdata(L, lua_upvalueindex(1)));
@@ -128,6 +154,7 @@ int runMethod(lua_State* L) {
     if (object->closed) host::raise(routine.name + ": the object is closed.");
     const int last = lua_gettop(L);
     const bool keywords = last > 1 && lua_istable(L, last);
+    checkPositional(L, routine, last);
     Arguments arguments(L, routine, 1);
     for (int i = 2; i <= last - (keywords ? 1 : 0); ++i) arguments.addPositional(i);
     if (keywords) arguments.addKeywords(last);

@@ -26,7 +26,21 @@ struct ScriptCall {
   int argc;
   ZEL_Variable** argv;
   bool found = false;
+  std::string wrong; ///< what is wrong with the result
 };
+
+/// Whether a routine's result can be stored; nothing counts as 1.
+bool isAnswer(lua_State* L, int index) {
+  const int type = lua_type(L, index);
+  return type == LUA_TNIL || type == LUA_TBOOLEAN || type == LUA_TNUMBER;
+}
+
+/// Where the function on top of the stack is defined, "file:line"; pops it.
+std::string popPlace(lua_State* L) {
+  lua_Debug function{};
+  lua_getinfo(L, ">S", &function);
+  return function.short_src + (':' + std::to_string(function.linedefined));
+}
 
 /// Calls the routine of a ScriptCall and leaves its first result, or nothing.
 int runScriptCall(lua_State* L) {
@@ -36,30 +50,28 @@ int runScriptCall(lua_State* L) {
     if (!pushFunction(L, call.routine)) lua_getglobal(L, call.routine.c_str());
     call.found = lua_isfunction(L, -1);
     if (!call.found) return 0;
+    lua_pushvalue(L, -1);
     for (int i = 0; i < call.argc; ++i) pushValue(L, *call.argv[i]);
     lua_call(L, call.argc, 1);
-    return 1;
+    if (isAnswer(L, -1)) return 1;
+    call.wrong = std::string("returned a ") + luaL_typename(L, -1) + ", not a number or a boolean.";
+    lua_pushvalue(L, 1);
+    call.wrong = "The function at " + popPlace(L) + ' ' + call.wrong;
+    return 0;
   });
 }
 
 /// Stores what a script routine returned; runs outside of any Lua protection and calls nothing that raises there.
-void storeResult(lua_State* L, const std::string& routine, ZEL_Variable* result) {
+void storeResult(lua_State* L, ZEL_Variable* result) {
   std::int64_t integer = 1;
-  switch (lua_type(L, -1)) {
-  case LUA_TNIL:
-    break;
-  case LUA_TBOOLEAN:
+  int exact = 1;
+  if (lua_isboolean(L, -1))
     integer = lua_toboolean(L, -1);
-    break;
-  case LUA_TNUMBER:
-    if (int exact = 0; integer = lua_tointegerx(L, -1, &exact), !exact) {
-      const double number = lua_tonumber(L, -1);
-      ZEL_StoreScalar(result, ZEL_TYP_DOUBLE, &number);
-      return;
-    }
-    break;
-  default:
-    host::raise("Routine " + routine + " returned a " + luaL_typename(L, -1) + ", not a number or a boolean.");
+  else if (!lua_isnil(L, -1))
+    integer = lua_tointegerx(L, -1, &exact);
+  if (!exact) {
+    const double number = lua_tonumber(L, -1);
+    return ZEL_StoreScalar(result, ZEL_TYP_DOUBLE, &number);
   }
   ZEL_StoreScalar(result, ZEL_TYP_LONG64, &integer);
 }
@@ -110,7 +122,7 @@ void Interpreter::callScript(const std::string& routine, int argc, ZEL_Variable*
   lua_State* L = m_current;
   if (!lua_checkstack(L, 4)) host::raise("There is no room to call routine " + routine + '.');
   const StackGuard guard(L);
-  ScriptCall call{routine, argc, argv};
+  ScriptCall call{routine, argc, argv, false, {}};
   lua_pushcfunction(L, runScriptCall);
   lua_pushlightuserdata(L, &call);
   const int status = lua_pcall(L, 1, 1, 0);
@@ -121,7 +133,8 @@ void Interpreter::callScript(const std::string& routine, int argc, ZEL_Variable*
     host::raise(host::Error{text, true});
   }
   if (!call.found) host::raise("There is no global function \"" + routine + "\" to call.");
-  if (result) storeResult(L, routine, result);
+  if (result && !call.wrong.empty()) host::raise(call.wrong);
+  if (result) storeResult(L, result);
 }
 
 void Interpreter::collectObjects(lua_State* L) {

@@ -34,6 +34,8 @@ public:
     bool close;
   };
   std::optional<Exit> exitAsked;
+  /// The object whose method failed last.
+  ZEL_HVID failedObject = 0;
 
   /// Makes a coroutine the one that native code calls back into while it lives.
   class Calling {

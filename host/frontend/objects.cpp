@@ -84,8 +84,11 @@ void pushMethod(lua_State* L, const Object& object, const char* key) {
   if (name == "CLOSE") return lua_pushcfunction(L, closeObject);
   auto names = host::methodNames(object.objdef);
   names.emplace_back("close");
-  host::raise(host::className(object.objdef) + " has no method \"" + key + "\"; it has " + host::join(names, ", ") +
-              '.');
+  std::string text =
+      host::className(object.objdef) + " has no method \"" + key + "\"; it has " + host::join(names, ", ");
+  if (name == key && host::findMethod(object.objdef, "GETPROPERTY"))
+    text += std::string(". A property is read by object:GetProperty{\"") + key + "\"}." + key;
+  host::raise(text + '.');
 }
 
 /// object[name]: the method, in any case. Methods are made once for each spelling.
@@ -107,13 +110,28 @@ int indexObject(lua_State* L) {
   });
 }
 
+/// object.NAME = value: nothing can be set this way.
+int setField(lua_State* L) {
+  const Object& object = checkObject(L, 1);
+  const std::string key = luaL_tolstring(L, 2, nullptr);
+  return protect(L, [&object, &key]() -> int {
+    std::string text = host::className(object.objdef) + ": " + key + " cannot be set by assignment";
+    if (host::findMethod(object.objdef, "SETPROPERTY"))
+      text += "; properties are set by object:SetProperty{" + key + " = value}";
+    host::raise(text + '.');
+  });
+}
+
 const ZEL_ObjDef* requireClass(const char* name) {
   const ZEL_ObjDef* objdef = host::findClass(name);
   if (!objdef) {
     host::loadModuleOfClass(name);
     objdef = host::findClass(name);
   }
-  if (!objdef) host::raise(std::string("There is no object class \"") + name + "\". Is its module loaded?");
+  if (!objdef)
+    host::raise(std::string("There is no object class \"") + name + "\", only " +
+                host::join(host::availableClasses(), ", ") +
+                ". A class of another module is there once zel.load has loaded that.");
   return objdef;
 }
 
@@ -141,11 +159,8 @@ bool initialise(lua_State* L, int self, int properties) {
 } // namespace
 
 void openObjects(lua_State* L) {
-  constexpr luaL_Reg methods[] = {{"__index", indexObject},
-                                  {"__close", closeObject},
-                                  {"__gc", collectObject},
-                                  {"__tostring", objectToString},
-                                  {nullptr, nullptr}};
+  constexpr luaL_Reg methods[] = {{"__index", indexObject}, {"__newindex", setField},       {"__close", closeObject},
+                                  {"__gc", collectObject},  {"__tostring", objectToString}, {nullptr, nullptr}};
   luaL_newmetatable(L, kMetatable);
   luaL_setfuncs(L, methods, 0);
   lua_pushliteral(L, "object");

@@ -1,5 +1,7 @@
 """The life of the objects: INIT, CLEANUP, what they refuse, and that nothing stays behind."""
 
+import re
+
 import pytest
 
 # What every script below uses: one line for each call, its results or its message.
@@ -60,6 +62,28 @@ def test_refused_init(zel):
     assert lines[3] == "0\tb"
     assert "closed" in lines[4]
     assert "ZELNETOGCWMS::INIT" in done.err and "CurlSetPort failed to convert" in done.err
+
+
+MISTAKES = [
+    ('object:GetProperty("URL_PORT")', 'names are given in a table: object:GetProperty{"URL_PORT"}.'),
+    ('object:GetProperty("URL_PORT", "URL_PATH")', 'object:GetProperty{"URL_PORT", "URL_PATH"}.'),
+    ('object:setProperty("URL_PORT", 5)', "object:setProperty{URL_PORT = value}."),
+    ('object:GetMap("a", "b")', "Incorrect number of arguments: 1 wanted besides the object, 2 given."),
+    ("object.URL_PORT = 5", "cannot be set by assignment; properties are set by object:SetProperty{URL_PORT = value}."),
+    ("return object.URL_PORT", 'close. A property is read by object:GetProperty{"URL_PORT"}.URL_PORT.'),
+    ("return object:GetMaps()", ", SETPROPERTY, close."),
+    ('zel.new("WMS")', 'There is no object class "WMS", only ZELnetOGCWCS, ZELnetOGCWMS. A class of another module'),
+    ("answer = function() return 'x' end return object:GetMap('x')",
+     r"The function at \S+script.lua:3 returned a string, not a number or a boolean.$"),
+]
+
+
+@pytest.mark.parametrize("code, message", MISTAKES)
+def test_mistake_is_answered_by_the_right_form(zel, code, message):
+    out = zel(f"""
+      object = zel.new("ZELnetOGCWMS", {{URL_HOSTNAME = "localhost", URL_PATH = "x", CALLBACK_FUNCTION = "answer"}})
+      print(select(2, pcall(function() {code} end)))""").out
+    assert re.search(r"script.lua:\d+: .*" + (message if "\\" in message else re.escape(message)), out), out
 
 
 def test_object_of_the_other_class(zel):
