@@ -21,7 +21,8 @@ namespace zel::lua {
 
 namespace {
 
-constexpr lua_Integer kUsualColumns = 80; ///< of a terminal that does not tell
+constexpr winsize kUsualSize{
+    .ws_row = 24, .ws_col = 80, .ws_xpixel = 0, .ws_ypixel = 0}; ///< of a terminal that reports none
 
 /// zel.load(name): loads a module.
 int loadModule(lua_State* L) {
@@ -90,15 +91,17 @@ int sleep(lua_State* L) {
   return 0;
 }
 
-/// zel.columns(file): the width of the terminal that an open file is; nil when it is none.
+/// zel.columns(file): the width and the height of the terminal that an open file is; nil when it is none.
 int columns(lua_State* L) {
   const auto* stream = static_cast<luaL_Stream*>(luaL_checkudata(L, 1, LUA_FILEHANDLE));
   winsize size{};
-  if (!stream->closef || ::ioctl(::fileno(stream->f), TIOCGWINSZ, &size) != 0)
+  if (!stream->closef || ::ioctl(::fileno(stream->f), TIOCGWINSZ, &size) != 0) {
     luaL_pushfail(L);
-  else
-    lua_pushinteger(L, size.ws_col > 0 ? size.ws_col : kUsualColumns);
-  return 1;
+    return 1;
+  }
+  lua_pushinteger(L, size.ws_col > 0 ? size.ws_col : kUsualSize.ws_col);
+  lua_pushinteger(L, size.ws_row > 0 ? size.ws_row : kUsualSize.ws_row);
+  return 2;
 }
 
 /// A function of the library that is written in Lua; its module is loaded on first use.

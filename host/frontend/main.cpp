@@ -6,16 +6,12 @@
 #include "host/messages.h"
 #include "host/modules.h"
 
-#include <cerrno>
-#include <cstring>
 #include <exception>
 #include <iostream>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
-#include <fcntl.h>
 #include <unistd.h>
 
 namespace {
@@ -24,79 +20,91 @@ enum ExitCode { kDone = 0, kScriptError = 1, kBadUsage = 2 };
 
 constexpr const char* kUsage = R"(Usage: zel [options] [script.lua [arguments]]
 
-Runs a Lua script with the library `zel`. Without a script: a prompt, or what standard input holds.
+Runs a Lua script with the library `zel`. Without a script it runs standard input,
+or prompts when that is a terminal.
 
-  -m MODULE    load a module before the script runs (a name or a path)
-  -e CODE      run this code; what follows are its arguments
-  -            run standard input; what follows are its arguments
-  --version    print the version
-  --help       print this text
+  -m MODULE    load a module, given by name or path, before the script
+  -e CODE      run CODE before the script, or alone
+  -            run standard input as the script
+  --           end of options
+  --version    print the version and exit
+  -h, --help   print this text and exit
 
-  ZEL_MODULE_PATH   directories where modules are looked for, separated by colons
-  ZEL_DIR           the installation root
-  ZEL_USER_DIR      where per-user directories are made
+Environment:
+  ZEL_MODULE_PATH   directories to search for modules first, separated by colons
+  ZEL_DIR           installation root, where the certificate bundle is
+  ZEL_USER_DIR      where fetched files go by default, and the prompt's history
 )";
 
+/// What an option asks for before the script runs.
+struct Step {
+  enum { kModule, kCode } kind;
+  std::string text;
+};
+
 struct Options {
-  std::vector<std::string> modules;
-  std::optional<std::string> code;
+  std::vector<Step> steps;
   std::optional<std::string> script;
   std::vector<std::string> arguments;
   bool help = false;
   bool version = false;
+  bool code = false; ///< one of the steps is code
 };
 
 /// Reads the command line. \return what is wrong with it; empty when nothing is.
 std::string parse(const std::vector<std::string>& words, Options& options) {
   std::size_t i = 0;
-  for (; i < words.size() && !options.code && words[i].starts_with('-') && words[i] != "-"; ++i) {
+  for (; i < words.size() && words[i].starts_with('-') && words[i] != "-"; ++i) {
     const std::string& word = words[i];
+    if (word == "--") {
+      ++i;
+      break;
+    }
     if (word == "--help" || word == "-h") {
       options.help = true;
     } else if (word == "--version") {
       options.version = true;
     } else if (word == "-m" || word == "-e") {
-      if (++i == words.size()) return "option " + word + (word == "-m" ? " needs a module" : " needs code");
-      if (word == "-m")
-        options.modules.push_back(words[i]);
-      else
-        options.code = words[i];
+      const bool isCode = word == "-e";
+      if (++i == words.size()) return "option " + word + (isCode ? " needs code" : " needs a module");
+      options.steps.push_back({isCode ? Step::kCode : Step::kModule, words[i]});
+      options.code |= isCode;
     } else {
       return "unknown option " + word;
     }
   }
-  if (!options.code && i < words.size()) options.script = words[i++];
+  if (i < words.size()) options.script = words[i++];
   options.arguments.assign(words.begin() + static_cast<std::ptrdiff_t>(i), words.end());
   return "";
 }
 
-bool readable(const std::string& path) {
-  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd >= 0) ::close(fd);
-  return fd >= 0;
+bool runStep(lua_State* L, const Step& step) {
+  if (step.kind == Step::kCode) return zel::lua::runText(L, step.text, "=(command line)");
+  try {
+    zel::host::loadModule(step.text);
+  } catch (const ZEL_Unwind&) {
+    zel::lua::printError(zel::host::takeError().text);
+    return false;
+  }
+  return true;
 }
 
 int run(const Options& options) {
   zel::lua::Interpreter interpreter;
   lua_State* L = interpreter.state();
-  for (const std::string& module : options.modules) {
-    try {
-      zel::host::loadModule(module);
-    } catch (const ZEL_Unwind&) {
-      zel::lua::printError(zel::host::takeError().text);
-      return kScriptError;
-    }
-  }
-
-  const std::string script = options.script.value_or("-");
-  zel::lua::setArguments(L, options.script ? script : "zel", options.arguments);
-  if (options.code) return zel::lua::runText(L, *options.code, "=(command line)") ? kDone : kScriptError;
-  if (!options.script && ::isatty(STDIN_FILENO)) {
-    std::cout << "zel " ZEL_VERSION "  " LUA_RELEASE << std::endl;
-    zel::lua::runPrompt(L);
+  zel::lua::setArguments(L, options.script.value_or("zel"), options.arguments);
+  for (const Step& step : options.steps)
+    if (!runStep(L, step)) return kScriptError;
+  if (!options.script && options.code) return kDone;
+  if (!options.script && ::isatty(STDIN_FILENO)) return zel::lua::runPrompt(L) ? kDone : kScriptError;
+  switch (zel::lua::runFile(L, options.script.value_or("-"))) {
+  case zel::lua::Outcome::kDone:
     return kDone;
+  case zel::lua::Outcome::kUnreadable:
+    return kBadUsage;
+  default:
+    return kScriptError;
   }
-  return zel::lua::runFile(L, script == "-" ? "" : script) ? kDone : kScriptError;
 }
 
 } // namespace
@@ -105,16 +113,12 @@ int main(int argc, char** argv) {
   try {
     Options options;
     if (const std::string wrong = parse({argv + 1, argv + argc}, options); !wrong.empty()) {
-      zel::lua::printError(wrong + "; zel --help tells the usage");
+      zel::lua::printError(wrong + "; zel --help shows the usage");
       return kBadUsage;
     }
     if (options.help || options.version) {
       std::cout << (options.help ? kUsage : "zel " ZEL_VERSION " (" LUA_RELEASE ")\n");
       return kDone;
-    }
-    if (options.script && *options.script != "-" && !readable(*options.script)) {
-      zel::lua::printError("cannot open the script " + *options.script + ": " + std::strerror(errno));
-      return kBadUsage;
     }
     return run(options);
   } catch (const std::exception& error) {

@@ -1,45 +1,51 @@
 #include "frontend/prompt.h"
 
+#include "frontend/completion.h"
+#include "frontend/history.h"
+#include "frontend/interpreter.h"
+#include "frontend/objects.h"
 #include "frontend/run.h"
-
-#include "host/directories.h"
 
 #include <cerrno>
 #include <clocale>
 #include <csignal>
 #include <cstdio>
-#include <cstring>
-#include <filesystem>
+#include <cstdlib>
 #include <iostream>
 #include <memory>
-#include <optional>
 #include <string>
 #include <string_view>
-#include <vector>
+#include <utility>
 
 #include <poll.h>
-#include <readline/history.h>
 #include <readline/readline.h>
-#include <sys/stat.h>
 #include <unistd.h>
-
-namespace fs = std::filesystem;
 
 namespace zel::lua {
 
 namespace {
 
-constexpr int kHistoryLines = 1000;
+volatile std::sig_atomic_t g_interrupted = 0;
 
-volatile std::sig_atomic_t g_dropLine = 0;
+/// While it lives, Ctrl-C drops what is typed. What runs has a handler of its own.
+class DropOnInterrupt {
+public:
+  DropOnInterrupt() noexcept : m_outer(std::signal(SIGINT, [](int) { g_interrupted = 1; })) {}
+  ~DropOnInterrupt() { std::signal(SIGINT, m_outer); }
+  DropOnInterrupt(const DropOnInterrupt&) = delete;
+  DropOnInterrupt& operator=(const DropOnInterrupt&) = delete;
 
-/// Reads one character for readline. Ctrl-C drops the line and accepts the empty one; it is looked for now and then,
-/// since it may come just before the wait begins.
+private:
+  void (*m_outer)(int);
+};
+
+/// Reads one character for readline. Ctrl-C ends the line; it is looked for now and then, since it may come just before
+/// the wait begins.
 int readKey(FILE* in) {
   constexpr int kWaitMilliseconds = 200;
   for (;;) {
     rl_check_signals();
-    if (g_dropLine) {
+    if (g_interrupted) {
       rl_replace_line("", 0);
       return '\n';
     }
@@ -52,159 +58,171 @@ int readKey(FILE* in) {
   }
 }
 
-/// The lines of earlier sessions. Without a place to keep them they are forgotten at the end.
-class History {
-public:
-  History() {
-    const fs::path root = host::userRoot();
-    if (root.empty()) return;
-    std::error_code failed;
-    fs::create_directories(root, failed);
-    m_file = root / "history";
-    read_history(m_file.c_str());
-    stifle_history(kHistoryLines);
-  }
-  ~History() {
-    if (m_file.empty() || write_history(m_file.c_str()) != 0) return;
-    ::chmod(m_file.c_str(), S_IRUSR | S_IWUSR);
-  }
-  History(const History&) = delete;
-  History& operator=(const History&) = delete;
+enum class Input { kText, kDropped, kEnd };
 
-  static void add(const std::string& line) {
-    if (!line.empty()) add_history(line.c_str());
-  }
-
-private:
-  fs::path m_file;
-};
-
-/// One line; nothing at the end of input.
-std::optional<std::string> readLine(const char* prompt) {
-  for (;;) {
-    g_dropLine = 0;
-    const auto outer = std::signal(SIGINT, [](int) { g_dropLine = 1; });
-    const std::unique_ptr<char, void (*)(void*)> line(readline(prompt), rl_free);
-    std::signal(SIGINT, outer);
-    if (g_dropLine) continue;
-    if (!line) return std::nullopt;
-    return std::string(line.get());
-  }
+Input readLine(const char* prompt, std::string& line) {
+  g_interrupted = 0;
+  const std::unique_ptr<char, void (*)(void*)> typed(readline(prompt), rl_free);
+  if (g_interrupted) return Input::kDropped;
+  if (!typed) return Input::kEnd;
+  line = typed.get();
+  return Input::kText;
 }
-
-/// Completes names, as the Lua module zel.complete tells. What goes wrong there must not reach readline: nothing is
-/// offered then.
-class Completion {
-public:
-  explicit Completion(lua_State* L) {
-    s_state = L;
-    rl_attempted_completion_function = offer;
-    rl_completer_word_break_characters = kNoWord;
-  }
-  ~Completion() {
-    rl_attempted_completion_function = nullptr;
-    s_state = nullptr;
-  }
-  Completion(const Completion&) = delete;
-  Completion& operator=(const Completion&) = delete;
-
-  /// Sets the lines of the statement above the one that is edited.
-  static void setAbove(const std::string& lines) { s_above = lines; }
-
-private:
-  static constexpr const char* kNoWord = " \t\n\"'`!#$%&()*+,-./:;<=>?@[\\]^{|}~";
-
-  static char** offer(const char* word, int start, int) {
-    rl_attempted_completion_over = 1;
-    rl_completion_append_character = '\0';
-    s_names.clear();
-    s_before = s_above + std::string(rl_line_buffer, static_cast<std::size_t>(start));
-    s_word = word;
-    const StackGuard guard(s_state);
-    lua_pushcfunction(s_state, collect);
-    if (lua_pcall(s_state, 0, 0, 0) != LUA_OK || s_names.empty()) return nullptr;
-    return rl_completion_matches(word, next);
-  }
-
-  static int collect(lua_State* L) {
-    lua_getglobal(L, "require");
-    lua_pushliteral(L, "zel.complete");
-    lua_call(L, 1, 1);
-    lua_pushlstring(L, s_before.data(), s_before.size());
-    lua_pushlstring(L, s_word.data(), s_word.size());
-    lua_call(L, 2, 1);
-    for (lua_Integer i = 1; lua_rawgeti(L, -1, i) == LUA_TSTRING; ++i, lua_pop(L, 1))
-      s_names.emplace_back(lua_tostring(L, -1));
-    return 0;
-  }
-
-  /// The matches one after the other, in memory that readline frees.
-  static char* next(const char*, int state) {
-    if (state == 0) s_next = 0;
-    return s_next < s_names.size() ? ::strdup(s_names[s_next++].c_str()) : nullptr;
-  }
-
-  static inline lua_State* s_state = nullptr;
-  static inline std::string s_above, s_before, s_word;
-  static inline std::vector<std::string> s_names;
-  static inline std::size_t s_next = 0;
-};
 
 /// Whether loading failed only because the text stops too early.
 bool isIncomplete(lua_State* L, int status) {
-  if (status != LUA_ERRSYNTAX) return false;
-  return std::string_view(lua_tostring(L, -1)).ends_with("<eof>");
+  return status == LUA_ERRSYNTAX && std::string_view(lua_tostring(L, -1)).ends_with("<eof>");
 }
 
 int load(lua_State* L, const std::string& text) { return luaL_loadbuffer(L, text.data(), text.size(), "=prompt"); }
 
-/// Loads one statement or expression, reading on while it is incomplete. \return status of loading, nothing at the end
-/// of input.
-std::optional<int> loadStatement(lua_State* L) {
+/// Loads one statement or expression, reading on while it is incomplete; pushes the chunk or why there is none.
+Input loadStatement(lua_State* L, std::string& text, int& status) {
   Completion::setAbove("");
-  auto text = readLine("> ");
-  if (!text) return std::nullopt;
-  if (load(L, "return " + *text) == LUA_OK) {
-    History::add(*text);
-    return LUA_OK;
-  }
+  if (const Input first = readLine("> ", text); first != Input::kText) return first;
+  if ((status = load(L, "return " + text)) == LUA_OK) return Input::kText;
   lua_pop(L, 1);
-  int status = load(L, *text);
+  status = load(L, text);
   while (isIncomplete(L, status)) {
-    Completion::setAbove(*text + '\n');
-    const auto more = readLine(">> ");
-    if (!more) break;
-    *text += '\n' + *more;
+    Completion::setAbove(text + '\n');
+    std::string more;
+    const Input next = readLine(">> ", more);
+    if (next == Input::kDropped) return next;
+    if (next == Input::kEnd) break;
+    text += '\n' + more;
     lua_pop(L, 1);
-    status = load(L, *text);
+    status = load(L, text);
   }
-  History::add(*text);
-  return status;
+  return Input::kText;
 }
 
-bool printResults(lua_State* L) {
-  const int results = lua_gettop(L);
-  if (results == 0) return true;
-  luaL_checkstack(L, LUA_MINSTACK, "too many results to print");
-  lua_getglobal(L, "print");
-  lua_insert(L, 1);
-  return callChunk(L, results, 0);
+bool usesColours(int fd) {
+  const char* terminal = std::getenv("TERM");
+  const char* refused = std::getenv("NO_COLOR");
+  return ::isatty(fd) && terminal && std::string_view(terminal) != "dumb" && (!refused || !*refused);
 }
+
+/// Whether a line of a traceback says nothing of a user's own functions: the statement, C, or the library's modules.
+bool isPlainCall(std::string_view line) {
+  return line.starts_with("[C]") || line.starts_with("(...") || line.starts_with("prompt:1: in main chunk") ||
+         line.find("lua/zel/") != std::string_view::npos;
+}
+
+/// An error, without its traceback when that shows no function of the user's own.
+std::string_view withoutPlainTraceback(std::string_view text) {
+  const std::size_t traceback = text.find("\nstack traceback:");
+  if (traceback == std::string_view::npos) return text;
+  for (std::size_t line = text.find("\n\t", traceback); line != std::string_view::npos;) {
+    const std::size_t next = text.find("\n\t", line + 2);
+    if (!isPlainCall(text.substr(line + 2, next - line - 2))) return text;
+    line = next;
+  }
+  return text.substr(0, traceback);
+}
+
+/// The loop of the prompt. What it needs of Lua it keeps from the start: scripts may change every global.
+class Session {
+public:
+  /// Takes the table of the module zel.prompt from the stack.
+  explicit Session(lua_State* L) : m_state(L), m_module(luaL_ref(L, LUA_REGISTRYINDEX)) {}
+
+  void run() {
+    std::string text;
+    int status = LUA_OK;
+    for (Input input{}; (input = loadStatement(m_state, text, status)) != Input::kEnd; lua_settop(m_state, 0)) {
+      if (input == Input::kDropped) continue;
+      m_history.add(text);
+      if (!runStatement(text, status)) return;
+    }
+    std::cout << std::endl;
+  }
+
+private:
+  /// Runs the statement that was loaded. \return whether the prompt goes on.
+  bool runStatement(const std::string& text, int status) {
+    const int translated = translate(text);
+    if (translated == LUA_TBOOLEAN) return false;
+    const std::string code = translated == LUA_TSTRING ? lua_tostring(m_state, -1) : "";
+    lua_pop(m_state, 1);
+    if (translated == LUA_TSTRING) {
+      lua_settop(m_state, 0);
+      status = load(m_state, code);
+    }
+    if (status != LUA_OK || !callChunk(m_state, 0, LUA_MULTRET) || !show(text)) report();
+    return true;
+  }
+
+  /// Pushes what the module makes of a line that is meant for the prompt itself. \return its type.
+  int translate(const std::string& text) {
+    pushFunction("translate");
+    lua_pushlstring(m_state, text.data(), text.size());
+    return lua_pcall(m_state, 1, 1, 0) == LUA_OK ? lua_type(m_state, -1) : LUA_TNIL;
+  }
+
+  /// Shows the values that a statement left on the stack.
+  bool show(const std::string& text) {
+    const int results = lua_gettop(m_state);
+    if (!lua_checkstack(m_state, LUA_MINSTACK)) {
+      lua_settop(m_state, 0);
+      lua_pushliteral(m_state, "too many results to show");
+      return false;
+    }
+    pushFunction("show");
+    lua_insert(m_state, 1);
+    lua_pushlstring(m_state, text.data(), text.size());
+    lua_insert(m_state, 2);
+    return callChunk(m_state, results + 1, 0);
+  }
+
+  void pushFunction(const char* name) {
+    lua_rawgeti(m_state, LUA_REGISTRYINDEX, m_module);
+    lua_pushstring(m_state, name);
+    lua_rawget(m_state, -2);
+    lua_remove(m_state, -2);
+  }
+
+  void report() {
+    const char* text = lua_tostring(m_state, -1);
+    std::cout.flush();
+    std::cerr << (m_colours ? "\33[31mzel:\33[0m " : "zel: ")
+              << withoutPlainTraceback(text ? text : "(error without a text)") << std::endl;
+    explain();
+  }
+
+  /// Adds what a server said when it refused the request that failed; the error is on top of the stack.
+  void explain() {
+    const ZEL_HVID failed = std::exchange(Interpreter::of(m_state).failedObject, 0);
+    if (!failed || !lua_checkstack(m_state, LUA_MINSTACK)) return;
+    const int error = lua_gettop(m_state);
+    pushFunction("explain");
+    lua_pushvalue(m_state, error);
+    pushObject(m_state, failed);
+    lua_pcall(m_state, 2, 0, 0);
+  }
+
+  lua_State* m_state;
+  int m_module;
+  bool m_colours = usesColours(STDERR_FILENO);
+  History m_history;
+};
 
 } // namespace
 
-void runPrompt(lua_State* L) {
+bool runPrompt(lua_State* L) {
   std::setlocale(LC_CTYPE, ""); // line editing in the terminal's encoding
   rl_readline_name = "zel";
   rl_getc_function = readKey;
-  const History history;
-  const Completion completion(L);
   lua_settop(L, 0);
-  while (const auto status = loadStatement(L)) {
-    if (*status != LUA_OK || !callChunk(L, 0, LUA_MULTRET) || !printResults(L)) reportError(L);
-    lua_settop(L, 0);
+  if (luaL_dostring(L, "return require 'zel.prompt'") != LUA_OK) {
+    reportError(L);
+    return false;
   }
-  std::cout << std::endl;
+  std::cout << "zel " ZEL_VERSION "  zel.help() lists what there is, Ctrl-D ends." << std::endl;
+  lua_settop(L, 1);
+  const DropOnInterrupt interrupts;
+  const Completion completion(L);
+  Session(L).run();
+  return true;
 }
 
 } // namespace zel::lua

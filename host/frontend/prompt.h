@@ -6,8 +6,8 @@
 
 namespace zel::lua {
 
-/// Reads lines and runs them until the end of input, with line editing and a history kept in the user's directory. The
-/// values of an expression are printed.
-void runPrompt(lua_State* L);
+/// Reads statements and runs them until the end of input, with line editing and a history kept in the user's directory.
+/// The values of an expression are shown. \return whether there could be a prompt.
+bool runPrompt(lua_State* L);
 
 } // namespace zel::lua

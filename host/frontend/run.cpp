@@ -59,8 +59,11 @@ bool callChunk(lua_State* L, int arguments, int results) {
   return status == LUA_OK;
 }
 
-bool runFile(lua_State* L, const std::string& path) {
-  return run(L, luaL_loadfile(L, path.empty() ? nullptr : path.c_str()));
+Outcome runFile(lua_State* L, const std::string& path) {
+  const int loaded = luaL_loadfile(L, path == "-" ? nullptr : path.c_str());
+  const bool well = run(L, loaded);
+  if (loaded == LUA_ERRFILE) return Outcome::kUnreadable;
+  return well ? Outcome::kDone : Outcome::kFailed;
 }
 
 bool runText(lua_State* L, const std::string& code, const char* chunkName) {

@@ -16,9 +16,11 @@ void setArguments(lua_State* L, const std::string& name, const std::vector<std::
 /// message with where it happened. \return whether it went well.
 bool callChunk(lua_State* L, int arguments, int results);
 
-/// Loads and runs a file (empty: standard input) or a text, with the arguments of `arg`. What fails is printed.
-/// \return whether it went well.
-bool runFile(lua_State* L, const std::string& path);
+enum class Outcome { kDone, kFailed, kUnreadable };
+
+/// Loads and runs a file, standard input for "-", with the arguments of `arg`. What fails is printed.
+Outcome runFile(lua_State* L, const std::string& path);
+/// The same with a text. \return whether it went well.
 bool runText(lua_State* L, const std::string& code, const char* chunkName);
 
 /// Prints the error on top of the stack and drops it.

@@ -14,36 +14,50 @@ namespace {
 
 std::atomic<lua_State*> g_states[2];
 
-void arm(void (*handler)(int), int flags) noexcept {
-  struct sigaction now {};
-  if (sigaction(SIGINT, nullptr, &now) == 0 && now.sa_handler == SIG_IGN) return; // NOLINT: a macro of the system
-  struct sigaction action {};
-  action.sa_handler = handler;
-  action.sa_flags = flags;
-  sigemptyset(&action.sa_mask);
-  sigaction(SIGINT, &action, nullptr);
-}
-
-void handleSignal(int);
-
-void raiseInterrupt(lua_State* L) {
-  arm(handleSignal, static_cast<int>(SA_RESETHAND));
-  luaL_error(L, "interrupted!");
-}
+/// What Ctrl-C has done to the script that runs.
+struct {
+  int raised = 0;         ///< how often it raised an error
+  bool unwinding = false; ///< it raises in every step: no pcall ends it
+} g_interrupt;
 
 constexpr int kEverywhere = LUA_MASKCALL | LUA_MASKRET | LUA_MASKLINE | LUA_MASKCOUNT;
 
-/// Raises in the script what stops it. While an exit is due it does so again and again: no pcall ends it.
-void hook(lua_State* L, lua_Debug*) {
-  if (Interpreter::of(L).exitAsked) luaL_error(L, "exit");
-  lua_sethook(L, nullptr, 0, 0);
-  if (host::takeInterrupt()) raiseInterrupt(L);
+void hook(lua_State* L, lua_Debug*);
+
+void hookScripts() noexcept {
+  for (const auto& state : g_states)
+    if (lua_State* L = state.load()) lua_sethook(L, hook, kEverywhere, 1);
 }
 
 void handleSignal(int) {
   host::requestInterrupt();
-  for (const auto& state : g_states)
-    if (lua_State* L = state.load()) lua_sethook(L, hook, kEverywhere, 1);
+  hookScripts();
+}
+
+/// Has the next Ctrl-C stop the script, and one that comes before the script has seen it end the process.
+void arm() noexcept {
+  struct sigaction action {};
+  action.sa_handler = handleSignal;
+  action.sa_flags = static_cast<int>(SA_RESETHAND);
+  sigemptyset(&action.sa_mask);
+  sigaction(SIGINT, &action, nullptr);
+}
+
+void raiseInterrupt(lua_State* L) {
+  g_interrupt.unwinding = ++g_interrupt.raised > 1;
+  if (g_interrupt.unwinding)
+    hookScripts();
+  else
+    arm();
+  luaL_error(L, "interrupted!");
+}
+
+/// Raises in the script what stops it. An exit that is due and a second interrupt are raised in every step.
+void hook(lua_State* L, lua_Debug*) {
+  if (Interpreter::of(L).exitAsked) luaL_error(L, "exit");
+  if (g_interrupt.unwinding) luaL_error(L, "interrupted!");
+  lua_sethook(L, nullptr, 0, 0);
+  if (host::takeInterrupt()) raiseInterrupt(L);
 }
 
 /// os.exit([code [, close]]); upvalue 1 is the library's own.
@@ -123,11 +137,17 @@ void setInterruptible(lua_State* main, lua_State* current) noexcept {
   g_states[1] = current;
 }
 
-InterruptGuard::InterruptGuard() noexcept { arm(handleSignal, static_cast<int>(SA_RESETHAND)); }
+InterruptGuard::InterruptGuard() noexcept {
+  sigaction(SIGINT, nullptr, &m_outer);
+  if (m_outer.sa_handler != SIG_IGN) arm(); // NOLINT: a macro of the system
+}
 
 InterruptGuard::~InterruptGuard() {
+  sigaction(SIGINT, &m_outer, nullptr);
   host::takeInterrupt();
-  arm(SIG_DFL, 0);
+  g_interrupt = {};
+  for (const auto& state : g_states)
+    if (lua_State* L = state.load(); L && lua_gethook(L) == hook) lua_sethook(L, nullptr, 0, 0);
 }
 
 } // namespace zel::lua

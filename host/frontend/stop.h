@@ -4,6 +4,8 @@
 
 #include "frontend/support.h"
 
+#include <csignal>
+
 namespace zel::lua {
 
 /// Replaces os.exit by one that lets running native code unwind first, whichever coroutine calls it.
@@ -12,14 +14,18 @@ void openStop(lua_State* L);
 /// Tells which states Ctrl-C stops: the main one, and the coroutine that runs as far as it is known.
 void setInterruptible(lua_State* main, lua_State* current) noexcept;
 
-/// While it lives, Ctrl-C raises "interrupted!" in the script; a second one before the script has seen it ends the
-/// process. An ignored signal stays ignored.
+/// While it lives, Ctrl-C raises "interrupted!" in the script. A second one unwinds the whole script, whatever it
+/// catches. One that comes before the script has seen the last, or later than the second, ends the process. An ignored
+/// signal stays ignored.
 class InterruptGuard {
 public:
   InterruptGuard() noexcept;
   ~InterruptGuard();
   InterruptGuard(const InterruptGuard&) = delete;
   InterruptGuard& operator=(const InterruptGuard&) = delete;
+
+private:
+  struct sigaction m_outer {};
 };
 
 } // namespace zel::lua

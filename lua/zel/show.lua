@@ -1,9 +1,8 @@
---- zel.show(value): prints a value; of a structure every tag that is not empty, in the order of the tags.
+--- zel.show(value, rows): prints a value; of a structure every tag that is not empty, in the order of the tags. With
+-- `rows`, at most so many rows of the terminal. Returns false when that cut something off.
 
-local WIDTH = 100
-
--- Control characters of a server's text must not reach a terminal.
-local function printable(value) return (tostring(value):gsub("%c", " "):gsub("\xC2[\x80-\x9F]", " ")) end
+local terminal = require "zel.terminal"
+local paint, printable, length = terminal.paint, terminal.printable, terminal.length
 
 -- Whether a value is an empty text, or holds nothing else.
 local function is_empty(value, outer)
@@ -30,49 +29,68 @@ local function names(value)
 end
 
 -- A list of plain values that fits a line, nil for everything else.
-local function inline(value)
-  local texts = {}
+local function inline(value, width)
+  local texts, total = {}, 0
   for _, entry in ipairs(value) do
-    if type(entry) == "table" then return nil end
-    if entry ~= "" then texts[#texts + 1] = printable(entry) end
+    if type(entry) == "table" or total > width then return nil end
+    if entry ~= "" then
+      texts[#texts + 1] = printable(entry)
+      total = total + length(texts[#texts]) + 2
+    end
   end
-  local text = table.concat(texts, ", ")
-  return #texts > 0 and #text < WIDTH and text or nil
+  return #texts > 0 and total <= width and table.concat(texts, ", ") or nil
 end
 
-local show
+-- Prints lines until the rows are used up.
+local Output = {}
+Output.__index = Output
 
-local function show_entry(name, value, indent, outer)
-  if type(value) ~= "table" then
-    print(indent .. name .. ": " .. printable(value))
-  elseif outer[value] then
-    print(indent .. name .. ": (itself)")
-  elseif inline(value) then
-    print(indent .. name .. ": " .. inline(value))
-  else
-    print(indent .. name .. ":")
-    show(value, indent .. "  ", outer)
-  end
+function Output:line(indent, name, text)
+  if self.cut then return end
+  local rows = math.max(1, math.ceil((length(indent) + length(name) + length(text)) / self.width))
+  self.cut = rows > self.left
+  if self.cut then return end
+  self.left = self.left - rows
+  io.write(indent, name ~= "" and paint("name", name) or "", text, "\n")
 end
 
-function show(value, indent, outer)
+function Output:entry(name, value, indent, outer)
+  if type(value) ~= "table" then return self:line(indent, name, ": " .. printable(value)) end
+  if outer[value] then return self:line(indent, name, ": (itself)") end
+  if next(value) == nil then return self:line(indent, name, ": {}") end
+  local text = inline(value, self.width - #indent - length(name) - 2)
+  if text then return self:line(indent, name, ": " .. text) end
+  self:line(indent, name, ":")
+  self:entries(value, indent .. "  ", outer)
+end
+
+function Output:entries(value, indent, outer)
   outer[value] = true
   local empty = {}
   for i, entry in ipairs(value) do
-    if not is_empty(entry) then show_entry("[" .. i .. "]", entry, indent, outer) end
+    if self.cut then return end
+    if not is_empty(entry) then self:entry("[" .. i .. "]", entry, indent, outer) end
   end
   for _, tag in ipairs(names(value)) do
-    if is_empty(value[tag]) then
+    if self.cut then return end
+    if value[tag] == "" or type(value[tag]) == "table" and next(value[tag]) ~= nil and is_empty(value[tag]) then
       empty[#empty + 1] = printable(tag)
     else
-      show_entry(printable(tag), value[tag], indent, outer)
+      self:entry(printable(tag), value[tag], indent, outer)
     end
   end
-  if #empty > 0 then print(indent .. "(empty: " .. table.concat(empty, ", ") .. ")") end
+  if #empty > 0 then self:line(indent, "", paint("note", "(empty: " .. table.concat(empty, ", ") .. ")")) end
   outer[value] = nil
 end
 
-return function(value)
-  if type(value) == "table" then return show(value, "", {}) end
-  print(printable(value))
+return function(value, rows)
+  local output = setmetatable({left = rows or math.huge, width = (terminal.size())}, Output)
+  if type(value) ~= "table" then
+    output:line("", "", printable(value))
+  elseif next(value) == nil then
+    output:line("", "", "{}")
+  else
+    output:entries(value, "", {})
+  end
+  return not output.cut
 end

@@ -32,7 +32,7 @@ end
 
 
 def run(script, *arguments, cwd, wrap=(), env=None, **more):
-    done = subprocess.run([*wrap, BUILD / "zel", "-e", script, *map(str, arguments)], cwd=cwd, capture_output=True, text=True,
+    done = subprocess.run([*wrap, BUILD / "zel", "-e", script, "-", *map(str, arguments)], cwd=cwd, capture_output=True, text=True,
                           timeout=100, stdin=subprocess.DEVNULL,
                           env=os.environ | {"ZEL_USER_DIR": str(cwd / "user")} | (env or {}), **more)
     assert "AddressSanitizer" not in done.stderr and "runtime error" not in done.stderr and done.returncode >= 0, done.stderr
@@ -248,7 +248,7 @@ def test_server_that_breaks_its_word(tmp_path):
 
 
 def start(script, port, tmp_path):
-    return subprocess.Popen([BUILD / "zel", "-e", OBJECT + script, str(port)], cwd=tmp_path, text=True, stdin=subprocess.DEVNULL,
+    return subprocess.Popen([BUILD / "zel", "-e", OBJECT + script, "-", str(port)], cwd=tmp_path, text=True, stdin=subprocess.DEVNULL,
                             stdout=subprocess.PIPE, stderr=subprocess.PIPE,
                             env=os.environ | {"ZEL_USER_DIR": str(tmp_path / "user")})
 

@@ -49,7 +49,8 @@ def test_contents_are_never_mixed_unnoticed(http, tmp_path, shared, own_names):
                                                f"<Layer><Name>{name}</Name></Layer>" * LAYERS +
                                                "</Capability></WMT_MS_Capabilities>")
         user = tmp_path / ("user" if shared else name)
-        running.append(subprocess.Popen([BUILD / "zel", "-e", SCRIPT, str(http.port), name, str(own_names), str(apart)],
+        running.append(subprocess.Popen([BUILD / "zel", "-e", SCRIPT, "-", str(http.port), name, str(own_names),
+                                         str(apart)],
                                         cwd=tmp_path, text=True, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
                                         stderr=subprocess.PIPE, env=os.environ | {"ZEL_USER_DIR": str(user)}))
     for one in running:

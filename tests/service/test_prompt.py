@@ -1,9 +1,14 @@
 """The prompt and what helps there: completion, zel.help and zel.show."""
 
+import fcntl
 import os
 import pty
 import select
+import signal
+import struct
 import subprocess
+import termios
+import time
 
 import pytest
 
@@ -18,7 +23,7 @@ OBJECTS = """
 @pytest.mark.parametrize("before, word, names", [
     ("", "pri", "print"), ("", "untI", "until"), ("zel.", "h", "help"), ("nothing.", "", ""),
     ("layers[1].NAME:", "up", "upper"),
-    ("wms:", "getm", "GetMap"), ("wcs:", "getm", ""), ("print(wcs:", "De", "DescribeCoverage"), ("wms:", "init", ""),
+    ("wms:", "getm", "GetMap"), ("wcs:", "getm", ""), ("print(wcs:", "De", "DescribeCoverage"), ("wms:", "init", "Init"),
     ("unknown:", "GetMap", "GetMap"), ("wms:", "clos", "close"),
     ("wms:GetLayers{", "", "COUNT INDEX NUMBER"), ("wms:GetLayers({INDEX = 1, ", "n", "NUMBER"),
     ("wms:SetProperty{\nURL_PORT = 80, ", "url_h", "URL_HOSTNAME"), ("wms:SetProperty{URL_PORT = ", "URL_H", ""),
@@ -32,15 +37,41 @@ def test_completion(zel, before, word, names):
     assert out == names + "\n"
 
 
-class Prompt:
-    """The runner at a terminal."""
+def test_completion_runs_no_code_of_scripts(zel):
+    """Neither metamethods nor functions in the place of a library's."""
+    out = zel("""
+      local complete, ran = require "zel.complete", false
+      local function run() ran = true end
+      local trap = {__index = run, __pairs = run, __eq = run, __name = "trap", __tostring = run}
+      setmetatable(_G, trap)
+      x = setmetatable({key = setmetatable({inner = 1}, trap)}, trap)
+      wms = zel.new("ZELnetOGCWMS")
+      local libraries, globals, next = {string, table, zel}, {x = x, wms = wms}, next
+      for _, library in next, libraries do
+        for name in next, library do library[name] = run end
+      end
+      local print, all = print, _G
+      for name in next, all do all[name] = globals[name] or run end
+      for _, place in next, {"x.", "x.key.", "wms:GetLayers{", "nothing.", "wms:GetProperty{'", ""} do
+        print(place, complete(place, "")[1], ran)
+      end
+    """).out
+    assert out == ("x.\tkey\tfalse\nx.key.\tinner\tfalse\nwms:GetLayers{\tCOUNT\tfalse\nnothing.\tnil\tfalse\n"
+                   "wms:GetProperty{'\tAUTHENTICATION\tfalse\n\t_G\tfalse\n")
 
-    def __init__(self, user_dir):
+
+class Prompt:
+    """The runner at a terminal of its own."""
+
+    def __init__(self, user_dir, columns=80, rows=24, **env):
         self._master, terminal = pty.openpty()
-        self._process = subprocess.Popen([BUILD / "zel"], stdin=terminal, stdout=terminal, stderr=terminal,
-                                         env=os.environ | {"ZEL_USER_DIR": str(user_dir), "TERM": "dumb"})
+        fcntl.ioctl(terminal, termios.TIOCSWINSZ, struct.pack("HHHH", rows, columns, 0, 0))
+        self.process = subprocess.Popen([BUILD / "zel"], stdin=terminal, stdout=terminal, stderr=terminal,
+                                        start_new_session=True,
+                                        preexec_fn=lambda: fcntl.ioctl(0, termios.TIOCSCTTY, 0),  # Ctrl-C signals
+                                        env=os.environ | {"ZEL_USER_DIR": str(user_dir), "TERM": "dumb"} | env)
         os.close(terminal)
-        self.read_until("> ")
+        self.greeting = self.read_until("> ")
 
     def read_until(self, text):
         seen = ""
@@ -49,46 +80,159 @@ class Prompt:
             seen += os.read(self._master, 4096).decode(errors="replace")
         return seen
 
-    def type(self, keys, answer):
+    def type(self, keys, answer="\r\n> "):
+        """Types keys and returns what is shown up to the answer."""
         os.write(self._master, keys.encode())
         return self.read_until(answer)
 
-    def end(self):
-        os.write(self._master, b"\x04")
-        assert self._process.wait(20) == 0
+    def end(self, keys="\x04", status=0):
+        os.write(self._master, keys.encode())
+        assert self.process.wait(20) == status
         os.close(self._master)
 
 
 def test_tab_completes_and_history_is_kept(tmp_path):
     prompt = Prompt(tmp_path)
-    prompt.type('wms = zel.n\t("ZELnetOGCWM\t)\n', "\r\n> ")
+    assert prompt.greeting.startswith("zel 1.") and "zel.help()" in prompt.greeting and "Ctrl-D" in prompt.greeting
+    prompt.type('wms = zel.n\t("ZELnetOGCWM\t)\n')
     prompt.type("wms:SetProperty{URL_PORT = 8080,\n", ">> ")
-    prompt.type('URL_HOSTN\t= "here"}\n', "\r\n> ")
+    prompt.type('URL_HOSTN\t= "here"}\n')
     assert "here" in prompt.type('wms:GetProperty{"URL_H\t}.URL_HOSTNAME\n', "\r\nhere\r\n> ")
-    prompt.end()
+    beside = Prompt(tmp_path)
+    beside.type(" secret = 1\nbeside = 1\nbeside = 1\n", "beside = 1\r\n> beside = 1\r\n> ")
+    prompt.type("for i = 7, 7 do\n", ">> ")
+    prompt.type("last = i end\n")
+    prompt.process.send_signal(signal.SIGHUP)
+    assert prompt.process.wait(20) == -signal.SIGHUP
+    beside.end("os.exit(7)\n", 7)
 
     again = Prompt(tmp_path)
-    again.type("\x10", 'wms:GetProperty{"URL_HOSTNAME"}.URL_HOSTNAME')
+    again.type("\x10", "os.exit(7)")
+    again.type("\x10", "for i = 7, 7 do")  # both of its lines
+    again.type("\nlast\n", "\r\n7\r\n> ")
+    again.type("\x10\x10\x10\x10\x10", "beside = 1")
+    again.type("\x10", "URL_HOSTNAME")
     again.type("\x01\x0b40 + 2\n", "\r\n42\r\n> ")
-    again.end()
+    again.end("quit\n")
+    history = tmp_path / "history"
+    assert history.stat().st_mode & 0o777 == 0o600 and "secret" not in history.read_text()
 
 
-@pytest.mark.parametrize("name, shown", [
-    ("'getMap'", ["GetMap\n", "file = wms:GetMap(query)", "    local wms <close> ="]),
+def test_history_of_another_kind(tmp_path):
+    """Plain lines are taken as they are; a link in the file's place is not followed."""
+    (tmp_path / "history").write_text("x = 1\nx = 2\n")
+    prompt = Prompt(tmp_path)
+    prompt.type("\x10\x10\n")
+    prompt.type("x\n", "\r\n1\r\n> ")
+    prompt.end("exit\n")
+    (tmp_path / "history").unlink()
+    (tmp_path / "history").symlink_to(tmp_path / "other")
+    prompt = Prompt(tmp_path)
+    prompt.type("y = 1\n")
+    prompt.end()
+    assert not (tmp_path / "other").exists()
+
+
+LOOP = "while true do pcall(function() while true do end end) end\n"
+
+
+@pytest.mark.parametrize("keys, shown, hidden", [
+    (["for i = 1, 2 do\n", "\x03", "6 * 7\n"], "\r\n42\r\n", "<eof>"),
+    (["drop this\x03", "3 / 2\n"], "\r\n1.5\r\n", "syntax"),
+    ([LOOP, "\x03", "\x03", "6 * 7\n"], "interrupted!\r\n> 6 * 7\r\n42", "traceback"),
+    (["error('no')\n"], "zel: prompt:1: no\r\n> ", "traceback"),
+    (["function f() error('no') end f()\n"], "stack traceback:", "x = x"),
+    (["table.unpack({}, 1, 999980)\n", "6 * 7\n"], "\r\n42\r\n", "PANIC"),
+    (["print, require, zel.show = nil\n", "6 * 7, nil\n", "{1, {2}}\n"], "42\tnil\r\n", "table:"),
+    (["'a\\27[2J\\155b\\nc'\n"], "\r\na [2J", "\33"),
+    (["help\n", "help GetMap\n"], "\r\nGetMap\r\n\r\nfile = wms:GetMap(query) ", "nil"),
+    (["help = 5\n", "help\n"], "\r\n5\r\n", "Methods"),
+    (["local x = 1\n"], "x ends with this line", "nil"),
+])
+def test_statements(tmp_path, keys, shown, hidden):
+    prompt = Prompt(tmp_path)
+    for key in keys:
+        os.write(prompt._master, key.encode())
+        time.sleep(0.3)
+    text = prompt.type("'done'\n", "\r\ndone\r\n> ")
+    assert shown in text and hidden not in text
+    prompt.end()
+
+
+@pytest.mark.parametrize("columns, rows", [(80, 24), (200, 50)])
+def test_tables_are_cut_to_the_screen(tmp_path, columns, rows):
+    prompt = Prompt(tmp_path, columns, rows)
+    prompt.type("t = {} for i = 1, 99 do t[i] = {NAME = 'n' .. i, text = ('word '):rep(30)} end\n")
+    lines = prompt.type("t\n").splitlines()
+    used = sum(-(-len(line) // columns) or 1 for line in lines)
+    assert rows - 4 <= used <= rows
+    assert lines[-2] == "... cut to the screen, 99 entries; zel.show(t) prints all"
+    assert prompt.type("{}, {a = {}}, 5\n").splitlines()[1:-1] == ["{}", "a: {}", "5"]
+    prompt.end()
+
+
+@pytest.mark.parametrize("environment, colours", [({"TERM": "xterm"}, True), ({"TERM": "dumb"}, False),
+                                                  ({"TERM": "xterm", "NO_COLOR": "1"}, False)])
+def test_colours(tmp_path, environment, colours):
+    prompt = Prompt(tmp_path, **environment)
+    shown = prompt.type("{key = 1}\n", "> ") + prompt.type("error('no', 0)\n", "> ")
+    assert ("\33[36mkey" in shown) == colours and ("\33[31mzel:" in shown) == colours
+    prompt.end()
+
+
+def test_refusal_is_shown_in_the_words_of_the_server(tmp_path, ogc):
+    prompt = Prompt(tmp_path, 200, OGC_SERVER_URL=ogc.service)
+    prompt.type("wms = zel.new('ZELnetOGCWMS')\n")
+    prompt.type("wms:ParseUrl(os.getenv('OGC_SERVER_URL'))\n")
+    query = "LAYERS=nosuch&STYLES=&SRS=EPSG:4326&BBOX=0,0,9,9&WIDTH=64&HEIGHT=32&FORMAT=image/png"
+    shown = prompt.type(f"wms:GetMap('{query}')\n")
+    assert "The server says: msWMSLoadGetMapParams(): WMS server error. Invalid layer(s)" in shown
+    assert "says" not in prompt.type("wms:SetProperty{URL_PORT = 1}\n") + prompt.type("wms:GetMap('x')\n")
+    assert "says" not in prompt.type("error('other')\n")
+    prompt.end()
+
+
+HELP = [
+    ("'getMap'", ["GetMap\n\n", "file = wms:GetMap(query)", "    local wms <close> ="]),
     ("'wms:GetLayers'", ["GetLayers\n", "  NUMBER  how many; default all that follow\n"]),
     ("'url_port'", ["Properties\n  URL_PORT  text or number  80  port; "]),
     ("'tags'", ["zel.tags(structure)  the tags of a structure"]),
-    ("'zel.show'", ["zel.show(value)"]),
+    ("zel.show", ["zel.show(value, rows)"]),
+    ("zel", ["The zel library\n", "More: Calling methods, Errors, Values\n"]),
+    ("'Init'", ["Init\n\nzel.new calls it"]),
+    ("zel.new('ZELnetOGCWMS')", ["Methods of ZELnetOGCWMS\n", "WMS_VERSION"]),
+    ("'ZELnetOGCWCS'", ["Methods of ZELnetOGCWCS\n", "WCS_VERSION"]),
+    ("'STYLE'", ["Layer structure\n  NUM_STYLE, STYLE[] {NAME,"]),
+    ("'num_srs'", ["Layer structure\n  NUM_SRS, SRS[]  reference systems in 1.1.0"]),
     ("'status routine'", ["Status routine\n", "CALLBACK_FUNCTION"]),
+    ("'structure'", ["Topics:\n  Layer structure\n"]),
+    ("'cookie'", ["Proxies, credentials and certificates\n  When a server redirects"]),
+    ("'errors people meet'", ["\n  ... Curl Error Code = 28\n      the time is up"]),
     ("", ["  GetLayers, GetMap, GetFeatureInfo\n", "WMS_VERSION", "Errors people meet"]),
     ("'nosuch'", ["There is nothing about nosuch; zel.help() lists the names.\n"]),
-])
+]
+
+
+@pytest.mark.parametrize("name, shown", HELP)
 def test_help(zel, name, shown):
     out = zel(f"zel.help({name})").out
     for text in shown:
         assert text in out
     assert "](" not in out and "|" not in out
-    assert [line for line in out.splitlines() if len(line) > 100 and not line.startswith("    ")] == []
+    assert [line for line in out.splitlines() if len(line) > 80 and not line.startswith("    ")] == []
+
+
+def test_help_fits_the_width(zel):
+    """Every section, as wide as the terminal allows; a word longer than that stands alone."""
+    code = """
+      columns = tonumber(arg[1])
+      zel.columns = function() return columns, 24 end
+      for _, section in ipairs(require "zel.reference".sections) do zel.help(section.title) end
+    """
+    for columns, widest in ((40, 40), (200, 100)):
+        lines = [line for line in zel(code, columns, env={"TERM": "dumb"}).out.splitlines() if not line.startswith("    ")]
+        assert [line for line in lines if len(line) > widest and " " in line.strip()] == []
+        assert max(map(len, lines)) > widest - 10
 
 
 def test_show(zel, ogc):
@@ -101,7 +245,8 @@ def test_show(zel, ogc):
       list.self = list
       zel.show(list)
       zel.show("text")
+      print(zel.show(list, 2))
     """, ogc.service).out
     assert "LAYER: 2\nPARENT: 1\nLEVEL: 3\n" in out and "\nSRS: EPSG:4326, EPSG:3857, CRS:84\n" in out
     assert "\nBOUNDING_BOX:\n  [1]:\n    SRS: EPSG:4326\n" in out and "    (empty: CRS, RESX, RESY)\n" in out
-    assert out.endswith("[1]: a\n[3]: 3\n[4]:\n  b:  [2J\nself: (itself)\ntext\n")
+    assert out.endswith("[1]: a\n[3]: 3\n[4]:\n  b:  [2J\nself: (itself)\ntext\n[1]: a\n[3]: 3\nfalse\n")

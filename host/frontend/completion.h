@@ -1,0 +1,24 @@
+/// \file
+/// Completion of names at the prompt.
+#pragma once
+
+#include "frontend/support.h"
+
+#include <string>
+
+namespace zel::lua {
+
+/// Has readline complete names while it lives, with the Lua module zel.complete, which runs nothing that a script
+/// brought. What goes wrong there must not reach readline: nothing is offered then.
+class Completion {
+public:
+  explicit Completion(lua_State* L);
+  ~Completion();
+  Completion(const Completion&) = delete;
+  Completion& operator=(const Completion&) = delete;
+
+  /// Sets the lines of the statement above the one that is edited.
+  static void setAbove(const std::string& lines);
+};
+
+} // namespace zel::lua
