@@ -73,13 +73,6 @@ ZEL_Variable* ZEL_GettmpInt(std::int16_t value) {
   return v;
 }
 
-ZEL_Variable* ZEL_GettmpLong(std::int32_t value) {
-  ZEL_Variable* v = ZEL_Gettmp();
-  v->type = ZEL_TYP_LONG;
-  v->value.l = value;
-  return v;
-}
-
 void ZEL_Deltmp(ZEL_Variable* v) noexcept {
   if (v && (v->flags & ZEL_V_TEMP)) zel::host::releaseTemporary(static_cast<zel::host::Temporary&>(*v));
 }

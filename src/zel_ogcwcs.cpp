@@ -1,5 +1,6 @@
 #include "zel_ogcwcs.h"
 
+#include "routines/lifecycle.h"
 #include "routines/properties.h"
 #include "routines/requests.h"
 #include "zel_ogcwcs_obj.h"
@@ -7,190 +8,176 @@
 #include <algorithm>
 #include <vector>
 
-const OgcService ogcWcsService{
-    .className = "ZELnetOGCWCS",
-    .pointerTag = "COGCWCSPTR",
-    .wrongObject = "Unable to acquire OGC WCS object",
-    .noMemory = "Error: new memory allocation on COgcWcs failed",
-    .noClient = "Error: The object has no OGC WCS client. Call INIT first.",
-    .userDir = "ogc_user_files_wcs",
-    .make = ogcMakeClient<COgcWcs>,
-    .init = [](COgcBase&) { static_cast<void>(COgcWcs::OgcWcsInit()); },
-    .destroy = ogcDestroyClient<COgcWcs, &COgcWcs::OgcWcsCleanup>,
-    .setProperties = OGCWCSProcessSetProperties,
-    .getProperties = OGCWCSProcessGetProperties,
-};
+using namespace ogc;
 
 namespace {
 
-constexpr OgcTag serviceTags[] = {
-    ogcText<&WcsService::name>("NAME"),
-    ogcText<&WcsService::label>("LABEL"),
-    ogcText<&WcsService::description>("DESCRIPTION"),
-    ogcTexts<&WcsService::keywords>("KEYWORDS"),
-    ogcText<&WcsService::individualName>("INDIVIDUAL"),
-    ogcText<&WcsService::organisationName>("ORGANIZATION"),
-    ogcText<&WcsService::positionName>("POSITION"),
-    ogcText<&WcsService::voice>("VOICE"),
-    ogcText<&WcsService::facsimile>("FAX"),
-    ogcText<&WcsService::deliveryPoint>("DELIVERY"),
-    ogcText<&WcsService::city>("CITY"),
-    ogcText<&WcsService::administrativeArea>("ADMINISTRATIVE"),
-    ogcText<&WcsService::postalCode>("POSTAL"),
-    ogcText<&WcsService::country>("COUNTRY"),
-    ogcText<&WcsService::electronicMailAddress>("EMAIL"),
-    ogcText<&WcsService::onlineResource>("ONLINE"),
-    ogcText<&WcsService::fees>("FEES"),
-    ogcText<&WcsService::accessConstraints>("ACCESS"),
+constexpr Tag serviceTags[] = {
+    text<&WcsService::name>("NAME"),
+    text<&WcsService::label>("LABEL"),
+    text<&WcsService::description>("DESCRIPTION"),
+    texts<&WcsService::keywords>("KEYWORDS"),
+    text<&WcsService::individualName>("INDIVIDUAL"),
+    text<&WcsService::organisationName>("ORGANIZATION"),
+    text<&WcsService::positionName>("POSITION"),
+    text<&WcsService::voice>("VOICE"),
+    text<&WcsService::facsimile>("FAX"),
+    text<&WcsService::deliveryPoint>("DELIVERY"),
+    text<&WcsService::city>("CITY"),
+    text<&WcsService::administrativeArea>("ADMINISTRATIVE"),
+    text<&WcsService::postalCode>("POSTAL"),
+    text<&WcsService::country>("COUNTRY"),
+    text<&WcsService::electronicMailAddress>("EMAIL"),
+    text<&WcsService::onlineResource>("ONLINE"),
+    text<&WcsService::fees>("FEES"),
+    text<&WcsService::accessConstraints>("ACCESS"),
 };
 
-constexpr OgcTag briefTags[] = {
-    ogcText<&WcsBrief::index>("INDEX"),
-    ogcText<&WcsBrief::name>("NAME"),
-    ogcText<&WcsBrief::label>("LABEL"),
-    ogcText<&WcsBrief::lonLatSrsName>("SRS_NAME"),
-    ogcText<&WcsBrief::pos1>("POS1"),
-    ogcText<&WcsBrief::pos1Dimension>("DIMS1"),
-    ogcText<&WcsBrief::pos2>("POS2"),
-    ogcText<&WcsBrief::pos2Dimension>("DIMS2"),
-    ogcText<&WcsBrief::timePosition1>("TM_POS1"),
-    ogcText<&WcsBrief::timePosition2>("TM_POS2"),
-    ogcTexts<&WcsBrief::keywords>("KEYWORDS"),
-    ogcText<&WcsBrief::description>("DESCRIPTION"),
-    ogcText<&WcsBrief::version>("VERSION"),
-    ogcText<&WcsBrief::updateSequence>("UPDATE_SEQ"),
+constexpr Tag briefTags[] = {
+    text<&WcsBrief::index>("INDEX"),
+    text<&WcsBrief::name>("NAME"),
+    text<&WcsBrief::label>("LABEL"),
+    text<&WcsBrief::lonLatSrsName>("SRS_NAME"),
+    text<&WcsBrief::pos1>("POS1"),
+    text<&WcsBrief::pos1Dimension>("DIMS1"),
+    text<&WcsBrief::pos2>("POS2"),
+    text<&WcsBrief::pos2Dimension>("DIMS2"),
+    text<&WcsBrief::timePosition1>("TM_POS1"),
+    text<&WcsBrief::timePosition2>("TM_POS2"),
+    texts<&WcsBrief::keywords>("KEYWORDS"),
+    text<&WcsBrief::description>("DESCRIPTION"),
+    text<&WcsBrief::version>("VERSION"),
+    text<&WcsBrief::updateSequence>("UPDATE_SEQ"),
 };
 
-constexpr OgcTag envelopeTags[] = {
-    ogcText<&WcsEnvelope::srsName>("SRS_NAME"),        ogcText<&WcsEnvelope::pos1>("POS1"),
-    ogcText<&WcsEnvelope::pos1Dimension>("DIMS1"),     ogcText<&WcsEnvelope::pos2>("POS2"),
-    ogcText<&WcsEnvelope::pos2Dimension>("DIMS2"),     ogcText<&WcsEnvelope::timePosition1>("TIME_POS1"),
-    ogcText<&WcsEnvelope::timePosition2>("TIME_POS2"),
+constexpr Tag envelopeTags[] = {
+    text<&WcsEnvelope::srsName>("SRS_NAME"),        text<&WcsEnvelope::pos1>("POS1"),
+    text<&WcsEnvelope::pos1Dimension>("DIMS1"),     text<&WcsEnvelope::pos2>("POS2"),
+    text<&WcsEnvelope::pos2Dimension>("DIMS2"),     text<&WcsEnvelope::timePosition1>("TIME_POS1"),
+    text<&WcsEnvelope::timePosition2>("TIME_POS2"),
 };
 
-constexpr OgcTag gridTags[] = {
-    ogcText<&WcsGrid::rectified>("RECTIFIED"),  ogcText<&WcsGrid::dimension>("DIMS"),
-    ogcText<&WcsGrid::srsName>("SRS_NAME"),     ogcText<&WcsGrid::low>("LIMITS_ENV_LOW"),
-    ogcText<&WcsGrid::high>("LIMITS_ENV_HIGH"), ogcTexts<&WcsGrid::axisNames>("AXIS_NAMES"),
-    ogcText<&WcsGrid::origin>("ORIGIN_POS"),    ogcTexts<&WcsGrid::offsetVectors>("OFFSET_VECTORS"),
+constexpr Tag gridTags[] = {
+    text<&WcsGrid::rectified>("RECTIFIED"),  text<&WcsGrid::dimension>("DIMS"),
+    text<&WcsGrid::srsName>("SRS_NAME"),     text<&WcsGrid::low>("LIMITS_ENV_LOW"),
+    text<&WcsGrid::high>("LIMITS_ENV_HIGH"), texts<&WcsGrid::axisNames>("AXIS_NAMES"),
+    text<&WcsGrid::origin>("ORIGIN_POS"),    texts<&WcsGrid::offsetVectors>("OFFSET_VECTORS"),
 };
 
-constexpr OgcTag timePositionTags[] = {
-    ogcText<&WcsTimePosition::position>("POSITION"),
-    ogcText<&WcsTimePosition::frame>("FRAME"),
-    ogcText<&WcsTimePosition::calendarEraName>("CALENDAR"),
-    ogcText<&WcsTimePosition::indeterminatePosition>("INDETERMINATE"),
+constexpr Tag timePositionTags[] = {
+    text<&WcsTimePosition::position>("POSITION"),
+    text<&WcsTimePosition::frame>("FRAME"),
+    text<&WcsTimePosition::calendarEraName>("CALENDAR"),
+    text<&WcsTimePosition::indeterminatePosition>("INDETERMINATE"),
 };
 
-constexpr OgcTag timePeriodTags[] = {
-    ogcText<&WcsTimePeriod::begin>("_BEGIN"),
-    ogcText<&WcsTimePeriod::end>("_END"),
-    ogcText<&WcsTimePeriod::resolution>("RESOLUTION"),
-    ogcText<&WcsTimePeriod::frame>("FRAME"),
-    ogcText<&WcsTimePeriod::calendarEraName>("CALENDAR"),
-    ogcText<&WcsTimePeriod::indeterminatePosition>("INDETERMINATE"),
+constexpr Tag timePeriodTags[] = {
+    text<&WcsTimePeriod::begin>("_BEGIN"),
+    text<&WcsTimePeriod::end>("_END"),
+    text<&WcsTimePeriod::resolution>("RESOLUTION"),
+    text<&WcsTimePeriod::frame>("FRAME"),
+    text<&WcsTimePeriod::calendarEraName>("CALENDAR"),
+    text<&WcsTimePeriod::indeterminatePosition>("INDETERMINATE"),
 };
 
-constexpr OgcTag intervalTags[] = {
-    ogcText<&WcsInterval::min>("MIN"),
-    ogcText<&WcsInterval::max>("MAX"),
-    ogcText<&WcsInterval::res>("RES"),
+constexpr Tag intervalTags[] = {
+    text<&WcsInterval::min>("MIN"),
+    text<&WcsInterval::max>("MAX"),
+    text<&WcsInterval::res>("RES"),
 };
 
-constexpr OgcTag rangeTags[] = {
-    ogcText<&WcsRangeSet::name>("NAME"),
-    ogcText<&WcsRangeSet::label>("LABEL"),
-    ogcText<&WcsRangeSet::description>("DESC"),
-    ogcTexts<&WcsRangeSet::nullSingleValues>("NULL_SINGLE_VALUES"),
-    ogcNumber<&WcsRangeSet::nullIntervals>("NUM_NULL_INTERVALS"),
-    ogcRecords<&WcsRangeSet::nullIntervals>("NULL_INTERVAL", intervalTags),
+constexpr Tag rangeTags[] = {
+    text<&WcsRangeSet::name>("NAME"),
+    text<&WcsRangeSet::label>("LABEL"),
+    text<&WcsRangeSet::description>("DESC"),
+    texts<&WcsRangeSet::nullSingleValues>("NULL_SINGLE_VALUES"),
+    number<&WcsRangeSet::nullIntervals>("NUM_NULL_INTERVALS"),
+    records<&WcsRangeSet::nullIntervals>("NULL_INTERVAL", intervalTags),
 };
 
-constexpr OgcTag axisTags[] = {
-    ogcText<&WcsAxis::name>("NAME"),
-    ogcText<&WcsAxis::label>("LABEL"),
-    ogcText<&WcsAxis::description>("DESC"),
-    ogcTexts<&WcsAxis::singleValues>("SINGLE_VALUE"),
-    ogcNumber<&WcsAxis::intervals>("NUM_INTERVALS"),
-    ogcRecords<&WcsAxis::intervals>("INTERVAL", intervalTags),
-    ogcText<&WcsAxis::defaultValue>("DEFAULT"),
+constexpr Tag axisTags[] = {
+    text<&WcsAxis::name>("NAME"),
+    text<&WcsAxis::label>("LABEL"),
+    text<&WcsAxis::description>("DESC"),
+    texts<&WcsAxis::singleValues>("SINGLE_VALUE"),
+    number<&WcsAxis::intervals>("NUM_INTERVALS"),
+    records<&WcsAxis::intervals>("INTERVAL", intervalTags),
+    text<&WcsAxis::defaultValue>("DEFAULT"),
 };
 
-constexpr OgcTag crsTags[] = {
-    ogcTexts<&WcsCrs::requestResponseCRSs>("REQUEST_RESPONSE"),
-    ogcTexts<&WcsCrs::requestCRSs>("REQUEST"),
-    ogcTexts<&WcsCrs::responseCRSs>("RESPONSE"),
-    ogcTexts<&WcsCrs::nativeCRSs>("NATIVE"),
+constexpr Tag crsTags[] = {
+    texts<&WcsCrs::requestResponseCRSs>("REQUEST_RESPONSE"),
+    texts<&WcsCrs::requestCRSs>("REQUEST"),
+    texts<&WcsCrs::responseCRSs>("RESPONSE"),
+    texts<&WcsCrs::nativeCRSs>("NATIVE"),
 };
 
-constexpr OgcTag offeringTags[] = {
-    ogcText<&WcsOffering::index>("INDEX"),
-    ogcText<&WcsOffering::version>("VERSION"),
-    ogcText<&WcsOffering::updateSequence>("UPDATE_SEQ"),
-    ogcText<&WcsOffering::name>("CO_NAME"),
-    ogcText<&WcsOffering::label>("CO_LABEL"),
-    ogcText<&WcsOffering::description>("CO_DESC"),
-    ogcNested<&WcsOffering::lonLatEnvelope>("LONLATENV", envelopeTags),
-    ogcNumber<&WcsOffering::envelopes>("NUM_SPAT_DOM_LLES"),
-    ogcRecords<&WcsOffering::envelopes>("SPAT_DOM_LONLATENV", envelopeTags),
-    ogcNumber<&WcsOffering::grids>("NUM_SPAT_DOM_GRIDS"),
-    ogcRecords<&WcsOffering::grids>("SPAT_DOM_GRID", gridTags),
-    ogcNumber<&WcsOffering::timePositions>("NUM_TEMP_TM_POSITIONS"),
-    ogcRecords<&WcsOffering::timePositions>("TEMP_TM_POSITION", timePositionTags),
-    ogcNumber<&WcsOffering::timePeriods>("NUM_TEMP_TM_PERIODS"),
-    ogcRecords<&WcsOffering::timePeriods>("TEMP_TM_PERIOD", timePeriodTags),
-    ogcNested<&WcsOffering::rangeSet>("RANGE", rangeTags),
-    ogcNumber<&WcsOffering::axes>("NUM_RANGE_AXES"),
-    ogcRecords<&WcsOffering::axes>("RANGE_AXIS", axisTags),
-    ogcNested<&WcsOffering::crs>("CRS", crsTags),
-    ogcTexts<&WcsOffering::formats>("FORMATS"),
-    ogcText<&WcsOffering::nativeFormat>("NATIVE_FORMAT"),
-    ogcTexts<&WcsOffering::interpolationMethods>("INTERPOLATION_METHOD"),
-    ogcText<&WcsOffering::defaultInterpolation>("NATIVE_INTERPOLATION"),
+constexpr Tag offeringTags[] = {
+    text<&WcsOffering::index>("INDEX"),
+    text<&WcsOffering::version>("VERSION"),
+    text<&WcsOffering::updateSequence>("UPDATE_SEQ"),
+    text<&WcsOffering::name>("CO_NAME"),
+    text<&WcsOffering::label>("CO_LABEL"),
+    text<&WcsOffering::description>("CO_DESC"),
+    nested<&WcsOffering::lonLatEnvelope>("LONLATENV", envelopeTags),
+    number<&WcsOffering::envelopes>("NUM_SPAT_DOM_LLES"),
+    records<&WcsOffering::envelopes>("SPAT_DOM_LONLATENV", envelopeTags),
+    number<&WcsOffering::grids>("NUM_SPAT_DOM_GRIDS"),
+    records<&WcsOffering::grids>("SPAT_DOM_GRID", gridTags),
+    number<&WcsOffering::timePositions>("NUM_TEMP_TM_POSITIONS"),
+    records<&WcsOffering::timePositions>("TEMP_TM_POSITION", timePositionTags),
+    number<&WcsOffering::timePeriods>("NUM_TEMP_TM_PERIODS"),
+    records<&WcsOffering::timePeriods>("TEMP_TM_PERIOD", timePeriodTags),
+    nested<&WcsOffering::rangeSet>("RANGE", rangeTags),
+    number<&WcsOffering::axes>("NUM_RANGE_AXES"),
+    records<&WcsOffering::axes>("RANGE_AXIS", axisTags),
+    nested<&WcsOffering::crs>("CRS", crsTags),
+    texts<&WcsOffering::formats>("FORMATS"),
+    text<&WcsOffering::nativeFormat>("NATIVE_FORMAT"),
+    texts<&WcsOffering::interpolationMethods>("INTERPOLATION_METHOD"),
+    text<&WcsOffering::defaultInterpolation>("NATIVE_INTERPOLATION"),
 };
 
-COgcWcs& clientOf(ZEL_Variable* object) { return ogcClient<COgcWcs>(ogcWcsService, object); }
+COgcWcs& clientOf(ZEL_Variable* object) { return ogc::clientOf<COgcWcs>(wcsService, object); }
 
 } // namespace
 
 ZEL_Variable* ZEL_OgcWcsGetCapabilities(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk) {
-  static constexpr auto table =
-      ogc::keywordTable({{"FROM_FILE"}, {"FROM_URL"}, {"SCHEMA_CHECKING"}, {"VALIDATION_MODE"}});
-  return ogcFunction([&] {
-    const ogc::Keywords keywords(table, argc, argv, argk);
+  static constexpr auto table = keywordTable({{"FROM_FILE"}, {"FROM_URL"}, {"SCHEMA_CHECKING"}, {"VALIDATION_MODE"}});
+  return runFunction([&] {
+    const Keywords keywords(table, argc, argv, argk);
     COgcWcs& client = clientOf(argv[0]);
-    const ogc::RecordsReport report(argv[0], client);
-    const auto fromFile = ogcFromFile(keywords[table.slot("FROM_FILE")]);
-    const auto fromUrl = ogcFromUrl(keywords[table.slot("FROM_URL")]);
-    const int validationMode = ogcValidationMode(keywords[table.slot("VALIDATION_MODE")]);
-    const int schemaChecking = ogcSchemaChecking(keywords[table.slot("SCHEMA_CHECKING")]);
-    client.OgcWcsGetCap(ogcOrNull(fromFile), ogcOrNull(fromUrl), schemaChecking, validationMode);
+    const RecordsReport report(argv[0], client);
+    const auto fromFile = fileOf(keywords[table.slot("FROM_FILE")]);
+    const auto fromUrl = urlOf(keywords[table.slot("FROM_URL")]);
+    const int validationMode = validationModeOf(keywords[table.slot("VALIDATION_MODE")]);
+    const int schemaChecking = schemaCheckingOf(keywords[table.slot("SCHEMA_CHECKING")]);
+    client.OgcWcsGetCap(orNull(fromFile), orNull(fromUrl), schemaChecking, validationMode);
     return zel::Temp(ZEL_GettmpInt(static_cast<std::int16_t>(client.BriefCount())));
   });
 }
 
 ZEL_Variable* ZEL_OgcWcsDescribeCoverage(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk) {
   static constexpr auto table =
-      ogc::keywordTable({{"COUNT", ZEL_KW_OUT}, {"FROM_FILE"}, {"NAMES"}, {"SCHEMA_CHECKING"}, {"VALIDATION_MODE"}});
-  return ogcFunction([&] {
-    const ogc::Keywords keywords(table, argc, argv, argk);
+      keywordTable({{"COUNT", ZEL_KW_OUT}, {"FROM_FILE"}, {"NAMES"}, {"SCHEMA_CHECKING"}, {"VALIDATION_MODE"}});
+  return runFunction([&] {
+    const Keywords keywords(table, argc, argv, argk);
     COgcWcs& client = clientOf(argv[0]);
-    const ogc::RecordsReport report(argv[0], client);
+    const RecordsReport report(argv[0], client);
     ZEL_Variable* given = keywords[table.slot("NAMES")];
-    if (given == nullptr && keywords[table.slot("FROM_FILE")] == nullptr)
-      ogcError("Error: The NAMES keyword must be set.");
+    if (given == nullptr && keywords[table.slot("FROM_FILE")] == nullptr) fail("Error: The NAMES keyword must be set.");
     if (given != nullptr && keywords[table.slot("FROM_FILE")] != nullptr)
-      ogcError("Error: NAMES and FROM_FILE keywords are mutally exclusive..");
-    const auto fromFile = ogcFromFile(keywords[table.slot("FROM_FILE")]);
-    const int validationMode = ogcValidationMode(keywords[table.slot("VALIDATION_MODE")]);
-    const int schemaChecking = ogcSchemaChecking(keywords[table.slot("SCHEMA_CHECKING")]);
-    const std::vector<std::string> texts = given != nullptr ? ogc::textsOf(given) : std::vector<std::string>{};
+      fail("Error: NAMES and FROM_FILE keywords are mutally exclusive..");
+    const auto fromFile = fileOf(keywords[table.slot("FROM_FILE")]);
+    const int validationMode = validationModeOf(keywords[table.slot("VALIDATION_MODE")]);
+    const int schemaChecking = schemaCheckingOf(keywords[table.slot("SCHEMA_CHECKING")]);
+    const std::vector<std::string> texts = given != nullptr ? textsOf(given) : std::vector<std::string>{};
     std::vector<const char*> names(texts.size());
     std::transform(texts.begin(), texts.end(), names.begin(), [](const std::string& text) { return text.c_str(); });
     client.OgcWcsDescribeCoverage(given != nullptr ? names.data() : nullptr, static_cast<int>(names.size()),
-                                  ogcOrNull(fromFile), schemaChecking, validationMode);
+                                  orNull(fromFile), schemaChecking, validationMode);
     const int n = client.OfferingCount();
-    ogc::store(keywords[table.slot("COUNT")], n);
+    store(keywords[table.slot("COUNT")], n);
     if (n == 0) return zel::Temp(ZEL_StrToSTRING(""));
     char* data = nullptr;
     zel::Temp found(ZEL_MakeTempVector(ZEL_TYP_STRING, n, &data));
@@ -202,47 +189,53 @@ ZEL_Variable* ZEL_OgcWcsDescribeCoverage(int argc, ZEL_Variable** argv, const ZE
 }
 
 ZEL_Variable* ZEL_OgcWcsGetCoverage(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk) {
-  return ogcFetch<COgcWcs, &COgcWcs::OgcWcsGetCoverage>(ogcWcsService, argc, argv, argk,
-                                                        "Error: Passed in coverage argument is empty.");
+  return fetch<COgcWcs, &COgcWcs::OgcWcsGetCoverage>(wcsService, argc, argv, argk,
+                                                     "Error: Passed in coverage argument is empty.");
 }
 
 ZEL_Variable* ZEL_OgcWcsGetCoverageOfferingBriefs(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk) {
-  return ogcFunction([&] {
-    const ogc::Keywords keywords(ogcListKeywords, argc, argv, argk);
+  return runFunction([&] {
+    const Keywords keywords(listKeywords, argc, argv, argk);
     COgcWcs& client = clientOf(argv[0]);
-    const OgcSelection part =
-        ogcSelect(keywords, client.BriefCount(),
-                  "Error: Invalid Index keyword value. Index is greater than the total available briefs.");
-    if (part.number == 0) return ogcNothing();
+    const Selection part =
+        select(keywords, client.BriefCount(),
+               "Error: Invalid Index keyword value. Index is greater than the total available briefs.");
+    if (part.number == 0) return nothing();
     client.OgcWcsGetNextCOBSkip(part.start);
     std::vector<const void*> briefs(static_cast<std::size_t>(part.number));
     for (const void*& brief : briefs) brief = client.OgcWcsGetNextCOB();
-    return ogcStructs(briefTags, briefs);
+    return structsOf(briefTags, briefs);
   });
 }
 
 ZEL_Variable* ZEL_OgcWcsGetCoverageOffering(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk) {
-  static constexpr auto table = ogc::keywordTable({{"INDEX"}});
-  return ogcFunction([&] {
-    const ogc::Keywords keywords(table, argc, argv, argk);
+  static constexpr auto table = keywordTable({{"INDEX"}});
+  return runFunction([&] {
+    const Keywords keywords(table, argc, argv, argk);
     ZEL_Variable* index = keywords[table.slot("INDEX")];
-    const void* offering = clientOf(argv[0]).OgcWcsGetCO(index != nullptr ? ogc::fixOf(index) : 0);
-    return ogcStructs(offeringTags, {&offering, 1});
+    const void* offering = clientOf(argv[0]).OgcWcsGetCO(index != nullptr ? fixOf(index) : 0);
+    return structsOf(offeringTags, {&offering, 1});
   });
 }
 
 ZEL_Variable* ZEL_OgcWcsGetServiceSection(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk) {
-  return ogcServiceSection<COgcWcs>(ogcWcsService, argc, argv, argk, serviceTags);
+  return serviceSection<COgcWcs>(wcsService, argc, argv, argk, serviceTags);
 }
 
 ZEL_Variable* ZEL_OgcWcsInit(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk) {
-  return ogcInit(ogcWcsService, argc, argv, argk);
+  return init<COgcWcs, &COgcWcs::OgcWcsCleanup, OGCWCSProcessSetProperties>(wcsService, argc, argv, argk);
 }
-void ZEL_OgcWcsCleanup(int, ZEL_Variable** argv) { ogcCleanup(ogcWcsService, argv); }
+
+void ZEL_OgcWcsCleanup(int, ZEL_Variable** argv) { cleanup<COgcWcs, &COgcWcs::OgcWcsCleanup>(wcsService, argv); }
+
 void ZEL_OgcWcsGetProperty(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk) {
-  ogcGetProperty(ogcWcsService, argc, argv, argk);
+  runProcedure([&] { OGCWCSProcessGetProperties(argc, argv, argk, instanceSlot(wcsService, argv[0])); });
 }
-void ZEL_OgcWcsParseURL(int, ZEL_Variable** argv) { ogcParseUrl(ogcWcsService, argv); }
+
+void ZEL_OgcWcsParseURL(int, ZEL_Variable** argv) {
+  runProcedure([&] { clientOf(argv[0]).OgcBaseParseURL(textOf(argv[1]).c_str()); });
+}
+
 void ZEL_OgcWcsSetProperty(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk) {
-  ogcSetProperty(ogcWcsService, argc, argv, argk);
+  runProcedure([&] { OGCWCSProcessSetProperties(argc, argv, argk, 0, instanceSlot(wcsService, argv[0])); });
 }

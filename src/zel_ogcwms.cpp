@@ -1,24 +1,13 @@
 #include "zel_ogcwms.h"
 
+#include "routines/lifecycle.h"
 #include "routines/properties.h"
 #include "routines/requests.h"
 #include "zel_ogcwms_obj.h"
 
 #include <vector>
 
-const OgcService ogcWmsService{
-    .className = "ZELnetOGCWMS",
-    .pointerTag = "COGCWMSPTR",
-    .wrongObject = "Unable to acquire OGC WMS object",
-    .noMemory = "Error: new memory allocation on COgcWms failed",
-    .noClient = "Error: The object has no OGC WMS client. Call INIT first.",
-    .userDir = "ogc_user_files_wms",
-    .make = ogcMakeClient<COgcWms>,
-    .init = [](COgcBase& client) { static_cast<COgcWms&>(client).OgcWmsInit(); },
-    .destroy = ogcDestroyClient<COgcWms, &COgcWms::OgcWmsCleanup>,
-    .setProperties = OGCWMSProcessSetProperties,
-    .getProperties = OGCWMSProcessGetProperties,
-};
+using namespace ogc;
 
 namespace {
 
@@ -42,233 +31,238 @@ const void* nextName(const void*, void* names) noexcept {
 
 /// A list of names that continues in the layers around a layer.
 template <auto Reader, auto Count>
-constexpr OgcTag layerNames(const char* name) {
+constexpr Tag layerNames(const char* name) {
   return {.name = name,
-          .text = ogc_tag::textOf<&xNodeStr_t::str>,
-          .count = ogc_tag::countOf<Count>,
+          .text = detail::textOf<&xNodeStr_t::str>,
+          .count = detail::countOf<Count>,
           .first = firstName<Reader>,
           .next = nextName<Reader>};
 }
 
-constexpr OgcTag latLonTags[] = {
-    ogcText<&xWmsGeoBox_t::szMinX>("MINX"),
-    ogcText<&xWmsGeoBox_t::szMinY>("MINY"),
-    ogcText<&xWmsGeoBox_t::szMaxX>("MAXX"),
-    ogcText<&xWmsGeoBox_t::szMaxY>("MAXY"),
+constexpr Tag latLonTags[] = {
+    text<&xWmsGeoBox_t::szMinX>("MINX"),
+    text<&xWmsGeoBox_t::szMinY>("MINY"),
+    text<&xWmsGeoBox_t::szMaxX>("MAXX"),
+    text<&xWmsGeoBox_t::szMaxY>("MAXY"),
 };
 
-constexpr OgcTag geoBoxTags[] = {
-    ogcText<&xWmsGeoBox_t::szMinX>("WEST"),
-    ogcText<&xWmsGeoBox_t::szMinY>("EAST"),
-    ogcText<&xWmsGeoBox_t::szMaxX>("SOUTH"),
-    ogcText<&xWmsGeoBox_t::szMaxY>("NORTH"),
+constexpr Tag geoBoxTags[] = {
+    text<&xWmsGeoBox_t::szMinX>("WEST"),
+    text<&xWmsGeoBox_t::szMinY>("EAST"),
+    text<&xWmsGeoBox_t::szMaxX>("SOUTH"),
+    text<&xWmsGeoBox_t::szMaxY>("NORTH"),
 };
 
-constexpr OgcTag boundingBoxTags[] = {
-    ogcText<&xWmsBBox_t::szSrs>("SRS"),   ogcText<&xWmsBBox_t::szCrs>("CRS"),   ogcText<&xWmsBBox_t::szMinX>("MINX"),
-    ogcText<&xWmsBBox_t::szMinY>("MINY"), ogcText<&xWmsBBox_t::szMaxX>("MAXX"), ogcText<&xWmsBBox_t::szMaxY>("MAXY"),
-    ogcText<&xWmsBBox_t::szResX>("RESX"), ogcText<&xWmsBBox_t::szResY>("RESY"),
+constexpr Tag boundingBoxTags[] = {
+    text<&xWmsBBox_t::szSrs>("SRS"),   text<&xWmsBBox_t::szCrs>("CRS"),   text<&xWmsBBox_t::szMinX>("MINX"),
+    text<&xWmsBBox_t::szMinY>("MINY"), text<&xWmsBBox_t::szMaxX>("MAXX"), text<&xWmsBBox_t::szMaxY>("MAXY"),
+    text<&xWmsBBox_t::szResX>("RESX"), text<&xWmsBBox_t::szResY>("RESY"),
 };
 
-constexpr OgcTag extentTags[] = {
-    ogcText<&xWmsExtent_t::szName>("NAME"),
-    ogcText<&xWmsExtent_t::szDefault>("DEFAULT"),
-    ogcText<&xWmsExtent_t::szNearestValue>("NEAREST_VALUE"),
-    ogcText<&xWmsExtent_t::szValue>("EXTENT"),
+constexpr Tag extentTags[] = {
+    text<&xWmsExtent_t::szName>("NAME"),
+    text<&xWmsExtent_t::szDefault>("DEFAULT"),
+    text<&xWmsExtent_t::szNearestValue>("NEAREST_VALUE"),
+    text<&xWmsExtent_t::szValue>("EXTENT"),
 };
 
-constexpr OgcTag dimensionTags[] = {
-    ogcText<&xWmsDimension_t::szName>("NAME"),
-    ogcText<&xWmsDimension_t::szUnits>("UNITS"),
-    ogcText<&xWmsDimension_t::szUnitSymbol>("UNIT_SYMBOL"),
-    ogcText<&xWmsDimension_t::szDefault>("DEFAULT"),
-    ogcText<&xWmsDimension_t::szMultipleValues>("MULTIPLE_VALUES"),
-    ogcText<&xWmsDimension_t::szNearestValue>("NEAREST_VALUE"),
-    ogcText<&xWmsDimension_t::szCurrent>("CURRENT"),
-    ogcText<&xWmsDimension_t::szValue>("EXTENT"),
+constexpr Tag dimensionTags[] = {
+    text<&xWmsDimension_t::szName>("NAME"),
+    text<&xWmsDimension_t::szUnits>("UNITS"),
+    text<&xWmsDimension_t::szUnitSymbol>("UNIT_SYMBOL"),
+    text<&xWmsDimension_t::szDefault>("DEFAULT"),
+    text<&xWmsDimension_t::szMultipleValues>("MULTIPLE_VALUES"),
+    text<&xWmsDimension_t::szNearestValue>("NEAREST_VALUE"),
+    text<&xWmsDimension_t::szCurrent>("CURRENT"),
+    text<&xWmsDimension_t::szValue>("EXTENT"),
 };
 
-constexpr OgcTag attributionTags[] = {
-    ogcText<&xWmsAttribution_t::szTitle>("TITLE"),
-    ogcText<&xWmsAttribution_t::szOnline>("ONLINE"),
-    ogcText<&xWmsAttribution_t::szLogoFormat>("LOGO_FORMAT"),
-    ogcText<&xWmsAttribution_t::szLogoOnline>("LOGO_ONLINE"),
-    ogcText<&xWmsAttribution_t::szLogoWidth>("LOGO_WIDTH"),
-    ogcText<&xWmsAttribution_t::szLogoHeight>("LOGO_HEIGHT"),
+constexpr Tag attributionTags[] = {
+    text<&xWmsAttribution_t::szTitle>("TITLE"),
+    text<&xWmsAttribution_t::szOnline>("ONLINE"),
+    text<&xWmsAttribution_t::szLogoFormat>("LOGO_FORMAT"),
+    text<&xWmsAttribution_t::szLogoOnline>("LOGO_ONLINE"),
+    text<&xWmsAttribution_t::szLogoWidth>("LOGO_WIDTH"),
+    text<&xWmsAttribution_t::szLogoHeight>("LOGO_HEIGHT"),
 };
 
-constexpr OgcTag authorityTags[] = {
-    ogcText<&xWmsAuthorityUrl_t::szName>("NAME"),
-    ogcText<&xWmsAuthorityUrl_t::szOnline>("ONLINE"),
+constexpr Tag authorityTags[] = {
+    text<&xWmsAuthorityUrl_t::szName>("NAME"),
+    text<&xWmsAuthorityUrl_t::szOnline>("ONLINE"),
 };
 
-constexpr OgcTag identifierTags[] = {
-    ogcText<&xWmsIdentifier_t::szValue>("ID"),
-    ogcText<&xWmsIdentifier_t::szAuthority>("AUTHORITY"),
+constexpr Tag identifierTags[] = {
+    text<&xWmsIdentifier_t::szValue>("ID"),
+    text<&xWmsIdentifier_t::szAuthority>("AUTHORITY"),
 };
 
-constexpr OgcTag metadataTags[] = {
-    ogcText<&xWmsMetadataUrl_t::szType>("TYPE"),
-    ogcText<&xWmsMetadataUrl_t::szFormat>("FORMAT"),
-    ogcText<&xWmsMetadataUrl_t::szOnline>("ONLINE"),
+constexpr Tag metadataTags[] = {
+    text<&xWmsMetadataUrl_t::szType>("TYPE"),
+    text<&xWmsMetadataUrl_t::szFormat>("FORMAT"),
+    text<&xWmsMetadataUrl_t::szOnline>("ONLINE"),
 };
 
-constexpr OgcTag onlineTags[] = {
-    ogcText<&xWmsOnlineRes_t::szFormat>("FORMAT"),
-    ogcText<&xWmsOnlineRes_t::szOnline>("ONLINE"),
+constexpr Tag onlineTags[] = {
+    text<&xWmsOnlineRes_t::szFormat>("FORMAT"),
+    text<&xWmsOnlineRes_t::szOnline>("ONLINE"),
 };
 
-constexpr OgcTag styleTags[] = {
-    ogcText<&xWmsStyle_t::szName>("NAME"),
-    ogcText<&xWmsStyle_t::szTitle>("TITLE"),
-    ogcText<&xWmsStyle_t::szAbstract>("ABSTRACT"),
-    ogcText<&xWmsStyle_t::szLegendFormat>("LEGEND_FORMAT"),
-    ogcText<&xWmsStyle_t::szLegendOnline>("LEGEND_ONLINE"),
-    ogcText<&xWmsStyle_t::szLegendWidth>("LEGEND_WIDTH"),
-    ogcText<&xWmsStyle_t::szLegendHeight>("LEGEND_HEIGHT"),
-    ogcText<&xWmsStyle_t::szSheetFormat>("SHEET_FORMAT"),
-    ogcText<&xWmsStyle_t::szSheetOnline>("SHEET_ONLINE"),
-    ogcText<&xWmsStyle_t::szStyleFormat>("STYLE_FORMAT"),
-    ogcText<&xWmsStyle_t::szStyleOnline>("STYLE_ONLINE"),
+constexpr Tag styleTags[] = {
+    text<&xWmsStyle_t::szName>("NAME"),
+    text<&xWmsStyle_t::szTitle>("TITLE"),
+    text<&xWmsStyle_t::szAbstract>("ABSTRACT"),
+    text<&xWmsStyle_t::szLegendFormat>("LEGEND_FORMAT"),
+    text<&xWmsStyle_t::szLegendOnline>("LEGEND_ONLINE"),
+    text<&xWmsStyle_t::szLegendWidth>("LEGEND_WIDTH"),
+    text<&xWmsStyle_t::szLegendHeight>("LEGEND_HEIGHT"),
+    text<&xWmsStyle_t::szSheetFormat>("SHEET_FORMAT"),
+    text<&xWmsStyle_t::szSheetOnline>("SHEET_ONLINE"),
+    text<&xWmsStyle_t::szStyleFormat>("STYLE_FORMAT"),
+    text<&xWmsStyle_t::szStyleOnline>("STYLE_ONLINE"),
 };
 
 using Layer = xWmsLayer_t;
-constexpr OgcTag layerTags[] = {
-    ogcNumber<&Layer::iIndex>("LAYER"),
-    ogcNumber<&Layer::iParent>("PARENT"),
-    ogcNumber<&Layer::iLevel>("LEVEL"),
-    ogcText<&Layer::szVersion>("VERSION"),
-    ogcText<&Layer::szUpdateSequence>("UPDATE_SEQ"),
-    ogcText<&Layer::szName>("NAME"),
-    ogcText<&Layer::szTitle>("TITLE"),
-    ogcText<&Layer::szAbstract>("ABSTRACT"),
-    ogcNumber<&Layer::nMapFormat>("NUM_MAP_FORMAT"),
-    ogcTexts<&Layer::pMapFormat, &Layer::nMapFormat>("MAP_FORMAT"),
-    ogcNumber<&Layer::nFeatureFormat>("NUM_FEATURE_FORMAT"),
-    ogcTexts<&Layer::pFeatureFormat, &Layer::nFeatureFormat>("FEATURE_FORMAT"),
-    ogcNumber<&Layer::nKeyword>("NUM_KEYWORD"),
-    ogcTexts<&Layer::pKeyword, &Layer::nKeyword>("KEYWORD"),
-    ogcNumber<&Layer::nSrs>("NUM_SRS"),
+constexpr Tag layerTags[] = {
+    number<&Layer::iIndex>("LAYER"),
+    number<&Layer::iParent>("PARENT"),
+    number<&Layer::iLevel>("LEVEL"),
+    text<&Layer::szVersion>("VERSION"),
+    text<&Layer::szUpdateSequence>("UPDATE_SEQ"),
+    text<&Layer::szName>("NAME"),
+    text<&Layer::szTitle>("TITLE"),
+    text<&Layer::szAbstract>("ABSTRACT"),
+    number<&Layer::nMapFormat>("NUM_MAP_FORMAT"),
+    texts<&Layer::pMapFormat, &Layer::nMapFormat>("MAP_FORMAT"),
+    number<&Layer::nFeatureFormat>("NUM_FEATURE_FORMAT"),
+    texts<&Layer::pFeatureFormat, &Layer::nFeatureFormat>("FEATURE_FORMAT"),
+    number<&Layer::nKeyword>("NUM_KEYWORD"),
+    texts<&Layer::pKeyword, &Layer::nKeyword>("KEYWORD"),
+    number<&Layer::nSrs>("NUM_SRS"),
     layerNames<&LayerNames::srs, &Layer::nSrs>("SRS"),
-    ogcNumber<&Layer::nCrs>("NUM_CRS"),
+    number<&Layer::nCrs>("NUM_CRS"),
     layerNames<&LayerNames::crs, &Layer::nCrs>("CRS"),
-    ogcNested<&Layer::pLatLonBBox>("LAT_LON_BBOX", latLonTags),
-    ogcNested<&Layer::pExGeoBBox>("EX_GEOBBOX", geoBoxTags),
-    ogcNumber<&Layer::nBBox>("NUM_BOUNDING_BOX"),
-    ogcRecords<&Layer::pBBox, &Layer::nBBox>("BOUNDING_BOX", boundingBoxTags),
-    ogcNumber<&Layer::nExtent>("NUM_EXTENT"),
-    ogcRecords<&Layer::pExtent, &Layer::nExtent>("EXTENT", extentTags),
-    ogcNumber<&Layer::nDimension>("NUM_DIMENSION"),
-    ogcRecords<&Layer::pDimension, &Layer::nDimension>("DIMENSION", dimensionTags),
-    ogcNested<&Layer::pAttribution>("ATTRIBUTION", attributionTags),
-    ogcNumber<&Layer::nAuthorityUrl>("NUM_AUTHORITY"),
-    ogcRecords<&Layer::pAuthorityUrl, &Layer::nAuthorityUrl>("AUTHORITY", authorityTags),
-    ogcNumber<&Layer::nIdentifier>("NUM_IDENTIFIER"),
-    ogcRecords<&Layer::pIdentifier, &Layer::nIdentifier>("IDENTIFIER", identifierTags),
-    ogcNumber<&Layer::nMetadataUrl>("NUM_METADATA_URL"),
-    ogcRecords<&Layer::pMetadataUrl, &Layer::nMetadataUrl>("METADATA_URL", metadataTags),
-    ogcNumber<&Layer::nDataUrl>("NUM_DATA_URL"),
-    ogcRecords<&Layer::pDataUrl, &Layer::nDataUrl>("DATA_URL", onlineTags),
-    ogcNumber<&Layer::nFeatureUrl>("NUM_FEATURE_URL"),
-    ogcRecords<&Layer::pFeatureUrl, &Layer::nFeatureUrl>("FEATURE_URL", onlineTags),
-    ogcNumber<&Layer::nStyle>("NUM_STYLE"),
-    ogcRecords<&Layer::pStyle, &Layer::nStyle>("STYLE", styleTags),
-    ogcText<&Layer::szMinScale>("MIN_SCALE"),
-    ogcText<&Layer::szMaxScale>("MAX_SCALE"),
-    ogcText<&Layer::szQueryable>("QUERYABLE"),
-    ogcText<&Layer::szCascaded>("CASCADED"),
-    ogcText<&Layer::szOpaque>("OPAQUE"),
-    ogcText<&Layer::szNoSubsets>("NO_SUBSETS"),
-    ogcText<&Layer::szFixedWidth>("FIXED_WIDTH"),
-    ogcText<&Layer::szFixedHeight>("FIXED_HEIGHT"),
+    nested<&Layer::pLatLonBBox>("LAT_LON_BBOX", latLonTags),
+    nested<&Layer::pExGeoBBox>("EX_GEOBBOX", geoBoxTags),
+    number<&Layer::nBBox>("NUM_BOUNDING_BOX"),
+    records<&Layer::pBBox, &Layer::nBBox>("BOUNDING_BOX", boundingBoxTags),
+    number<&Layer::nExtent>("NUM_EXTENT"),
+    records<&Layer::pExtent, &Layer::nExtent>("EXTENT", extentTags),
+    number<&Layer::nDimension>("NUM_DIMENSION"),
+    records<&Layer::pDimension, &Layer::nDimension>("DIMENSION", dimensionTags),
+    nested<&Layer::pAttribution>("ATTRIBUTION", attributionTags),
+    number<&Layer::nAuthorityUrl>("NUM_AUTHORITY"),
+    records<&Layer::pAuthorityUrl, &Layer::nAuthorityUrl>("AUTHORITY", authorityTags),
+    number<&Layer::nIdentifier>("NUM_IDENTIFIER"),
+    records<&Layer::pIdentifier, &Layer::nIdentifier>("IDENTIFIER", identifierTags),
+    number<&Layer::nMetadataUrl>("NUM_METADATA_URL"),
+    records<&Layer::pMetadataUrl, &Layer::nMetadataUrl>("METADATA_URL", metadataTags),
+    number<&Layer::nDataUrl>("NUM_DATA_URL"),
+    records<&Layer::pDataUrl, &Layer::nDataUrl>("DATA_URL", onlineTags),
+    number<&Layer::nFeatureUrl>("NUM_FEATURE_URL"),
+    records<&Layer::pFeatureUrl, &Layer::nFeatureUrl>("FEATURE_URL", onlineTags),
+    number<&Layer::nStyle>("NUM_STYLE"),
+    records<&Layer::pStyle, &Layer::nStyle>("STYLE", styleTags),
+    text<&Layer::szMinScale>("MIN_SCALE"),
+    text<&Layer::szMaxScale>("MAX_SCALE"),
+    text<&Layer::szQueryable>("QUERYABLE"),
+    text<&Layer::szCascaded>("CASCADED"),
+    text<&Layer::szOpaque>("OPAQUE"),
+    text<&Layer::szNoSubsets>("NO_SUBSETS"),
+    text<&Layer::szFixedWidth>("FIXED_WIDTH"),
+    text<&Layer::szFixedHeight>("FIXED_HEIGHT"),
 };
 
 using Service = xWmsService_t;
-constexpr OgcTag serviceTags[] = {
-    ogcText<&Service::szName>("NAME"),
-    ogcText<&Service::szTitle>("TITLE"),
-    ogcText<&Service::szAbstract>("ABSTRACT"),
-    ogcNumber<&Service::nKeyword>("NUM_KEYWORD"),
-    ogcTexts<&Service::pKeyword>("KEYWORD"),
-    ogcText<&Service::szOnline>("ONLINE"),
-    ogcText<&Service::szContactPerson>("PERSON"),
-    ogcText<&Service::szContactOrganization>("ORGANIZATION"),
-    ogcText<&Service::szContactPosition>("POSITION"),
-    ogcText<&Service::szAddressType>("ADDRESS_TYPE"),
-    ogcText<&Service::szAddress>("ADDRESS"),
-    ogcText<&Service::szCity>("CITY"),
-    ogcText<&Service::szStateOrProvince>("STATE"),
-    ogcText<&Service::szPostCode>("POSTAL_CODE"),
-    ogcText<&Service::szCountry>("COUNTRY"),
-    ogcText<&Service::szVoiceTelephone>("VOICE"),
-    ogcText<&Service::szFacsimileTelephone>("FAX"),
-    ogcText<&Service::szElectronicMailAddress>("EMAIL"),
-    ogcText<&Service::szFees>("FEES"),
-    ogcText<&Service::szAccessConstraints>("ACCESS"),
-    ogcText<&Service::szLayerLimit>("LAYER_LIMIT"),
-    ogcText<&Service::szMaxWidth>("MAX_WIDTH"),
-    ogcText<&Service::szMaxHeight>("MAX_HEIGHT"),
+constexpr Tag serviceTags[] = {
+    text<&Service::szName>("NAME"),
+    text<&Service::szTitle>("TITLE"),
+    text<&Service::szAbstract>("ABSTRACT"),
+    number<&Service::nKeyword>("NUM_KEYWORD"),
+    texts<&Service::pKeyword>("KEYWORD"),
+    text<&Service::szOnline>("ONLINE"),
+    text<&Service::szContactPerson>("PERSON"),
+    text<&Service::szContactOrganization>("ORGANIZATION"),
+    text<&Service::szContactPosition>("POSITION"),
+    text<&Service::szAddressType>("ADDRESS_TYPE"),
+    text<&Service::szAddress>("ADDRESS"),
+    text<&Service::szCity>("CITY"),
+    text<&Service::szStateOrProvince>("STATE"),
+    text<&Service::szPostCode>("POSTAL_CODE"),
+    text<&Service::szCountry>("COUNTRY"),
+    text<&Service::szVoiceTelephone>("VOICE"),
+    text<&Service::szFacsimileTelephone>("FAX"),
+    text<&Service::szElectronicMailAddress>("EMAIL"),
+    text<&Service::szFees>("FEES"),
+    text<&Service::szAccessConstraints>("ACCESS"),
+    text<&Service::szLayerLimit>("LAYER_LIMIT"),
+    text<&Service::szMaxWidth>("MAX_WIDTH"),
+    text<&Service::szMaxHeight>("MAX_HEIGHT"),
 };
 
-COgcWms& clientOf(ZEL_Variable* object) { return ogcClient<COgcWms>(ogcWmsService, object); }
+COgcWms& clientOf(ZEL_Variable* object) { return ogc::clientOf<COgcWms>(wmsService, object); }
 
 } // namespace
 
 ZEL_Variable* ZEL_OgcWmsGetCapabilities(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk) {
-  static constexpr auto table = ogc::keywordTable(
-      {{"DISABLE_INHERITANCE"}, {"FROM_FILE"}, {"FROM_URL"}, {"SCHEMA_CHECKING"}, {"VALIDATION_MODE"}});
-  return ogcFunction([&] {
+  static constexpr auto table =
+      keywordTable({{"DISABLE_INHERITANCE"}, {"FROM_FILE"}, {"FROM_URL"}, {"SCHEMA_CHECKING"}, {"VALIDATION_MODE"}});
+  return runFunction([&] {
     COgcWms& client = clientOf(argv[0]);
-    const ogc::RecordsReport report(argv[0], client);
-    const ogc::Keywords keywords(table, argc, argv, argk);
-    const auto fromFile = ogcFromFile(keywords[table.slot("FROM_FILE")]);
-    const auto fromUrl = ogcFromUrl(keywords[table.slot("FROM_URL")]);
-    const int schemaChecking = ogcSchemaChecking(keywords[table.slot("SCHEMA_CHECKING")]);
-    const int validationMode = ogcValidationMode(keywords[table.slot("VALIDATION_MODE")]);
+    const RecordsReport report(argv[0], client);
+    const Keywords keywords(table, argc, argv, argk);
+    const auto fromFile = fileOf(keywords[table.slot("FROM_FILE")]);
+    const auto fromUrl = urlOf(keywords[table.slot("FROM_URL")]);
+    const int schemaChecking = schemaCheckingOf(keywords[table.slot("SCHEMA_CHECKING")]);
+    const int validationMode = validationModeOf(keywords[table.slot("VALIDATION_MODE")]);
     ZEL_Variable* disable = keywords[table.slot("DISABLE_INHERITANCE")];
-    client.OgcWmsGetCap(ogcOrNull(fromFile), ogcOrNull(fromUrl), schemaChecking, validationMode,
-                        disable != nullptr ? ogc::fixOf(disable) : 0);
+    client.OgcWmsGetCap(orNull(fromFile), orNull(fromUrl), schemaChecking, validationMode,
+                        disable != nullptr ? fixOf(disable) : 0);
     return zel::Temp(ZEL_GettmpInt(static_cast<std::int16_t>(client.NumLayers())));
   });
 }
 
 ZEL_Variable* ZEL_OgcWmsGetMap(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk) {
-  return ogcFetch<COgcWms, &COgcWms::OgcWmsGetMap>(ogcWmsService, argc, argv, argk,
-                                                   "Error: Passed in Map argument is empty.");
+  return fetch<COgcWms, &COgcWms::OgcWmsGetMap>(wmsService, argc, argv, argk,
+                                                "Error: Passed in Map argument is empty.");
 }
 
 ZEL_Variable* ZEL_OgcWmsGetFeatureInfo(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk) {
-  return ogcFetch<COgcWms, &COgcWms::OgcWmsGetFeature>(ogcWmsService, argc, argv, argk,
-                                                       "Error: Passed in Feature argument is empty.");
+  return fetch<COgcWms, &COgcWms::OgcWmsGetFeature>(wmsService, argc, argv, argk,
+                                                    "Error: Passed in Feature argument is empty.");
 }
 
 ZEL_Variable* ZEL_OgcWmsGetLayers(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk) {
-  return ogcFunction([&] {
+  return runFunction([&] {
     COgcWms& client = clientOf(argv[0]);
-    const ogc::Keywords keywords(ogcListKeywords, argc, argv, argk);
-    const OgcSelection part =
-        ogcSelect(keywords, client.NumLayers(), "Error: Invalid Index keyword value. It is too large.");
-    if (part.number == 0) return ogcNothing();
+    const Keywords keywords(listKeywords, argc, argv, argk);
+    const Selection part = select(keywords, client.NumLayers(), "Error: Invalid Index keyword value. It is too large.");
+    if (part.number == 0) return nothing();
     client.OgcWmsGetNextLayerSkip(part.start);
     std::vector<const void*> layers(static_cast<std::size_t>(part.number));
     for (const void*& layer : layers) layer = client.OgcWmsGetNextLayer();
     LayerNames names{COgcWmsNames::Reader(client.SrsNames()), COgcWmsNames::Reader(client.CrsNames())};
-    return ogcStructs(layerTags, layers, &names);
+    return structsOf(layerTags, layers, &names);
   });
 }
 
 ZEL_Variable* ZEL_OgcWmsGetServiceSection(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk) {
-  return ogcServiceSection<COgcWms>(ogcWmsService, argc, argv, argk, serviceTags);
+  return serviceSection<COgcWms>(wmsService, argc, argv, argk, serviceTags);
 }
 
 ZEL_Variable* ZEL_OgcWmsInit(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk) {
-  return ogcInit(ogcWmsService, argc, argv, argk);
+  return init<COgcWms, &COgcWms::OgcWmsCleanup, OGCWMSProcessSetProperties>(wmsService, argc, argv, argk);
 }
-void ZEL_OgcWmsCleanup(int, ZEL_Variable** argv) { ogcCleanup(ogcWmsService, argv); }
+
+void ZEL_OgcWmsCleanup(int, ZEL_Variable** argv) { cleanup<COgcWms, &COgcWms::OgcWmsCleanup>(wmsService, argv); }
+
 void ZEL_OgcWmsGetProperty(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk) {
-  ogcGetProperty(ogcWmsService, argc, argv, argk);
+  runProcedure([&] { OGCWMSProcessGetProperties(argc, argv, argk, instanceSlot(wmsService, argv[0])); });
 }
-void ZEL_OgcWmsParseURL(int, ZEL_Variable** argv) { ogcParseUrl(ogcWmsService, argv); }
+
+void ZEL_OgcWmsParseURL(int, ZEL_Variable** argv) {
+  runProcedure([&] { clientOf(argv[0]).OgcBaseParseURL(textOf(argv[1]).c_str()); });
+}
+
 void ZEL_OgcWmsSetProperty(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk) {
-  ogcSetProperty(ogcWmsService, argc, argv, argk);
+  runProcedure([&] { OGCWMSProcessSetProperties(argc, argv, argk, 0, instanceSlot(wmsService, argv[0])); });
 }

@@ -104,8 +104,6 @@ extern "C" {
 ZEL_Variable* ZEL_Gettmp();
 /// New temporary 16-bit integer.
 ZEL_Variable* ZEL_GettmpInt(std::int16_t value);
-/// New temporary 32-bit integer.
-ZEL_Variable* ZEL_GettmpLong(std::int32_t value);
 /// Releases a temporary and what it owns. Null and variables that are no temporaries are left alone.
 void ZEL_Deltmp(ZEL_Variable* v) noexcept;
 /// Number of temporaries alive.

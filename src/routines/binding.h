@@ -1,30 +1,36 @@
 /// \file
-/// From a script object to its native client, and the client's life: INIT and CLEANUP.
+/// From a script object to its native client.
 #pragma once
 
 #include "client/base.h"
 #include "routines/service.h"
+#include "zel_module.h"
 
 #include <cstdint>
 
-/// Address of the client-pointer tag in an object's instance data; errors for anything but an object of the service's
-/// class. \return never null; the tag is 0 when the object has no client.
-std::int64_t* ogcInstanceSlot(const OgcService& service, ZEL_Variable* object);
+/// Address of the client-pointer tag in an object's instance data; errors for anything but an object of the class.
+/// \return never null; the tag is 0 when the object has no client.
 std::int64_t* _ZEL_OGCWCSGetInstanceData(ZEL_Variable* object);
 std::int64_t* _ZEL_OGCWMSGetInstanceData(ZEL_Variable* object);
 
-/// The client that a tag holds; errors when it holds none.
-COgcBase& ogcClientIn(const OgcService& service, const std::int64_t* slot);
+namespace ogc {
+
+/// The same for the class of a service.
+std::int64_t* instanceSlot(const Service& service, ZEL_Variable* object);
+
+/// The client whose address is in a slot, null when there is none.
+COgcBase* clientAt(const std::int64_t* slot) noexcept;
+
+/// The client whose address is in a slot; errors when there is none.
+COgcBase& clientIn(const Service& service, const std::int64_t* slot);
 
 /// The client of an object; errors when it has none.
 template <typename Client>
-Client& ogcClient(const OgcService& service, ZEL_Variable* object) {
-  return static_cast<Client&>(ogcClientIn(service, ogcInstanceSlot(service, object)));
+Client& clientOf(const Service& service, ZEL_Variable* object) {
+  return static_cast<Client&>(clientIn(service, instanceSlot(service, object)));
 }
 
-namespace ogc {
-
-/// Says to the host, at its end, how large the records of a client have become.
+/// Reports to the host, at its end, how large the records of a client have become.
 template <typename Client>
 class RecordsReport {
 public:
@@ -40,10 +46,3 @@ private:
 };
 
 } // namespace ogc
-
-/// INIT: gives the object a new client with its defaults and applies the property keywords. An older client is released
-/// with its callback data, or stays when it is in a request. \return 1, or 0 after an informational message.
-ZEL_Variable* ogcInit(const OgcService& service, int argc, ZEL_Variable** argv, const ZEL_Keywords* argk);
-
-/// CLEANUP: releases the client and its callback data. Errors while the client is in a request.
-void ogcCleanup(const OgcService& service, ZEL_Variable** argv);

@@ -6,6 +6,7 @@
 #include "zel_ogc_msg_arr.h"
 
 #include <array>
+#include <cmath>
 #include <cstdint>
 #include <limits>
 #include <string>
@@ -17,7 +18,7 @@ std::int64_t wholePart(double figure) noexcept {
   constexpr double limit = 9223372036854775808.0; // 2 to the 63rd
   if (figure >= limit) return std::numeric_limits<std::int64_t>::max();
   if (figure < -limit) return std::numeric_limits<std::int64_t>::min();
-  return figure == figure ? static_cast<std::int64_t>(figure) : 0;
+  return std::isnan(figure) ? 0 : static_cast<std::int64_t>(figure);
 }
 
 zel::Temp progressArray(const xProgressValues& progress) {

@@ -3,19 +3,23 @@
 #include "zel_curl_text.h"
 #include "zel_ogc_msg_arr.h"
 
+namespace ogc {
+
 namespace {
 constexpr std::size_t messageLimit = 1023;
 }
 
-void ogcError(const std::string& text) {
+void fail(const std::string& text) {
   ZEL_MessageFromBlock(zel_ogc_msg_block, ZEL_M_OGC_ERRS1, ZEL_MSG_ERROR,
                        formatLimited(messageLimit, "%s", text.c_str()).c_str());
   throw ZEL_Unwind{};
 }
 
-void ogcReport(const std::optional<CCurlException>& failure, int action) {
+void report(const std::optional<CCurlException>& failure, int action) {
   if (failure)
     ZEL_MessageFromBlock(zel_ogc_msg_block, ZEL_M_OGC_ERRS2, action, "CCurlException: ", failure->ErrMsg());
   else
     ZEL_MessageFromBlock(zel_ogc_msg_block, ZEL_M_OGC_ERRS1, action, "Error: Unknown Exception caught.");
 }
+
+} // namespace ogc

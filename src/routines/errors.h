@@ -9,16 +9,18 @@
 #include <string>
 #include <utility>
 
+namespace ogc {
+
 /// Raises a text as the routine's error.
-[[noreturn]] void ogcError(const std::string& text);
+[[noreturn]] void fail(const std::string& text);
 
 /// Reports a native exception: the message of a CCurlException, the same text for every other (nothing given).
-void ogcReport(const std::optional<CCurlException>& failure, int action);
+void report(const std::optional<CCurlException>& failure, int action);
 
 /// Runs the body of a host routine. What it throws is reported with `action` (ZEL_MsgAction), once its frames are gone;
 /// an error of the host passes through. \return whether the body came to its end.
 template <typename Body>
-bool ogcGuard(int action, Body&& body) {
+bool guard(int action, Body&& body) {
   std::optional<CCurlException> failure;
   try {
     std::forward<Body>(body)();
@@ -30,20 +32,22 @@ bool ogcGuard(int action, Body&& body) {
   } catch (...) {
     failure.reset();
   }
-  ogcReport(failure, action);
+  report(failure, action);
   return false;
 }
 
 /// Runs the body of a function, which returns a zel::Temp, and hands its result on.
 template <typename Body>
-ZEL_Variable* ogcFunction(Body&& body) {
+ZEL_Variable* runFunction(Body&& body) {
   zel::Temp result;
-  ogcGuard(ZEL_MSG_ERROR, [&] { result = std::forward<Body>(body)(); });
+  guard(ZEL_MSG_ERROR, [&] { result = std::forward<Body>(body)(); });
   return result.release();
 }
 
 /// Runs the body of a procedure.
 template <typename Body>
-void ogcProcedure(Body&& body) {
-  ogcGuard(ZEL_MSG_ERROR, std::forward<Body>(body));
+void runProcedure(Body&& body) {
+  guard(ZEL_MSG_ERROR, std::forward<Body>(body));
 }
+
+} // namespace ogc

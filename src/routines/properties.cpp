@@ -11,6 +11,8 @@
 #include <array>
 #include <type_traits>
 
+namespace ogc {
+
 namespace {
 
 /// The class that a member belongs to.
@@ -27,40 +29,40 @@ void apply(COgcBase& client, Value value) {
 
 template <auto Setter>
 void setText(COgcBase& client, ZEL_Variable* v) {
-  ogc::requireScalar(v);
-  apply<Setter>(client, ogc::cString(ogc::Converted(v, ZEL_TYP_STRING)->value.str));
+  requireScalar(v);
+  apply<Setter>(client, cString(Converted(v, ZEL_TYP_STRING)->value.str));
 }
 
 /// A text that may be given as a number, which the host's conversion pads with blanks.
 template <auto Setter>
 void setDigits(COgcBase& client, ZEL_Variable* v) {
-  ogc::requireScalar(v);
-  const ogc::Converted digits(v, ZEL_TYP_STRING);
-  const char* text = ogc::cString(digits->value.str);
+  requireScalar(v);
+  const Converted digits(v, ZEL_TYP_STRING);
+  const char* text = cString(digits->value.str);
   apply<Setter>(client, text + CCurl::CurlCountLeadingSpaces(text));
 }
 
 template <auto Setter>
 void setNumber(COgcBase& client, ZEL_Variable* v) {
-  apply<Setter>(client, static_cast<int>(ogc::fixOf(v)));
+  apply<Setter>(client, static_cast<int>(fixOf(v)));
 }
 
-void setCallbackFunction(COgcBase& client, ZEL_Variable* v) { client.CurlSetCallback(ogc::textOf(v).c_str()); }
+void setCallbackFunction(COgcBase& client, ZEL_Variable* v) { client.CurlSetCallback(textOf(v).c_str()); }
 
 void setCallbackData(COgcBase& client, ZEL_Variable* v) {
-  ogcReleaseCallbackData(client);
+  releaseCallbackData(client);
   if (v->type != ZEL_TYP_UNDEF) client.CurlSetCallbackData(ZEL_HeapVarNew(v)->hvid);
 }
 
 void setHeaders(COgcBase& client, ZEL_Variable* v) {
-  const ogc::Converted lines(v, ZEL_TYP_STRING);
+  const Converted lines(v, ZEL_TYP_STRING);
   const auto [first, n] = lines.texts();
-  if (*ogc::cString(*first) == '\0') {
+  if (*cString(*first) == '\0') {
     CCurl::CurlCleanUpStrNodes(&client.HeaderList());
     return;
   }
   for (const ZEL_STRING* line = first; line != first + n; ++line) {
-    const char* text = ogc::cString(*line);
+    const char* text = cString(*line);
     client.CurlAddHeader(lines.converted() ? text + CCurl::CurlCountLeadingSpaces(text) : text);
   }
 }
@@ -131,7 +133,7 @@ struct Property {
   const char* name;
   void (*set)(COgcBase&, ZEL_Variable*); ///< null: only to read
   void (*get)(COgcBase&, ZEL_Variable*); ///< null: only to set
-  const OgcService* only = nullptr;      ///< the service that has it, null for both
+  const Service* only = nullptr;         ///< the service that has it, null for both
   const char* file = nullptr;            ///< of a file name: its default in the user file store
 };
 
@@ -148,19 +150,18 @@ constexpr Property properties[] = {
     {"URL_PATH", setText<&CCurl::CurlSetPath>, getText<&CurlSettings::path>},
     {"URL_QUERY_PREFIX", setText<&CCurl::CurlSetQueryPrefix>, getText<&CurlSettings::queryPrefix>},
     {"URL_QUERY_SUFFIX", setText<&CCurl::CurlSetQuerySuffix>, getText<&CurlSettings::querySuffix>},
-    {"CAPABILITIES_FILENAME", setText<&COgcWcs::OgcWcsSetCapFN>, getText<&COgcWcs::CapFN>, &ogcWcsService, "cap"},
-    {"DESCRIBE_COVERAGE_FILENAME", setText<&COgcWcs::OgcWcsSetDesCovFN>, getText<&COgcWcs::DesCovFN>, &ogcWcsService,
+    {"CAPABILITIES_FILENAME", setText<&COgcWcs::OgcWcsSetCapFN>, getText<&COgcWcs::CapFN>, &wcsService, "cap"},
+    {"DESCRIBE_COVERAGE_FILENAME", setText<&COgcWcs::OgcWcsSetDesCovFN>, getText<&COgcWcs::DesCovFN>, &wcsService,
      "descov"},
-    {"COVERAGE_FILENAME", setText<&COgcWcs::OgcWcsSetCovFN>, getText<&COgcWcs::CovFN>, &ogcWcsService, "cov"},
-    {"CAPABILITIES_FILENAME", setText<&COgcWms::OgcWmsSetCapFN>, getText<&COgcWms::CapFile>, &ogcWmsService, "cap"},
-    {"MAP_FILENAME", setText<&COgcWms::OgcWmsSetMapFN>, getText<&COgcWms::MapFile>, &ogcWmsService, "map"},
-    {"FEATURE_INFO_FILENAME", setText<&COgcWms::OgcWmsSetFeatFN>, getText<&COgcWms::FeatFile>, &ogcWmsService,
-     "feature"},
+    {"COVERAGE_FILENAME", setText<&COgcWcs::OgcWcsSetCovFN>, getText<&COgcWcs::CovFN>, &wcsService, "cov"},
+    {"CAPABILITIES_FILENAME", setText<&COgcWms::OgcWmsSetCapFN>, getText<&COgcWms::CapFile>, &wmsService, "cap"},
+    {"MAP_FILENAME", setText<&COgcWms::OgcWmsSetMapFN>, getText<&COgcWms::MapFile>, &wmsService, "map"},
+    {"FEATURE_INFO_FILENAME", setText<&COgcWms::OgcWmsSetFeatFN>, getText<&COgcWms::FeatFile>, &wmsService, "feature"},
     {"ENCODE", setNumber<&CCurl::CurlSetEncode>, getNumber<&CurlSettings::encode>},
     {"TIMEOUT", setNumber<&CCurl::CurlSetRxTxTo>, getNumber<&CurlSettings::rxTxTimeout>},
     {"CONNECT_TIMEOUT", setNumber<&CCurl::CurlSetConnectTo>, getNumber<&CurlSettings::connectTimeout>},
-    {"WCS_VERSION", setText<&COgcWcs::OgcWcsSetVer>, getText<&COgcBase::Version>, &ogcWcsService},
-    {"WMS_VERSION", setText<&COgcWms::OgcWmsSetVer>, getText<&COgcBase::Version>, &ogcWmsService},
+    {"WCS_VERSION", setText<&COgcWcs::OgcWcsSetVer>, getText<&COgcBase::Version>, &wcsService},
+    {"WMS_VERSION", setText<&COgcWms::OgcWmsSetVer>, getText<&COgcBase::Version>, &wmsService},
     {"USERNAME", setText<&CCurl::CurlSetUser>, getText<&CurlSettings::user>},
     {"PASSWORD", setText<&CCurl::CurlSetPasswd>, nullptr},
     {"AUTHENTICATION", setNumber<&CCurl::CurlSetAuthent>, getNumber<&CurlSettings::authent>},
@@ -178,96 +179,76 @@ constexpr Property properties[] = {
 
 using Action = void (*Property::*)(COgcBase&, ZEL_Variable*);
 
-constexpr bool has(const OgcService& service, const Property& property, Action action) noexcept {
+constexpr bool has(const Service& service, const Property& property, Action action) noexcept {
   return (property.only == nullptr || property.only == &service) && property.*action != nullptr;
 }
 
 /// How many properties a service has for an action.
-template <const OgcService& service, Action action>
+template <const Service& service, Action action>
 constexpr std::size_t propertyCount = std::ranges::count_if(properties, [](const Property& property) {
   return has(service, property, action);
 });
 
 /// The properties that a service has for an action, as keywords.
-template <const OgcService& service, Action action, ZEL_KwFlag kind>
-constexpr ogc::KeywordTable propertyKeywords([] {
-  std::array<ogc::KeywordEntry, propertyCount<service, action>> entries{};
+template <const Service& service, Action action, ZEL_KwFlag kind>
+constexpr KeywordTable propertyKeywords([] {
+  std::array<KeywordEntry, propertyCount<service, action>> entries{};
   for (std::size_t i = 0; const Property& property : properties)
     if (has(service, property, action)) entries[i++] = {property.name, kind};
   return entries;
 }());
 
 /// Runs the action of every property of the service that the call names.
-template <const OgcService& service, Action action, ZEL_KwFlag kind>
+template <const Service& service, Action action, ZEL_KwFlag kind>
 void process(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk, COgcBase& client) {
   static constexpr auto& table = propertyKeywords<service, action, kind>;
-  const ogc::Keywords keywords(table, argc, argv, argk);
+  const Keywords keywords(table, argc, argv, argk);
   for (const Property& property : properties)
     if (has(service, property, action))
       if (ZEL_Variable* v = keywords[table.find(property.name)]) (property.*action)(client, v);
 }
 
-template <const OgcService& service>
-void setProperties(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk, int initialise,
-                   const std::int64_t* clientSlot) {
-  COgcBase& client = ogcClientIn(service, clientSlot);
-  if (initialise != 0) service.init(client);
-  process<service, &Property::set, ZEL_KW_VIN>(argc, argv, argk, client);
-}
-
-template <const OgcService& service>
-void getProperties(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk, const std::int64_t* clientSlot) {
-  process<service, &Property::get, ZEL_KW_OUT>(argc, argv, argk, ogcClientIn(service, clientSlot));
-}
-
 } // namespace
 
-void OGCWCSProcessSetProperties(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk, int initialise,
-                                const std::int64_t* clientSlot) {
-  setProperties<ogcWcsService>(argc, argv, argk, initialise, clientSlot);
-}
-
-void OGCWMSProcessSetProperties(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk, int initialise,
-                                const std::int64_t* clientSlot) {
-  setProperties<ogcWmsService>(argc, argv, argk, initialise, clientSlot);
-}
-
-void OGCWCSProcessGetProperties(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk,
-                                const std::int64_t* clientSlot) {
-  getProperties<ogcWcsService>(argc, argv, argk, clientSlot);
-}
-
-void OGCWMSProcessGetProperties(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk,
-                                const std::int64_t* clientSlot) {
-  getProperties<ogcWmsService>(argc, argv, argk, clientSlot);
-}
-
-void ogcSetDefaultFiles(const OgcService& service, COgcBase& client) {
-  const std::string directory = ogcUserDir(service);
+void setDefaultFiles(const Service& service, COgcBase& client) {
+  const std::string directory = userDirectory(service);
   for (const Property& property : properties) {
     if (property.only != &service || property.file == nullptr) continue;
     const zel::Temp path(
-        ZEL_StrToSTRING(formatLimited(ogcPathSize - 1, "%s/%s", directory.c_str(), property.file).c_str()));
+        ZEL_StrToSTRING(formatLimited(pathSize - 1, "%s/%s", directory.c_str(), property.file).c_str()));
     property.set(client, path.get());
   }
 }
 
-void ogcReleaseCallbackData(COgcBase& client) {
+void releaseCallbackData(COgcBase& client) {
   ZEL_HeapVarDelete(callbackData(client));
   client.CurlSetCallbackData(0);
 }
 
-void ogcSetProperty(const OgcService& service, int argc, ZEL_Variable** argv, const ZEL_Keywords* argk) {
-  ogcProcedure([&] { service.setProperties(argc, argv, argk, 0, ogcInstanceSlot(service, argv[0])); });
+} // namespace ogc
+
+void OGCWCSProcessSetProperties(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk, int initialise,
+                                const std::int64_t* clientSlot) {
+  COgcBase& client = ogc::clientIn(ogc::wcsService, clientSlot);
+  if (initialise != 0) static_cast<void>(COgcWcs::OgcWcsInit());
+  ogc::process<ogc::wcsService, &ogc::Property::set, ZEL_KW_VIN>(argc, argv, argk, client);
 }
 
-void ogcGetProperty(const OgcService& service, int argc, ZEL_Variable** argv, const ZEL_Keywords* argk) {
-  ogcProcedure([&] { service.getProperties(argc, argv, argk, ogcInstanceSlot(service, argv[0])); });
+void OGCWMSProcessSetProperties(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk, int initialise,
+                                const std::int64_t* clientSlot) {
+  COgcBase& client = ogc::clientIn(ogc::wmsService, clientSlot);
+  if (initialise != 0) static_cast<COgcWms&>(client).OgcWmsInit();
+  ogc::process<ogc::wmsService, &ogc::Property::set, ZEL_KW_VIN>(argc, argv, argk, client);
 }
 
-void ogcParseUrl(const OgcService& service, ZEL_Variable** argv) {
-  ogcProcedure([&] {
-    auto& client = ogcClient<COgcBase>(service, argv[0]);
-    client.OgcBaseParseURL(ogc::textOf(argv[1]).c_str());
-  });
+void OGCWCSProcessGetProperties(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk,
+                                const std::int64_t* clientSlot) {
+  COgcBase& client = ogc::clientIn(ogc::wcsService, clientSlot);
+  ogc::process<ogc::wcsService, &ogc::Property::get, ZEL_KW_OUT>(argc, argv, argk, client);
+}
+
+void OGCWMSProcessGetProperties(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk,
+                                const std::int64_t* clientSlot) {
+  COgcBase& client = ogc::clientIn(ogc::wmsService, clientSlot);
+  ogc::process<ogc::wmsService, &ogc::Property::get, ZEL_KW_OUT>(argc, argv, argk, client);
 }

@@ -4,6 +4,7 @@
 
 #include "client/base.h"
 #include "routines/service.h"
+#include "zel_module.h"
 
 #include <cstdint>
 
@@ -19,15 +20,12 @@ void OGCWCSProcessGetProperties(int argc, ZEL_Variable** argv, const ZEL_Keyword
 void OGCWMSProcessGetProperties(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk,
                                 const std::int64_t* clientSlot);
 
+namespace ogc {
+
 /// Points the response files of a client into the user file store.
-void ogcSetDefaultFiles(const OgcService& service, COgcBase& client);
+void setDefaultFiles(const Service& service, COgcBase& client);
 
 /// Deletes the heap variable that holds a client's callback data.
-void ogcReleaseCallbackData(COgcBase& client);
+void releaseCallbackData(COgcBase& client);
 
-/// \name The procedures
-/// @{
-void ogcSetProperty(const OgcService& service, int argc, ZEL_Variable** argv, const ZEL_Keywords* argk);
-void ogcGetProperty(const OgcService& service, int argc, ZEL_Variable** argv, const ZEL_Keywords* argk);
-void ogcParseUrl(const OgcService& service, ZEL_Variable** argv);
-/// @}
+} // namespace ogc

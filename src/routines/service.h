@@ -1,46 +1,34 @@
 /// \file
-/// What tells the two services apart, for the code that serves both.
+/// What differs between the two services, for the code that serves both.
 #pragma once
 
-#include "zel_module.h"
+namespace ogc {
 
-#include <cstdint>
-#include <memory>
-#include <new>
-
-class COgcBase;
-
-struct OgcService {
+struct Service {
   const char* className;
   const char* pointerTag;  ///< tag of the instance structure that holds the client's address, 0 when there is none
   const char* wrongObject; ///< error for an object of another class
-  const char* noMemory;    ///< error when no client can be made
+  const char* noMemory;    ///< error when there is no memory for a client
   const char* noClient;    ///< error for an object that was not initialised
   const char* userDir;     ///< directory of the user file store
-
-  COgcBase* (*make)();        ///< a new client with its defaults, null when there is no memory for it
-  void (*init)(COgcBase&);    ///< prepares a client for its first request
-  void (*destroy)(COgcBase*); ///< cleans a client up and destroys it
-
-  void (*setProperties)(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk, int initialise,
-                        const std::int64_t* clientSlot);
-  void (*getProperties)(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk, const std::int64_t* clientSlot);
 };
 
-extern const OgcService ogcWcsService;
-extern const OgcService ogcWmsService;
+inline constexpr Service wcsService{
+    .className = "ZELnetOGCWCS",
+    .pointerTag = "COGCWCSPTR",
+    .wrongObject = "Unable to acquire OGC WCS object",
+    .noMemory = "Error: new memory allocation on COgcWcs failed",
+    .noClient = "Error: The object has no OGC WCS client. Call INIT first.",
+    .userDir = "ogc_user_files_wcs",
+};
 
-/// The functions of OgcService that create and destroy a client of class `Client`.
-template <typename Client>
-COgcBase* ogcMakeClient() {
-  try {
-    return std::make_unique<Client>().release();
-  } catch (const std::bad_alloc&) {
-    return nullptr;
-  }
-}
-template <typename Client, auto CleanUp>
-void ogcDestroyClient(COgcBase* client) {
-  const std::unique_ptr<Client> owned(static_cast<Client*>(client));
-  (owned.get()->*CleanUp)();
-}
+inline constexpr Service wmsService{
+    .className = "ZELnetOGCWMS",
+    .pointerTag = "COGCWMSPTR",
+    .wrongObject = "Unable to acquire OGC WMS object",
+    .noMemory = "Error: new memory allocation on COgcWms failed",
+    .noClient = "Error: The object has no OGC WMS client. Call INIT first.",
+    .userDir = "ogc_user_files_wms",
+};
+
+} // namespace ogc

@@ -6,12 +6,14 @@
 #include <memory>
 #include <vector>
 
+namespace ogc {
+
 namespace {
 
 /// The definition of a structure that fits certain records: measure them all, define, then fill elements.
 class Shape {
 public:
-  explicit Shape(std::span<const OgcTag> tags);
+  explicit Shape(std::span<const Tag> tags);
   /// Makes the lists long enough for a record.
   void measure(const void* record, void* context);
   const ZEL_StructDef* define();
@@ -19,7 +21,7 @@ public:
 
 private:
   struct Part {
-    const OgcTag* tag;
+    const Tag* tag;
     std::int64_t length = 0; ///< of a list
     std::unique_ptr<Shape> nested{};
     [[nodiscard]] bool isList() const noexcept { return tag->next != nullptr; }
@@ -35,8 +37,8 @@ private:
   std::int64_t m_size = 0;
 };
 
-Shape::Shape(std::span<const OgcTag> tags) {
-  for (const OgcTag& tag : tags) {
+Shape::Shape(std::span<const Tag> tags) {
+  for (const Tag& tag : tags) {
     Part& part = m_parts.emplace_back(Part{.tag = &tag});
     if (!tag.nested.empty()) part.nested = std::make_unique<Shape>(tag.nested);
     m_hasLists = m_hasLists || part.isList() || (part.nested && part.nested->m_hasLists);
@@ -82,7 +84,7 @@ const ZEL_StructDef* Shape::define() {
 
 void Shape::fill(const void* record, char* element, void* context) const {
   for (int i = 0; const Part& part : m_parts) {
-    const OgcTag& tag = *part.tag;
+    const Tag& tag = *part.tag;
     if (tag.first != nullptr) {
       forEntries(part, record, context, [&](const void* entry, std::int64_t k) {
         if (part.nested)
@@ -103,7 +105,7 @@ void Shape::fill(const void* record, char* element, void* context) const {
 
 } // namespace
 
-zel::Temp ogcStructs(std::span<const OgcTag> tags, std::span<const void* const> records, void* context) {
+zel::Temp structsOf(std::span<const Tag> tags, std::span<const void* const> records, void* context) {
   Shape shape(tags);
   for (const void* record : records) shape.measure(record, context);
   const ZEL_StructDef* def = shape.define();
@@ -115,6 +117,8 @@ zel::Temp ogcStructs(std::span<const OgcTag> tags, std::span<const void* const> 
   }
   return array;
 }
+
+} // namespace ogc
 
 void _ZEL_OgcWcsAddStrucTag(int index, const char* name, ZEL_STRING* names, ZEL_StructTagDef* tag, ZEL_Type type,
                             std::int64_t n, std::uint8_t flags) {

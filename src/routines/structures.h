@@ -12,21 +12,6 @@
 #include <span>
 #include <type_traits>
 
-/// One tag of a structure: how it is named and how its value is reached from the record. Made by the functions below.
-struct OgcTag {
-  const char* name;
-  const char* (*text)(const void* record) = nullptr;                 ///< of a text, or of an entry of a text list
-  std::int64_t (*count)(const void* record) = nullptr;               ///< of a number; length of a list
-  const void* (*first)(const void* record, void* context) = nullptr; ///< nested record, or first entry of a list
-  const void* (*next)(const void* entry, void* context) = nullptr;   ///< of a list
-  std::span<const OgcTag> nested{};                                  ///< tags of nested structures
-};
-
-/// An array of structures, one for each record. \pre there is a record
-/// \param context handed to the functions of the tags that reach list entries
-[[nodiscard]] zel::Temp ogcStructs(std::span<const OgcTag> tags, std::span<const void* const> records,
-                                   void* context = nullptr);
-
 /// \name Primitives
 /// `offsets` are those of the tags of a structure, `element` is one element of it.
 /// @{
@@ -40,7 +25,24 @@ void _ZEL_OgcWcsSetTagDataStrArray(int tag, std::int64_t i, char* element, const
 void _ZEL_OgcWcsSetTagDataInt(int tag, char* element, const std::int64_t* offsets, std::int32_t value);
 /// @}
 
-namespace ogc_tag {
+namespace ogc {
+
+/// One tag of a structure: how it is named and how its value is reached from the record. Made by the functions below.
+struct Tag {
+  const char* name;
+  const char* (*text)(const void* record) = nullptr;                 ///< of a text, or of an entry of a text list
+  std::int64_t (*count)(const void* record) = nullptr;               ///< of a number; length of a list
+  const void* (*first)(const void* record, void* context) = nullptr; ///< nested record, or first entry of a list
+  const void* (*next)(const void* entry, void* context) = nullptr;   ///< of a list
+  std::span<const Tag> nested{};                                     ///< tags of nested structures
+};
+
+/// An array of structures, one for each record. \pre there is a record
+/// \param context handed to the functions of the tags that reach list entries
+[[nodiscard]] zel::Temp structsOf(std::span<const Tag> tags, std::span<const void* const> records,
+                                  void* context = nullptr);
+
+namespace detail {
 
 template <typename Record, typename Field>
 std::type_identity<Record> recordOf(Field Record::*);
@@ -102,43 +104,45 @@ const void* nestedOf(const void* record, void*) noexcept {
     return &field<Member>(record);
 }
 
-} // namespace ogc_tag
+} // namespace detail
 
 /// A text field.
 template <auto Member>
-constexpr OgcTag ogcText(const char* name) {
-  return {.name = name, .text = ogc_tag::textOf<Member>};
+constexpr Tag text(const char* name) {
+  return {.name = name, .text = detail::textOf<Member>};
 }
 
 /// A number field, or the length of the list that a field is the head of, as decimal text.
 template <auto Member>
-constexpr OgcTag ogcNumber(const char* name) {
-  return {.name = name, .count = ogc_tag::countOf<Member>};
+constexpr Tag number(const char* name) {
+  return {.name = name, .count = detail::countOf<Member>};
 }
 
 /// A nested record.
 template <auto Member>
-constexpr OgcTag ogcNested(const char* name, std::span<const OgcTag> tags) {
-  return {.name = name, .first = ogc_tag::nestedOf<Member>, .nested = tags};
+constexpr Tag nested(const char* name, std::span<const Tag> tags) {
+  return {.name = name, .first = detail::nestedOf<Member>, .nested = tags};
 }
 
 /// A list of texts. \tparam Count the field with the number of its valid entries; by default all are
 template <auto Head, auto Count = Head>
-constexpr OgcTag ogcTexts(const char* name) {
-  static_assert(std::is_same_v<ogc_tag::EntryOf<Head>, xNodeStr_t>);
+constexpr Tag texts(const char* name) {
+  static_assert(std::is_same_v<detail::EntryOf<Head>, xNodeStr_t>);
   return {.name = name,
-          .text = ogc_tag::textOf<&xNodeStr_t::str>,
-          .count = ogc_tag::countOf<Count>,
-          .first = ogc_tag::firstOf<Head>,
-          .next = ogc_tag::following<xNodeStr_t>};
+          .text = detail::textOf<&xNodeStr_t::str>,
+          .count = detail::countOf<Count>,
+          .first = detail::firstOf<Head>,
+          .next = detail::following<xNodeStr_t>};
 }
 
 /// A list of records. \tparam Count as for texts
 template <auto Head, auto Count = Head>
-constexpr OgcTag ogcRecords(const char* name, std::span<const OgcTag> tags) {
+constexpr Tag records(const char* name, std::span<const Tag> tags) {
   return {.name = name,
-          .count = ogc_tag::countOf<Count>,
-          .first = ogc_tag::firstOf<Head>,
-          .next = ogc_tag::following<ogc_tag::EntryOf<Head>>,
+          .count = detail::countOf<Count>,
+          .first = detail::firstOf<Head>,
+          .next = detail::following<detail::EntryOf<Head>>,
           .nested = tags};
 }
+
+} // namespace ogc

@@ -1,13 +1,14 @@
 #include "routines/user_directory.h"
 
 #include "zel_curl_obj.h"
+#include "zel_module.h"
 
 #include <array>
 #include <cstring>
 
 namespace {
 
-void userDir(const OgcService& service, char* buffer, unsigned int size) {
+void userDir(const ogc::Service& service, char* buffer, unsigned int size) {
   const zel::Temp author(ZEL_StrToSTRING("zel"));
   const zel::Temp authorDescription(ZEL_StrToSTRING("OGC"));
   const zel::Temp application(ZEL_StrToSTRING(service.userDir));
@@ -25,11 +26,11 @@ void userDir(const OgcService& service, char* buffer, unsigned int size) {
 
 } // namespace
 
-void _ZEL_OgcWcsUserDir(char* buffer, unsigned int size) { userDir(ogcWcsService, buffer, size); }
-void _ZEL_OgcWmsUserDir(char* buffer, unsigned int size) { userDir(ogcWmsService, buffer, size); }
+void _ZEL_OgcWcsUserDir(char* buffer, unsigned int size) { userDir(ogc::wcsService, buffer, size); }
+void _ZEL_OgcWmsUserDir(char* buffer, unsigned int size) { userDir(ogc::wmsService, buffer, size); }
 
-std::string ogcUserDir(const OgcService& service) {
-  std::array<char, ogcPathSize> buffer{};
+std::string ogc::userDirectory(const Service& service) {
+  std::array<char, pathSize> buffer{};
   userDir(service, buffer.data(), buffer.size());
   return buffer.data();
 }
