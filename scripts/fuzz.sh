@@ -4,8 +4,8 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 targets=()
-for file in fuzz/fuzz_*.cpp; do
-    targets+=("$(basename "$file" .cpp)")
+for seeds in fuzz/seeds/*; do
+    targets+=("$(basename "$seeds")")
 done
 
 usage() {
@@ -42,7 +42,7 @@ fuzz() {
 case ${1:-} in
 -h | --help) usage; exit ;;
 esac
-if [ $# -ne 2 ] || ! [[ $2 =~ ^[1-9][0-9]*$ ]] || { [ "$1" != all ] && [ ! -e "fuzz/$1.cpp" ]; }; then
+if [ $# -ne 2 ] || ! [[ $2 =~ ^[1-9][0-9]*$ ]] || { [ "$1" != all ] && [ ! -d "fuzz/seeds/$1" ]; }; then
     usage >&2
     exit 2
 fi

@@ -11,124 +11,105 @@
 
 namespace {
 
-struct Told {
-  std::vector<std::string> lines;
-  std::vector<double> figures;
-  int answer = 1;
-};
+using Lines = std::vector<std::string>;
 
-int record(char* name, unsigned long data, const char* message, xProgressValues* progress) {
-  EXPECT_STREQ(name, "routine");
-  auto& told = *reinterpret_cast<Told*>(data);
-  told.lines.emplace_back(message);
-  if (progress != nullptr)
-    told.figures = {static_cast<double>(progress->isValid), progress->dlTotal, progress->dlNow, progress->ulTotal,
-                    progress->ulNow};
-  return told.answer;
-}
-
-/// A transfer object that believes in a running request of a type.
+/// A transfer object that believes in a running request of a type, and the lines that its routine is told.
 class Fed : public CCurl {
 public:
-  explicit Fed(int type) {
+  explicit Fed(int type = CURL_RQ_HTTP_GET) {
     EXPECT_NE(errorOf([&] { CurlProcessRequest("", type); }), "");
     CurlSetHost("host");
     CurlSetCallback("routine");
-    CurlSetCallbackData(reinterpret_cast<unsigned long>(&told));
-    CurlSetCallbackFunc(record);
+    CurlSetCallbackData(reinterpret_cast<unsigned long>(this));
+    CurlSetCallbackFunc([](char* name, unsigned long data, const char* message, xProgressValues* progress) {
+      EXPECT_STREQ(name, "routine");
+      auto& self = *reinterpret_cast<Fed*>(data);
+      self.told.emplace_back(message);
+      if (progress != nullptr)
+        self.figures = {static_cast<double>(progress->isValid), progress->dlTotal, progress->dlNow, progress->ulTotal,
+                        progress->ulNow};
+      return self.answer;
+    });
   }
+  Fed(const Fed&) = delete;
 
   std::size_t header(const std::string& data) {
     return CurlHttpWriteHeaderCallback(const_cast<char*>(data.data()), 1, data.size(), this);
   }
-  /// A block, line by line.
+  /// A block, line by line, and its analysis.
   void block(const std::string& text) {
-    for (std::size_t at = 0, end; at < text.size(); at = end) {
+    for (std::size_t at = 0, end = 0; at < text.size(); at = end) {
       end = std::min(text.find('\n', at), text.size() - 1) + 1;
       EXPECT_EQ(header(text.substr(at, end - at)), end - at);
     }
+    CurlHttpParseRspHdr(Response().header.data());
   }
-  void parse() { CurlHttpParseRspHdr(Response().header.data()); }
   void trace(curl_infotype type, const std::string& data) {
     EXPECT_EQ(CurlHttpDebugCallback(nullptr, type, const_cast<char*>(data.data()), data.size(), this), 0);
   }
   int progress(double ulTotal = 0, double ulNow = 0) {
     return CurlHttpProgressCallback(this, 20.5, 10, ulTotal, ulNow);
   }
+  std::string fields() const {
+    const CurlResponse& r = Response();
+    std::string all = std::to_string(r.statusCode) + ' ' + std::to_string(r.contentLength) + ' ' +
+                      std::to_string(r.chunked) + std::to_string(r.headerComplete);
+    for (const CText* text : {&r.statusText, &r.server, &r.date, &r.lastModified, &r.contentEncoding,
+                              &r.contentTypeText, &r.parsedContentType})
+      all += '|' + (text->present() ? text->str() : "-");
+    return all;
+  }
 
-  Told told;
+  Lines told;
+  std::vector<double> figures;
+  int answer = 1;
 };
 
 TEST(CurlHeader, FieldsAreRead) {
-  Fed curl(CURL_RQ_HTTP_GET);
-  const std::string text = "HTTP/1.1 404 Not Found\r\nSERVER: s/1\r\ndate: today\r\nCONTENT-Length: 12\r\n"
-                           "Last-Modified: once\r\nTransfer-Encoding: CHUNKED\r\nContent-Encoding: gzip\r\n"
-                           "Content-Type: text/xml; charset=UTF-8\r\n\r\n";
-  curl.block(text);
-  curl.parse();
-  const CurlResponse& rsp = curl.Response();
-  EXPECT_EQ(rsp.statusCode, 404);
-  EXPECT_STREQ(rsp.statusText.get(), "Not Found");
-  EXPECT_STREQ(rsp.server.get(), "s/1");
-  EXPECT_STREQ(rsp.date.get(), "today");
-  EXPECT_STREQ(rsp.lastModified.get(), "once");
-  EXPECT_STREQ(rsp.contentEncoding.get(), "gzip");
-  EXPECT_EQ(rsp.contentLength, 12);
-  EXPECT_EQ(rsp.chunked, 1);
-  EXPECT_EQ(rsp.headerComplete, 1);
-  EXPECT_EQ(rsp.headerLength, static_cast<int>(text.size()));
-  EXPECT_STREQ(rsp.contentTypeText.get(), "text/xml; charset=UTF-8");
-  EXPECT_STREQ(rsp.parsedContentType.get(), "xml");
-  EXPECT_TRUE(curl.told.lines.empty());
-}
-
-TEST(CurlHeader, OddStatusLinesAndLengths) {
+  const std::string ok = "HTTP/1.1 200 OK\r\n";
+  const std::string noEnd = "Error: response invalid. could not find end of response header.";
+  const std::string noStart = "Error: response invalid. response does not begin with HTTP.";
   const struct {
-    const char* header;
-    int status;
-    const char* text;
-    int length;
-    const char* told;
+    std::string header, fields, told;
   } rows[] = {
-      {"HTTP/1.1 404\r\nA: b\r\n\r\n", 404, nullptr, 0, nullptr},
-      {"HTTP/1.1 404 \r\nA: b\r\n\r\n", 404, nullptr, 0, nullptr},
-      {"HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\n", 200, "OK", 0, nullptr},
-      {"HTTP/1.1 200 OK\r\nContent-Length: 99999999999\r\n\r\n", 200, "OK", 2147483647, nullptr},
-      {"HTTP/1.1 200 OK\r\nContent-Length: \r\n\r\n", 200, "OK", 0, nullptr},
-      {"HTTP/1.1 200 OK\r\nA: b\r\n", 200, "OK", 0, "Error: response invalid. could not find end of response header."},
-      {"HTTP", 0, nullptr, 0, "Error: response invalid. could not find end of response header."},
-      {"ICY 200 OK\r\n\r\n", 0, nullptr, 0, "Error: response invalid. response does not begin with HTTP."},
-      {"", 0, nullptr, 0, "Error: response invalid. response does not begin with HTTP."},
+      {"HTTP/1.1 404 Not Found\r\nSERVER: s/1\r\ndate: today\r\nCONTENT-Length: 12\r\nLast-Modified: once\r\n"
+       "Transfer-Encoding: CHUNKED\r\nContent-Encoding: gzip\r\nContent-Type: text/xml; charset=UTF-8\r\n\r\n",
+       "404 12 11|Not Found|s/1|today|once|gzip|text/xml; charset=UTF-8|xml", ""},
+      {"HTTP/1.1 404\r\nA: b\r\n\r\n", "404 0 01|-|-|-|-|-|-|-", ""},
+      {"HTTP/1.1 404 \r\nA: b\r\n\r\n", "404 0 01|-|-|-|-|-|-|-", ""},
+      {ok + "Content-Length: 5\r\n\r\n", "200 0 01|OK|-|-|-|-|-|-", ""}, // one digit is none
+      {ok + "Content-Length: 99999999999\r\n\r\n", "200 2147483647 01|OK|-|-|-|-|-|-", ""},
+      {ok + "Content-Length: \r\nServer: \r\n\r\n", "200 0 01|OK|-|-|-|-|-|-", ""},
+      {ok + "A: b\r\n", "200 0 00|OK|-|-|-|-|-|-", noEnd},
+      {"HTTP", "0 0 00|-|-|-|-|-|-|-", noEnd},
+      {"ICY 200 OK\r\n\r\n", "0 0 01|-|-|-|-|-|-|-", noStart},
+      {"", "0 0 00|-|-|-|-|-|-|-", noStart},
   };
   for (const auto& row : rows) {
-    Fed curl(CURL_RQ_HTTP_GET);
-    curl.CurlHttpParseRspHdr(row.header);
-    EXPECT_EQ(curl.Response().statusCode, row.status) << row.header;
-    EXPECT_STREQ(curl.Response().statusText.get(), row.text) << row.header;
-    EXPECT_EQ(curl.Response().contentLength, row.length) << row.header;
-    EXPECT_EQ(curl.Message(), row.told != nullptr ? row.told : "");
-    EXPECT_EQ(curl.told.lines.size(), row.told != nullptr ? 1U : 0U);
+    Fed curl;
+    curl.block(row.header);
+    EXPECT_EQ(curl.fields(), row.fields) << row.header;
+    EXPECT_EQ(curl.Message(), row.told);
+    EXPECT_EQ(curl.told, row.told.empty() ? Lines{} : Lines{row.told});
+    EXPECT_EQ(curl.Response().headerLength, static_cast<int>(row.header.size()));
   }
-  Fed curl(CURL_RQ_HTTP_GET);
-  curl.CurlHttpParseRspHdr(("HTTP/1.1 200 " + std::string(300, 'r') + "\r\n\r\n").c_str());
-  EXPECT_EQ(curl.Response().statusText.str(), std::string(255, 'r'));
 }
 
 TEST(CurlHeader, ContentTypesBecomeExtensions) {
   const std::pair<const char*, const char*> rows[] = {{"image/png", "png"},
                                                       {"text/xml;charset=UTF-8", "xml"},
-                                                      {"text/xml charset=UTF-8", "xml"},
-                                                      {"image/x-portable-graymap", "portable-grayma"},
-                                                      {"application/vnd.ogc.se_xml", "vnd.ogc.se_xml"},
                                                       {"IMAGE/X-TIFF", "TIFF"},
+                                                      {"image/x-portable-graymap", "portable-grayma"},
                                                       {"a/b/x-c", "c"},
-                                                      {"text/gml; subtype=gml/3.2", "gml"},
+                                                      {"application/vnd.ogc.se_xml", "vnd.ogc.se_xml"},
                                                       {"text/gml/3.2", "gml/3.2"},
+                                                      {"text/gml; subtype=gml/3.2", "gml"},
+                                                      {"text/xml charset", "xml"},
                                                       {"text/", "old"},
                                                       {"text/;x", "old"},
                                                       {"text", "old"}};
   for (const auto& [type, extension] : rows) {
-    Fed curl(CURL_RQ_HTTP_GET);
+    Fed curl;
     curl.CurlSetRspParsedContentType("old");
     curl.CurlHttpParseRspHdr((std::string("HTTP/1.1 200 OK\r\nContent-Type: ") + type + "\r\n\r\n").c_str());
     EXPECT_STREQ(curl.Response().parsedContentType.get(), extension) << type;
@@ -136,47 +117,29 @@ TEST(CurlHeader, ContentTypesBecomeExtensions) {
 }
 
 TEST(CurlHeader, OnlyTheLastBlockCounts) {
-  Fed curl(CURL_RQ_HTTP_GET);
+  Fed curl;
   curl.block("HTTP/1.1 301 Moved\r\nServer: first\r\nContent-Length: 77\r\n\r\n");
-  curl.parse();
   curl.block("HTTP/1.1 200 OK\r\nDate: now\r\n\r\n");
   const std::string received = curl.Response().header.data();
   curl.block("Server: of a trailer\r\n\r\n");
-  curl.parse();
-  EXPECT_EQ(curl.Response().statusCode, 200);
-  EXPECT_EQ(curl.Response().server.get(), nullptr);
-  EXPECT_EQ(curl.Response().contentLength, 0);
+  EXPECT_EQ(curl.fields(), "200 0 01|OK|-|now|-|-|-|-");
   EXPECT_EQ(curl.Response().header.data(), received);
 }
 
-TEST(CurlHeader, IsCutOnceABlockAtTheBuffersEnd) {
-  for (const std::size_t size : {8191, 8192, 100000}) {
-    Fed curl(CURL_RQ_HTTP_GET);
-    for (int block = 1; block <= 2; ++block) {
-      curl.block("HTTP/1.1 200 OK\r\n");
-      curl.header("A: " + std::string(size - 17 - 3, 'a'));
-      curl.block("Server: not seen\r\n\r\n");
-      EXPECT_EQ(curl.told.lines, std::vector<std::string>(block, "http: Response Header truncated."));
-      EXPECT_EQ(std::strlen(curl.Response().header.data()), 8191U);
-      EXPECT_EQ(curl.Response().headerComplete, 0);
-    }
-  }
-}
-
 TEST(CurlHeader, NothingIsKeptAfterACancel) {
-  Fed curl(CURL_RQ_HTTP_GET);
-  curl.told.answer = 0;
+  Fed curl;
+  curl.answer = 0;
   EXPECT_EQ(curl.progress(), 1);
-  curl.block("HTTP/1.1 200 OK\r\n\r\n");
+  EXPECT_EQ(curl.header("HTTP/1.1 200 OK\r\n"), 17U);
   EXPECT_EQ(curl.Response().headerLength, 0);
   char data[] = "body";
   EXPECT_EQ(CCurl::CurlWriteDataCallback(data, 1, 4, &curl), 4U);
   curl.CurlResponseReset();
-  curl.told.answer = 1;
+  curl.answer = 1;
   EXPECT_EQ(curl.progress(), 0);
 }
 
-TEST(CurlHeader, SearchGoesOnBehindTheMismatch) {
+TEST(CurlHeader, SearchGoesOnAfterTheMismatch) {
   const struct {
     int limit;
     const char *text, *pattern;
@@ -192,7 +155,6 @@ TEST(CurlHeader, SearchGoesOnBehindTheMismatch) {
               {1, "a", "a", 1, 0}};
   for (const auto& row : rows)
     EXPECT_EQ(CCurl::CurlFindStringEndIdx(row.limit, row.text, row.pattern, row.start), row.end) << &row - rows;
-
   CText value(std::string_view("old"));
   EXPECT_EQ(CCurl::CurlGetRspValue("A: b c\r\n", 3, &value), 3);
   EXPECT_EQ(value.str(), "b c");
@@ -208,19 +170,16 @@ TEST(CurlHeader, HtmlOfTheHeaderBlockIsTheServersWord) {
                                                       {"</html><html>", "No HTML found"},
                                                       {"", "No HTML found"}};
   for (const auto& [html, text] : rows) {
-    Fed curl(CURL_RQ_HTTP_GET);
+    Fed curl;
     curl.block(std::string("HTTP/1.1 503 Busy\r\nX: ") + html + "\r\n\r\n");
-    curl.parse();
     curl.CurlHttpExamineHeaderMsg();
     const std::string tail =
         std::string(" Remote Host(host), Http ErrCode(503), Http Err(Busy) Http ErrMsg(") + text + ')';
-    EXPECT_EQ(curl.Message(), "http: Server Error." + tail);
-    EXPECT_EQ(curl.told.lines, std::vector{curl.Message()});
+    EXPECT_EQ(curl.told, Lines{"http: Server Error." + tail});
+    EXPECT_EQ(curl.told, Lines{curl.Message()});
     char out[512];
     EXPECT_EQ(curl.CurlHttpGetHtmlErrorMsg(out, sizeof out), static_cast<int>(32 + tail.size()));
     EXPECT_EQ(out, "Error: Http Get did not succeed." + tail);
-    CCurl::CurlHttpParseError(html, out, sizeof out);
-    EXPECT_STREQ(out, text);
     CCurl::CurlHttpParseError(html, out, 4);
     EXPECT_EQ(out, std::string(text).substr(0, 3));
   }
@@ -228,7 +187,7 @@ TEST(CurlHeader, HtmlOfTheHeaderBlockIsTheServersWord) {
       {100, "http: Informational Status."}, {304, "http: Redirection Status."}, {499, "http: Client Error."},
       {500, "http: Server Error."},         {600, "http: Unknown Status."},     {299, ""}};
   for (const auto& [status, text] : classes) {
-    Fed curl(CURL_RQ_HTTP_GET);
+    Fed curl;
     curl.CurlHttpParseRspHdr(("HTTP/1.1 " + std::to_string(status) + " Text\r\n\r\n").c_str());
     curl.CurlHttpExamineHeaderMsg();
     EXPECT_EQ(curl.Message().substr(0, std::strlen(text)), text);
@@ -238,111 +197,95 @@ TEST(CurlHeader, HtmlOfTheHeaderBlockIsTheServersWord) {
 
 TEST(CurlFtp, RepliesGiveTheirCode) {
   Fed curl(CURL_RQ_FTP_GET);
+  const auto shown = [&] {
+    return std::to_string(curl.Response().statusCode) + curl.Response().lastFtpResponse.data();
+  };
   EXPECT_EQ(curl.header("230 Welcome\r\n"), 13U);
-  EXPECT_EQ(curl.Response().statusCode, 230);
-  EXPECT_STREQ(curl.Response().lastFtpResponse.data(), "230 Welcome\r\n");
+  EXPECT_EQ(shown(), "230230 Welcome\r\n");
   curl.CurlFtpGetReponseCode("22", 2);
-  EXPECT_EQ(curl.Response().statusCode, 0);
-  EXPECT_STREQ(curl.Response().lastFtpResponse.data(), "230 Welcome\r\n");
-  curl.CurlFtpGetReponseCode(("550 " + std::string(200, 'n')).c_str(), 204);
-  EXPECT_EQ(std::strlen(curl.Response().lastFtpResponse.data()), 127U);
-
+  EXPECT_EQ(shown(), "0230 Welcome\r\n");
+  curl.CurlFtpGetReponseCode("221", 3);
+  EXPECT_EQ(shown(), "221221");
   const std::string refusal = "500 AUTH is not understood\r\n";
   EXPECT_EQ(curl.header(refusal), refusal.size());
   curl.CurlSetFtpExplicitSSL(1);
   EXPECT_EQ(curl.header("500 No idea\r\n"), 13U);
-  EXPECT_TRUE(curl.told.lines.empty());
+  EXPECT_TRUE(curl.told.empty());
   EXPECT_EQ(curl.header(refusal), static_cast<std::size_t>(-1));
-  EXPECT_EQ(curl.told.lines.back(), "ftp: Aborting because ssl is not supported by ftp server.");
+  EXPECT_EQ(curl.told.back(), "ftp: Aborting because ssl is not supported by ftp server.");
 }
 
 TEST(CurlProgress, LinesOfTheRequestTypes) {
   const struct {
     int type;
     const char *idle, *going;
-  } rows[] = {
-      {CURL_RQ_HTTP_GET, "Http: get: received (10), total expected (20)", nullptr},
-      {CURL_RQ_HTTP_PUT, "Http: put: sending file data...", "Http: put: sent (3), total to send (5)"},
-      {CURL_RQ_HTTP_POST, "Http: post: sending data...", "Http: post: sent (3), total to send (5)"},
-      {CURL_RQ_FTP_GET, "Ftp: get: received (10), total expected (20)", nullptr},
-      {CURL_RQ_FTP_PUT, "Ftp: put: sending file data...", "Ftp: put: sent (3), total to send (5)"},
-      {CURL_RQ_FTP_DIR, "Ftp: dir: receiving directory data...", nullptr},
-      {CURL_RQ_FTP_CMD, "Ftp: cmd: processing...", nullptr},
-      {0x45, "unknown call to CurlHttpProgressCallback", nullptr},
-  };
+  } rows[] = {{CURL_RQ_HTTP_GET, "Http: get: received (10), total expected (20)", nullptr},
+              {CURL_RQ_HTTP_PUT, "Http: put: sending file data...", "Http: put: sent (3), total to send (5)"},
+              {CURL_RQ_HTTP_POST, "Http: post: sending data...", "Http: post: sent (3), total to send (5)"},
+              {CURL_RQ_FTP_GET, "Ftp: get: received (10), total expected (20)", nullptr},
+              {CURL_RQ_FTP_PUT, "Ftp: put: sending file data...", "Ftp: put: sent (3), total to send (5)"},
+              {CURL_RQ_FTP_DIR, "Ftp: dir: receiving directory data...", nullptr},
+              {CURL_RQ_FTP_CMD, "Ftp: cmd: processing...", nullptr},
+              {0x45, "unknown call to CurlHttpProgressCallback", nullptr}};
   for (const auto& row : rows) {
     Fed curl(row.type);
-    EXPECT_EQ(curl.progress(), 0);
-    EXPECT_EQ(curl.progress(5, 3), 0);
-    const char* going = row.going != nullptr ? row.going : row.idle;
-    EXPECT_EQ(curl.told.lines, (std::vector<std::string>{row.idle, going}));
-    EXPECT_EQ(curl.told.figures, (std::vector<double>{1, 20.5, 10, 5, 3}));
+    EXPECT_EQ(curl.progress() + curl.progress(5, 3), 0);
+    EXPECT_EQ(curl.told, (Lines{row.idle, row.going != nullptr ? row.going : row.idle}));
+    EXPECT_EQ(curl.figures, (std::vector<double>{1, 20.5, 10, 5, 3}));
   }
-  Fed curl(CURL_RQ_HTTP_GET);
+  Fed curl;
   curl.CurlHttpParseRspHdr("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n");
   EXPECT_EQ(curl.progress(), 0);
-  EXPECT_EQ(curl.told.lines.back(), "Http: get: received (10)");
-}
-
-TEST(CurlProgress, NothingIsToldWithoutAName) {
-  Fed curl(CURL_RQ_HTTP_GET);
-  curl.told.answer = 0;
+  EXPECT_EQ(curl.told.back(), "Http: get: received (10)");
   curl.CurlSetCallback("");
-  EXPECT_EQ(curl.progress(), 0);
-  EXPECT_TRUE(curl.told.lines.empty());
+  curl.answer = 0;
+  EXPECT_EQ(curl.progress(), 0) << "without a name nobody is asked";
+  EXPECT_EQ(curl.told.size(), 1U);
 }
 
-TEST(CurlTrace, LinesAreLabelledTrimmedAndCut) {
-  Fed curl(CURL_RQ_HTTP_GET);
-  curl.trace(CURLINFO_TEXT, "Trying, \r\n");
-  curl.trace(CURLINFO_HEADER_IN, "Date: x\r\n");
-  curl.trace(CURLINFO_HEADER_OUT, "GET / HTTP/1.1\r\nHost: h\r\n\r\n");
-  curl.trace(CURLINFO_DATA_IN, "data");
-  curl.trace(CURLINFO_TEXT, std::string(509, 'x') + ", y");
-  curl.trace(CURLINFO_TEXT, std::string(511, 'x'));
-  EXPECT_EQ(curl.told.lines,
-            (std::vector<std::string>{"Verbose: Info:        Trying", "Verbose: Header In:   Date: x",
-                                      "Verbose: Header Out:  GET / HTTP/1.1\r\nHost: h",
-                                      "Verbose: Info:        " + std::string(509, 'x') + "..., message was truncated.",
-                                      "Verbose: Info:        " + std::string(511, 'x')}));
-}
-
-TEST(CurlTrace, CredentialsAreHidden) {
+TEST(CurlTrace, LinesAreLabelledTrimmedCutAndWithoutSecrets) {
   const struct {
     curl_infotype type;
-    std::vector<std::string> pieces, shown;
+    Lines pieces, shown;
   } rows[] = {
+      {CURLINFO_TEXT, {"Trying, \r\n"}, {"Info:        Trying"}},
+      {CURLINFO_HEADER_IN,
+       {"Date: x\r\n", "Set-Cookie: id=secret\r\n"},
+       {"Header In:   Date: x", "Header In:   Set-Cookie: ***"}},
+      {CURLINFO_DATA_IN, {"data"}, {}},
+      {CURLINFO_HEADER_OUT, {"GET / HTTP/1.1\r\nHost: h\r\n\r\n"}, {"Header Out:  GET / HTTP/1.1\r\nHost: h"}},
+      {CURLINFO_TEXT,
+       {std::string(509, 'x') + ", y"},
+       {"Info:        " + std::string(509, 'x') + "..., message was truncated."}},
       {CURLINFO_HEADER_OUT,
-       {"GET / HTTP/1.1\r\nAUTHORIZATION: Basic secret\r\nProxy-Authorization: Digest secret=\"x\"\r\nCookie: "
-        "secret\r\n\r\n"},
-       {"GET / HTTP/1.1\r\nAUTHORIZATION: ***\r\nProxy-Authorization: ***\r\nCookie: ***"}},
-      {CURLINFO_HEADER_OUT, {"PASS secret\r\n", "PWD\r\n"}, {"PASS ***", "PWD"}},
-      {CURLINFO_HEADER_IN, {"Set-Cookie: id=secret\r\n"}, {"Set-Cookie: ***"}},
+       {"A: b\r\nAUTHORIZATION: Basic secret\r\nProxy-Authorization: Digest secret=\"x\"\r\nCookie: secret\r\n\r\n"},
+       {"Header Out:  A: b\r\nAUTHORIZATION: ***\r\nProxy-Authorization: ***\r\nCookie: ***"}},
+      {CURLINFO_HEADER_OUT, {"PASS secret\r\n", "PWD\r\n"}, {"Header Out:  PASS ***", "Header Out:  PWD"}},
       {CURLINFO_HEADER_OUT,
        {"A: b\r\nAuthor", "ization: sec", "ret\r\nB: c\r\n"},
-       {"A: b\r\nAuthor", "ization: ***", "***\r\nB: c"}},
+       {"Header Out:  A: b\r\nAuthor", "Header Out:  ization: ***", "Header Out:  ***\r\nB: c"}},
       {CURLINFO_HEADER_OUT,
        {"X-Authorization: shown\r\n", "B: c", "ookie: shown\r\n"},
-       {"X-Authorization: shown", "B: c", "ookie: shown"}},
+       {"Header Out:  X-Authorization: shown", "Header Out:  B: c", "Header Out:  ookie: shown"}},
       {CURLINFO_TEXT,
-       {"Issue request to 'http://me:secret@h/p@q?u=ftp://x@y/'\n"},
-       {"Issue request to 'http://***@h/p@q?u=ftp://***@y/'"}},
-      {CURLINFO_TEXT, {"http://h/a@b and http://"}, {"http://h/a@b and http://"}},
+       {"Issue request to 'http://me:secret@h/p@q?u=ftp://x@y@z/'\n"},
+       {"Info:        Issue request to 'http://***@h/p@q?u=ftp://***@z/'"}},
+      {CURLINFO_TEXT, {"http://h/a@b and http://"}, {"Info:        http://h/a@b and http://"}},
+      {CURLINFO_HEADER_OUT,
+       {std::string(480, 'x') + "\r\nAuthorization: secret and much longer than the limit\r\n"},
+       {"Header Out:  " + std::string(480, 'x') + "\r\nAuthorization: ***"}},
   };
   for (const auto& row : rows) {
-    Fed curl(CURL_RQ_HTTP_GET);
+    Fed curl;
     for (const auto& piece : row.pieces) curl.trace(row.type, piece);
-    ASSERT_EQ(curl.told.lines.size(), row.shown.size());
-    for (std::size_t i = 0; i < row.shown.size(); ++i) EXPECT_EQ(curl.told.lines[i].substr(22), row.shown[i]);
+    Lines expected;
+    for (const auto& line : row.shown) expected.push_back("Verbose: " + line);
+    EXPECT_EQ(curl.told, expected);
   }
-  Fed curl(CURL_RQ_HTTP_GET);
-  curl.trace(CURLINFO_HEADER_OUT,
-             std::string(480, 'x') + "\r\nAuthorization: secret and much longer than the limit\r\n");
-  EXPECT_NE(curl.told.lines.back().find("Authorization: ***"), std::string::npos);
 }
 
 TEST(CurlEdge, WhatTheRoutineThrowsStaysInside) {
-  Fed curl(CURL_RQ_HTTP_GET);
+  Fed curl;
   curl.CurlSetCallbackFunc([](char*, unsigned long, const char*, xProgressValues*) -> int { throw 42; });
   EXPECT_EQ(curl.progress(), 1);
   EXPECT_EQ(curl.header("HTTP/1.1 200 OK\r\n"), static_cast<std::size_t>(-1)) << "the transfer ends";
