@@ -78,38 +78,6 @@ def test_every_wrong_type_for_every_keyword(misuse, service):
     assert lines == ["true"], "\n".join(lines)
 
 
-@SERVICES
-def test_what_is_no_object_of_the_class(misuse, service):
-    query = {"WMS": "GetMap", "WCS": "GetCoverage"}[service]
-    lines = misuse(f"""
-      local function said(f, ...) local ok, why = pcall(f, ...) print(ok, (tostring(why):gsub("\\n.*", ""))) end
-      local closed = zel.new("ZELnetOGC{service}")
-      closed:close()
-      for _, self in ipairs{{5, "o", {{}}, print, true, closed}} do
-        for _, method in ipairs{{"Init", "Cleanup", "SetProperty", "GetProperty", "ParseUrl", "GetCapabilities",
-                                 "GetServiceSection", "{query}"}} do said(o[method], self, "http://a/b?") end
-      end
-      said(o.{query})
-      for _, value in ipairs{{o, 5, true, zel.undefined, {{1, 2}}, print}} do
-        said(o.{query}, o, value)
-        said(o.ParseUrl, o, value)
-      end
-      for _, class in ipairs{{5, true, "", "zelnetogc", "ZELNETOGC{service}::INIT", o}} do said(zel.new, class) end
-      for _, properties in ipairs{{5, "TIMEOUT", print, o, {{TIMEOUT = o}}, {{[1.5] = 2}}, {{[o] = 1}}}} do
-        said(zel.new, "ZELnetOGC{service}", properties)
-      end
-      good()
-      print("good")
-    """, service)
-    assert lines.pop() == "good" and len(lines) == 6 * 8 + 1 + 12 + 6 + 7
-    # INIT answers 0 to what its caller gave wrongly; an object refused there is refused with a message
-    quiet = [line for line in lines if not line.startswith("false\t") and not line.startswith("true\tnil")]
-    assert not quiet and not [line for line in lines if line.endswith("\t")], "\n".join(quiet)
-    named = f"ZELNETOGC{service}::"
-    assert all(named in line for line in lines[:40]) and sum("is closed" in line for line in lines[40:48]) == 8
-    assert all(named in line for line in lines[48:61]), lines[48:61]
-
-
 ROUTINES = {
     "cancels": "return false",
     "raises": 'error("at step " .. step)',
@@ -200,16 +168,3 @@ def test_every_property_changed_in_the_routine(misuse, service):
         second = server.requests[1]
     assert lines == ["done\ttrue", "new.png\tnew"], "\n".join(lines)
     assert second.startswith("GET /new?new&Version=") and "\r\nnew" not in second.split("\r\n", 1)[0]
-
-
-def test_offering_that_does_not_exist(misuse):
-    """Where there are some, an index below 0 means the first."""
-    lines = misuse("""
-      local function try(index) print(select(2, pcall(o.GetCoverageOffering, o, {INDEX = index}))) end
-      for _, index in ipairs{-1, 0, 1, 1e300, 32768} do try(index) end
-      good()
-      try(1)
-      print(o:GetCoverageOffering{INDEX = 0}[1].CO_NAME, o:GetCoverageOffering{INDEX = -1}[1].CO_NAME)
-    """, "WCS")
-    assert lines.pop() == "a\ta" and len(lines) == 6
-    assert all("Error: Invalid index in OgcWcsGetCO call." in line for line in lines)
