@@ -207,6 +207,12 @@ public:
                             {"CAPABILITIES_FILENAME", directory.path + "/document"}});
     check(made == 1, "the object is initialised");
   }
+  ~Object() {
+    call("CLEANUP");
+    ZEL_HeapVarDelete(ZEL_HeapVarHashFind(m_object->value.hvid));
+  }
+  Object(const Object&) = delete;
+  Object& operator=(const Object&) = delete;
 
   /// Calls a method that reads a document: as it is, and first validated when it brings a grammar.
   /// \return its result as an integer, nothing when it raised an error
@@ -244,7 +250,7 @@ public:
       const auto* routine = zel::host::findMethod(ZEL_HeapVarHashFind(m_object->value.hvid)->objdef, method);
       const zel::Temp result =
           zel::host::callRoutine(*routine, 1, argv, {static_cast<int>(keywords.size()), keywords.data()});
-      answer = result->type == ZEL_TYP_INT ? result->value.i : result->n;
+      if (result) answer = result->type == ZEL_TYP_INT ? result->value.i : result->n;
       if (count != nullptr) m_count = zel::host::scalarInteger(count);
     } catch (const ZEL_Unwind&) {
       check(zel::host::takeError().text.size() <= 1200, "an error is a prefix and at most 1023 characters");

@@ -16,6 +16,14 @@
 
 using Lines = std::vector<std::string>;
 
+inline std::string shown(const char* text) { return text != nullptr ? text : "-"; }
+
+inline std::string times(std::size_t count, const std::string& text) {
+  std::string all;
+  for (std::size_t i = 0; i < count; ++i) all += text;
+  return all;
+}
+
 class Client : public COgcBase {
 public:
   Client() : COgcBase("1.1.1") { CurlSetCallback("on_status"); }

@@ -6,12 +6,6 @@
 
 namespace {
 
-std::string times(int count, const std::string& text) {
-  std::string all;
-  while (count-- > 0) all += text;
-  return all;
-}
-
 class Clients : public Ogc {
 protected:
   Clients() {

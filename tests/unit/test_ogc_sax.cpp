@@ -6,8 +6,6 @@
 
 namespace {
 
-std::string shown(const char* text) { return text != nullptr ? text : "-"; }
-
 /// Opens the helpers to tests.
 class Helper : public COgcSaxHelper {
 public:
