@@ -1,4 +1,4 @@
-// Every limit of a text or buffer, one character below it, at it, above it and far above.
+// How service URLs are split, and every limit of a text or buffer: one character below it, at it, above it, far above.
 #include "ogc_client.h"
 #include "zel_ogcwcs_obj.h"
 
@@ -37,6 +37,31 @@ struct Limit {
   std::string lead; ///< before the text
   std::function<std::string(const std::string&)> kept;
 };
+
+std::string shown(const CText& text) { return text.present() ? text.str() : "-"; }
+
+TEST_F(Ogc, UrlIsSplitAroundTheControlParameters) {
+  const struct {
+    std::string query;
+    std::string prefix;
+    std::string suffix;
+  } cases[] = {
+      {"map=a.map&SERVICE=WMS&VERSION=1.1.1&REQUEST=GetCapabilities&token=x", "map=a.map", "token=x"},
+      {"Service=WMS&a=1&b=2&request=GetMap&c=3&Version=1.1.1&d=4&e=5", "a=1&b=2&c=3", "d=4&e=5"},
+      {"a=1&b=2", "-", "a=1&b=2"},
+      {"service=WMS", "-", "-"},
+      {"x=1&service=WMS&service=WCS&y=2", "x=1", "service=WCS&y=2"},
+      {"", "-", "-"},
+  };
+  for (const auto& c : cases) {
+    client.OgcBaseParseURL(("http://h:81/p?" + c.query).c_str());
+    EXPECT_EQ(shown(client.Settings().queryPrefix), c.prefix) << c.query;
+    EXPECT_EQ(shown(client.Settings().querySuffix), c.suffix) << c.query;
+  }
+  EXPECT_EQ(errorOf([&] { client.OgcBaseParseURL("http://other/p"); }),
+            "Error: url does not contain a ? cannot locate a path in url.");
+  EXPECT_EQ(client.Settings().host.str(), "other");
+}
 
 class OgcLimits : public Ogc {
 protected:

@@ -76,15 +76,6 @@ TEST_F(Ogc, RunsOfNamesAreSplit) {
   }
 }
 
-TEST_F(Ogc, NodesAreLinkedAtTheEnd) {
-  Helper helper(client);
-  xNodeStr_t* head = nullptr;
-  xNodeStr_t* tail = nullptr;
-  xNodeStr_t* first = helper.AddStringNode(&head, &tail);
-  xNodeStr_t* second = helper.AddStringNode(&head, &tail);
-  EXPECT_TRUE(head == first && first->next == second && tail == second && second->next == nullptr);
-}
-
 TEST_F(Ogc, RootsAreCheckedForTheirVersion) {
   const struct {
     std::string document;
@@ -106,33 +97,6 @@ TEST_F(Ogc, RootsAreCheckedForTheirVersion) {
       EXPECT_EQ(fakeBridge().status.back() + ".", c.error);
     }
   }
-}
-
-TEST_F(Ogc, ExceptionReportsOfBothFormsAreCollected) {
-  const std::string service = "Error: Remote OGC server returned a service exception: ";
-  const std::string report = "Error: Remote OGC server returned a exception report: ";
-  const struct {
-    const char* document;
-    std::string error;
-  } cases[] = {{"<ServiceExceptionReport><ServiceException code='c' locator='l'>text</ServiceException>after"
-                "</ServiceExceptionReport>",
-                service + "( Code= c  Locator= l Service Exception Text= text)."},
-               {"<s:serviceexceptionreport xmlns:s='u'><s:SERVICEEXCEPTION>a&amp;b</s:SERVICEEXCEPTION>"
-                "</s:serviceexceptionreport>",
-                service + "( Code=  Locator= Service Exception Text= a&b)."},
-               {"<ExceptionReport><Exception exceptionCode='c'>no<ExceptionText>text</ExceptionText></Exception>"
-                "</ExceptionReport>",
-                report + "( Code= c Exception Text= text)."},
-               {"<r><ServiceException>outside</ServiceException><ExceptionText>outside</ExceptionText></r>", ""}};
-  for (const auto& c : cases) {
-    const Client::Request request(client);
-    COgcArena arena;
-    COgcSaxExceptionHandler collector(client, arena);
-    const std::string file = write("exception.xml", c.document);
-    EXPECT_EQ(errorOf([&] { client.OgcBaseParse(&collector, file.c_str(), 0, 0); }), c.error);
-  }
-  EXPECT_EQ(parse("<r><ExceptionReport><Exception/></ExceptionReport>text<a a='1'/></r>"), report + "( Code=).");
-  EXPECT_EQ(shown(handler.text) + shown(handler.attribute), "text1");
 }
 
 TEST(OgcUtf8, ConvertsEveryCharacterAndHalvesOfPairs) {
