@@ -4,7 +4,7 @@
 --   s:map{layers = {"earth", "places"}, bbox = {-30, 30, 60, 75}, to = "europe.png"}
 --
 -- ogc.wms(url, options)   a Web Map Service, see zel.ogc.wms: s.title, s.layers, s.layer[name], s:map{}, s:info{}
--- ogc.wcs(url, options)   a Web Coverage Service, see zel.ogc.wcs: c.coverages, c.coverage[name], c:describe(name), c:get{}
+-- ogc.wcs(url, options)   a Web Coverage Service, see zel.ogc.wcs: c.coverages, c:describe(name), c:get{}
 --
 -- url may also be a file with capabilities; then nothing can be fetched. Options, all of them optional, and those that
 -- the file ~/.config/zel/ogc.lua returns are their defaults:

@@ -50,14 +50,14 @@ def test_what_is_refused_before_sending(zel, ogc):
         assert line.startswith("false") and said in line and line.endswith("nil")
 
 
-# A box of degrees that the map must show, whatever it was asked for in, and what is asked for.
+# A layer, what is asked for, and the system of the map.
 MAPS = {
     "degrees": ("earth", "bbox = {-30, 30, 60, 75}, width = 180", "EPSG:4326"),
     "mercator": ("earth", "crs = 'epsg:3857', bbox = {-2e6, 4e6, 4e6, 8e6}, height = 100", "EPSG:3857"),
     "Germany, its own box": (NAME, "crs = 31467, width = 150", "EPSG:31467"),
     "Poland, its own box": ("earth", "crs = 'EPSG:2180', to = 'poland.jpg'", "EPSG:2180"),
     "over the date line": ("pacific", "width = 200", "EPSG:4326"),
-    "a picture with tags": ("earth", "crs = 31467, bbox = {3.3e6, 5.2e6, 3.7e6, 6.1e6}, to = 'germany.tif'", "EPSG:31467"),
+    "a picture with tags": ("earth", "crs = 31467, bbox = {3.3e6, 5.2e6, 3.7e6, 6.1e6}, to = 'tags.tif'", "EPSG:31467"),
 }
 
 
@@ -65,8 +65,8 @@ def source_of(ogc, picture, system):
     """The part of the source that a picture shows, on the picture's grid."""
     west, width, _, north, _, height = picture.GetGeoTransform()
     bounds = (west, north + height * picture.RasterYSize, west + width * picture.RasterXSize, north)
-    return gdal.Warp("", str(ogc.data / "pacific.vrt"), format="MEM", dstSRS=system, outputBounds=bounds, width=picture.RasterXSize,
-                     height=picture.RasterYSize, resampleAlg="average").ReadAsArray()
+    return gdal.Warp("", str(ogc.data / "pacific.vrt"), format="MEM", dstSRS=system, outputBounds=bounds,
+                     width=picture.RasterXSize, height=picture.RasterYSize, resampleAlg="average").ReadAsArray()
 
 
 @pytest.mark.parametrize("case", MAPS)

@@ -59,7 +59,7 @@ local function common_systems(layers)
   return common
 end
 
---- The reference system: the one asked for (a name, or the number of EPSG's), or else degrees where the layers have them.
+--- The reference system: the one asked for (a name, or the number of EPSG's), or degrees where the layers have them.
 function choice.system(s, layers, given)
   local offered = common_systems(layers)
   local name = math.type(given) == "integer" and "EPSG:" .. given or given
@@ -83,8 +83,8 @@ function choice.check_box(box, system)
   if not boxes.valid(box) then
     local texts = {}
     for i, edge in ipairs(box) do texts[i] = tostring(edge) end
-    errors.raise(("bbox must be {west, south, east, north}, west less than east and south less than north, not {%s}; " ..
-      "over the date line, east counts on beyond 180"):format(table.concat(texts, ", ")))
+    errors.raise(("bbox must be {west, south, east, north}, west less than east and south less than north, not {%s}; "
+      .. "over the date line, east counts on beyond 180"):format(table.concat(texts, ", ")))
   end
   if crs.describe(system).geographic and (box[2] < -90 or box[4] > 90 or box[1] < -540 or box[3] > 540) then
     errors.raise(("bbox lies beyond the degrees of %s: name the crs that its numbers are in"):format(system))

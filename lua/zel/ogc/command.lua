@@ -1,7 +1,7 @@
 --- The command zel-ogc: require("zel.ogc.command")(arguments) runs it and ends the process.
 --
--- Results go to standard output, everything else to standard error. Status 0 when all went well, 1 after a failure, 2 for
--- a wrong command line, 130 after Ctrl-C.
+-- Results go to standard output, everything else to standard error. Status 0 when all went well, 1 after a failure,
+-- 2 for a wrong command line, 130 after Ctrl-C.
 
 local errors = require "zel.ogc.errors"
 local read_options = require "zel.ogc.command.options"
@@ -65,7 +65,8 @@ local function describe(result, o)
   if not o.quiet then
     local edges = {}
     for i, edge in ipairs(result.box) do edges[i] = ("%.10g"):format(edge) end
-    io.stderr:write(("%d x %d, %s in %s\n"):format(result.size[1], result.size[2], table.concat(edges, " "), result.crs))
+    local width, height = table.unpack(result.size)
+    io.stderr:write(("%d x %d, %s in %s\n"):format(width, height, table.concat(edges, " "), result.crs))
   end
   print(result.file)
 end
@@ -90,8 +91,8 @@ end
 function commands.map(o)
   local s <close> = wms(o)
   describe(s:map{layers = o.layers, styles = o.style, crs = o.crs, bbox = o.bbox, bbox_crs = o.bbox_crs,
-                 width = o.size and o.size[1], height = o.size and o.size[2], tile = o.tile, format = o.format, transparent = o.transparent,
-                 bgcolor = o.bgcolor, time = o.time, elevation = o.elevation, dimensions = named(o.dimension),
+                 width = o.size and o.size[1], height = o.size and o.size[2], tile = o.tile, format = o.format,
+                 transparent = o.transparent, bgcolor = o.bgcolor, time = o.time, elevation = o.elevation, dimensions = named(o.dimension),
                  extra = named(o.extra), to = o.to or usual_file(o.layers[1])}, o)
 end
 
@@ -104,8 +105,8 @@ end
 function commands.coverage(o)
   local c <close> = wcs(o)
   describe(c:get{name = o.name, crs = o.crs, bbox = o.bbox, bbox_crs = o.bbox_crs, width = o.size and o.size[1],
-                 height = o.size and o.size[2], resx = o.res, format = o.format, time = o.time, interpolation = o.interpolation,
-                 extra = named(o.extra), to = o.to or usual_file(o.name)}, o)
+                 height = o.size and o.size[2], resx = o.res, format = o.format, time = o.time,
+                 interpolation = o.interpolation, extra = named(o.extra), to = o.to or usual_file(o.name)}, o)
 end
 
 function commands.catalogue(o)

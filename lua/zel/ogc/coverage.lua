@@ -5,7 +5,8 @@
 --   bbox         {west, south, east, north} in the system; the whole coverage without it
 --   bbox_crs     the system of bbox, when it is not crs: what is fetched is the box around it
 --   width, height  cells; a missing one by the shape of the box. Or:
---   resx, resy   size of a cell in units of the system; the same in both without resy. The coverage's own without all four
+--   resx, resy   size of a cell in units of the system; the same in both without resy. The coverage's own resolution
+--                without all four
 --   format       "GeoTIFF"; a GeoTIFF where it is offered
 --   to           the file to write; its extension chooses the format. Without it the user's store
 --   time         a time or a list; needed where the coverage has several
@@ -29,8 +30,8 @@ local MOST_CELLS = 100 * 1000 * 1000 -- that are fetched without anyone having s
 local USUAL = 1024                   -- cells of the longer side, for a system that the coverage has no grid in
 
 local TYPES = {
-  name = "string", crs = "string|number", bbox = "table", bbox_crs = "string", width = "number", height = "number", resx = "number",
-  resy = "number", format = "string", to = "string", time = "string|table", interpolation = "string", ranges = "table",
+  name = "string", crs = "string|number", bbox = "table", bbox_crs = "string", width = "number",
+  height = "number", resx = "number", resy = "number", format = "string", to = "string", time = "string|table", interpolation = "string", ranges = "table",
   extra = "table",
 }
 

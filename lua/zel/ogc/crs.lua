@@ -6,7 +6,7 @@ local boxes = require "zel.ogc.boxes"
 local errors = require "zel.ogc.errors"
 local programs = require "zel.ogc.programs"
 
-local DATABASE = "/usr/share/proj/proj.db"
+local DIRECTORY = "/usr/share/proj" -- of PROJ's database, unless the environment names another
 local STEPS = 20 -- of the grid over a box that is transformed
 
 local crs = {}
@@ -15,7 +15,8 @@ local described = {}
 
 local function database()
   if not connection then
-    local path = os.getenv("PROJ_LIB") and os.getenv("PROJ_LIB") .. "/proj.db" or DATABASE
+    local directory = os.getenv("PROJ_DATA") or os.getenv("PROJ_LIB") or DIRECTORY
+    local path = directory .. "/proj.db"
     local file = io.open(path)
     if not file then errors.raise("PROJ's database " .. path .. " is missing; it comes with the package proj-data") end
     file:close()

@@ -3,8 +3,8 @@
 -- name, title, abstract          texts
 -- box                            in degrees
 -- envelopes                      {crs, box}: the domain in its own systems
--- grids                          {crs, size {columns, rows}, low, high, axes (names), origin, offsets (a list for each axis),
---                                rectified}
+-- grids                          {crs, size {columns, rows}, low, high, axes (names), origin, offsets (one list
+--                                for each axis), rectified}
 -- times                          positions and periods ("begin/end/resolution") as texts
 -- axes                           of the values: {name, title, values, intervals {min, max, step}, default}
 -- range                          {name, title, abstract, null (values), null_intervals}
@@ -81,6 +81,7 @@ return function(record)
     axes = records.map(record.RANGE_AXIS, record.NUM_RANGE_AXES, axis), range = range(record.RANGE),
     systems = names(record.CRS.REQUEST_RESPONSE, record.CRS.REQUEST), native_systems = names(record.CRS.NATIVE),
     formats = records.list(record.FORMATS), native_format = records.text(record.NATIVE_FORMAT),
-    interpolations = records.list(record.INTERPOLATION_METHOD), native_interpolation = records.text(record.NATIVE_INTERPOLATION),
+    interpolations = records.list(record.INTERPOLATION_METHOD),
+    native_interpolation = records.text(record.NATIVE_INTERPOLATION),
   }
 end

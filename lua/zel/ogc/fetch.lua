@@ -17,6 +17,7 @@ return function(s, method, property, text, path, place)
     if last ~= "" then os.remove(last) end
     error(answer, 0)
   end
+  local unfinished <close> = files.removed_at_end(answer)
   if not files.extension(path) then path = path .. "." .. files.extension(answer) end
   place(path)
   files.rename(answer, path)

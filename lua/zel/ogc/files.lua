@@ -31,6 +31,11 @@ end
 --- Where to write what becomes `path` once it is complete: a hidden name beside it.
 function files.partial(path) return files.directory(path) .. "." .. files.name(path) .. ".part" end
 
+--- `local unfinished <close>`: removes a file at the end of the scope, if it still has that name.
+function files.removed_at_end(path)
+  return setmetatable({}, {__close = function() os.remove(path) end})
+end
+
 function files.rename(from, to)
   local done, why = os.rename(from, to)
   if not done then errors.raise(("%s cannot be written: %s"):format(to, why)) end

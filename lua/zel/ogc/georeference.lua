@@ -1,7 +1,7 @@
---- Places a picture on the Earth, for every GIS: a world file, and a .aux.xml with the reference system as GDAL writes it.
+--- Places a picture on the Earth, for every GIS: a world file, and a .aux.xml with the system as GDAL writes it.
 --
--- Sources: the persistent auxiliary metadata of GDAL (gdal.org/drivers/raster/vrt.html has its elements), world files as
--- Esri's documentation of ArcGIS describes them.
+-- Sources: the persistent auxiliary metadata of GDAL (gdal.org/drivers/raster/vrt.html has its elements), world files
+-- as Esri's documentation of ArcGIS describes them.
 
 local crs = require "zel.ogc.crs"
 local files = require "zel.ogc.files"
@@ -19,7 +19,8 @@ function georeference.extension(format) return EXTENSIONS[format:lower():match("
 
 local function escaped(text) return (text:gsub("[&<>]", {["&"] = "&amp;", ["<"] = "&lt;", [">"] = "&gt;"})) end
 
--- The six numbers of GDAL's affine transformation: x of the left edge, width of a pixel, 0, y of the top edge, 0, height.
+-- The six numbers of GDAL's affine transformation: x of the left edge, width of a pixel, 0, y of the top edge, 0, and
+-- height of a pixel, below 0.
 local function transformation(box, width, height)
   return {box[1], (box[3] - box[1]) / width, 0, box[4], 0, (box[2] - box[4]) / height}
 end

@@ -70,8 +70,9 @@ end
 
 local function choose_format(offered, given)
   if given then
-    if not arguments.find(offered, given) and #offered > 0 then errors.unknown("format", given, offered, "of answers") end
-    return arguments.find(offered, given) or given
+    local found = arguments.find(offered, given)
+    if not found and #offered > 0 then errors.unknown("format", given, offered, "of answers") end
+    return found or given
   end
   for _, wanted in ipairs{"json", "^text/plain"} do
     for _, format in ipairs(offered) do

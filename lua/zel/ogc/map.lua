@@ -28,11 +28,11 @@ local map_query = require "zel.ogc.map_query"
 local service = require "zel.ogc.service"
 local tiles = require "zel.ogc.tiles"
 
-local USUAL = 1024             -- pixels of a map's longer side
+local USUAL = 1024 -- pixels of a map's longer side
 
 local TYPES = {
-  layers = "table|string", styles = "table|string", crs = "string|number", bbox = "table", bbox_crs = "string", width = "number",
-  height = "number", to = "string", format = "string", transparent = "boolean", bgcolor = "string",
+  layers = "table|string", styles = "table|string", crs = "string|number", bbox = "table", bbox_crs = "string",
+  width = "number", height = "number", to = "string", format = "string", transparent = "boolean", bgcolor = "string",
   time = "string|table", elevation = "string|number|table", dimensions = "table", extra = "table", tile = "number",
 }
 

@@ -1,7 +1,7 @@
 --- A Web Coverage Service: ogc.wcs(url, options).
 --
 -- c.title, c.abstract            of the service
--- c.coverages                    all coverages in order: name, title, abstract, keywords, box in degrees, record (the brief)
+-- c.coverages                    all in order: name, title, abstract, keywords, box in degrees, record (the brief)
 -- c.coverage[name]               the coverage of that name
 -- c:describe(name)               everything about one, see zel.ogc.description
 -- c:get{...}                     fetches one, see zel.ogc.coverage

@@ -25,8 +25,8 @@ end
 
 local function line(item)
   local name = item.name and " [" .. item.name .. "]" or ""
-  return ("  "):rep(item.level or 1) .. (item.title or "") .. name .. (item.queryable and ", queryable" or "") .. ", " ..
-    box_text(item.box)
+  local queryable = item.queryable and ", queryable" or ""
+  return ("  "):rep(item.level or 1) .. (item.title or "") .. name .. queryable .. ", " .. box_text(item.box)
 end
 
 --- Prints a service, an item a line.
@@ -71,8 +71,8 @@ local function write(value) print(json.encode(value, {indent = true, keyorder = 
 
 local function service(s, list, make)
   local kind = s.layers and "layers" or "coverages"
-  return {title = s.title, abstract = s.abstract, version = s.version or "1.0.0", url = s.url, type = s.layers and "WMS" or "WCS",
-          formats = copied(s.formats), info_formats = copied(s.info_formats), max_width = s.max_width,
+  return {title = s.title, abstract = s.abstract, version = s.version or "1.0.0", url = s.url,
+          type = s.layers and "WMS" or "WCS", formats = copied(s.formats), info_formats = copied(s.info_formats), max_width = s.max_width,
           max_height = s.max_height, [kind] = mapped(list, make)}
 end
 
