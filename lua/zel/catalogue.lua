@@ -50,7 +50,8 @@ end
 local function plain(options)
   local rest = {TIMEOUT = PATIENCE, retries = RETRIES, quiet = true}
   for name, value in pairs(options) do
-    if type(value) ~= "function" and not name:find("^CALLBACK_") and name ~= "status" then rest[name] = value end
+    local about_status = name == "status" or name == "verbose" or name:find("^CALLBACK_")
+    if type(value) ~= "function" and not about_status then rest[name] = value end
   end
   return rest
 end
@@ -74,11 +75,12 @@ function Plan:add(task)
 end
 
 function Plan:add_map(s, layer, address, most)
-  local query, scale = request.map(s, layer, table.unpack(#s.layers > MANY and SMALL_SIZE or SIZE))
+  local draw, why = request.map(s, layer)
+  if not draw then return {legends = {}, why = why} end
+  local query, scale = draw(table.unpack(#s.layers > MANY and SMALL_SIZE or SIZE))
   if not query then return {legends = {}, why = scale} end
-  local linked = scale and query or request.map(s, layer, table.unpack(LINKED_SIZE))
   local entry = {legends = {}, scale = scale, request = ("%s%sSERVICE=WMS&VERSION=%s&REQUEST=GetMap&%s"):format(
-    address, address:find("?", 1, true) and "&" or "?", s.version, linked)}
+    address, address:find("?", 1, true) and "&" or "?", s.version, scale and query or draw(table.unpack(LINKED_SIZE)))}
   if self.maps < most then
     entry.map = self:add("map " .. query)
     self.maps = #self.tasks

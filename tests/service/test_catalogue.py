@@ -242,7 +242,8 @@ DRAWN = {
         (REGION + '<ScaleHint min="19.798989873" max="197.98989873"/>', ("9.69816",), "1:50,000 to 1:500,000"),
         (REGION + TIMES, ("-20,30,40,70", "2001"), "time 2001 … 2005 (5 values)"),
         (REGION + DEPTHS, ("-20,30,40,70",), "depth 0 to 100, every 5, in m, 5 unless asked otherwise"),
-        (latlon(5, 0, "nan", 1), None, NO_PLACE),
+        ("<SRS>LOCAL:1</SRS>" + latlon(5, 0, "nan", 1), None, NO_PLACE),
+        (REGION + f"<Dimension name='x' units=''/><Extent name='x'>{'y' * 4000}</Extent>", None, "the request would have"),
         (None, None, "gives this layer no name"),
     ],
     "1.3.0": [

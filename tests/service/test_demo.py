@@ -61,7 +61,6 @@ def test_time_series(example, ogc, tmp_path):
     ("feature_info.lua", "{service} earth 8.6 47.4", "feature_info.lua:14: layer earth answers no questions"),
     ("feature_info.lua", "", "Usage: zel feature_info.lua"),
     ("plain_methods.lua", "{service} atlantis", "Invalid layer(s) given"),
-    ("catalogue.lua", "", "Usage: "),
 ])
 def test_what_is_said(example, ogc, script, arguments, said):
     run = example(script, *arguments.format(service=ogc.service).split(), ok=False)

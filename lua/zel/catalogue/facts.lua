@@ -82,13 +82,22 @@ local function boxes(layer)
   return fact("Area", (layer.box and escape(box_text(layer.box)) or "") .. own)
 end
 
+-- The reference systems of a group as a set; services have thousands, and groups thousands of layers.
+local sets = setmetatable({}, {__mode = "k"})
+local function set_of_systems(group)
+  local set = sets[group] or {}
+  if not sets[group] then
+    for _, name in ipairs(group.crs) do set[name] = true end
+    sets[group] = set
+  end
+  return set
+end
+
 -- The reference systems that a layer has besides those of the group around it.
 local function own_systems(layer)
-  local known, own = {}, {}
-  for _, name in ipairs(layer.parent and layer.parent.crs or {}) do known[name] = true end
+  local known, own = layer.parent and set_of_systems(layer.parent) or {}, {}
   for _, name in ipairs(layer.crs) do
     if not known[name] then own[#own + 1] = name end
-    known[name] = true
   end
   return own
 end

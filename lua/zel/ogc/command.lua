@@ -111,8 +111,12 @@ end
 
 function commands.catalogue(o)
   local options = service_options(o)
-  options.quiet, options.status, options.version = nil, nil, o.wms
-  require "zel.catalogue".write{url = o.url, to = o.to, jobs = o.jobs, quiet = o.quiet, properties = options}
+  options.version = o.wms
+  local result = require "zel.catalogue".write{url = o.url, to = o.to, jobs = o.jobs, pictures = o.pictures,
+                                               quiet = o.quiet, properties = options}
+  if not o.quiet then io.stderr:write(("%d layers, %d pictures\n"):format(result.layers, result.pictures)) end
+  print(o.to)
+  if result.stopped then exit(INTERRUPTED, "interrupted: the page has the pictures that came") end
 end
 
 -- What went wrong as one line.

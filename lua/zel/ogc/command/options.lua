@@ -92,7 +92,8 @@ local function add_commands(parser)
   local catalogue = parser:command("catalogue", "Write a page with all layers and their pictures.")
   catalogue:argument("url", "URL of the service."):argname("URL")
   catalogue:argument("to", "The page to write."):argname("OUT.html")
-  catalogue:option("--jobs", "Pictures that are fetched at once."):argname("COUNT"):convert(positive)
+  catalogue:option("--jobs", "Pictures that are fetched at once; 4 without it."):argname("COUNT"):convert(positive)
+  catalogue:option("--pictures", "How many layers get a picture; all without it."):argname("COUNT"):convert(positive)
 
   for _, command in ipairs{info, map, feature, coverage, catalogue} do add_common(command) end
 end
