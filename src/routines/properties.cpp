@@ -27,13 +27,20 @@ void apply(COgcBase& client, Value value) {
   (static_cast<Class&>(client).*Setter)(value);
 }
 
+/// A text without the blanks that the host's conversion pads a number with.
+const char* unpadded(const Converted& value, const ZEL_STRING& s) {
+  const char* text = cString(s);
+  return value.converted() ? text + CCurl::CurlCountLeadingSpaces(text) : text;
+}
+
 template <auto Setter>
 void setText(COgcBase& client, ZEL_Variable* v) {
   requireScalar(v);
-  apply<Setter>(client, cString(Converted(v, ZEL_TYP_STRING)->value.str));
+  const Converted text(v, ZEL_TYP_STRING);
+  apply<Setter>(client, unpadded(text, text->value.str));
 }
 
-/// A text that may be given as a number, which the host's conversion pads with blanks.
+/// Digits, also in a text that begins with blanks.
 template <auto Setter>
 void setDigits(COgcBase& client, ZEL_Variable* v) {
   requireScalar(v);
@@ -61,10 +68,7 @@ void setHeaders(COgcBase& client, ZEL_Variable* v) {
     CCurl::CurlCleanUpStrNodes(&client.HeaderList());
     return;
   }
-  for (const ZEL_STRING* line = first; line != first + n; ++line) {
-    const char* text = cString(*line);
-    client.CurlAddHeader(lines.converted() ? text + CCurl::CurlCountLeadingSpaces(text) : text);
-  }
+  for (const ZEL_STRING* line = first; line != first + n; ++line) client.CurlAddHeader(unpadded(lines, *line));
 }
 /// @}
 

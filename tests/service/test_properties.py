@@ -32,8 +32,8 @@ class Row:
 
 
 def text(name, default="", empty=True, **more):
-    """A text; numbers are converted as the host does, padded with blanks."""
-    sets = {'"a b"': '"a b"', '"Größe\\tµ"': '"Größe\\tµ"', "17": f'"{17:22}"', "2.5": f'"{2.5:25}"', "true": f'"{1:22}"'}
+    """A text; numbers are converted as the host does, without the blanks that it pads them with."""
+    sets = {'"  a b"': '"  a b"', '"Größe\\tµ"': '"Größe\\tµ"', "17": '"17"', "2.5": '"2.5"', "-1": '"-1"', "true": '"1"'}
     return Row(name, f'"{default}"', sets | ({'""': '""'} if empty else {}), **more)
 
 
