@@ -68,14 +68,15 @@ void COgcWcs::OgcWcsSetCovFN(const char* name) {
 }
 
 void COgcWcs::OgcWcsGetCap(const char* fromFile, const char* fromUrl, int schemaChecking, int validationMode) {
-  const Request request(*this);
-  forgetCapabilities();
-  COgcWcsSaxCapHandler handler(*this, m_capabilities);
-  if (!OgcBaseReadCapabilities(handler, "WCS", fromFile, fromUrl, m_capFileName, schemaChecking, validationMode))
-    return;
-  m_briefCursor = Briefs();
-  OgcBaseReportCount("Number of brief coverage decriptions found: ", BriefCount());
-  OgcBaseStatus("Get Capabilites request completed.");
+  const auto read = [&] {
+    COgcWcsSaxCapHandler handler(*this, m_capabilities);
+    if (!OgcBaseReadCapabilities(handler, "WCS", fromFile, fromUrl, m_capFileName, schemaChecking, validationMode))
+      return;
+    m_briefCursor = Briefs();
+    OgcBaseReportCount("Number of brief coverage decriptions found: ", BriefCount());
+    OgcBaseStatus("Get Capabilites request completed.");
+  };
+  OgcBaseRefill([this] { forgetCapabilities(); }, read);
 }
 
 void COgcWcs::OgcWcsDescribeCoverage(const char* const* names, int nameCount, const char* fromFile, int schemaChecking,
@@ -85,13 +86,14 @@ void COgcWcs::OgcWcsDescribeCoverage(const char* const* names, int nameCount, co
                                         "Describe Coverage response written to: "},
                                        "Parsing Describe Coverage XML doc...",
                                        "Parsing describe coverage from an XML existing file:"};
-  const Request request(*this);
-  forgetDescription();
-  if (names != nullptr) OgcBaseSetQuery("WCS", "DescribeCoverage", coverageParameter(names, nameCount));
-  COgcWcsSaxDesCovHandler handler(*this, m_description);
-  OgcBaseReadDocument(handler, fromFile, m_desCovFileName, texts, schemaChecking, validationMode);
-  OgcBaseReportCount("Number of Describe Coverages found: ", OfferingCount());
-  OgcBaseStatus("Get DescribeCoverage request completed.");
+  const auto read = [&] {
+    if (names != nullptr) OgcBaseSetQuery("WCS", "DescribeCoverage", coverageParameter(names, nameCount));
+    COgcWcsSaxDesCovHandler handler(*this, m_description);
+    OgcBaseReadDocument(handler, fromFile, m_desCovFileName, texts, schemaChecking, validationMode);
+    OgcBaseReportCount("Number of Describe Coverages found: ", OfferingCount());
+    OgcBaseStatus("Get DescribeCoverage request completed.");
+  };
+  OgcBaseRefill([this] { forgetDescription(); }, read);
 }
 
 void COgcWcs::OgcWcsGetCoverage(const char* query) {

@@ -119,8 +119,8 @@ struct WcsDescription {
   int iCovOfferingCount = 0;
 };
 
-/// Requests, and what they found. Failures are CCurlExceptions; a failed request leaves what was read so far until the
-/// next one. While a request runs, a second one and the clean-ups of records are refused.
+/// Requests, and what they found. Failures are CCurlExceptions; a request for records that fails leaves none. While a
+/// request runs, a second one and the clean-ups of records are refused.
 class COgcWcs final : public COgcBase {
 public:
   COgcWcs();

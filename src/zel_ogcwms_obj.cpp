@@ -43,7 +43,6 @@ void COgcWms::OgcWmsAllocateLayerPtrCache(long capacity, int keep) {
 
 void COgcWms::forgetCapabilities() noexcept {
   std::ranges::fill(ppLayerCache, nullptr);
-  OgcBaseClearExceptions();
   m_srsNames.clear();
   m_crsNames.clear();
   pService = nullptr;
@@ -57,6 +56,7 @@ void COgcWms::forgetCapabilities() noexcept {
 void COgcWms::OgcWmsCleanupCap() {
   OgcBaseRequireIdle("The clean-up of the capabilities");
   forgetCapabilities();
+  OgcBaseClearExceptions();
 }
 
 int COgcWms::OgcWmsCleanup() {
@@ -83,14 +83,15 @@ void COgcWms::OgcWmsSetVer(const char* version) { OgcBaseStringHandler(&m_versio
 
 void COgcWms::OgcWmsGetCap(const char* fromFile, const char* fromUrl, int schemaChecking, int validationMode,
                            int disableInheritance) {
-  const Request request(*this);
-  forgetCapabilities();
-  COgcWmsSaxCapHandler handler(*this);
-  if (!OgcBaseReadCapabilities(handler, "WMS", fromFile, fromUrl, szCapFile, schemaChecking, validationMode)) return;
-  pCurLayer = pLayers;
-  if (disableInheritance == 0) OgcWmsApplyInheritance();
-  OgcBaseReportCount("Number of layers found: ", nLayers);
-  OgcBaseStatus("Get Capabilites request completed.");
+  const auto read = [&] {
+    COgcWmsSaxCapHandler handler(*this);
+    if (!OgcBaseReadCapabilities(handler, "WMS", fromFile, fromUrl, szCapFile, schemaChecking, validationMode)) return;
+    pCurLayer = pLayers;
+    if (disableInheritance == 0) OgcWmsApplyInheritance();
+    OgcBaseReportCount("Number of layers found: ", nLayers);
+    OgcBaseStatus("Get Capabilites request completed.");
+  };
+  OgcBaseRefill([this] { forgetCapabilities(); }, read);
 }
 
 void COgcWms::OgcWmsGetMap(const char* query) {

@@ -175,8 +175,8 @@ public:
   /// @}
 
   /// \name Requests
-  /// One runs at a time. \throws CCurlException for every failure; what a failed capabilities
-  /// request had read by then stays until the next one.
+  /// One runs at a time. \throws CCurlException for every failure. A capabilities request that fails leaves no layers
+  /// and no service section.
   /// @{
   /// Gets and parses the capabilities: from the server, from an existing file (`fromFile`), or, with `fromUrl`, writes
   /// the answer to that URL to the capabilities file, unparsed, to be read later with `fromFile`. Null: not given.

@@ -70,8 +70,34 @@ protected:
     COgcBase& m_client;
   };
 
+  /// Reports nothing for the time of a scope.
+  class Quiet {
+  public:
+    explicit Quiet(COgcBase& client) noexcept : m_client(client) { client.m_quiet = true; }
+    ~Quiet() { m_client.m_quiet = false; }
+    Quiet(const Quiet&) = delete;
+    Quiet& operator=(const Quiet&) = delete;
+
+  private:
+    COgcBase& m_client;
+  };
+
   explicit COgcBase(const char* version);
   ~COgcBase() = default;
+
+  /// Runs a request that fills records anew: whatever it had read by then is forgotten when it fails, since half a
+  /// document must not pass for a whole one.
+  template <typename Forget, typename Read>
+  void OgcBaseRefill(Forget forget, Read read) {
+    const Request request(*this);
+    forget();
+    try {
+      read();
+    } catch (...) {
+      forget();
+      throw;
+    }
+  }
 
   /// How a request is announced and what its failures say.
   struct RequestTexts {
@@ -130,5 +156,5 @@ private:
   CText m_exceptionReport;
   std::exception_ptr m_hostError; ///< what left the host during a parse, whatever the parser made of it
   bool m_busy = false;
-  bool m_quiet = false; ///< nothing is reported
+  bool m_quiet = false;
 };

@@ -94,12 +94,11 @@ void COgcBase::OgcBaseParse(COgcSaxHelper* handler, const char* file, int schema
 void COgcBase::OgcBaseTellRefusal(const char* file) {
   COgcArena texts;
   COgcSaxExceptionHandler handler(*this, texts);
-  m_quiet = true;
   try {
+    const Quiet quiet(*this);
     OgcBaseParse(&handler, file, 0, 0);
   } catch (const CCurlException&) { // a report, or no XML at all
   }
-  m_quiet = false;
   try {
     OgcBaseServerErrorCheck();
   } catch (const CCurlException&) { // the status routine was told; the request's own error follows

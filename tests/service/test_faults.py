@@ -149,7 +149,7 @@ def test_user_directories_that_cannot_be_used(tmp_path):
 
 def test_memory_that_runs_out(tmp_path):
     """In a parse, in a result and in a script's own tables it is an error, and the object goes on."""
-    for name, layers in {"large": 200_000, "small": 3_000}.items():
+    for name, layers in {"large": 200_000, "middle": 60_000, "small": 3_000}.items():
         layer = '<Layer queryable="1"><Name>layer_%d</Name><Title>A layer</Title><SRS>EPSG:4326</SRS></Layer>'
         (tmp_path / f"{name}.xml").write_text(DOCUMENT.replace("<Name>%s</Name>", "".join(layer % i for i in range(layers))))
     limit = (150_000 * 1024,) * 2 if "ASAN_OPTIONS" not in os.environ else (resource.RLIM_INFINITY,) * 2
@@ -157,6 +157,7 @@ def test_memory_that_runs_out(tmp_path):
       local wms = zel.new("ZELnetOGCWMS", {CAPABILITIES_FILENAME = "cap"})
       local function try(f, ...) local ok, why = pcall(f, ...) print(ok, (tostring(why):gsub(".*: ", ""))) end
       try(wms.GetCapabilities, wms, {FROM_FILE = "large.xml"})
+      wms:GetCapabilities{FROM_FILE = "middle.xml"}
       try(wms.GetLayers, wms)
       wms:GetCapabilities{FROM_FILE = "small.xml"}
       try(function() local kept = {} for i = 1, 1000000 do kept[i] = ("x"):rep(200) .. i end end)

@@ -188,6 +188,7 @@ ROOTS = {
     "<WMS_Capabilities version='1.3.0'><WMT_MS_Capabilities version='9'/><Layer/></WMS_Capabilities>": ("1.3.0", ""),
     "<WMS_Capabilities><Layer/></WMS_Capabilities>": MISSING, "<WMS_Capabilities version=''/>": MISSING,
     "<WMS_Capabilities version='1.0.0'><Layer/></WMS_Capabilities>": UNSUPPORTED,
+    "<WMS_Capabilities version='1.3.0'><Layer/><Layer>&#x7;</Layer></WMS_Capabilities>": "invalid character reference",
     "<ServiceExceptionReport><ServiceException code='c' locator='l'>no</ServiceException></ServiceExceptionReport>":
         EXCEPTION + "service exception: ( Code= c  Locator= l Service Exception Text= no).",
     "<ExceptionReport><Exception exceptionCode='c'><ExceptionText>no</ExceptionText></Exception></ExceptionReport>":
