@@ -46,7 +46,7 @@ void CCurl::CurlExamineHeader() {
   }
   CText* const name = responseFileName();
   if (name == nullptr) return;
-  if (m_requestType == CURL_RQ_HTTP_GET && m_set.extVers == 0) CurlBuildFileName(name);
+  if (m_requestType == CURL_RQ_HTTP_GET && m_set.extVers == 0) nameAfterType(*name);
   if (!m_file.open(name->c_str())) fileFault("file open failed. file: (" + name->str() + ")");
 }
 

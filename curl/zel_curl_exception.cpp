@@ -1,11 +1,13 @@
 #include "zel_curl_exception.h"
 
-#include <cstdio>
+#include "zel_curl_shown.h"
+#include "zel_curl_text.h"
 
-CCurlException::CCurlException(char const* msg) noexcept {
-  std::snprintf(m_msg, sizeof m_msg, "%s.", msg != nullptr ? msg : "");
+CCurlException::CCurlException(char const* msg) {
+  copyTruncated(m_msg, sizeof m_msg, shown(msg != nullptr ? msg : "") + '.');
 }
 
-CCurlException::CCurlException(char const* msg, char const* detail) noexcept {
-  std::snprintf(m_msg, sizeof m_msg, "%s %s.", msg != nullptr ? msg : "", detail != nullptr ? detail : "");
+CCurlException::CCurlException(char const* msg, char const* detail) {
+  const std::string text = std::string(msg != nullptr ? msg : "") + ' ' + (detail != nullptr ? detail : "") + '.';
+  copyTruncated(m_msg, sizeof m_msg, shown(text));
 }

@@ -1,8 +1,8 @@
 #include "zel_curl_edge.h"
+#include "zel_curl_handle.h"
 
 #include <algorithm>
 #include <climits>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <strings.h>
@@ -27,8 +27,7 @@ std::string htmlText(const char* text, int limit, std::size_t most) {
   const int size = static_cast<int>(::strnlen(text, static_cast<std::size_t>(limit)));
   const int start = CCurl::CurlFindStringEndIdx(size, text, "<html>", 0);
   const int end = start != 0 ? CCurl::CurlFindStringEndIdx(size, text, "</html>", start) : 0;
-  const std::string found = end != 0 ? std::string(text + start, text + end) : "No HTML found";
-  return found.substr(0, most);
+  return std::string(cutAt(end != 0 ? std::string_view(text + start, text + end) : "No HTML found", most));
 }
 
 const char* statusClass(int status) noexcept {
@@ -46,6 +45,9 @@ const char* statusClass(int status) noexcept {
   }
 }
 
+// True while libcurl reads the trailers of a chunked body, whose fields may be called like a status line.
+bool inTrailers() noexcept { return curl_easy_nextheader(CCurlLease::handle(), CURLH_TRAILER, -1, nullptr) != nullptr; }
+
 } // namespace
 
 std::size_t CCurl::CurlHttpWriteHeaderCallback(void* data, unsigned long /*size*/, unsigned long count,
@@ -56,13 +58,16 @@ std::size_t CCurl::CurlHttpWriteHeaderCallback(void* data, unsigned long /*size*
 }
 
 std::size_t CCurl::takeHeader(std::string_view data) {
-  if (isHttp() && m_rsp.headerLength > 0 && data.starts_with("HTTP/")) {
+  if (isHttp() && m_headerEnded && data.starts_with("HTTP/") && !inTrailers()) {
     m_file.remove();
     m_file.forget();
     forgetBlock();
   }
-  if (isHttp() && m_rsp.headerComplete != 0) return data.size(); // trailers of a chunked body
+  if (isHttp() && m_headerEnded) return data.size(); // trailers of a chunked body
   if (m_cancelled != 0) return data.size();
+  m_headerTail.append(data.substr(data.size() - std::min<std::size_t>(data.size(), 3)));
+  m_headerTail.erase(0, m_headerTail.size() - std::min<std::size_t>(m_headerTail.size(), 3));
+  m_headerEnded = m_headerTail == "\n\r\n" || m_headerTail.ends_with("\n\n");
 
   const int size = static_cast<int>(std::min<std::size_t>(data.size(), INT_MAX / 2));
   const int room = std::max(lastIndex - m_rsp.headerLength, 0);
@@ -89,7 +94,8 @@ std::size_t CCurl::takeHeader(std::string_view data) {
 void CCurl::forgetBlock() {
   m_rsp = CurlResponse{};
   m_buffer.reset();
-  m_headerTruncated = m_headerExamined = false;
+  m_headerTruncated = m_headerEnded = m_headerExamined = false;
+  m_headerTail.clear();
 }
 
 void CCurl::CurlFtpGetReponseCode(char const* reply, int length) {
@@ -139,7 +145,7 @@ int CCurl::CurlGetRspValue(char const* header, int index, CText* value) {
   const std::string_view rest(header + index, ::strnlen(header + index, lastIndex - index));
   const auto end = rest.find('\r');
   if (end == rest.npos || end == 0) return 0;
-  value->set(rest.substr(0, std::min(end, valueLimit)));
+  value->set(cutAt(rest.substr(0, end), valueLimit));
   return static_cast<int>(value->str().size());
 }
 
@@ -162,7 +168,7 @@ void CCurl::CurlHttpParseContentType() {
   auto end = text.find(';', start);
   if (end == text.npos) end = text.find(' ', start);
   end = std::min(end, text.size());
-  if (end > start) m_rsp.parsedContentType.set(text.substr(start, std::min(end - start, typeLimit)));
+  if (end > start) m_rsp.parsedContentType.set(cutAt(text.substr(start, end - start), typeLimit));
 }
 
 void CCurl::CurlHttpExamineHeaderMsg() {
@@ -178,10 +184,11 @@ void CCurl::CurlHttpExamineHeaderMsg() {
 
 int CCurl::CurlHttpGetHtmlErrorMsg(char* out, int outSize) {
   const std::string html = htmlText(m_rsp.header.data(), lastIndex - 1, 511);
-  return std::snprintf(out, static_cast<std::size_t>(std::max(outSize, 0)),
-                       "Error: Http Get did not succeed. Remote Host(%s), Http ErrCode(%d), Http Err(%s) Http "
-                       "ErrMsg(%s)",
-                       m_set.host.c_str(), m_rsp.statusCode, m_rsp.statusText.c_str(), html.c_str());
+  return copyTruncated(out, outSize,
+                       formatLimited(lastIndex,
+                                     "Error: Http Get did not succeed. Remote Host(%s), Http ErrCode(%d), Http "
+                                     "Err(%s) Http ErrMsg(%s)",
+                                     m_set.host.c_str(), m_rsp.statusCode, m_rsp.statusText.c_str(), html.c_str()));
 }
 
 void CCurl::CurlHttpParseError(char const* text, char* out, int outSize) {

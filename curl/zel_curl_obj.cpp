@@ -176,7 +176,10 @@ std::int64_t CCurl::BufferCapacity() const noexcept { return m_buffer ? m_buffer
 
 bool CCurl::CurlResponseFileIsOurs() const noexcept { return m_file.isAt(ResponseFile()); }
 
-void CCurl::CurlReleaseResponseFile() noexcept { m_file.release(); }
+void CCurl::CurlHoldResponseFile(bool hold) noexcept {
+  m_holdFile = hold;
+  if (!hold) m_file.release();
+}
 
 void CCurl::CurlCleanUpStrNodes(CTextList* list) noexcept {
   if (list != nullptr) list->clear();

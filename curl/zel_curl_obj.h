@@ -254,7 +254,7 @@ public:
 
   /// \name Progress
   /// @{
-  /// Tells the status callback; an answer of 0 sets the cancel flag.
+  /// Tells the status callback, as `CurlReport` does; an answer of 0 sets the cancel flag.
   void CurlIssueCallback(char const* msg, xProgressValues* progress);
   /// @}
 
@@ -280,10 +280,15 @@ public:
 
   /// Name of the file that the last HTTP GET wrote, null when none.
   [[nodiscard]] const char* ResponseFile() const noexcept { return m_set.fileHttpGetRsp.get(); }
+
+protected:
+  /// With `hold`, the files that requests write from now on stay open, so that CurlResponseFileIsOurs can tell.
+  void CurlHoldResponseFile(bool hold) noexcept;
   /// True when the file of that name is still the very file that the last request wrote.
   [[nodiscard]] bool CurlResponseFileIsOurs() const noexcept;
-  /// Gives up telling that; until then a descriptor of the file stays open.
-  void CurlReleaseResponseFile() noexcept;
+  /// Hands a line that may be shown and transfer figures to the status callback. \return its answer, 1 when there is
+  /// none.
+  int CurlReport(char const* msg, xProgressValues* progress);
 
 private:
   struct RequestKind;
@@ -315,9 +320,12 @@ private:
   void fileFault(const std::string& problem);
   void writeFault();
 
+  /// Gives a file name the extension of the content type.
+  void nameAfterType(CText& name) const;
   std::size_t splitServer(std::string_view url, bool needsPath);
   const RequestKind& checkRequest(const char* url);
   CURLcode transfer(const RequestKind& kind, const char* target);
+  void refuseLineBreaks();
   void openUpload();
   void judgeStatus(const RequestKind& kind);
   [[noreturn]] void failTransfer(const RequestKind& kind, CURLcode code);
@@ -328,7 +336,6 @@ private:
   std::size_t supplyBody(char* buffer, std::size_t size);
   int seekBody(std::int64_t offset, int origin) noexcept;
   void trace(curl_infotype type, std::string_view data);
-  std::string withoutSecrets(curl_infotype type, std::string_view data);
 
   CurlSettings m_set;
   CurlCallbackFunc m_callback = nullptr;
@@ -345,9 +352,12 @@ private:
   int m_requestType = 0;
   int m_cancelled = 0;
   bool m_headerTruncated = false; ///< of the current header block, and told
+  std::string m_headerTail;       ///< its last characters
+  bool m_headerEnded = false;     ///< its blank line came, also in a block that was cut
   bool m_headerExamined = false;
   Upload m_upload;
   CResponseFile m_file;
+  bool m_holdFile = false;
   std::string m_fault;      ///< why the request fails when libcurl cannot know it
   std::string m_tracedLine; ///< start of an outgoing header line that the trace has seen in part
   std::exception_ptr m_thrown;

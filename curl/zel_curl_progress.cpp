@@ -1,5 +1,6 @@
 #include "zel_curl_edge.h"
 #include "zel_curl_handle.h"
+#include "zel_curl_shown.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -28,16 +29,18 @@ constexpr char chunkedText[] = "Http: get: received (%.0f)";
 
 } // namespace
 
-void CCurl::CurlIssueCallback(char const* msg, xProgressValues* progress) {
-  if (m_callback == nullptr || !m_set.callback.present()) return;
-  std::string name = m_set.callback.str(); // the routine may change the settings
-  if (m_callback(name.data(), m_set.callbackData, msg, progress) == 0) m_cancelled = 1;
+int CCurl::CurlReport(char const* msg, xProgressValues* progress) {
+  if (m_callback == nullptr || !m_set.callback.present()) return 1;
+  const std::string line = shown(msg); // the routine may change settings and message
+  std::string name = m_set.callback.str();
+  return m_callback(name.data(), m_set.callbackData, line.c_str(), progress);
 }
 
-void CCurl::tell(const std::string& text) {
-  const std::string line = text; // the routine may change the message
-  CurlIssueCallback(line.c_str(), nullptr);
+void CCurl::CurlIssueCallback(char const* msg, xProgressValues* progress) {
+  if (CurlReport(msg, progress) == 0) m_cancelled = 1;
 }
+
+void CCurl::tell(const std::string& text) { CurlIssueCallback(text.c_str(), nullptr); }
 
 int CCurl::xferInfo(void* object, curl_off_t dlTotal, curl_off_t dlNow, curl_off_t ulTotal, curl_off_t ulNow) noexcept {
   return atEdge(object, 1, [&](CCurl& self) {

@@ -3,7 +3,10 @@
 #include <algorithm>
 #include <cstdarg>
 #include <cstdio>
-#include <cstring>
+
+namespace {
+bool isContinuation(char c) noexcept { return (static_cast<unsigned char>(c) & 0xc0) == 0x80; }
+} // namespace
 
 void CTextList::append(std::string_view text) {
   auto* node = new (m_arena.allocate(sizeof(xNodeStr_t), alignof(xNodeStr_t))) xNodeStr_t{nullptr, nullptr};
@@ -21,6 +24,28 @@ void CTextList::clear() noexcept {
   m_arena.release();
 }
 
+std::size_t utf8Size(std::string_view text) noexcept {
+  const auto byte = [text](std::size_t i) { return static_cast<unsigned char>(text[i]); };
+  const std::size_t size = byte(0) >= 0xf0 && byte(0) < 0xf5 ? 4 : byte(0) >= 0xe0 ? 3 : byte(0) >= 0xc2 ? 2 : 1;
+  if (byte(0) >= 0xf5 || size > text.size()) return 1;
+  if ((byte(0) == 0xe0 && byte(1) < 0xa0) || (byte(0) == 0xf0 && byte(1) < 0x90)) return 1; // longer than needed
+  for (std::size_t i = 1; i < size; ++i)
+    if (!isContinuation(text[i])) return 1;
+  return size;
+}
+
+std::string_view cutAt(std::string_view text, std::size_t limit) noexcept {
+  if (text.size() <= limit) return text;
+  std::size_t start = limit; // of the character at the cut
+  while (start > 0 && limit - start < 3 && isContinuation(text[start])) --start;
+  return text.substr(0, start + utf8Size(text.substr(start)) > limit ? start : limit);
+}
+
+int copyTruncated(char* out, int size, std::string_view text) noexcept {
+  if (size > 0) out[cutAt(text, static_cast<std::size_t>(size) - 1).copy(out, text.size())] = '\0';
+  return static_cast<int>(text.size());
+}
+
 std::string formatLimited(std::size_t limit, const char* format, ...) {
   std::va_list args;
   std::va_list again;
@@ -31,6 +56,7 @@ std::string formatLimited(std::size_t limit, const char* format, ...) {
   std::string text(static_cast<std::size_t>(std::max(length, 0)) + 1, '\0');
   std::vsnprintf(text.data(), text.size(), format, again);
   va_end(again);
-  text.resize(std::min(text.size() - 1, limit));
+  text.pop_back();
+  text.resize(cutAt(text, limit).size());
   return text;
 }

@@ -59,5 +59,14 @@ private:
   xNodeStr_t* m_tail = nullptr;
 };
 
-/// A text composed as by `printf` and cut at `limit` characters. A null text prints as nothing: pass CText::c_str().
+/// Bytes of the UTF-8 character that a text begins with, 1 when it begins with none. \pre not empty
+[[nodiscard]] std::size_t utf8Size(std::string_view text) noexcept;
+
+/// The first `limit` bytes of a text, less those of a character that does not fit whole.
+[[nodiscard]] std::string_view cutAt(std::string_view text, std::size_t limit) noexcept;
+
+/// Copies a text to a buffer of `size` bytes, cut to it and terminated. \return length without the cut.
+int copyTruncated(char* out, int size, std::string_view text) noexcept;
+
+/// A text composed as by `printf` and cut at `limit` bytes. A null text prints as nothing: pass CText::c_str().
 [[nodiscard]] [[gnu::format(printf, 2, 3)]] std::string formatLimited(std::size_t limit, const char* format, ...);

@@ -1,7 +1,7 @@
 #include "zel_curl_obj.h"
+#include "zel_curl_shown.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 #include <memory>
 #include <strings.h>
@@ -25,10 +25,6 @@ void require(const CText& part, const char* name) {
 }
 
 bool named(const CText& port) { return port.present() && port.str() != "80"; }
-
-int compose(char* out, int outSize, const std::string& text) {
-  return std::snprintf(out, static_cast<std::size_t>(std::max(outSize, 0)), "%s", text.c_str());
-}
 
 int deliver(const CurlText& result, char* out, unsigned long outSize) {
   const std::string_view text = result ? result.get() : "";
@@ -54,7 +50,7 @@ int CCurl::CurlBuildUrlRq(char* out, int outSize) {
     url += part->str();
     mark = '&';
   }
-  return compose(out, outSize, url);
+  return copyTruncated(out, outSize, url);
 }
 
 int CCurl::CurlBuildUrlRqSimple(char* out, int outSize) {
@@ -64,7 +60,7 @@ int CCurl::CurlBuildUrlRqSimple(char* out, int outSize) {
                                   named(m_set.port) ? ":" : "", named(m_set.port) ? m_set.port.c_str() : "",
                                   m_set.path.present() ? "/" : "", m_set.path.c_str());
   if (m_set.query.present()) url += '?' + m_set.query.str();
-  return compose(out, outSize, url);
+  return copyTruncated(out, outSize, url);
 }
 
 // Sets scheme, host and port and clears the rest. Returns the position of the '/' behind the host, npos when there is
@@ -145,16 +141,18 @@ void CCurl::CurlReplaceInvalidFilenameChars(char* name) noexcept {
 }
 
 int CCurl::CurlBuildFileName(CText* name) {
-  if (name->present() && m_rsp.parsedContentType.present()) {
-    std::string type = m_rsp.parsedContentType.str();
-    std::replace(type.begin(), type.end(), '/', '_'); // a type may hold more than one
-    const char* dot = std::strrchr(name->c_str(), '.');
-    if (dot == nullptr || strcasecmp(dot + 1, type.c_str()) != 0) {
-      const bool hasDot = dot != nullptr && dot[1] == '\0';
-      name->set(formatLimited(1023, "%s%s%s", name->c_str(), hasDot ? "" : ".", type.c_str()));
-    }
-  }
+  nameAfterType(*name);
   return ::unlink(name->c_str());
+}
+
+void CCurl::nameAfterType(CText& name) const {
+  if (!name.present() || !m_rsp.parsedContentType.present()) return;
+  std::string type = withoutControls(m_rsp.parsedContentType.str(), '_');
+  std::replace(type.begin(), type.end(), '/', '_'); // a type may hold more than one
+  const auto dot = name.str().rfind('.');
+  if (dot != std::string::npos && strcasecmp(name.c_str() + dot + 1, type.c_str()) == 0) return;
+  const bool hasDot = dot + 1 == name.str().size();
+  name.set(formatLimited(1023, "%s%s%s", name.c_str(), hasDot ? "" : ".", type.c_str()));
 }
 
 int CCurl::CurlCountLeadingSpaces(char const* str) noexcept {

@@ -43,9 +43,9 @@ std::string coverageParameter(const char* const* names, int count) {
   std::string others;
   for (int i = 1; i < count && others.size() < joinedNamesLimit; ++i) {
     others += ',';
-    others += text(i).substr(0, nameLimit);
+    others += cutAt(text(i), nameLimit);
   }
-  others.resize(std::min(others.size(), joinedNamesLimit));
+  others.resize(cutAt(others, joinedNamesLimit).size());
   return std::string("&Coverage=").append(text(0)).append(others);
 }
 

@@ -1,6 +1,7 @@
 #include "client/base.h"
 
 #include "client/bridge.h"
+#include "zel_curl_shown.h"
 
 #include <algorithm>
 #include <array>
@@ -31,6 +32,7 @@ COgcBase::COgcBase(const char* version) {
 COgcBase::Request::Request(COgcBase& client) : m_client(client) {
   client.OgcBaseRequireIdle("A new request");
   client.m_busy = true;
+  client.CurlHoldResponseFile(true);
   client.OgcBaseClearExceptions();
 }
 
@@ -58,14 +60,12 @@ auto COgcBase::callOut(Call call) {
 }
 
 int COgcBase::OgcBaseReport(const char* text, xProgressValues* figures) {
-  if (m_quiet || !Settings().callback.present()) return 1;
-  std::string name = Settings().callback.str(); // the routine may change the settings
-  return callOut([&] { return OgcCallback(name.data(), Settings().callbackData, text, figures); });
+  return m_quiet ? 1 : callOut([&] { return CurlReport(text, figures); });
 }
 
 void COgcBase::OgcBaseWarn(const char* text) {
   OgcBaseStatus(text);
-  callOut([&] { OgcInfoMsg(text); });
+  callOut([&] { OgcInfoMsg(shown(text).c_str()); });
 }
 
 void COgcBase::CurlHttpParseContentType() {
@@ -104,8 +104,8 @@ void COgcBase::OgcBaseParseURL(const char* url) {
     }
     begin = end + 1;
   }
-  CurlSetQueryPrefix(prefix.substr(0, queryPartLimit).c_str());
-  CurlSetQuerySuffix(suffix.substr(0, queryPartLimit).c_str());
+  CurlSetQueryPrefix(std::string(cutAt(prefix, queryPartLimit)).c_str());
+  CurlSetQuerySuffix(std::string(cutAt(suffix, queryPartLimit)).c_str());
 }
 
 int COgcBase::OgcBaseFileExistsCheck(const char* path, const char* message) {
@@ -150,7 +150,7 @@ std::string COgcBase::OgcBaseFetch(const char* file, const RequestTexts& texts) 
 }
 
 void COgcBase::OgcBaseFetchUrl(const char* url, const char* file) {
-  const std::string query = std::string(url).substr(0, ogcQueryLimit);
+  const std::string query(cutAt(url, ogcQueryLimit));
   CurlSetQuery(query.c_str());
   CurlSetFileNameHttpGetRsp(file);
   OgcBaseGet(query.c_str());

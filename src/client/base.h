@@ -62,7 +62,10 @@ protected:
   class Request {
   public:
     explicit Request(COgcBase& client);
-    ~Request() noexcept { m_client.m_busy = false; }
+    ~Request() noexcept {
+      m_client.m_busy = false;
+      m_client.CurlHoldResponseFile(false);
+    }
     Request(const Request&) = delete;
     Request& operator=(const Request&) = delete;
 

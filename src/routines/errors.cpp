@@ -1,5 +1,6 @@
 #include "routines/errors.h"
 
+#include "zel_curl_shown.h"
 #include "zel_curl_text.h"
 #include "zel_ogc_msg_arr.h"
 
@@ -11,7 +12,7 @@ constexpr std::size_t messageLimit = 1023;
 
 void fail(const std::string& text) {
   ZEL_MessageFromBlock(zel_ogc_msg_block, ZEL_M_OGC_ERRS1, ZEL_MSG_ERROR,
-                       formatLimited(messageLimit, "%s", text.c_str()).c_str());
+                       std::string(cutAt(shown(text), messageLimit)).c_str());
   throw ZEL_Unwind{};
 }
 

@@ -82,7 +82,7 @@ void COgcSaxHelper::ParseConcatenatedValues(std::string_view s, int trimTrailing
     if (begin == s.npos || s[begin] == ',') return;
     end = endOfName(s, begin);
     AddCurrentNode(&pCurNode->next);
-    AppendStrings(&pCurNode->str, s.substr(begin, end - begin).substr(0, nameLimit), trimTrailing, 0);
+    AppendStrings(&pCurNode->str, cutAt(s.substr(begin, end - begin), nameLimit), trimTrailing, 0);
   }
 }
 

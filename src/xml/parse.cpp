@@ -74,7 +74,7 @@ private:
 
 [[noreturn]] void failParser(const char* kind, const XMLCh* message) {
   COgcUtf8 utf8;
-  const std::string text(utf8(message).substr(0, parserMessageLimit));
+  const std::string text(cutAt(utf8(message), parserMessageLimit));
   throw CCurlException(kind, text.c_str());
 }
 

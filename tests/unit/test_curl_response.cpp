@@ -124,6 +124,8 @@ TEST(CurlHeader, OnlyTheLastBlockCounts) {
   curl.block("Server: of a trailer\r\n\r\n");
   EXPECT_EQ(curl.fields(), "200 0 01|OK|-|now|-|-|-|-");
   EXPECT_EQ(curl.Response().header.data(), received);
+  curl.block("HTTP/1.1 200 OK\r\nHTTP/2-Settings: x\r\nHTTP/1.1 500 Not: a status\r\nContent-Type: text/xml\r\n\r\n");
+  EXPECT_EQ(curl.fields(), "200 0 01|OK|-|-|-|-|text/xml|xml");
 }
 
 TEST(CurlHeader, NothingIsKeptAfterACancel) {
@@ -260,13 +262,16 @@ TEST(CurlTrace, LinesAreLabelledTrimmedCutAndWithoutSecrets) {
       {CURLINFO_HEADER_OUT,
        {"A: b\r\nAUTHORIZATION: Basic secret\r\nProxy-Authorization: Digest secret=\"x\"\r\nCookie: secret\r\n\r\n"},
        {"Header Out:  A: b\r\nAUTHORIZATION: ***\r\nProxy-Authorization: ***\r\nCookie: ***"}},
-      {CURLINFO_HEADER_OUT, {"PASS secret\r\n", "PWD\r\n"}, {"Header Out:  PASS ***", "Header Out:  PWD"}},
+      {CURLINFO_HEADER_OUT,
+       {"PASS secret\r\n", "pass secret\r\n", "PWD\r\n"},
+       {"Header Out:  PASS ***", "Header Out:  pass ***", "Header Out:  PWD"}},
       {CURLINFO_HEADER_OUT,
        {"A: b\r\nAuthor", "ization: sec", "ret\r\nB: c\r\n"},
        {"Header Out:  A: b\r\nAuthor", "Header Out:  ization: ***", "Header Out:  ***\r\nB: c"}},
       {CURLINFO_HEADER_OUT,
-       {"X-Authorization: shown\r\n", "B: c", "ookie: shown\r\n"},
-       {"Header Out:  X-Authorization: shown", "Header Out:  B: c", "Header Out:  ookie: shown"}},
+       {"Author", "ization", "\t: sec", "ret\r\n", std::string(600, 'x'), "\r\nA: b\r\n"},
+       {"Header Out:  Author", "Header Out:  ization", "Header Out:  \t: ***", "Header Out:  ***",
+        "Header Out:  " + std::string(511, 'x') + "..., message was truncated.", "Header Out:  \r\nA: b"}},
       {CURLINFO_TEXT,
        {"Issue request to 'http://me:secret@h/p@q?u=ftp://x@y@z/'\n"},
        {"Info:        Issue request to 'http://***@h/p@q?u=ftp://***@z/'"}},
@@ -276,7 +281,7 @@ TEST(CurlTrace, LinesAreLabelledTrimmedCutAndWithoutSecrets) {
        {"Header Out:  " + std::string(480, 'x') + "\r\nAuthorization: ***"}},
   };
   for (const auto& row : rows) {
-    Fed curl;
+    Fed curl(row.pieces[0].starts_with("PASS") ? CURL_RQ_FTP_CMD : CURL_RQ_HTTP_GET);
     for (const auto& piece : row.pieces) curl.trace(row.type, piece);
     Lines expected;
     for (const auto& line : row.shown) expected.push_back("Verbose: " + line);

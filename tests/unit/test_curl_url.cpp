@@ -1,5 +1,6 @@
 #include "curl_test.h"
 #include "zel_curl_obj.h"
+#include "zel_curl_shown.h"
 
 #include <array>
 #include <filesystem>
@@ -147,12 +148,64 @@ TEST(CurlNames, Helpers) {
   EXPECT_STREQ(name, "a_b_c/d");
 }
 
+TEST(CurlNames, NothingSecretAndNoControlCharacterIsShown) {
+  const std::tuple<std::string, std::string> rows[] = {
+      // user information
+      {"Get http://me:pw@h:80/p?a=b@c#d", "Get http://***@h:80/p?a=b@c#d"},
+      {"'http://token@h' \"ftp://a:b'c\"d@h\"", "'http://***@h' \"ftp://***@h\""},
+      {"at http://me:p/w@h/x", "at http://***@h/x"},
+      {"at http://me:p w@h/", "at http://***@h/"},
+      {"http://h:8080, see <http://h:80> and http://[::1]:80: a@b.org",
+       "http://h:8080, see <http://h:80> and http://[::1]:80: a@b.org"},
+      {"cut in http://me:p", "cut in http://***"},
+      {"proxy 'me:pw@h:bad' (me:pw@h) \"me:(p)w@h\" =me:p@w@h", "proxy '***@h:bad' (***@h) \"***@h\" =***@h"},
+      {"Host(token@h) 'token@h'", "Host(***@h) '***@h'"},
+      {"ask a@b.org or mailto:a@b.org, file: (/a:b@c)", "ask a@b.org or mailto:a@b.org, file: (/a:b@c)"},
+      // header lines
+      {"AUTHORIZATION : Basic pw\r\nA: b\nproxy-authorization:Digest pw",
+       "AUTHORIZATION : ***\r\nA: b\nproxy-authorization: ***"},
+      {"got Set-Cookie\t:\tid=pw; x", "got Set-Cookie\t: ***"},
+      {"cookie: pw\nX-API-Key:   pw\nCookie:\nno cookie", "cookie: ***\nX-API-Key: ***\nCookie:\nno cookie"},
+      // control characters
+      {std::string("a\tb\r\nc\rd\x1b[31m\x7f\0z", 16), "a\tb\r\nc?d?[31m??z"},
+      {"\xc2\x9b\xc2\xa0 \x9b \xe9 \xc3\xa9 \xe2\x82\xac \xf0\x9f\x8c\x8d \xe0\x82\x9b",
+       "?\xc2\xa0 ? \xe9 \xc3\xa9 \xe2\x82\xac \xf0\x9f\x8c\x8d \xe0??"}};
+  for (const auto& [text, wanted] : rows) {
+    EXPECT_EQ(shown(text), wanted);
+    EXPECT_EQ(shown(wanted), wanted);
+  }
+  EXPECT_STREQ(CCurlException("http://me:pw@h", "Cookie: \x1b").ErrMsg(), "http://***@h Cookie: ***");
+}
+
+TEST(CurlNames, CutsLeaveWholeCharacters) {
+  const std::tuple<std::string, std::size_t, std::string> rows[] = {
+      {"a\xc3\xa9", 2, "a"},
+      {"a\xc3\xa9", 3, "a\xc3\xa9"},
+      {"\xe2\x82\xac x", 2, ""},
+      {"\xe2\x82\xac x", 3, "\xe2\x82\xac"},
+      {"a\xf0\x9f\x8c\x8d x", 4, "a"},
+      {"\xe9\xe9\xe9", 2, "\xe9\xe9"},
+      {"\x80\x80\x80\x80\x80\x80", 5, "\x80\x80\x80\x80\x80"},
+      {"", 0, ""}};
+  for (const auto& [text, limit, cut] : rows) EXPECT_EQ(cutAt(text, limit), cut);
+  const std::string ears(1021, 'x');
+  EXPECT_EQ(CCurlException((ears + "\xe2\x82\xac").c_str()).ErrMsg(), ears);
+  EXPECT_EQ(formatLimited(4, "%s", "abc\xc3\xa9"), "abc");
+  char out[5] = "....";
+  EXPECT_EQ(copyTruncated(out, sizeof out, "abc\xc3\xa9"), 5);
+  EXPECT_STREQ(out, "abc");
+}
+
 TEST(CurlNames, ResponseFilesGetTheExtensionOfTheContentType) {
   const auto directory = std::filesystem::path(testing::TempDir()) / "curl.names";
   std::filesystem::create_directories(directory);
-  const std::array<const char*, 3> rows[] = {{"map", "png", "map.png"},  {"map.PNG", "png", "map.PNG"},
-                                             {"map.", "png", "map.png"}, {"map.gif", "png", "map.gif.png"},
-                                             {"map", "", "map"},         {"map", "gml/3.2", "map.gml_3.2"}};
+  const std::array<const char*, 3> rows[] = {{"map", "png", "map.png"},
+                                             {"map.PNG", "png", "map.PNG"},
+                                             {"map.", "png", "map.png"},
+                                             {"map.gif", "png", "map.gif.png"},
+                                             {"map", "", "map"},
+                                             {"map", "gml/3.2", "map.gml_3.2"},
+                                             {"map", "a\x1b\xc2\x9b/b", "map.a___b"}};
   for (const auto& [given, type, expected] : rows) {
     CCurl curl;
     curl.CurlSetRspParsedContentType(type);
