@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 
@@ -13,24 +14,26 @@ constexpr int attempts = 16;
 CFilePtr openFresh(const char* path) {
   for (int i = 0; i < attempts; ++i) {
     ::unlink(path);
-    CFilePtr file(std::fopen(path, "w+bx"));
+    CFilePtr file(std::fopen(path, "w+bxe"));
     if (file || errno != EEXIST) return file;
   }
-  return CFilePtr(std::fopen(path, "w+b")); // may be written though not deleted, like a device
+  return CFilePtr(std::fopen(path, "w+be")); // may be written though not deleted, like a device
 }
 
 } // namespace
 
-void CDescriptor::reset(int fd) noexcept {
+void CDescriptor::reset() noexcept {
   if (m_fd >= 0) ::close(m_fd);
-  m_fd = fd;
+  m_fd = -1;
 }
 
 bool CResponseFile::open(const char* path) {
+  // The older file is deleted only when there are descriptors for the new one.
+  CDescriptor written(::open("/", O_PATH | O_CLOEXEC));
+  if (written.get() < 0 || CDescriptor(::open("/", O_PATH | O_CLOEXEC)).get() < 0) return false;
   CFilePtr file = openFresh(path);
-  if (!file) return false;
-  m_written.reset(::fcntl(::fileno(file.get()), F_DUPFD_CLOEXEC, 0));
-  if (m_written.get() < 0) return false;
+  if (!file || ::dup3(::fileno(file.get()), written.get(), O_CLOEXEC) < 0) return false;
+  m_written = std::move(written);
   m_path = path;
   m_file = std::move(file);
   return true;

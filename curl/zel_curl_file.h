@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <memory>
 #include <string>
+#include <utility>
 
 struct CFileCloser {
   void operator()(std::FILE* file) const noexcept { std::fclose(file); }
@@ -14,17 +15,19 @@ using CFilePtr = std::unique_ptr<std::FILE, CFileCloser>;
 /// Owns a file descriptor.
 class CDescriptor {
 public:
-  CDescriptor() = default;
-  ~CDescriptor() { reset(-1); }
-  CDescriptor(const CDescriptor&) = delete;
-  CDescriptor& operator=(const CDescriptor&) = delete;
+  explicit CDescriptor(int fd = -1) noexcept : m_fd(fd) {}
+  ~CDescriptor() { reset(); }
+  CDescriptor(CDescriptor&& other) noexcept : m_fd(std::exchange(other.m_fd, -1)) {}
+  CDescriptor& operator=(CDescriptor&& other) noexcept {
+    std::swap(m_fd, other.m_fd);
+    return *this;
+  }
 
-  /// Closes the one it has and takes over `fd`, below 0 for none.
-  void reset(int fd) noexcept;
+  void reset() noexcept;
   [[nodiscard]] int get() const noexcept { return m_fd; }
 
 private:
-  int m_fd = -1;
+  int m_fd;
 };
 
 /// The file that receives a response. It replaces an older file of its name, and remembers which file it wrote, so that
@@ -41,8 +44,8 @@ public:
   void remove() noexcept;
   /// Makes ready for the next request.
   void forget() noexcept;
-  /// Gives up knowing the file that was written.
-  void release() noexcept { m_written.reset(-1); }
+  /// Forgets which file was written.
+  void release() noexcept { m_written.reset(); }
 
   [[nodiscard]] bool isOpen() const noexcept { return m_file != nullptr; }
   /// True when a file was opened since `forget`.

@@ -4,10 +4,12 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <iterator>
 #include <memory>
 #include <new>
 #include <strings.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <utility>
 #include <vector>
@@ -54,6 +56,7 @@ public:
     m_request.m_upload = Upload{};
     m_request.m_headers.clear();
     if (!m_keepFile) m_request.m_file.remove();
+    if (!m_request.m_holdFile) m_request.m_file.release();
   }
   RequestEnd(const RequestEnd&) = delete;
   RequestEnd& operator=(const RequestEnd&) = delete;
@@ -87,6 +90,41 @@ SList copyLines(const CTextList& lines) {
     list.reset(longer);
   }
   return list;
+}
+
+/// What a proxy's name may hold. libcurl quotes the whole text in its messages, and is given the server alone.
+struct Proxy {
+  explicit Proxy(const std::string& text) : server(text) {
+    const auto scheme = text.find("://");
+    const auto start = scheme == text.npos ? 0 : scheme + 3;
+    const auto at = text.rfind('@');
+    if (at == text.npos || at < start) return;
+    login = text.substr(start, at - start);
+    server.erase(start, at + 1 - start);
+  }
+
+  std::string server;
+  std::string login; ///< "user:password", percent-encoded
+};
+
+/// "user:password" as libcurl decodes it, empty when there is neither.
+std::string escapedLogin(const CText& user, const CText& password) {
+  if (!user.present() && !password.present()) return {};
+  const auto escape = [](const CText& text) {
+    const std::unique_ptr<char, decltype(&curl_free)> escaped(curl_easy_escape(nullptr, text.c_str(), 0), curl_free);
+    if (!escaped) throw std::bad_alloc();
+    return std::string(escaped.get());
+  };
+  return escape(user) + ':' + escape(password);
+}
+
+// Programs that a status routine starts must not inherit sockets.
+curl_socket_t openSocket(void*, curlsocktype, curl_sockaddr* address) noexcept {
+  return ::socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
+}
+
+int guardSocket(void*, curl_socket_t socket, curlsocktype) noexcept {
+  return ::fcntl(socket, F_SETFD, FD_CLOEXEC) == 0 ? CURL_SOCKOPT_OK : CURL_SOCKOPT_ERROR;
 }
 
 /// Sets options of a handle, until libcurl refuses one.
@@ -211,7 +249,10 @@ CURLcode CCurl::transfer(const RequestKind& kind, const char* target) {
     set.text(CURLOPT_PROXY_CAINFO, m_set.sslCaInfo.get());
   }
 
-  set.text(CURLOPT_PROXY, m_set.proxy.c_str()); // "": none, whatever the environment says
+  set.pointer(CURLOPT_OPENSOCKETFUNCTION, &openSocket);
+  set.pointer(CURLOPT_SOCKOPTFUNCTION, &guardSocket);
+  const Proxy proxy(m_set.proxy.str());
+  set.text(CURLOPT_PROXY, proxy.server.c_str()); // "": none, whatever the environment says
   set.text(CURLOPT_NOPROXY, "");
   if (m_set.proxy.present() && m_set.proxyPort.present()) {
     const long port = std::strtol(m_set.proxyPort.c_str(), nullptr, 10);
@@ -231,14 +272,16 @@ CURLcode CCurl::transfer(const RequestKind& kind, const char* target) {
     set.pointer(CURLOPT_DEBUGDATA, static_cast<void*>(this));
   }
 
+  refuseLineBreaks();
   const SList lines = copyLines(m_headers);
   if (isHttp()) {
     if (m_set.usrPwd.present() && m_set.authent != 0) {
       set.text(CURLOPT_USERPWD, m_set.usrPwd.get());
       set.number(CURLOPT_HTTPAUTH, m_set.authent);
     }
-    if (m_set.proxyUsrPwd.present() && m_set.proxyAuthent != 0) {
-      set.text(CURLOPT_PROXYUSERPWD, m_set.proxyUsrPwd.get());
+    const std::string login = proxy.login.empty() ? escapedLogin(m_set.proxyUser, m_set.proxyPasswd) : proxy.login;
+    if (!login.empty() && m_set.proxyAuthent != 0) {
+      set.text(CURLOPT_PROXYUSERPWD, login.c_str());
       set.number(CURLOPT_PROXYAUTH, m_set.proxyAuthent);
     }
     set.pointer(CURLOPT_HTTPHEADER, lines.get());
@@ -294,10 +337,26 @@ CURLcode CCurl::transfer(const RequestKind& kind, const char* target) {
   return code;
 }
 
+// A line break would begin a line of the protocol that nobody meant to send.
+void CCurl::refuseLineBreaks() {
+  const auto check = [this](std::string_view text, const std::string& what) {
+    if (text.find_first_of("\r\n") != text.npos) fail("Error: The " + what + " must not contain a line break.");
+  };
+  check(m_set.user.str(), "user name");
+  check(m_set.passwd.str(), "password");
+  check(m_set.proxyUser.str(), "proxy user name");
+  check(m_set.proxyPasswd.str(), "proxy password");
+  int n = 0;
+  for (const auto* line = m_headers.head(); line != nullptr; line = line->next) {
+    ++n;
+    if (line->str != nullptr) check(line->str, (isHttp() ? "header line " : "FTP command ") + std::to_string(n));
+  }
+}
+
 void CCurl::openUpload() {
   const char* const name = m_set.fileToSend.c_str();
   if (m_set.fileToSend.present()) {
-    m_upload.file.reset(std::fopen(name, "rb"));
+    m_upload.file.reset(std::fopen(name, "rbe"));
     if (!m_upload.file)
       fail(formatLimited(reportLimit, "Error: The file to send (http put/post) to the remote server failed to open: %s",
                          name));

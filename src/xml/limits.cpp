@@ -1,6 +1,7 @@
 #include "xml/limits.h"
 
 #include "xml/handler.h"
+#include "zel_curl_file.h"
 
 #include <algorithm>
 #include <memory>
@@ -232,6 +233,9 @@ COgcXmlFile::COgcXmlFile(std::string path) : InputSource(ogcXmlChars(path).c_str
 
 xercesc::BinInputStream* COgcXmlFile::makeStream() const {
   xercesc::MemoryManager* memory = getMemoryManager();
-  std::unique_ptr<xercesc::BinFileInputStream> stream(new (memory) xercesc::BinFileInputStream(m_path.c_str(), memory));
-  return stream->getIsOpen() ? stream.release() : nullptr;
+  CFilePtr file(std::fopen(m_path.c_str(), "rbe")); // as the parser opens files, but for this process alone
+  if (!file) return nullptr;
+  auto* stream = new (memory) xercesc::BinFileInputStream(static_cast<xercesc::FileHandle>(file.get()), memory);
+  static_cast<void>(file.release());
+  return stream;
 }

@@ -53,6 +53,10 @@ def limited(size):
     return limit
 
 
+def few_descriptors():
+    resource.setrlimit(resource.RLIMIT_NOFILE, (30, 30))
+
+
 def small_disk(directory, kilobytes):
     """How to run a program that finds little space in the directory, and what it is told: a small disk of its own where
     disks can be mounted, elsewhere a limit to the size of files."""
@@ -93,6 +97,46 @@ def test_device_without_space(tmp_path):
         """, server.port, cwd=tmp_path).stdout.splitlines()
     assert "No space left on device" in lines[0] and "/dev/full" in lines[0] and lines[1] == "done"
     assert (tmp_path / "cap.xml").is_symlink()
+
+
+def test_descriptors(tmp_path):
+    """A finished request closes its file; without a free descriptor the older file stays; a program that the status
+    routine starts inherits none."""
+    with Responder(IMAGE) as server:
+        lines = run(OBJECT + """
+          wms:SetProperty{CALLBACK_FUNCTION = function(text, progress)
+            if text:find("^Http: get") and progress[3] > 0 then
+              inherited = io.popen("readlink /proc/self/fd/*; cat /proc/net/tcp"):read("a")
+            end
+          end}
+          wms:GetMap("a=b")
+          local connected = 0
+          for socket in inherited:gmatch("socket:%[(%d+)%]") do
+            if inherited:find(" " .. socket .. " ", 1, true) then connected = connected + 1 end
+          end
+          print(connected, inherited:find("map"))
+          wms:SetProperty{CALLBACK_FUNCTION = ""}
+          local objects, none = {}, {}
+          for i = 1, 30 do
+            objects[i] = zel.new("ZELnetOGCWMS", {URL_HOSTNAME = "127.0.0.1", URL_PORT = arg[1], URL_PATH = "p", MAP_FILENAME = "m" .. i})
+            objects[i]:GetMap("a=b")
+          end
+          for left = 0, 9 do
+            while true do
+              local file = io.open("/dev/null")
+              if not file then break end
+              none[#none + 1] = file
+            end
+            for _ = 1, left do none[#none]:close() none[#none] = nil end
+            said(wms.GetMap, wms, "a=b")
+            none[#none]:close() none[#none] = nil
+            local file <close> = io.open("map.png")
+            print(file:read("a"))
+          end
+        """, server.port, cwd=tmp_path, preexec_fn=few_descriptors).stdout.splitlines()
+    assert lines[0] == "0\tnil" and set(lines[2::2]) == {"done"}, lines
+    assert "Too many open files" in lines[1] or "Http Get Request Failed" in lines[1], lines
+    assert lines[-2] == "no error", lines
 
 
 # Without its capabilities also the superuser meets the permissions of a directory.

@@ -73,9 +73,9 @@ def test_file_that_shrinks_while_it_is_sent(tmp_path):
 def test_header_blocks(tmp_path):
     """Only the last block counts, and trailers are none."""
     for blocks in (b"HTTP/1.1 100 Continue\r\nServer: first\r\n\r\n" * 3,
-                   b"HTTP/1.1 103 Early Hints\r\nLink: <x>\r\nServer: first\r\n\r\n"):
+                   b"HTTP/1.1 103 Early Hints\r\nLink: <x>\r\nServer: first\r\nHTTP/2-Link: x\r\n\r\n"):
         trailed = (b"Transfer-Encoding: chunked\r\nTrailer: Server\r\n\r\n4\r\nbody\r\n0\r\nServer: trailer\r\n"
-                   b"HTTPish: yes\r\n\r\n")
+                   b"HTTP/2-Trailer: yes\r\nHTTP/1.1 500 Not: a status\r\n\r\n")
         outcome, _ = fetch([HEAD, blocks + OK + trailed], tmp_path)
         assert (outcome.result, outcome.status, outcome.response["server"]) == ("ok", 200, "")
         assert outcome.response["header"].startswith("HTTP/1.1 200 OK") and "trailer" not in outcome.response["header"]
@@ -188,6 +188,27 @@ def test_credentials_of_a_location_do_not_show(tmp_path):
         location = other.url.replace("http://", "http://them:geheim@").encode()
         outcome, _ = fetch([HEAD, answer(b"", b"Location: " + location, status=b"302 Found")], tmp_path, "verbose=1")
     assert outcome.result == "ok" and "geheim" not in "".join(outcome.lines)
+
+
+@pytest.mark.parametrize("setting, name", [
+    ("header=X: y\r\nInjected: 1", "header line 2"), ("header=\nX: y", "header line 2"), ("user=me\r\nX: y", "user name"),
+    ("password=pw\n", "password"), ("proxyuser=me\r", "proxy user name"), ("proxypassword=\n", "proxy password")])
+def test_line_breaks_are_refused_by_name(tmp_path, setting, name):
+    outcome, got = fetch([HEAD, answer()], tmp_path, "header=A: b", setting)
+    text = f"Error: The {name} must not contain a line break."
+    assert (outcome.result, outcome.lines, got) == (text + ".", [text], "")
+    outcome = transfer("ftpfile=/dev/null", "header=PWD\r\nDELE x", "url=ftp://127.0.0.1:1/", "request=ftpcmd")
+    assert outcome.result == "Error: The FTP command 1 must not contain a line break..", outcome.result
+
+
+def test_no_control_character_reaches_message_or_file_name(tmp_path):
+    """Neither from the status line nor from the content type."""
+    hostile = answer(b"x", b"Content-Type: text/a\x1b]0;b\xc2\x9bc", status=b"500 \x1b[31m\xc2\x9b2JRed")
+    outcome, _ = fetch([HEAD, hostile], tmp_path, "extvers=0", "verbose=1")
+    assert "Http Err(?[31m?2JRed)" in outcome.result
+    told = "".join(outcome.lines).replace("\r\n", "") + outcome.result
+    assert not any(c < " " or "\x7f" <= c < "\xa0" for c in told), told
+    assert [path.name for path in tmp_path.iterdir()] == ["f.a_]0"]
 
 
 def test_requests_say_no_more_than_needed(tmp_path):

@@ -5,6 +5,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <functional>
 #include <map>
 #include <string>
@@ -83,7 +84,7 @@ void printResponse(const CCurl& curl) {
          {"putPostFile", set.fileHttpPutPostRsp.c_str()},
          {"ftpGetFile", set.fileFtpGetRsp.c_str()},
          {"ftpFile", set.fileFtpRsp.c_str()},
-         {"ours", curl.CurlResponseFileIsOurs() ? "yes" : "no"},
+         {"descriptors", std::to_string(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}))},
          {"hasBuffer", curl.Buffer() != nullptr ? "yes" : "no"},
          {"buffer", curl.BufferLength() < 65536 && curl.Buffer() != nullptr ? curl.Buffer() : ""},
          {"bufferLength", std::to_string(curl.BufferLength())},
