@@ -18,38 +18,42 @@ namespace zel::host {
 namespace {
 
 [[noreturn]] void refuse(const ZEL_Variable* v, ZEL_Type to) {
-  raise(placeInCall(v) + "Unable to convert " + describe(v) + " to type " + typeName(to) + '.');
+  raise(argumentLabel(v) + "Unable to convert " + describe(v) + " to type " + typeName(to) + '.');
 }
 
-/// Calls `f` with the C++ type of a number type. \return whether it is one.
-template <class F>
+/// Calls `f` with the C++ type of a number type. \return false when it is no number type.
+template <typename F>
 bool withNumberType(ZEL_Type type, F&& f) {
+  const auto call = [&f]<typename T>(std::type_identity<T> identity) {
+    f(identity);
+    return true;
+  };
   switch (type) {
   case ZEL_TYP_BYTE:
-    return f(std::type_identity<std::uint8_t>{}), true;
+    return call(std::type_identity<std::uint8_t>{});
   case ZEL_TYP_INT:
-    return f(std::type_identity<std::int16_t>{}), true;
+    return call(std::type_identity<std::int16_t>{});
   case ZEL_TYP_UINT:
-    return f(std::type_identity<std::uint16_t>{}), true;
+    return call(std::type_identity<std::uint16_t>{});
   case ZEL_TYP_LONG:
-    return f(std::type_identity<std::int32_t>{}), true;
+    return call(std::type_identity<std::int32_t>{});
   case ZEL_TYP_ULONG:
-    return f(std::type_identity<std::uint32_t>{}), true;
+    return call(std::type_identity<std::uint32_t>{});
   case ZEL_TYP_FLOAT:
-    return f(std::type_identity<float>{}), true;
+    return call(std::type_identity<float>{});
   case ZEL_TYP_DOUBLE:
-    return f(std::type_identity<double>{}), true;
+    return call(std::type_identity<double>{});
   case ZEL_TYP_ULONG64:
-    return f(std::type_identity<std::uint64_t>{}), true;
+    return call(std::type_identity<std::uint64_t>{});
   case ZEL_TYP_LONG64:
-    return f(std::type_identity<std::int64_t>{}), true;
+    return call(std::type_identity<std::int64_t>{});
   default:
     return false;
   }
 }
 
 /// A floating number as an integer: the fraction is cut, what lies beyond the range becomes its end, no number 0.
-template <class To>
+template <typename To>
 To truncate(double x) {
   if (std::isnan(x)) return 0;
   if (x >= static_cast<double>(std::numeric_limits<To>::max())) return std::numeric_limits<To>::max();
@@ -58,7 +62,7 @@ To truncate(double x) {
 }
 
 /// A number in another number type; integers wrap to the width of the target.
-template <class To, class From>
+template <typename To, typename From>
 To wrap(From x) {
   if constexpr (std::is_integral_v<To> && std::is_floating_point_v<From>) {
     if (std::is_same_v<To, std::uint64_t> && x >= 0) return static_cast<To>(truncate<std::uint64_t>(x));
@@ -68,7 +72,7 @@ To wrap(From x) {
   }
 }
 
-template <class T>
+template <typename T>
 std::optional<T> readWhole(std::string_view text) {
   T value{};
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
@@ -76,12 +80,12 @@ std::optional<T> readWhole(std::string_view text) {
   return value;
 }
 
-template <class To>
+template <typename To>
 std::optional<To> readNumber(std::string_view given) {
-  constexpr std::string_view kBlanks = " \t\r\n";
+  constexpr std::string_view blanks = " \t\r\n";
   std::string_view text = given;
-  text.remove_prefix(std::min(text.find_first_not_of(kBlanks), text.size()));
-  text.remove_suffix(text.size() - (text.find_last_not_of(kBlanks) + 1));
+  text.remove_prefix(std::min(text.find_first_not_of(blanks), text.size()));
+  text.remove_suffix(text.size() - (text.find_last_not_of(blanks) + 1));
   if (text.starts_with('+') && !text.starts_with("+-")) text.remove_prefix(1);
   if constexpr (std::is_integral_v<To>) {
     if (const auto value = readWhole<std::int64_t>(text)) return wrap<To>(*value);
@@ -92,46 +96,53 @@ std::optional<To> readNumber(std::string_view given) {
   return wrap<To>(*value);
 }
 
-/// Characters that a number of a type takes as text, with at least one leading blank before the widest value.
-template <class T>
-constexpr std::size_t kWidth =
-    std::is_same_v<T, float>    ? 16
-    : std::is_same_v<T, double> ? 25
-                                : std::array<std::size_t, 4>{4, 8, 12, 22}[sizeof(T) == 1   ? 0
-                                                                           : sizeof(T) == 2 ? 1
-                                                                           : sizeof(T) == 4 ? 2
-                                                                                            : 3];
+/// Width in characters of a number as text: that of the widest value of its type and at least one leading blank.
+template <typename T>
+constexpr std::size_t textWidth() {
+  if (std::is_same_v<T, double>) return 25;
+  if (std::is_same_v<T, float>) return 16;
+  switch (sizeof(T)) {
+  case 1:
+    return 4;
+  case 2:
+    return 8;
+  case 4:
+    return 12;
+  default:
+    return 22;
+  }
+}
 
-template <class T>
+template <typename T>
 void writeNumber(T value, ZEL_STRING& out) {
   std::array<char, 32> digits{};
   char* const end = digits.data() + digits.size();
   const std::size_t length = static_cast<std::size_t>(std::to_chars(digits.data(), end, value).ptr - digits.data());
-  std::string padded(kWidth<T> > length ? kWidth<T> - length : 0, ' ');
+  std::string padded(textWidth<T>() > length ? textWidth<T>() - length : 0, ' ');
   padded.append(digits.data(), length);
   store(out, padded);
 }
 
-template <class From>
+template <typename From>
 bool convertFrom(const From* from, std::int64_t n, ZEL_Type type, char* out) {
   if (type == ZEL_TYP_STRING) {
     auto* texts = reinterpret_cast<ZEL_STRING*>(out);
     for (std::int64_t k = 0; k < n; ++k) writeNumber(from[k], texts[k]);
     return true;
   }
-  return withNumberType(type, [&]<class To>(std::type_identity<To>) {
+  return withNumberType(type, [&]<typename To>(std::type_identity<To>) {
     auto* to = reinterpret_cast<To*>(out);
     for (std::int64_t k = 0; k < n; ++k) to[k] = wrap<To>(from[k]);
   });
 }
 
 bool convertTexts(const ZEL_Variable* v, const ZEL_STRING* from, std::int64_t n, ZEL_Type type, char* out) {
-  return withNumberType(type, [&]<class To>(std::type_identity<To>) {
+  return withNumberType(type, [&]<typename To>(std::type_identity<To>) {
     auto* to = reinterpret_cast<To*>(out);
     for (std::int64_t k = 0; k < n; ++k) {
       const auto number = readNumber<To>(text(from[k]));
       if (!number)
-        raise(placeInCall(v) + "Unable to read the text \"" + std::string(text(from[k])) + "\" as a number.");
+        raise(argumentLabel(v) + "Unable to read the text \"" + std::string(text(from[k])) + "\" as a number.");
       to[k] = *number;
     }
   });
@@ -140,7 +151,7 @@ bool convertTexts(const ZEL_Variable* v, const ZEL_STRING* from, std::int64_t n,
 bool convertElements(const ZEL_Variable* v, const char* from, std::int64_t n, ZEL_Type toType, char* out) {
   if (v->type == ZEL_TYP_STRING) return convertTexts(v, reinterpret_cast<const ZEL_STRING*>(from), n, toType, out);
   bool done = false;
-  withNumberType(v->type, [&]<class From>(std::type_identity<From>) {
+  withNumberType(v->type, [&]<typename From>(std::type_identity<From>) {
     done = convertFrom(reinterpret_cast<const From*>(from), n, toType, out);
   });
   return done;
@@ -149,7 +160,7 @@ bool convertElements(const ZEL_Variable* v, const char* from, std::int64_t n, ZE
 } // namespace
 
 std::int64_t scalarInteger(ZEL_Variable* v) {
-  if (v->flags & ZEL_V_ARR) ZEL_MessageVE_NOTSCALAR(v);
+  if ((v->flags & ZEL_V_ARR) != 0) ZEL_MessageVE_NOTSCALAR(v);
   ZEL_Variable* integer = ZEL_VarTypeConvert(v, ZEL_TYP_LONG64);
   const Temp converted(integer == v ? nullptr : integer);
   return integer->value.l64;
@@ -169,7 +180,7 @@ ZEL_Variable* ZEL_VarTypeConvert(ZEL_Variable* v, ZEL_Type type) {
   ZEL_VarGetData(v, &n, &from);
   zel::Temp out(ZEL_Gettmp());
   char* to = nullptr;
-  if (v->flags & ZEL_V_ARR) {
+  if ((v->flags & ZEL_V_ARR) != 0) {
     to = makeArray(*out, type, n);
   } else {
     out->type = type;

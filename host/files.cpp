@@ -119,18 +119,18 @@ extern "C" {
 
 char* ZEL_FilePathFromRoot(char* out, std::size_t size, const char* root, const char* const* dirs, int nDirs,
                            const char* file, const char* extension) {
-  std::string path = root ? root : "";
+  std::string path = root != nullptr ? root : "";
   const auto separate = [&path] {
     if (!path.empty() && path.back() != '/') path += '/';
   };
   for (int i = 0; i < nDirs; ++i) {
-    if (!dirs[i]) continue;
+    if (dirs[i] == nullptr) continue;
     separate();
     path += dirs[i];
   }
   separate();
-  if (file) path += file;
-  if (file && extension) path += extension;
+  if (file != nullptr) path += file;
+  if ((file != nullptr) && (extension != nullptr)) path += extension;
   if (size > 0) {
     *out = '\0';
     ZEL_StrBase_strlcat(out, path.c_str(), size);
@@ -139,7 +139,7 @@ char* ZEL_FilePathFromRoot(char* out, std::size_t size, const char* root, const 
 }
 
 void ZEL_FileCopy(ZEL_Variable* source, ZEL_Variable* target, ZEL_Variable* overwrite) {
-  const bool replace = overwrite && zel::host::scalarInteger(overwrite) != 0;
+  const bool replace = (overwrite != nullptr) && zel::host::scalarInteger(overwrite) != 0;
   zel::host::copyFile(scalarText(source), scalarText(target), replace);
 }
 

@@ -81,7 +81,7 @@ ZEL_HeapVar* ZEL_HeapVarHashFind(ZEL_HVID hvid) noexcept {
 }
 
 void ZEL_HeapVarDelete(ZEL_HeapVar* hv) noexcept {
-  if (!hv) return;
+  if (hv == nullptr) return;
   const auto found = heap().alive.find(hv->hvid);
   zel::host::setMemory(found->second, 0);
   heap().alive.erase(found);

@@ -19,7 +19,7 @@ namespace {
 class KeywordTable {
 public:
   KeywordTable(const ZEL_KwDef* table, unsigned enabled) : m_begin(table), m_end(table), m_enabled(enabled) {
-    for (; m_end->name; ++m_end)
+    for (; m_end->name != nullptr; ++m_end)
       if (m_end != m_begin && std::strcmp((m_end - 1)->name, m_end->name) >= 0)
         raise(std::string("The routine's keyword table is not sorted at ") + m_end->name + '.');
   }
@@ -48,7 +48,7 @@ private:
   unsigned m_enabled;
 };
 
-template <class T>
+template <typename T>
 T& memberAt(ZEL_KwResult* result, std::size_t offset) noexcept {
   return *reinterpret_cast<T*>(reinterpret_cast<char*>(result) + offset);
 }
@@ -75,14 +75,14 @@ int ZEL_KWProcessByOffset(int argc, ZEL_Variable**, const ZEL_Keywords* argk, co
   for (const ZEL_Keyword* given = argk->keywords; given != argk->keywords + argk->count; ++given) {
     const ZEL_KwDef& def = accepted.find(given->name);
     auto& present = memberAt<std::int32_t>(result, def.present);
-    if (present) raise(std::string("Keyword ") + def.name + " is given twice.");
+    if (present != 0) raise(std::string("Keyword ") + def.name + " is given twice.");
     checkDirection(def, *given);
     present = 1;
 
     ZEL_Variable* value = given->value;
-    if (def.flags & ZEL_KW_OUT) {
+    if ((def.flags & ZEL_KW_OUT) != 0u) {
       clear(*value);
-    } else if (def.type != ZEL_TYP_UNDEF && !(def.flags & ZEL_KW_VIN)) {
+    } else if (def.type != ZEL_TYP_UNDEF && ((def.flags & ZEL_KW_VIN) == 0u)) {
       value = ZEL_VarTypeConvert(value, def.type);
       if (value != given->value) converted.emplace_back(value);
     }
@@ -93,7 +93,7 @@ int ZEL_KWProcessByOffset(int argc, ZEL_Variable**, const ZEL_Keywords* argk, co
 }
 
 void ZEL_KWFree(ZEL_KwResult* result) noexcept {
-  if (!result->mustFree) return;
+  if (result->mustFree == 0) return;
   releaseKept(result->mustFree);
   result->mustFree = 0;
 }

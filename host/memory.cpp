@@ -13,14 +13,14 @@ namespace zel::host {
 // calloc hands out fresh pages unwritten, which makes large arrays of structures cheap.
 char* allocate(std::int64_t n, std::int64_t size) {
   void* memory = std::calloc(static_cast<std::size_t>(n), static_cast<std::size_t>(size));
-  if (!memory)
+  if (memory == nullptr)
     raise("Unable to allocate memory: " + std::to_string(n) + " elements of " + std::to_string(size) + " bytes.");
   return static_cast<char*>(memory);
 }
 
 char* copyText(std::string_view text) {
   auto* copy = static_cast<char*>(std::malloc(text.size() + 1));
-  if (!copy) raise("Unable to allocate memory: a text of " + std::to_string(text.size()) + " bytes.");
+  if (copy == nullptr) raise("Unable to allocate memory: a text of " + std::to_string(text.size()) + " bytes.");
   std::memcpy(copy, text.data(), text.size());
   copy[text.size()] = '\0';
   return copy;

@@ -89,25 +89,25 @@ InfoRedirect::~InfoRedirect() { infoSink() = std::move(m_outer); }
 
 } // namespace zel::host
 
+using zel::host::argumentLabel;
 using zel::host::describe;
-using zel::host::placeInCall;
 using zel::host::raise;
 
 extern "C" {
 
 ZEL_MsgBlock ZEL_MessageDefineBlock(const char* name, int n, const ZEL_MsgDef* defs) {
-  if (!name || n < 1 || !defs) return nullptr;
+  if ((name == nullptr) || n < 1 || (defs == nullptr)) return nullptr;
   auto block = std::make_unique<ZEL_MsgBlockDef>();
   block->name = name;
   for (const ZEL_MsgDef* def = defs; def != defs + n; ++def) {
-    if (!def->format) return nullptr;
+    if (def->format == nullptr) return nullptr;
     block->formats.emplace_back(def->format);
   }
   return zel::host::blocks().emplace_back(std::move(block)).get();
 }
 
 void ZEL_MessageFromBlock(ZEL_MsgBlock block, int code, int action, ...) {
-  if (!block) raise("A message was issued from a message block that is not defined.");
+  if (block == nullptr) raise("A message was issued from a message block that is not defined.");
   if (code > 0 || static_cast<std::size_t>(-static_cast<std::int64_t>(code)) >= block->formats.size())
     raise("Message block " + block->name + " has no message of code " + std::to_string(code) + '.');
   va_list texts;
@@ -119,15 +119,15 @@ void ZEL_MessageFromBlock(ZEL_MsgBlock block, int code, int action, ...) {
 }
 
 void ZEL_MessageVE_REQOBJREF(const ZEL_Variable* v) {
-  raise(placeInCall(v) + "An object is required here, not " + describe(v) + '.');
+  raise(argumentLabel(v) + "An object is required here, not " + describe(v) + '.');
 }
 
 void ZEL_MessageVE_REQSTR(const ZEL_Variable* v) {
-  raise(placeInCall(v) + "A string is required here, not " + describe(v) + '.');
+  raise(argumentLabel(v) + "A string is required here, not " + describe(v) + '.');
 }
 
 void ZEL_MessageVE_NOTSCALAR(const ZEL_Variable* v) {
-  raise(placeInCall(v) + "A single value is required here, not " + describe(v) + '.');
+  raise(argumentLabel(v) + "A single value is required here, not " + describe(v) + '.');
 }
 
 } // extern "C"

@@ -29,7 +29,7 @@ struct ClassRow {
 };
 
 /// Classes whose module is loaded on first use.
-constexpr ClassRow kClasses[] = {{"ZELnetOGCWCS", "zel_ogc"}, {"ZELnetOGCWMS", "zel_ogc"}};
+constexpr ClassRow providers[] = {{"ZELnetOGCWCS", "zel_ogc"}, {"ZELnetOGCWMS", "zel_ogc"}};
 
 /// What came of the modules that were opened, by their real path: empty when loaded, else why not.
 std::map<fs::path, std::string>& outcomes() {
@@ -70,7 +70,7 @@ fs::path findModule(const std::string& name) {
 /// Has a module register itself. \return empty, or why it cannot be used.
 std::string start(int (*load)()) {
   try {
-    return load() ? "" : "it reports that it could not start (ZEL_Load gave 0)";
+    return load() != 0 ? "" : "it reports that it could not start (ZEL_Load gave 0)";
   } catch (const ZEL_Unwind&) {
     return takeError().text;
   } catch (const std::exception& error) {
@@ -83,9 +83,9 @@ std::string start(int (*load)()) {
 /// Opens a module and starts it. \return empty, or why it cannot be used; nobody finds its classes then.
 std::string open(const fs::path& path) {
   void* module = ::dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
-  if (!module) return ::dlerror();
+  if (module == nullptr) return ::dlerror();
   auto* load = reinterpret_cast<int (*)()>(::dlsym(module, "ZEL_Load"));
-  if (!load) return "it has no ZEL_Load, so it is no ZEL module";
+  if (load == nullptr) return "it has no ZEL_Load, so it is no ZEL module";
   const std::size_t classes = classCount();
   std::string why = start(load);
   if (!why.empty()) forgetClassesAfter(classes);
@@ -102,15 +102,15 @@ void loadModule(const std::string& name) {
 }
 
 void loadModuleOfClass(std::string_view className) {
-  for (const ClassRow& row : kClasses)
+  for (const ClassRow& row : providers)
     if (upper(row.className) == upper(className)) loadModule(row.module);
 }
 
 std::vector<std::string> availableClasses() {
   std::vector<std::string> names;
-  for (const ClassRow& row : kClasses) names.emplace_back(row.className);
+  for (const ClassRow& row : providers) names.emplace_back(row.className);
   for (const std::string& loaded : classNames())
-    if (std::ranges::none_of(kClasses, [&loaded](const ClassRow& row) { return upper(row.className) == loaded; }))
+    if (std::ranges::none_of(providers, [&loaded](const ClassRow& row) { return upper(row.className) == loaded; }))
       names.push_back(loaded);
   return names;
 }

@@ -34,7 +34,7 @@ bool inherits(const ZEL_StructDef* sdef, const char* name) noexcept {
 
 const ZEL_ObjDef* findClass(std::string_view name) {
   const ZEL_StructDef* sdef = findStruct(upper(name));
-  return sdef ? ZEL_ObjDefOfStruct(sdef) : nullptr;
+  return sdef != nullptr ? ZEL_ObjDefOfStruct(sdef) : nullptr;
 }
 
 std::size_t classCount() noexcept { return classes().size(); }
@@ -68,21 +68,22 @@ const ZEL_ObjDef* ZEL_ObjDefOfStruct(const ZEL_StructDef* sdef) noexcept {
 }
 
 const ZEL_ObjDef* ZEL_ObjInsertDef(const ZEL_StructDef* sdef) {
-  if (!sdef || sdef->name.empty()) raise("An object class needs a named structure.");
+  if ((sdef == nullptr) || sdef->name.empty()) raise("An object class needs a named structure.");
   const ZEL_ObjDef* known = ZEL_ObjDefOfStruct(sdef);
-  return known ? known : &classes().emplace_back(ZEL_ObjDef{sdef});
+  return known != nullptr ? known : &classes().emplace_back(ZEL_ObjDef{sdef});
 }
 
 ZEL_HeapVar* ZEL_ObjReference(ZEL_Variable* v) {
-  if (v->type != ZEL_TYP_OBJREF || (v->flags & ZEL_V_ARR)) ZEL_MessageVE_REQOBJREF(v);
+  if (v->type != ZEL_TYP_OBJREF || ((v->flags & ZEL_V_ARR) != 0)) ZEL_MessageVE_REQOBJREF(v);
   if (v->value.hvid == 0) raise("The object reference is null.");
   ZEL_HeapVar* hv = ZEL_HeapVarHashFind(v->value.hvid);
-  if (!hv || !hv->objdef) raise("The object is gone: it was closed.");
+  if ((hv == nullptr) || (hv->objdef == nullptr)) raise("The object is gone: it was closed.");
   return hv;
 }
 
 int ZEL_ObjContainsClassByStr(const ZEL_HeapVar* object, const char* className) noexcept {
-  return object && object->objdef && className && zel::host::inherits(object->objdef->sdef, className);
+  const bool known = object != nullptr && object->objdef != nullptr && className != nullptr;
+  return known && zel::host::inherits(object->objdef->sdef, className) ? 1 : 0;
 }
 
 } // extern "C"

@@ -40,7 +40,7 @@ public:
         m_keywords(keywords.keywords, static_cast<std::size_t>(keywords.count)),
         m_outer(topFrame()),
         m_mark(lastTemporary()),
-        m_depth(m_outer ? m_outer->m_depth + 1 : 1) {
+        m_depth(m_outer != nullptr ? m_outer->m_depth + 1 : 1) {
     topFrame() = this;
   }
   ~Frame() {
@@ -49,7 +49,7 @@ public:
     m_kept.clear();
     leaked += releaseTemporariesAfter(m_mark, m_result);
     topFrame() = m_outer;
-    if (!m_outer) forgetUnusedStructs();
+    if (m_outer == nullptr) forgetUnusedStructs();
   }
   Frame(const Frame&) = delete;
   Frame& operator=(const Frame&) = delete;
@@ -75,7 +75,7 @@ private:
 /// Where keywords that are processed outside of any routine keep their temporaries.
 std::vector<std::vector<Temp>>& keptHere() {
   static std::vector<std::vector<Temp>> outside;
-  return topFrame() ? topFrame()->kept() : outside;
+  return topFrame() != nullptr ? topFrame()->kept() : outside;
 }
 
 /// Counts of arguments as the caller of a method writes them: without the object.
@@ -84,7 +84,7 @@ void checkArguments(const Routine& routine, int argc, const ZEL_Keywords& keywor
     const int object = routine.name.find("::") != std::string::npos ? 1 : 0;
     std::string wanted = std::to_string(routine.argMin - object);
     if (routine.argMax != routine.argMin) wanted += " to " + std::to_string(routine.argMax - object);
-    raise("Incorrect number of arguments: " + wanted + " wanted" + (object ? " besides the object" : "") + ", " +
+    raise("Incorrect number of arguments: " + wanted + " wanted" + (object != 0 ? " besides the object" : "") + ", " +
           std::to_string(argc - object) + " given.");
   }
   if (keywords.count > 0 && !routine.takesKeywords)
@@ -99,8 +99,8 @@ ZEL_Variable* invoke(const Routine& routine, int argc, ZEL_Variable** argv, cons
 }
 
 bool usable(const ZEL_SysRtnDef& def) {
-  return def.name && *def.name && def.name == upper(def.name) && def.code.fun && def.argMin >= 0 &&
-         def.argMin <= def.argMax;
+  return (def.name != nullptr) && (*def.name != 0) && def.name == upper(def.name) && (def.code.fun != nullptr) &&
+         def.argMin >= 0 && def.argMin <= def.argMax;
 }
 
 } // namespace
@@ -144,18 +144,19 @@ Temp callRoutine(const Routine& routine, int argc, ZEL_Variable** argv, const ZE
   }
   if (!failure.empty()) raise("The module failed: " + failure + '.');
   if (!routine.isFunction) return nullptr;
-  if (!result || !(result->flags & ZEL_V_TEMP)) raise("The module failed: the function gave no result.");
+  if ((result == nullptr) || ((result->flags & ZEL_V_TEMP) == 0))
+    raise("The module failed: the function gave no result.");
   frame.setResult(result);
   return Temp(result);
 }
 
-int routineDepth() noexcept { return topFrame() ? topFrame()->depth() : 0; }
+int routineDepth() noexcept { return topFrame() != nullptr ? topFrame()->depth() : 0; }
 
-std::string routinePrefix() { return topFrame() ? topFrame()->routine().name + ':' : std::string(); }
+std::string routinePrefix() { return topFrame() != nullptr ? topFrame()->routine().name + ':' : std::string(); }
 
-std::string placeInCall(const ZEL_Variable* v) {
+std::string argumentLabel(const ZEL_Variable* v) {
   const Frame* frame = topFrame();
-  if (!frame) return "";
+  if (frame == nullptr) return "";
   for (const ZEL_Keyword& keyword : frame->keywords())
     if (keyword.value == v) return std::string("keyword ") + keyword.name + ": ";
   const auto found = std::ranges::find(frame->arguments(), v);
@@ -184,7 +185,7 @@ extern "C" int ZEL_SysRtnAdd(const ZEL_SysRtnDef* defs, int isFunction, int n) {
   auto& byName = zel::host::routines().byName;
   std::vector<std::string_view> names;
   for (const ZEL_SysRtnDef* def = defs; def != defs + n; ++def) {
-    if (!zel::host::usable(*def) || byName.contains(def->name) || std::ranges::count(names, def->name)) return 0;
+    if (!zel::host::usable(*def) || byName.contains(def->name) || (std::ranges::count(names, def->name) != 0)) return 0;
     names.emplace_back(def->name);
   }
   for (const ZEL_SysRtnDef* def = defs; def != defs + n; ++def)

@@ -37,7 +37,7 @@ int routineDepth() noexcept;
 /// "NAME:" of the running routine; empty when none runs.
 std::string routinePrefix();
 /// "keyword NAME: " or "argument N: " when the value is one of the running routine's; otherwise empty.
-std::string placeInCall(const ZEL_Variable* v);
+std::string argumentLabel(const ZEL_Variable* v);
 /// Temporaries that routines have left so far.
 std::int64_t leakedTemporaries() noexcept;
 

@@ -65,14 +65,14 @@ ZEL_Ident ZEL_IdentHash(const char* name) {
 
 void ZEL_InterpCallFromSysproc(ZEL_CallDesc* call) {
   auto* frontEnd = session().frontEnd;
-  if (!frontEnd) zel::host::raise("There is no interpreter to call routine " + call->routine->name + '.');
-  frontEnd->callScript(call->routine->name, call->argc, call->argv, call->isFunction ? call->result : nullptr);
+  if (frontEnd == nullptr) zel::host::raise("There is no interpreter to call routine " + call->routine->name + '.');
+  frontEnd->callScript(call->routine->name, call->argc, call->argv, call->isFunction != 0 ? call->result : nullptr);
 }
 
-int ZEL_InterpInterrupted() noexcept { return zel::host::g_interrupted ? 1 : 0; }
+int ZEL_InterpInterrupted() noexcept { return zel::host::g_interrupted != 0 ? 1 : 0; }
 
 void ZEL_SessionResetAdd(int (*reset)()) {
-  if (reset) session().resets.push_back(reset);
+  if (reset != nullptr) session().resets.push_back(reset);
 }
 
 } // extern "C"

@@ -23,7 +23,7 @@ ZEL_Variable* makeTempString(std::string_view text) {
 
 std::string scalarText(ZEL_Variable* v) {
   if (v->type != ZEL_TYP_STRING) ZEL_MessageVE_REQSTR(v);
-  if (v->flags & ZEL_V_ARR) ZEL_MessageVE_NOTSCALAR(v);
+  if ((v->flags & ZEL_V_ARR) != 0) ZEL_MessageVE_NOTSCALAR(v);
   return std::string(text(v->value.str));
 }
 
@@ -39,18 +39,18 @@ std::string upper(std::string_view name) {
 extern "C" {
 
 void ZEL_StrStore(ZEL_STRING* dst, const char* text) {
-  zel::host::store(*dst, text ? std::string_view(text) : std::string_view());
+  zel::host::store(*dst, text != nullptr ? std::string_view(text) : std::string_view());
 }
 
 void ZEL_StrDelete(ZEL_STRING* s, std::int64_t n) noexcept {
   for (ZEL_STRING* end = s + n; s != end; ++s) {
-    if (s->s) zel::host::release(s->s);
+    if (s->s != nullptr) zel::host::release(s->s);
     *s = {0, nullptr};
   }
 }
 
 ZEL_Variable* ZEL_StrToSTRING(const char* text) {
-  return zel::host::makeTempString(text ? std::string_view(text) : std::string_view());
+  return zel::host::makeTempString(text != nullptr ? std::string_view(text) : std::string_view());
 }
 
 std::size_t ZEL_StrBase_strlcat(char* dst, const char* src, std::size_t size) noexcept {

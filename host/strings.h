@@ -11,7 +11,7 @@ namespace zel::host {
 
 /// The text of a host string.
 inline std::string_view text(const ZEL_STRING& s) noexcept {
-  return s.s ? std::string_view(s.s, static_cast<std::size_t>(s.len)) : std::string_view();
+  return s.s != nullptr ? std::string_view(s.s, static_cast<std::size_t>(s.len)) : std::string_view();
 }
 
 /// Replaces the text of a host string.
@@ -27,7 +27,7 @@ std::string scalarText(ZEL_Variable* v);
 std::string upper(std::string_view name);
 
 /// Texts with a separator between them.
-template <class Texts>
+template <typename Texts>
 std::string join(const Texts& texts, std::string_view separator) {
   std::string out;
   for (const auto& item : texts) {

@@ -13,17 +13,17 @@ namespace zel::host {
 
 namespace {
 
-constexpr std::int64_t kMaxSize = std::int64_t{1} << 40;
+constexpr std::int64_t maxSize = std::int64_t{1} << 40;
 
 /// Unused definitions that are kept, since results of one shape often follow each other.
-constexpr std::size_t kSpare = 64;
+constexpr std::size_t spareCount = 64;
 
 struct Definitions {
   std::vector<std::unique_ptr<ZEL_StructDef>> named;
   std::vector<std::unique_ptr<ZEL_StructDef>> anonymous; // nested ones before those that have them
   std::unordered_map<std::string_view, const ZEL_StructDef*> byName;
   std::unordered_multimap<std::size_t, const ZEL_StructDef*> byTags;
-  std::size_t sweepAt = kSpare; // that many anonymous ones
+  std::size_t sweepAt = spareCount; // that many anonymous ones
 
   Definitions() = default;
   ~Definitions() { // later ones have earlier ones
@@ -55,19 +55,19 @@ void addTexts(ZEL_StructDef& def, TextRun run) {
 }
 
 void addTag(ZEL_StructDef& def, Tag tag) {
-  const std::int64_t size = tag.sdef ? tag.sdef->size : typeSize(tag.type);
+  const std::int64_t size = tag.sdef != nullptr ? tag.sdef->size : typeSize(tag.type);
   const std::int64_t alignment =
-      tag.sdef ? tag.sdef->alignment : std::min(size, static_cast<std::int64_t>(alignof(ZEL_STRING)));
+      tag.sdef != nullptr ? tag.sdef->alignment : std::min(size, static_cast<std::int64_t>(alignof(ZEL_STRING)));
   const std::int64_t n = std::max<std::int64_t>(tag.n, 1);
   if (size == 0) refuse(def, "tag " + tag.name + " has no type that can stand in a structure.");
-  if (tag.n < 0 || n > kMaxSize / size) refuse(def, "tag " + tag.name + " has an impossible number of elements.");
+  if (tag.n < 0 || n > maxSize / size) refuse(def, "tag " + tag.name + " has an impossible number of elements.");
 
   tag.offset = (def.size + alignment - 1) / alignment * alignment;
   def.size = tag.offset + n * size;
-  if (def.size > kMaxSize) refuse(def, "it is too large.");
+  if (def.size > maxSize) refuse(def, "it is too large.");
   def.alignment = std::max(def.alignment, alignment);
   if (tag.type == ZEL_TYP_STRING) addTexts(def, {tag.offset, n});
-  if (tag.sdef)
+  if (tag.sdef != nullptr)
     for (std::int64_t k = 0; k < n; ++k)
       for (const TextRun& run : tag.sdef->texts) addTexts(def, {tag.offset + k * size + run.offset, run.count});
   hold(tag.sdef);
@@ -75,10 +75,10 @@ void addTag(ZEL_StructDef& def, Tag tag) {
 }
 
 void addTags(ZEL_StructDef& def, const ZEL_StructTagDef* tags) {
-  for (; tags && tags->name; ++tags) {
+  for (; (tags != nullptr) && (tags->name != nullptr); ++tags) {
     if ((tags->type == ZEL_TYP_STRUCT) != (tags->sdef != nullptr))
       refuse(def, std::string("tag ") + tags->name + " must have a definition exactly when it is a structure.");
-    if (tags->flags & ZEL_TAG_INHERIT) {
+    if ((tags->flags & ZEL_TAG_INHERIT) != 0) {
       def.parents.push_back(tags->sdef);
       hold(tags->sdef);
       for (const Tag& tag : tags->sdef->tags) addTag(def, tag);
@@ -147,7 +147,7 @@ void forget(std::unique_ptr<ZEL_StructDef>& def) noexcept {
 }
 
 std::int64_t tagInfo(const Tag& tag, ZEL_StructTagDef* out) noexcept {
-  if (out) *out = {tag.name.c_str(), tag.type, tag.n, tag.sdef, 0};
+  if (out != nullptr) *out = {tag.name.c_str(), tag.type, tag.n, tag.sdef, 0};
   return tag.offset;
 }
 
@@ -160,11 +160,11 @@ const ZEL_StructDef* findStruct(std::string_view name) noexcept {
 }
 
 void hold(const ZEL_StructDef* sdef) noexcept {
-  if (sdef) ++sdef->users;
+  if (sdef != nullptr) ++sdef->users;
 }
 
 void drop(const ZEL_StructDef* sdef) noexcept {
-  if (sdef) --sdef->users;
+  if (sdef != nullptr) --sdef->users;
 }
 
 void forgetUnusedStructs() noexcept {
@@ -173,7 +173,7 @@ void forgetUnusedStructs() noexcept {
   for (auto def = known.anonymous.rbegin(); def != known.anonymous.rend(); ++def)
     if ((*def)->users == 0) forget(*def);
   std::erase(known.anonymous, nullptr);
-  known.sweepAt = std::max(kSpare, 2 * known.anonymous.size());
+  known.sweepAt = std::max(spareCount, 2 * known.anonymous.size());
 }
 
 std::size_t structCount() noexcept { return definitions().named.size() + definitions().anonymous.size(); }
@@ -190,11 +190,11 @@ using zel::host::raise;
 extern "C" {
 
 const ZEL_StructDef* ZEL_MakeStruct(const char* name, const ZEL_StructTagDef* tags) {
-  return name ? zel::host::defineNamed(name, tags) : zel::host::defineAnonymous(tags);
+  return name != nullptr ? zel::host::defineNamed(name, tags) : zel::host::defineAnonymous(tags);
 }
 
 const ZEL_StructDef* ZEL_MakeStructInternal(const char* name, const ZEL_StructTagDef* tags) {
-  if (!name) raise("A structure that belongs to a module needs a name.");
+  if (name == nullptr) raise("A structure that belongs to a module needs a name.");
   return zel::host::defineNamed(name, tags);
 }
 

@@ -74,7 +74,8 @@ ZEL_Variable* ZEL_GettmpInt(std::int16_t value) {
 }
 
 void ZEL_Deltmp(ZEL_Variable* v) noexcept {
-  if (v && (v->flags & ZEL_V_TEMP)) zel::host::releaseTemporary(static_cast<zel::host::Temporary&>(*v));
+  if ((v != nullptr) && ((v->flags & ZEL_V_TEMP) != 0))
+    zel::host::releaseTemporary(static_cast<zel::host::Temporary&>(*v));
 }
 
 std::int64_t ZEL_TempCount() noexcept { return static_cast<std::int64_t>(temporaries().alive.size()); }
@@ -82,14 +83,14 @@ std::int64_t ZEL_TempCount() noexcept { return static_cast<std::int64_t>(tempora
 ZEL_Variable* ZEL_MakeTempVector(ZEL_Type type, std::int64_t n, char** data) {
   Temp v(ZEL_Gettmp());
   char* first = zel::host::makeArray(*v, type, n);
-  if (data) *data = first;
+  if (data != nullptr) *data = first;
   return v.release();
 }
 
 ZEL_Variable* ZEL_MakeTempStruct(const ZEL_StructDef* sdef, std::int64_t n, char** data) {
   Temp v(ZEL_Gettmp());
   char* first = zel::host::makeStructs(*v, sdef, n);
-  if (data) *data = first;
+  if (data != nullptr) *data = first;
   return v.release();
 }
 

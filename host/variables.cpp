@@ -18,24 +18,24 @@ struct TypeRow {
   const char* name;
 };
 
-constexpr std::array<TypeRow, 15> kTypes{{{0, "undefined"},
-                                          {1, "byte"},
-                                          {2, "16-bit integer"},
-                                          {2, "unsigned 16-bit integer"},
-                                          {4, "32-bit integer"},
-                                          {4, "unsigned 32-bit integer"},
-                                          {sizeof(float), "float"},
-                                          {sizeof(double), "double"},
-                                          {sizeof(ZEL_STRING), "string"},
-                                          {0, "structure"},
-                                          {sizeof(ZEL_HVID), "pointer"},
-                                          {sizeof(ZEL_HVID), "object"},
-                                          {0, "type 12"},
-                                          {8, "unsigned 64-bit integer"},
-                                          {8, "64-bit integer"}}};
+constexpr std::array<TypeRow, 15> typeRows{{{0, "undefined"},
+                                            {1, "byte"},
+                                            {2, "16-bit integer"},
+                                            {2, "unsigned 16-bit integer"},
+                                            {4, "32-bit integer"},
+                                            {4, "unsigned 32-bit integer"},
+                                            {sizeof(float), "float"},
+                                            {sizeof(double), "double"},
+                                            {sizeof(ZEL_STRING), "string"},
+                                            {0, "structure"},
+                                            {sizeof(ZEL_HVID), "pointer"},
+                                            {sizeof(ZEL_HVID), "object"},
+                                            {0, "type 12"},
+                                            {8, "unsigned 64-bit integer"},
+                                            {8, "64-bit integer"}}};
 
 /// Calls `f(texts, count)` for every run of host strings in `n` elements.
-template <class F>
+template <typename F>
 void forTexts(ZEL_Type type, const ZEL_StructDef* sdef, std::int64_t n, char* data, F&& f) {
   if (type == ZEL_TYP_STRING) {
     f(reinterpret_cast<ZEL_STRING*>(data), n);
@@ -45,11 +45,11 @@ void forTexts(ZEL_Type type, const ZEL_StructDef* sdef, std::int64_t n, char* da
   }
 }
 
-std::int64_t elementSize(const ZEL_Variable& v) noexcept { return v.sdef ? v.sdef->size : typeSize(v.type); }
+std::int64_t elementSize(const ZEL_Variable& v) noexcept { return v.sdef != nullptr ? v.sdef->size : typeSize(v.type); }
 
 /// Copies the value of a variable into one that is undefined.
 void copyValue(const ZEL_Variable& src, ZEL_Variable& dst) {
-  if (!src.data) {
+  if (src.data == nullptr) {
     if (src.type == ZEL_TYP_STRING)
       store(dst.value.str, text(src.value.str));
     else
@@ -60,7 +60,7 @@ void copyValue(const ZEL_Variable& src, ZEL_Variable& dst) {
     std::memcpy(data, src.data, static_cast<std::size_t>(src.n * size));
     forTexts(src.type, src.sdef, src.n, data, [](ZEL_STRING* s, std::int64_t count) {
       for (ZEL_STRING* end = s + count; s != end; ++s)
-        if (s->s) s->s = copyText(text(*s));
+        if (s->s != nullptr) s->s = copyText(text(*s));
     });
     dst.data = data;
     dst.n = src.n;
@@ -83,14 +83,14 @@ void moveValue(ZEL_Variable& src, ZEL_Variable& dst) noexcept {
 
 } // namespace
 
-std::int64_t typeSize(ZEL_Type type) noexcept { return type < kTypes.size() ? kTypes[type].size : 0; }
+std::int64_t typeSize(ZEL_Type type) noexcept { return type < typeRows.size() ? typeRows[type].size : 0; }
 
-const char* typeName(ZEL_Type type) noexcept { return type < kTypes.size() ? kTypes[type].name : "unknown type"; }
+const char* typeName(ZEL_Type type) noexcept { return type < typeRows.size() ? typeRows[type].name : "unknown type"; }
 
 std::string describe(const ZEL_Variable* v) {
-  if (!v || v->type == ZEL_TYP_UNDEF) return "an undefined variable";
+  if ((v == nullptr) || v->type == ZEL_TYP_UNDEF) return "an undefined variable";
   std::string name = typeName(v->type);
-  if (v->flags & ZEL_V_ARR) return "an array of " + std::to_string(v->n) + " (" + name + ')';
+  if ((v->flags & ZEL_V_ARR) != 0) return "an array of " + std::to_string(v->n) + " (" + name + ')';
   if (v->type == ZEL_TYP_STRING) return name + " \"" + std::string(text(v->value.str)) + '"';
   if (v->type == ZEL_TYP_STRUCT || v->type == ZEL_TYP_PTR || v->type == ZEL_TYP_OBJREF) return name;
   const Temp number(ZEL_CvtString(const_cast<ZEL_Variable*>(v)));
@@ -122,7 +122,7 @@ char* makeArray(ZEL_Variable& v, ZEL_Type type, std::int64_t n) {
 }
 
 char* makeStructs(ZEL_Variable& v, const ZEL_StructDef* sdef, std::int64_t n) {
-  if (!sdef) raise("A structure needs a definition.");
+  if (sdef == nullptr) raise("A structure needs a definition.");
   if (n < 1) raise("An array of structures needs at least one element.");
   v.data = allocate(n, sdef->size);
   v.n = n;
@@ -142,7 +142,7 @@ extern "C" {
 
 void ZEL_VarCopy(ZEL_Variable* src, ZEL_Variable* dst) {
   if (src == dst) return;
-  if (src->flags & ZEL_V_TEMP) {
+  if ((src->flags & ZEL_V_TEMP) != 0) {
     clear(*dst);
     zel::host::moveValue(*src, *dst);
     ZEL_Deltmp(src);
@@ -168,7 +168,7 @@ void ZEL_StoreScalar(ZEL_Variable* dst, ZEL_Type type, const void* value) {
 }
 
 void ZEL_VarGetData(ZEL_Variable* v, std::int64_t* n, char** data) noexcept {
-  const bool scalar = !v->data && v->type != ZEL_TYP_UNDEF;
+  const bool scalar = (v->data == nullptr) && v->type != ZEL_TYP_UNDEF;
   *n = scalar ? 1 : v->n;
   *data = scalar ? reinterpret_cast<char*>(&v->value) : v->data;
 }

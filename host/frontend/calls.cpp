@@ -35,13 +35,13 @@ public:
   }
 
   void addKeywords(int table) {
-    const StackGuard guard(m_state);
+    const StackRestorer guard(m_state);
     luaL_checkstack(m_state, 8, nullptr);
-    for (lua_pushnil(m_state); lua_next(m_state, table); lua_pop(m_state, 1)) {
+    for (lua_pushnil(m_state); lua_next(m_state, table) != 0; lua_pop(m_state, 1)) {
       const int value = lua_gettop(m_state);
       if (lua_type(m_state, value - 1) == LUA_TSTRING)
         addInput(keywordName(value - 1), value);
-      else if (lua_isinteger(m_state, value - 1) && lua_type(m_state, value) == LUA_TSTRING)
+      else if ((lua_isinteger(m_state, value - 1) != 0) && lua_type(m_state, value) == LUA_TSTRING)
         addKeyword(keywordName(value), true);
       else
         host::raise(m_routine.name + ": the table of keywords holds a " + luaL_typename(m_state, value) +
@@ -74,7 +74,7 @@ public:
     for (Keyword& keyword : m_keywords) {
       if (!keyword.output) continue;
       if (outputs++ == 0) lua_newtable(m_state);
-      const bool text = keyword.value->type == ZEL_TYP_STRING && !(keyword.value->flags & ZEL_V_ARR);
+      const bool text = keyword.value->type == ZEL_TYP_STRING && ((keyword.value->flags & ZEL_V_ARR) == 0);
       if (!text || !pushFunction(m_state, std::string(host::text(keyword.value->value.str))))
         pushValue(m_state, *keyword.value);
       lua_setfield(m_state, -2, keyword.name.c_str());
@@ -93,7 +93,8 @@ private:
   std::string keywordName(int index) const {
     std::size_t length = 0;
     const char* name = lua_tolstring(m_state, index, &length);
-    if (std::memchr(name, '\0', length)) host::raise(m_routine.name + ": a keyword cannot have a zero byte.");
+    if (std::memchr(name, '\0', length) != nullptr)
+      host::raise(m_routine.name + ": a keyword cannot have a zero byte.");
     return host::upper(name);
   }
 
@@ -125,7 +126,7 @@ private:
 /// How a script spells the method that runs.
 std::string spelling(lua_State* L, const host::Routine& routine) {
   lua_Debug call{};
-  if (lua_getstack(L, 0, &call) && lua_getinfo(L, "n", &call) && call.name &&
+  if ((lua_getstack(L, 0, &call) != 0) && (lua_getinfo(L, "n", &call) != 0) && (call.name != nullptr) &&
       routine.name.ends_with("::" + host::upper(call.name)))
     return call.name;
   return routine.name.substr(routine.name.rfind(':') + 1);
@@ -150,7 +151,7 @@ int runMethod(lua_State* L) {
   const auto& routine = *static_cast<const host::Routine*>(lua_touserdata(L, lua_upvalueindex(1)));
   return protect(L, [L, &routine] {
     const Object* object = objectAt(L, 1);
-    if (!object) host::raise(routine.name + ": a method is called with its object: object:method(...).");
+    if (object == nullptr) host::raise(routine.name + ": a method is called with its object: object:method(...).");
     if (object->closed) host::raise(routine.name + ": the object is closed.");
     const int last = lua_gettop(L);
     const bool keywords = last > 1 && lua_istable(L, last);

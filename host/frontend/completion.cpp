@@ -10,10 +10,10 @@ namespace zel::lua {
 
 namespace {
 
-constexpr const char* kNoWord = " \t\n\"'`!#$%&()*+,-./:;<=>?@[\\]^{|}~";
+constexpr const char* wordBreaks = " \t\n\"'`!#$%&()*+,-./:;<=>?@[\\]^{|}~";
 
 /// Registry key of the function that gives the names.
-const char kNamesKey = 0;
+const char namesKey = 0;
 
 struct {
   lua_State* state = nullptr;
@@ -26,12 +26,12 @@ int loadNames(lua_State* L) {
   lua_getglobal(L, "require");
   lua_pushliteral(L, "zel.complete");
   lua_call(L, 1, 1);
-  lua_rawsetp(L, LUA_REGISTRYINDEX, &kNamesKey);
+  lua_rawsetp(L, LUA_REGISTRYINDEX, &namesKey);
   return 0;
 }
 
 int collectNames(lua_State* L) {
-  lua_rawgetp(L, LUA_REGISTRYINDEX, &kNamesKey);
+  lua_rawgetp(L, LUA_REGISTRYINDEX, &namesKey);
   lua_pushlstring(L, g_request.before.data(), g_request.before.size());
   lua_pushlstring(L, g_request.word.data(), g_request.word.size());
   lua_call(L, 2, 1);
@@ -71,7 +71,7 @@ char** offer(const char* word, int start, int) {
   g_request.before = g_request.above + std::string(rl_line_buffer, static_cast<std::size_t>(start));
   g_request.word = word;
   lua_State* L = g_request.state;
-  const StackGuard guard(L);
+  const StackRestorer guard(L);
   const HookPause hooks(L);
   const CollectorPause collector(L); // finalizers are scripts' code, too
   lua_pushcfunction(L, collectNames);
@@ -84,8 +84,8 @@ char** offer(const char* word, int start, int) {
 Completion::Completion(lua_State* L) {
   g_request.state = L;
   rl_attempted_completion_function = offer;
-  rl_completer_word_break_characters = kNoWord;
-  const StackGuard guard(L);
+  rl_completer_word_break_characters = wordBreaks;
+  const StackRestorer guard(L);
   lua_pushcfunction(L, loadNames);
   if (lua_pcall(L, 0, 0, 0) != LUA_OK) rl_attempted_completion_function = nullptr;
 }

@@ -17,7 +17,7 @@ namespace zel::lua {
 
 namespace {
 
-constexpr int kEntries = 1000;
+constexpr int maxEntries = 1000;
 
 /// The history file in a directory that exists; empty when there can be none. A link in its place is not followed.
 fs::path findFile() {
@@ -41,15 +41,15 @@ History::History() : m_file(findFile()) {
   history_write_timestamps = 1; // they separate statements of several lines
   using_history();
   if (m_file.empty() || read_history(m_file.c_str()) != 0) return;
-  const bool tooLong = history_length > kEntries;
-  stifle_history(kEntries);
+  const bool tooLong = history_length > maxEntries;
+  stifle_history(maxEntries);
   if (tooLong || !hasTimes(m_file)) write_history(m_file.c_str());
 }
 
 void History::add(const std::string& statement) const {
   if (statement.find_first_not_of(" \t\n") != 0) return;
   const HIST_ENTRY* last = history_get(history_base + history_length - 1);
-  if (last && statement == last->line) return;
+  if ((last != nullptr) && statement == last->line) return;
   add_history(statement.c_str());
   if (m_file.empty()) return;
   const int fd = ::open(m_file.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR);

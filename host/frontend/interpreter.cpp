@@ -16,10 +16,10 @@ namespace zel::lua {
 namespace {
 
 /// Registry key of the error value that a script raised below a routine.
-const char kErrorKey = 0;
+const char errorKey = 0;
 
 /// Memory of objects below which nothing is collected for its sake.
-constexpr std::int64_t kManyBytes = std::int64_t{32} << 20;
+constexpr std::int64_t manyBytes = std::int64_t{32} << 20;
 
 struct ScriptCall {
   const std::string& routine;
@@ -69,7 +69,7 @@ void storeResult(lua_State* L, ZEL_Variable* result) {
     integer = lua_toboolean(L, -1);
   else if (!lua_isnil(L, -1))
     integer = lua_tointegerx(L, -1, &exact);
-  if (!exact) {
+  if (exact == 0) {
     const double number = lua_tonumber(L, -1);
     return ZEL_StoreScalar(result, ZEL_TYP_DOUBLE, &number);
   }
@@ -79,7 +79,7 @@ void storeResult(lua_State* L, ZEL_Variable* result) {
 int prepare(lua_State* L) {
   luaL_openlibs(L);
   lua_pushboolean(L, 0);
-  lua_rawsetp(L, LUA_REGISTRYINDEX, &kErrorKey);
+  lua_rawsetp(L, LUA_REGISTRYINDEX, &errorKey);
   openLibrary(L);
   openStop(L);
   return 0;
@@ -96,13 +96,13 @@ void pushError(lua_State* L, const char* text) {
 void pushHostError(lua_State* L) {
   const host::Error error = host::takeError();
   if (!error.fromScript) return pushError(L, error.text.c_str());
-  lua_rawgetp(L, LUA_REGISTRYINDEX, &kErrorKey);
+  lua_rawgetp(L, LUA_REGISTRYINDEX, &errorKey);
   lua_pushboolean(L, 0);
-  lua_rawsetp(L, LUA_REGISTRYINDEX, &kErrorKey);
+  lua_rawsetp(L, LUA_REGISTRYINDEX, &errorKey);
 }
 
 Interpreter::Interpreter() : m_main(luaL_newstate()), m_current(m_main) {
-  if (!m_main) throw std::bad_alloc();
+  if (m_main == nullptr) throw std::bad_alloc();
   *static_cast<Interpreter**>(lua_getextraspace(m_main)) = this;
   setCurrent(m_main);
   lua_pushcfunction(m_main, prepare);
@@ -120,8 +120,8 @@ Interpreter& Interpreter::of(lua_State* L) noexcept { return **static_cast<Inter
 
 void Interpreter::callScript(const std::string& routine, int argc, ZEL_Variable** argv, ZEL_Variable* result) {
   lua_State* L = m_current;
-  if (!lua_checkstack(L, 4)) host::raise("There is no room to call routine " + routine + '.');
-  const StackGuard guard(L);
+  if (lua_checkstack(L, 4) == 0) host::raise("There is no room to call routine " + routine + '.');
+  const StackRestorer guard(L);
   ScriptCall call{routine, argc, argv, false, {}};
   lua_pushcfunction(L, runScriptCall);
   lua_pushlightuserdata(L, &call);
@@ -129,16 +129,16 @@ void Interpreter::callScript(const std::string& routine, int argc, ZEL_Variable*
   if (exitAsked) host::raise(host::Error{"exit", true});
   if (status != LUA_OK) {
     const std::string text = lua_type(L, -1) == LUA_TSTRING ? lua_tostring(L, -1) : "error in routine " + routine;
-    lua_rawsetp(L, LUA_REGISTRYINDEX, &kErrorKey);
+    lua_rawsetp(L, LUA_REGISTRYINDEX, &errorKey);
     host::raise(host::Error{text, true});
   }
   if (!call.found) host::raise("There is no global function \"" + routine + "\" to call.");
-  if (result && !call.wrong.empty()) host::raise(call.wrong);
-  if (result) storeResult(L, result);
+  if ((result != nullptr) && !call.wrong.empty()) host::raise(call.wrong);
+  if (result != nullptr) storeResult(L, result);
 }
 
 void Interpreter::collectObjects(lua_State* L) {
-  if (host::objectMemory() < std::max(m_collectAt, kManyBytes) || !lua_gc(L, LUA_GCISRUNNING)) return;
+  if (host::objectMemory() < std::max(m_collectAt, manyBytes) || (lua_gc(L, LUA_GCISRUNNING) == 0)) return;
   lua_gc(L, LUA_GCCOLLECT);
   m_collectAt = 2 * host::objectMemory();
 }

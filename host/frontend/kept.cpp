@@ -11,7 +11,7 @@ namespace {
 
 /// Registry name of the table from the numbers of functions to the objects that keep them, which it does not keep
 /// alive.
-constexpr const char* kOwners = "zel.functions";
+constexpr const char* ownersKey = "zel.functions";
 
 /// Pushes the object's table of what it keeps: functions by name, sets of objects by keyword. It is the object's user
 /// value, so that a function that refers to its object does not keep it alive.
@@ -24,7 +24,7 @@ void pushKept(lua_State* L, int self) {
 }
 
 void pushOwners(lua_State* L) {
-  if (luaL_getsubtable(L, LUA_REGISTRYINDEX, kOwners)) return;
+  if (luaL_getsubtable(L, LUA_REGISTRYINDEX, ownersKey) != 0) return;
   lua_createtable(L, 0, 1);
   lua_pushliteral(L, "v");
   lua_setfield(L, -2, "__mode");
@@ -51,7 +51,7 @@ void releaseNumber(lua_State* L, std::string_view name) {
 
 /// Releases the functions of the table at `kept` whose names begin with `prefix`, except one.
 void releaseFunctions(lua_State* L, int kept, std::string_view prefix, std::string_view except) {
-  for (lua_pushnil(L); lua_next(L, kept);) {
+  for (lua_pushnil(L); lua_next(L, kept) != 0;) {
     const bool isFunction = lua_isfunction(L, -1);
     lua_pop(L, 1);
     const std::string_view name = lua_tostring(L, -1);
@@ -66,13 +66,13 @@ void releaseFunctions(lua_State* L, int kept, std::string_view prefix, std::stri
 } // namespace
 
 std::string keepFunction(lua_State* L, int self, int index, const std::string& keyword) {
-  const StackGuard guard(L);
+  const StackRestorer guard(L);
   index = lua_absindex(L, index);
   pushKept(L, self);
   const int kept = lua_gettop(L);
-  for (lua_pushnil(L); lua_next(L, kept); lua_pop(L, 1)) {
+  for (lua_pushnil(L); lua_next(L, kept) != 0; lua_pop(L, 1)) {
     const std::string_view name = lua_tostring(L, -2);
-    if (name.starts_with(prefixOf(keyword)) && lua_rawequal(L, -1, index)) return std::string(name);
+    if (name.starts_with(prefixOf(keyword)) && (lua_rawequal(L, -1, index) != 0)) return std::string(name);
   }
   pushOwners(L);
   lua_pushvalue(L, self);
@@ -84,7 +84,7 @@ std::string keepFunction(lua_State* L, int self, int index, const std::string& k
 
 void keepObjects(lua_State* L, int self, const std::string& keyword, const std::vector<ZEL_HVID>& objects) {
   if (objects.empty()) return;
-  const StackGuard guard(L);
+  const StackRestorer guard(L);
   pushKept(L, self);
   luaL_getsubtable(L, -1, keyword.c_str());
   for (const ZEL_HVID hvid : objects) {
@@ -95,7 +95,7 @@ void keepObjects(lua_State* L, int self, const std::string& keyword, const std::
 }
 
 void releaseKept(lua_State* L, int self, const std::string& keyword, const Kept& now) {
-  const StackGuard guard(L);
+  const StackRestorer guard(L);
   pushKept(L, self);
   releaseFunctions(L, lua_gettop(L), prefixOf(keyword), now.function);
   lua_pushnil(L);
@@ -104,7 +104,7 @@ void releaseKept(lua_State* L, int self, const std::string& keyword, const Kept&
 }
 
 void releaseKept(lua_State* L, int self) {
-  const StackGuard guard(L);
+  const StackRestorer guard(L);
   if (lua_getiuservalue(L, self, 1) != LUA_TTABLE) return;
   releaseFunctions(L, lua_gettop(L), "", "");
   lua_pushnil(L);
@@ -117,7 +117,7 @@ bool pushFunction(lua_State* L, const std::string& name) {
   const int top = lua_gettop(L);
   pushOwners(L);
   lua_rawgeti(L, -1, number);
-  if (objectAt(L, -1)) {
+  if (objectAt(L, -1) != nullptr) {
     pushKept(L, lua_gettop(L));
     if (lua_getfield(L, -1, name.c_str()) == LUA_TFUNCTION) {
       lua_replace(L, top + 1);

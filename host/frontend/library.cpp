@@ -21,7 +21,7 @@ namespace zel::lua {
 
 namespace {
 
-constexpr winsize kUsualSize{
+constexpr winsize usualSize{
     .ws_row = 24, .ws_col = 80, .ws_xpixel = 0, .ws_ypixel = 0}; ///< of a terminal that reports none
 
 /// zel.load(name): loads a module.
@@ -83,7 +83,7 @@ int clockSeconds(lua_State* L) {
 int sleep(lua_State* L) {
   using namespace std::chrono;
   const auto end = steady_clock::now() + duration<double>(luaL_checknumber(L, 1));
-  while (!ZEL_InterpInterrupted()) {
+  while (ZEL_InterpInterrupted() == 0) {
     const duration<double> left = end - steady_clock::now();
     if (!(left > left.zero())) break;
     std::this_thread::sleep_for(std::min<duration<double>>(left, 50ms));
@@ -95,12 +95,12 @@ int sleep(lua_State* L) {
 int columns(lua_State* L) {
   const auto* stream = static_cast<luaL_Stream*>(luaL_checkudata(L, 1, LUA_FILEHANDLE));
   winsize size{};
-  if (!stream->closef || ::ioctl(::fileno(stream->f), TIOCGWINSZ, &size) != 0) {
+  if ((stream->closef == nullptr) || ::ioctl(::fileno(stream->f), TIOCGWINSZ, &size) != 0) {
     luaL_pushfail(L);
     return 1;
   }
-  lua_pushinteger(L, size.ws_col > 0 ? size.ws_col : kUsualSize.ws_col);
-  lua_pushinteger(L, size.ws_row > 0 ? size.ws_row : kUsualSize.ws_row);
+  lua_pushinteger(L, size.ws_col > 0 ? size.ws_col : usualSize.ws_col);
+  lua_pushinteger(L, size.ws_row > 0 ? size.ws_row : usualSize.ws_row);
   return 2;
 }
 
@@ -115,23 +115,23 @@ int callModule(lua_State* L) {
   return lua_gettop(L);
 }
 
-constexpr char kShow[] = "zel.show";
-constexpr char kHelp[] = "zel.help";
-constexpr char kRefusal[] = "zel.ogc.refusal";
+constexpr char showModule[] = "zel.show";
+constexpr char helpModule[] = "zel.help";
+constexpr char refusalModule[] = "zel.ogc.refusal";
 
-constexpr luaL_Reg kFunctions[] = {{"new", newObject},
-                                   {"load", loadModule},
-                                   {"reset", resetSession},
-                                   {"tags", tags},
-                                   {"counts", counts},
-                                   {"clock", clockSeconds},
-                                   {"sleep", sleep},
-                                   {"columns", columns},
-                                   {"methods", objectMethods},
-                                   {"show", callModule<kShow>},
-                                   {"help", callModule<kHelp>},
-                                   {"refusal", callModule<kRefusal>},
-                                   {nullptr, nullptr}};
+constexpr luaL_Reg libraryFunctions[] = {{"new", newObject},
+                                         {"load", loadModule},
+                                         {"reset", resetSession},
+                                         {"tags", tags},
+                                         {"counts", counts},
+                                         {"clock", clockSeconds},
+                                         {"sleep", sleep},
+                                         {"columns", columns},
+                                         {"methods", objectMethods},
+                                         {"show", callModule<showModule>},
+                                         {"help", callModule<helpModule>},
+                                         {"refusal", callModule<refusalModule>},
+                                         {nullptr, nullptr}};
 
 /// Lets `require` find the Lua modules that come with the runner, before others of their names.
 void addModules(lua_State* L) {
@@ -145,7 +145,7 @@ void addModules(lua_State* L) {
 }
 
 int makeLibrary(lua_State* L) {
-  luaL_newlib(L, kFunctions);
+  luaL_newlib(L, libraryFunctions);
   lua_pushliteral(L, ZEL_VERSION);
   lua_setfield(L, -2, "version");
   pushUndefined(L);

@@ -16,9 +16,9 @@
 
 namespace {
 
-enum ExitCode { kDone = 0, kScriptError = 1, kBadUsage = 2 };
+enum ExitCode { exitDone = 0, exitScriptError = 1, exitBadUsage = 2 };
 
-constexpr const char* kUsage = R"(Usage: zel [options] [script.lua [arguments]]
+constexpr const char* usageText = R"(Usage: zel [options] [script.lua [arguments]]
 
 Runs a Lua script with the library `zel`. Without a script it runs standard input,
 or prompts when that is a terminal.
@@ -38,7 +38,7 @@ Environment:
 
 /// What an option asks for before the script runs.
 struct Step {
-  enum { kModule, kCode } kind;
+  enum { loadModule, runCode } kind;
   std::string text;
 };
 
@@ -67,7 +67,7 @@ std::string parse(const std::vector<std::string>& words, Options& options) {
     } else if (word == "-m" || word == "-e") {
       const bool isCode = word == "-e";
       if (++i == words.size()) return "option " + word + (isCode ? " needs code" : " needs a module");
-      options.steps.push_back({isCode ? Step::kCode : Step::kModule, words[i]});
+      options.steps.push_back({isCode ? Step::runCode : Step::loadModule, words[i]});
       options.code |= isCode;
     } else {
       return "unknown option " + word;
@@ -79,7 +79,7 @@ std::string parse(const std::vector<std::string>& words, Options& options) {
 }
 
 bool runStep(lua_State* L, const Step& step) {
-  if (step.kind == Step::kCode) return zel::lua::runText(L, step.text, "=(command line)");
+  if (step.kind == Step::runCode) return zel::lua::runText(L, step.text, "=(command line)");
   try {
     zel::host::loadModule(step.text);
   } catch (const ZEL_Unwind&) {
@@ -94,16 +94,16 @@ int run(const Options& options) {
   lua_State* L = interpreter.state();
   zel::lua::setArguments(L, options.script.value_or("zel"), options.arguments);
   for (const Step& step : options.steps)
-    if (!runStep(L, step)) return kScriptError;
-  if (!options.script && options.code) return kDone;
-  if (!options.script && ::isatty(STDIN_FILENO)) return zel::lua::runPrompt(L) ? kDone : kScriptError;
+    if (!runStep(L, step)) return exitScriptError;
+  if (!options.script && options.code) return exitDone;
+  if (!options.script && (::isatty(STDIN_FILENO) != 0)) return zel::lua::runPrompt(L) ? exitDone : exitScriptError;
   switch (zel::lua::runFile(L, options.script.value_or("-"))) {
-  case zel::lua::Outcome::kDone:
-    return kDone;
-  case zel::lua::Outcome::kUnreadable:
-    return kBadUsage;
+  case zel::lua::Outcome::done:
+    return exitDone;
+  case zel::lua::Outcome::unreadable:
+    return exitBadUsage;
   default:
-    return kScriptError;
+    return exitScriptError;
   }
 }
 
@@ -114,15 +114,15 @@ int main(int argc, char** argv) {
     Options options;
     if (const std::string wrong = parse({argv + 1, argv + argc}, options); !wrong.empty()) {
       zel::lua::printError(wrong + "; zel --help shows the usage");
-      return kBadUsage;
+      return exitBadUsage;
     }
     if (options.help || options.version) {
-      std::cout << (options.help ? kUsage : "zel " ZEL_VERSION " (" LUA_RELEASE ")\n");
-      return kDone;
+      std::cout << (options.help ? usageText : "zel " ZEL_VERSION " (" LUA_RELEASE ")\n");
+      return exitDone;
     }
     return run(options);
   } catch (const std::exception& error) {
     zel::lua::printError(error.what());
-    return kScriptError;
+    return exitScriptError;
   }
 }

@@ -20,9 +20,9 @@ namespace zel::lua {
 
 namespace {
 
-constexpr const char* kMetatable = "zel.object";
+constexpr const char* objectMetatable = "zel.object";
 /// Name in the registry of the table from identifiers to the objects that scripts hold.
-constexpr const char* kObjects = "zel.objects";
+constexpr const char* objectsKey = "zel.objects";
 
 void deleteHostObject(Object& object) noexcept {
   if (object.closed && object.running == 0) ZEL_HeapVarDelete(ZEL_HeapVarHashFind(object.hvid));
@@ -53,7 +53,9 @@ void tryClose(lua_State* L, Object& object) {
   }
 }
 
-Object& checkObject(lua_State* L, int index) { return *static_cast<Object*>(luaL_checkudata(L, index, kMetatable)); }
+Object& checkObject(lua_State* L, int index) {
+  return *static_cast<Object*>(luaL_checkudata(L, index, objectMetatable));
+}
 
 /// object:close(), and the end of a `local object <close>`.
 int closeObject(lua_State* L) {
@@ -86,7 +88,7 @@ void pushMethod(lua_State* L, const Object& object, const char* key) {
   names.emplace_back("close");
   std::string text =
       host::className(object.objdef) + " has no method \"" + key + "\"; it has " + host::join(names, ", ");
-  if (name == key && host::findMethod(object.objdef, "GETPROPERTY"))
+  if (name == key && (host::findMethod(object.objdef, "GETPROPERTY") != nullptr))
     text += std::string(". A property is read by object:GetProperty{\"") + key + "\"}." + key;
   host::raise(text + '.');
 }
@@ -116,7 +118,7 @@ int setField(lua_State* L) {
   const std::string key = luaL_tolstring(L, 2, nullptr);
   return protect(L, [&object, &key]() -> int {
     std::string text = host::className(object.objdef) + ": " + key + " cannot be set by assignment";
-    if (host::findMethod(object.objdef, "SETPROPERTY"))
+    if (host::findMethod(object.objdef, "SETPROPERTY") != nullptr)
       text += "; properties are set by object:SetProperty{" + key + " = value}";
     host::raise(text + '.');
   });
@@ -124,11 +126,11 @@ int setField(lua_State* L) {
 
 const ZEL_ObjDef* requireClass(const char* name) {
   const ZEL_ObjDef* objdef = host::findClass(name);
-  if (!objdef) {
+  if (objdef == nullptr) {
     host::loadModuleOfClass(name);
     objdef = host::findClass(name);
   }
-  if (!objdef)
+  if (objdef == nullptr)
     host::raise(std::string("There is no object class \"") + name + "\", only " +
                 host::join(host::availableClasses(), ", ") +
                 ". A class of another module is there once zel.load has loaded that.");
@@ -138,10 +140,10 @@ const ZEL_ObjDef* requireClass(const char* name) {
 /// Pushes the userdata of a new host object.
 Object& pushNewObject(lua_State* L, const ZEL_ObjDef* objdef) {
   auto* object = new (lua_newuserdatauv(L, sizeof(Object), 1)) Object{0, objdef, 0, true}; // NOLINT: Lua's memory
-  luaL_setmetatable(L, kMetatable);
+  luaL_setmetatable(L, objectMetatable);
   object->hvid = host::newObject(objdef)->hvid;
   object->closed = false;
-  lua_getfield(L, LUA_REGISTRYINDEX, kObjects);
+  lua_getfield(L, LUA_REGISTRYINDEX, objectsKey);
   lua_pushvalue(L, -2);
   lua_rawseti(L, -2, object->hvid);
   lua_pop(L, 1);
@@ -151,7 +153,7 @@ Object& pushNewObject(lua_State* L, const ZEL_ObjDef* objdef) {
 /// Runs INIT with the properties at a stack index. \return whether it says yes.
 bool initialise(lua_State* L, int self, int properties) {
   const auto* init = host::findMethod(objectAt(L, self)->objdef, "INIT");
-  if (!init) return true;
+  if (init == nullptr) return true;
   const Temp answer = callMethod(L, *init, self, properties);
   return !answer || host::scalarInteger(answer.get()) != 0;
 }
@@ -161,7 +163,7 @@ bool initialise(lua_State* L, int self, int properties) {
 void openObjects(lua_State* L) {
   constexpr luaL_Reg methods[] = {{"__index", indexObject}, {"__newindex", setField},       {"__close", closeObject},
                                   {"__gc", collectObject},  {"__tostring", objectToString}, {nullptr, nullptr}};
-  luaL_newmetatable(L, kMetatable);
+  luaL_newmetatable(L, objectMetatable);
   luaL_setfuncs(L, methods, 0);
   lua_pushliteral(L, "object");
   lua_setfield(L, -2, "__metatable");
@@ -170,14 +172,14 @@ void openObjects(lua_State* L) {
   lua_pushliteral(L, "v");
   lua_setfield(L, -2, "__mode");
   lua_setmetatable(L, -2);
-  lua_setfield(L, LUA_REGISTRYINDEX, kObjects);
+  lua_setfield(L, LUA_REGISTRYINDEX, objectsKey);
   lua_pop(L, 1);
 }
 
-Object* objectAt(lua_State* L, int index) { return static_cast<Object*>(luaL_testudata(L, index, kMetatable)); }
+Object* objectAt(lua_State* L, int index) { return static_cast<Object*>(luaL_testudata(L, index, objectMetatable)); }
 
 void pushObject(lua_State* L, ZEL_HVID hvid) {
-  lua_getfield(L, LUA_REGISTRYINDEX, kObjects);
+  lua_getfield(L, LUA_REGISTRYINDEX, objectsKey);
   lua_rawgeti(L, -1, hvid);
   lua_replace(L, -2);
 }

@@ -42,15 +42,15 @@ private:
 /// Reads one character for readline. Ctrl-C ends the line; it is looked for now and then, since it may come just before
 /// the wait begins.
 int readKey(FILE* in) {
-  constexpr int kWaitMilliseconds = 200;
+  constexpr int waitMilliseconds = 200;
   for (;;) {
     rl_check_signals();
-    if (g_interrupted) {
+    if (g_interrupted != 0) {
       rl_replace_line("", 0);
       return '\n';
     }
     pollfd waiting{::fileno(in), POLLIN, 0};
-    if (::poll(&waiting, 1, kWaitMilliseconds) <= 0) continue;
+    if (::poll(&waiting, 1, waitMilliseconds) <= 0) continue;
     unsigned char key = 0;
     const ssize_t got = ::read(waiting.fd, &key, 1);
     if (got == 1) return key;
@@ -58,15 +58,15 @@ int readKey(FILE* in) {
   }
 }
 
-enum class Input { kText, kDropped, kEnd };
+enum class Input { text, dropped, end };
 
 Input readLine(const char* prompt, std::string& line) {
   g_interrupted = 0;
   const std::unique_ptr<char, void (*)(void*)> typed(readline(prompt), rl_free);
-  if (g_interrupted) return Input::kDropped;
-  if (!typed) return Input::kEnd;
+  if (g_interrupted != 0) return Input::dropped;
+  if (!typed) return Input::end;
   line = typed.get();
-  return Input::kText;
+  return Input::text;
 }
 
 /// Whether loading failed only because the text stops too early.
@@ -79,27 +79,28 @@ int load(lua_State* L, const std::string& text) { return luaL_loadbuffer(L, text
 /// Loads one statement or expression, reading on while it is incomplete; pushes the chunk or why there is none.
 Input loadStatement(lua_State* L, std::string& text, int& status) {
   Completion::setAbove("");
-  if (const Input first = readLine("> ", text); first != Input::kText) return first;
-  if ((status = load(L, "return " + text)) == LUA_OK) return Input::kText;
+  if (const Input first = readLine("> ", text); first != Input::text) return first;
+  if ((status = load(L, "return " + text)) == LUA_OK) return Input::text;
   lua_pop(L, 1);
   status = load(L, text);
   while (isIncomplete(L, status)) {
     Completion::setAbove(text + '\n');
     std::string more;
     const Input next = readLine(">> ", more);
-    if (next == Input::kDropped) return next;
-    if (next == Input::kEnd) break;
+    if (next == Input::dropped) return next;
+    if (next == Input::end) break;
     text += '\n' + more;
     lua_pop(L, 1);
     status = load(L, text);
   }
-  return Input::kText;
+  return Input::text;
 }
 
 bool usesColours(int fd) {
   const char* terminal = std::getenv("TERM");
   const char* refused = std::getenv("NO_COLOR");
-  return ::isatty(fd) && terminal && std::string_view(terminal) != "dumb" && (!refused || !*refused);
+  return (::isatty(fd) != 0) && (terminal != nullptr) && std::string_view(terminal) != "dumb" &&
+         ((refused == nullptr) || (*refused == 0));
 }
 
 /// Whether a line of a traceback says nothing of a user's own functions: the statement, C, or the library's modules.
@@ -129,8 +130,8 @@ public:
   void run() {
     std::string text;
     int status = LUA_OK;
-    for (Input input{}; (input = loadStatement(m_state, text, status)) != Input::kEnd; lua_settop(m_state, 0)) {
-      if (input == Input::kDropped) continue;
+    for (Input input{}; (input = loadStatement(m_state, text, status)) != Input::end; lua_settop(m_state, 0)) {
+      if (input == Input::dropped) continue;
       m_history.add(text);
       if (!runStatement(text, status)) return;
     }
@@ -162,7 +163,7 @@ private:
   /// Shows the values that a statement left on the stack.
   bool show(const std::string& text) {
     const int results = lua_gettop(m_state);
-    if (!lua_checkstack(m_state, LUA_MINSTACK)) {
+    if (lua_checkstack(m_state, LUA_MINSTACK) == 0) {
       lua_settop(m_state, 0);
       lua_pushliteral(m_state, "too many results to show");
       return false;
@@ -185,14 +186,14 @@ private:
     const char* text = lua_tostring(m_state, -1);
     std::cout.flush();
     std::cerr << (m_colours ? "\33[31mzel:\33[0m " : "zel: ")
-              << withoutPlainTraceback(text ? text : "(error without a text)") << std::endl;
+              << withoutPlainTraceback(text != nullptr ? text : "(error without a text)") << std::endl;
     explain();
   }
 
   /// Adds what a server said when it refused the request that failed; the error is on top of the stack.
   void explain() {
     const ZEL_HVID failed = std::exchange(Interpreter::of(m_state).failedObject, 0);
-    if (!failed || !lua_checkstack(m_state, LUA_MINSTACK)) return;
+    if ((failed == 0u) || (lua_checkstack(m_state, LUA_MINSTACK) == 0)) return;
     const int error = lua_gettop(m_state);
     pushFunction("explain");
     lua_pushvalue(m_state, error);

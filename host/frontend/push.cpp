@@ -18,9 +18,9 @@ namespace zel::lua {
 namespace {
 
 /// Results with at least this many values are made without the collector.
-constexpr std::int64_t kManyValues = 20'000;
+constexpr std::int64_t manyValues = 20'000;
 
-template <class T>
+template <typename T>
 T load(const char* data) noexcept {
   T value;
   std::memcpy(&value, data, sizeof value);
@@ -56,7 +56,7 @@ void pushElement(lua_State* L, ZEL_Type type, const char* data) {
     return lua_pushnumber(L, load<double>(data));
   case ZEL_TYP_STRING: {
     const auto& s = *reinterpret_cast<const ZEL_STRING*>(data);
-    lua_pushlstring(L, s.s ? s.s : "", static_cast<std::size_t>(s.len));
+    lua_pushlstring(L, s.s != nullptr ? s.s : "", static_cast<std::size_t>(s.len));
     return;
   }
   case ZEL_TYP_OBJREF:
@@ -67,15 +67,15 @@ void pushElement(lua_State* L, ZEL_Type type, const char* data) {
 }
 
 /// Key of the list of tags in the metatable of a structure's tables; its address is nothing that a script can write.
-const char kTagsKey = 0;
+const char tagsKey = 0;
 /// Registry key of the table from tag names to the metatables in use.
-constexpr const char* kMetatables = "zel.structures";
+constexpr const char* metatablesKey = "zel.structures";
 
 /// Pushes the metatable that the tables of structures with these tags share, as long as there is one of them.
 void pushStructMetatable(lua_State* L, const ZEL_StructDef* sdef) {
   std::string names;
   for (const host::Tag& tag : sdef->tags) names.append(tag.name).push_back(',');
-  if (!luaL_getsubtable(L, LUA_REGISTRYINDEX, kMetatables)) {
+  if (luaL_getsubtable(L, LUA_REGISTRYINDEX, metatablesKey) == 0) {
     lua_createtable(L, 0, 1);
     lua_pushliteral(L, "v");
     lua_setfield(L, -2, "__mode");
@@ -89,7 +89,7 @@ void pushStructMetatable(lua_State* L, const ZEL_StructDef* sdef) {
     lua_pushstring(L, tag.name.c_str());
     lua_rawseti(L, -2, ++i);
   }
-  lua_rawsetp(L, -2, &kTagsKey);
+  lua_rawsetp(L, -2, &tagsKey);
   lua_pushliteral(L, "structure");
   lua_pushvalue(L, -1);
   lua_setfield(L, -3, "__name");
@@ -145,7 +145,7 @@ private:
       plan->fields.push_back({lua_gettop(m_state), tag.type, tag.n, tag.offset, host::typeSize(tag.type), nullptr});
     }
     for (std::size_t i = 0; i < sdef->tags.size(); ++i)
-      if (sdef->tags[i].sdef) plan->fields[i].plan = planOf(sdef->tags[i].sdef);
+      if (sdef->tags[i].sdef != nullptr) plan->fields[i].plan = planOf(sdef->tags[i].sdef);
     return m_plans.emplace(sdef, std::move(plan)).first->second.get();
   }
 
@@ -161,7 +161,7 @@ private:
   }
 
   void pushField(const Field& field, const char* data) const {
-    if (field.plan) return field.n == 0 ? push(*field.plan, data) : pushAll(*field.plan, data, field.n);
+    if (field.plan != nullptr) return field.n == 0 ? push(*field.plan, data) : pushAll(*field.plan, data, field.n);
     if (field.n == 0) return pushLeaf(field.type, data);
     lua_createtable(m_state, tableSize(field.n), 0);
     for (std::int64_t k = 0; k < field.n; ++k) {
@@ -179,7 +179,7 @@ private:
   }
 
   void pushLeaf(ZEL_Type type, const char* data) const {
-    if (type == ZEL_TYP_STRING && !reinterpret_cast<const ZEL_STRING*>(data)->s)
+    if (type == ZEL_TYP_STRING && (reinterpret_cast<const ZEL_STRING*>(data)->s == nullptr))
       lua_pushvalue(m_state, m_empty);
     else
       pushElement(m_state, type, data);
@@ -195,10 +195,10 @@ private:
 void pushStructs(lua_State* L, const ZEL_Variable& v) {
   const std::int64_t values = v.n * (v.sdef->size / static_cast<std::int64_t>(sizeof(ZEL_STRING)));
   std::unique_ptr<CollectorPause> pause;
-  if (values >= kManyValues) pause = std::make_unique<CollectorPause>(L);
+  if (values >= manyValues) pause = std::make_unique<CollectorPause>(L);
   const int result = lua_gettop(L) + 1;
   const StructPusher pusher(L, v.sdef);
-  if (v.flags & ZEL_V_ARR)
+  if ((v.flags & ZEL_V_ARR) != 0)
     pusher.pushAll(v.data, v.n);
   else
     pusher.push(v.data);
@@ -215,7 +215,7 @@ void pushValue(lua_State* L, ZEL_Variable& v) {
   std::int64_t n = 0;
   char* data = nullptr;
   ZEL_VarGetData(&v, &n, &data);
-  if (!(v.flags & ZEL_V_ARR)) return pushElement(L, v.type, data);
+  if ((v.flags & ZEL_V_ARR) == 0) return pushElement(L, v.type, data);
   const std::int64_t size = host::typeSize(v.type);
   lua_createtable(L, tableSize(n), 0);
   for (std::int64_t k = 0; k < n; ++k) {
@@ -225,8 +225,8 @@ void pushValue(lua_State* L, ZEL_Variable& v) {
 }
 
 bool pushHostTags(lua_State* L, int index) {
-  if (!lua_getmetatable(L, index)) return false;
-  if (lua_rawgetp(L, -1, &kTagsKey) != LUA_TTABLE) {
+  if (lua_getmetatable(L, index) == 0) return false;
+  if (lua_rawgetp(L, -1, &tagsKey) != LUA_TTABLE) {
     lua_pop(L, 2);
     return false;
   }

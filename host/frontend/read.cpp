@@ -17,12 +17,12 @@ namespace zel::lua {
 
 namespace {
 
-constexpr int kMaxDepth = 32;
+constexpr int maxDepth = 32;
 /// Elements of the tables inside of a table. Tables that appear in several places count in each.
-constexpr std::int64_t kMaxNested = 5'000'000;
+constexpr std::int64_t maxNested = 5'000'000;
 
 /// Registry key of the value that stands for undefined.
-const char kUndefinedKey = 0;
+const char undefinedKey = 0;
 
 /// What a script value becomes: the type, and for tables how many elements (0: a single value) of which structure.
 struct Shape {
@@ -39,9 +39,9 @@ public:
   void read(int index, ZEL_Variable& out) {
     if (isUndefined(index)) return;
     const Shape shape = shapeOf(index, 0);
-    if (shape.n > 0 || shape.sdef) {
-      char* data = shape.sdef ? host::makeStructs(out, shape.sdef, std::max<std::int64_t>(shape.n, 1))
-                              : host::makeArray(out, shape.type, shape.n);
+    if (shape.n > 0 || (shape.sdef != nullptr)) {
+      char* data = shape.sdef != nullptr ? host::makeStructs(out, shape.sdef, std::max<std::int64_t>(shape.n, 1))
+                                         : host::makeArray(out, shape.type, shape.n);
       if (shape.n == 0) out.flags &= static_cast<std::uint8_t>(~ZEL_V_ARR);
       fill(index, shape, data);
     } else {
@@ -57,7 +57,7 @@ private:
   [[noreturn]] void refuse(const std::string& why) const { host::raise(m_what + ": " + why + '.'); }
 
   bool isUndefined(int index) const {
-    lua_rawgetp(m_state, LUA_REGISTRYINDEX, &kUndefinedKey);
+    lua_rawgetp(m_state, LUA_REGISTRYINDEX, &undefinedKey);
     const bool same = lua_rawequal(m_state, index, -1) != 0;
     lua_pop(m_state, 1);
     return same;
@@ -73,12 +73,12 @@ private:
     case LUA_TNUMBER: {
       int exact = 0;
       lua_tointegerx(m_state, index, &exact);
-      return {exact ? ZEL_TYP_LONG64 : ZEL_TYP_DOUBLE};
+      return {exact != 0 ? ZEL_TYP_LONG64 : ZEL_TYP_DOUBLE};
     }
     case LUA_TTABLE:
       return shapeOfTable(index, depth);
     case LUA_TUSERDATA:
-      if (objectAt(m_state, index)) return {ZEL_TYP_OBJREF};
+      if (objectAt(m_state, index) != nullptr) return {ZEL_TYP_OBJREF};
       break;
     case LUA_TNIL:
       refuse("it is nil; an undefined variable is passed as zel.undefined");
@@ -90,16 +90,16 @@ private:
 
   /// Refuses a value that grows beyond measure, and goes no further when the user interrupts.
   void countNested() {
-    if (++m_nested > kMaxNested) refuse("its tables hold more than " + std::to_string(kMaxNested) + " elements");
-    if (m_nested % 1024 == 0 && ZEL_InterpInterrupted()) refuse("interrupted");
+    if (++m_nested > maxNested) refuse("its tables hold more than " + std::to_string(maxNested) + " elements");
+    if (m_nested % 1024 == 0 && (ZEL_InterpInterrupted() != 0)) refuse("interrupted");
   }
 
   Shape shapeOfTable(int index, int depth) {
-    if (depth > kMaxDepth) refuse("its tables are nested too deeply");
+    if (depth > maxDepth) refuse("its tables are nested too deeply");
     luaL_checkstack(m_state, 8, "its tables are nested too deeply");
     std::int64_t entries = 0;
     std::int64_t names = 0;
-    for (lua_pushnil(m_state); lua_next(m_state, index); lua_pop(m_state, 1)) {
+    for (lua_pushnil(m_state); lua_next(m_state, index) != 0; lua_pop(m_state, 1)) {
       ++entries;
       if (lua_type(m_state, -2) == LUA_TSTRING) ++names;
     }
@@ -141,7 +141,7 @@ private:
     std::size_t length = 0;
     const char* key = lua_tolstring(m_state, -2, &length);
     std::string name = host::upper({key, length});
-    const auto isOdd = [](char c) { return !std::isalnum(static_cast<unsigned char>(c)) && c != '_'; };
+    const auto isOdd = [](char c) { return (std::isalnum(static_cast<unsigned char>(c)) == 0) && c != '_'; };
     if (name.empty() || std::ranges::any_of(name, isOdd)) {
       std::ranges::replace_if(
           name, [](char c) { return std::iscntrl(static_cast<unsigned char>(c)); }, '?');
@@ -153,7 +153,7 @@ private:
   /// The entries of a table: in the order of its tags when the host made it, then the others by the alphabet.
   std::vector<Entry> entriesOf(int index, int depth) {
     std::vector<Entry> entries;
-    for (lua_pushnil(m_state); lua_next(m_state, index); lua_pop(m_state, 1))
+    for (lua_pushnil(m_state); lua_next(m_state, index) != 0; lua_pop(m_state, 1))
       entries.push_back({tagName(), shapeOf(lua_gettop(m_state), depth + 1)});
     std::ranges::sort(entries, {}, &Entry::name);
     const auto twice = std::ranges::adjacent_find(entries, {}, &Entry::name);
@@ -162,7 +162,8 @@ private:
     for (auto i = static_cast<lua_Integer>(lua_rawlen(m_state, -1)); i > 0; --i) {
       lua_rawgeti(m_state, -1, i);
       const char* tag = lua_tostring(m_state, -1);
-      const auto found = std::ranges::lower_bound(entries, std::string_view(tag ? tag : ""), {}, &Entry::name);
+      const auto found =
+          std::ranges::lower_bound(entries, std::string_view(tag != nullptr ? tag : ""), {}, &Entry::name);
       if (found != entries.end() && found->name == tag) found->rank = i;
       lua_pop(m_state, 1);
     }
@@ -182,7 +183,7 @@ private:
 
   void fill(int index, const Shape& shape, char* data) {
     if (shape.n == 0) return fillOne(index, shape, data);
-    const std::int64_t size = shape.sdef ? shape.sdef->size : host::typeSize(shape.type);
+    const std::int64_t size = shape.sdef != nullptr ? shape.sdef->size : host::typeSize(shape.type);
     for (std::int64_t k = 0; k < shape.n; ++k, data += size) {
       lua_rawgeti(m_state, index, k + 1);
       fillOne(lua_gettop(m_state), shape, data);
@@ -194,10 +195,10 @@ private:
     if (shape.type == ZEL_TYP_STRING) {
       std::size_t length = 0;
       const char* text = lua_tolstring(m_state, index, &length);
-      if (std::memchr(text, '\0', length)) refuse("a text with a zero byte cannot be passed");
+      if (std::memchr(text, '\0', length) != nullptr) refuse("a text with a zero byte cannot be passed");
       host::store(*reinterpret_cast<ZEL_STRING*>(data), {text, length});
     } else if (shape.type == ZEL_TYP_STRUCT) {
-      for (lua_pushnil(m_state); lua_next(m_state, index); lua_pop(m_state, 1)) {
+      for (lua_pushnil(m_state); lua_next(m_state, index) != 0; lua_pop(m_state, 1)) {
         const host::Tag& tag = shape.sdef->tags[static_cast<std::size_t>(shape.sdef->positions.at(tagName()))];
         fill(lua_gettop(m_state), {tag.type, tag.n, tag.sdef}, data + tag.offset);
       }
@@ -212,7 +213,7 @@ private:
     }
   }
 
-  template <class T>
+  template <typename T>
   static void store(char* data, T value) noexcept {
     std::memcpy(data, &value, sizeof value);
   }
@@ -231,7 +232,7 @@ int undefinedToString(lua_State* L) {
 } // namespace
 
 std::vector<ZEL_HVID> readValue(lua_State* L, int index, ZEL_Variable& out, const std::string& what) {
-  const StackGuard guard(L);
+  const StackRestorer guard(L);
   const CollectorPause pause(L); // a finalizer could change the tables while they are read
   Reader reader(L, what);
   reader.read(lua_absindex(L, index), out);
@@ -239,7 +240,7 @@ std::vector<ZEL_HVID> readValue(lua_State* L, int index, ZEL_Variable& out, cons
 }
 
 void pushUndefined(lua_State* L) {
-  if (lua_rawgetp(L, LUA_REGISTRYINDEX, &kUndefinedKey) == LUA_TUSERDATA) return;
+  if (lua_rawgetp(L, LUA_REGISTRYINDEX, &undefinedKey) == LUA_TUSERDATA) return;
   lua_pop(L, 1);
   lua_newuserdatauv(L, 0, 0);
   lua_createtable(L, 0, 1);
@@ -247,7 +248,7 @@ void pushUndefined(lua_State* L) {
   lua_setfield(L, -2, "__tostring");
   lua_setmetatable(L, -2);
   lua_pushvalue(L, -1);
-  lua_rawsetp(L, LUA_REGISTRYINDEX, &kUndefinedKey);
+  lua_rawsetp(L, LUA_REGISTRYINDEX, &undefinedKey);
 }
 
 } // namespace zel::lua

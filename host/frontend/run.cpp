@@ -12,7 +12,7 @@ namespace {
 /// meant for people and stays as it is.
 int addTraceback(lua_State* L) {
   if (lua_type(L, 1) != LUA_TSTRING) {
-    if (luaL_callmeta(L, 1, "__tostring")) return 1;
+    if (luaL_callmeta(L, 1, "__tostring") != 0) return 1;
     lua_pushfstring(L, "(error object is a %s value)", luaL_typename(L, 1));
   }
   luaL_traceback(L, L, luaL_tolstring(L, -1, nullptr), 1);
@@ -50,7 +50,7 @@ void setArguments(lua_State* L, const std::string& name, const std::vector<std::
 }
 
 bool callChunk(lua_State* L, int arguments, int results) {
-  const InterruptGuard interruptible;
+  const Interruptible interruptible;
   const int base = lua_gettop(L) - arguments;
   lua_pushcfunction(L, addTraceback);
   lua_insert(L, base);
@@ -62,8 +62,8 @@ bool callChunk(lua_State* L, int arguments, int results) {
 Outcome runFile(lua_State* L, const std::string& path) {
   const int loaded = luaL_loadfile(L, path == "-" ? nullptr : path.c_str());
   const bool well = run(L, loaded);
-  if (loaded == LUA_ERRFILE) return Outcome::kUnreadable;
-  return well ? Outcome::kDone : Outcome::kFailed;
+  if (loaded == LUA_ERRFILE) return Outcome::unreadable;
+  return well ? Outcome::done : Outcome::failed;
 }
 
 bool runText(lua_State* L, const std::string& code, const char* chunkName) {
@@ -72,7 +72,7 @@ bool runText(lua_State* L, const std::string& code, const char* chunkName) {
 
 void reportError(lua_State* L) {
   const char* text = lua_tostring(L, -1);
-  printError(text ? text : "(error without a text)");
+  printError(text != nullptr ? text : "(error without a text)");
   lua_pop(L, 1);
 }
 

@@ -16,7 +16,7 @@ void setArguments(lua_State* L, const std::string& name, const std::vector<std::
 /// message with where it happened. \return whether it went well.
 bool callChunk(lua_State* L, int arguments, int results);
 
-enum class Outcome { kDone, kFailed, kUnreadable };
+enum class Outcome { done, failed, unreadable };
 
 /// Loads and runs a file, standard input for "-", with the arguments of `arg`. What fails is printed.
 Outcome runFile(lua_State* L, const std::string& path);

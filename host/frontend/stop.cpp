@@ -20,13 +20,13 @@ struct {
   bool unwinding = false; ///< it raises in every step: no pcall ends it
 } g_interrupt;
 
-constexpr int kEverywhere = LUA_MASKCALL | LUA_MASKRET | LUA_MASKLINE | LUA_MASKCOUNT;
+constexpr int everyStep = LUA_MASKCALL | LUA_MASKRET | LUA_MASKLINE | LUA_MASKCOUNT;
 
 void hook(lua_State* L, lua_Debug*);
 
 void hookScripts() noexcept {
   for (const auto& state : g_states)
-    if (lua_State* L = state.load()) lua_sethook(L, hook, kEverywhere, 1);
+    if (lua_State* L = state.load()) lua_sethook(L, hook, everyStep, 1);
 }
 
 void handleSignal(int) {
@@ -70,11 +70,11 @@ int exitScript(lua_State* L) {
   }
   int code = EXIT_SUCCESS;
   if (lua_isboolean(L, 1))
-    code = lua_toboolean(L, 1) ? EXIT_SUCCESS : EXIT_FAILURE;
+    code = lua_toboolean(L, 1) != 0 ? EXIT_SUCCESS : EXIT_FAILURE;
   else
     code = static_cast<int>(luaL_optinteger(L, 1, EXIT_SUCCESS));
   Interpreter::of(L).exitAsked = Interpreter::Exit{code, lua_toboolean(L, 2) != 0};
-  for (lua_State* running : {L, Interpreter::of(L).state()}) lua_sethook(running, hook, kEverywhere, 1);
+  for (lua_State* running : {L, Interpreter::of(L).state()}) lua_sethook(running, hook, everyStep, 1);
   return luaL_error(L, "exit");
 }
 
@@ -84,7 +84,7 @@ int resumeCoroutine(lua_State* L) {
   const struct Resumer {
     lua_State* state;
     ~Resumer() {
-      if (Interpreter::of(state).exitAsked) lua_sethook(state, hook, kEverywhere, 1);
+      if (Interpreter::of(state).exitAsked) lua_sethook(state, hook, everyStep, 1);
     }
   } resumer{L};
   lua_pushvalue(L, lua_upvalueindex(1));
@@ -113,7 +113,7 @@ void replace(lua_State* L, const char* library, const char* name, lua_CFunction 
 
 } // namespace
 
-void settle(lua_State* L) {
+void raisePendingStop(lua_State* L) {
   if (host::routineDepth() > 0) return;
   Interpreter& interpreter = Interpreter::of(L);
   if (interpreter.exitAsked) {
@@ -123,7 +123,7 @@ void settle(lua_State* L) {
     if (close) lua_close(interpreter.state());
     std::exit(code);
   }
-  if (ZEL_InterpInterrupted() && host::takeInterrupt()) raiseInterrupt(L);
+  if ((ZEL_InterpInterrupted() != 0) && host::takeInterrupt()) raiseInterrupt(L);
 }
 
 void openStop(lua_State* L) {
@@ -137,17 +137,17 @@ void setInterruptible(lua_State* main, lua_State* current) noexcept {
   g_states[1] = current;
 }
 
-InterruptGuard::InterruptGuard() noexcept {
+Interruptible::Interruptible() noexcept {
   sigaction(SIGINT, nullptr, &m_outer);
   if (m_outer.sa_handler != SIG_IGN) arm(); // NOLINT: a macro of the system
 }
 
-InterruptGuard::~InterruptGuard() {
+Interruptible::~Interruptible() {
   sigaction(SIGINT, &m_outer, nullptr);
   host::takeInterrupt();
   g_interrupt = {};
   for (const auto& state : g_states)
-    if (lua_State* L = state.load(); L && lua_gethook(L) == hook) lua_sethook(L, nullptr, 0, 0);
+    if (lua_State* L = state.load(); (L != nullptr) && lua_gethook(L) == hook) lua_sethook(L, nullptr, 0, 0);
 }
 
 } // namespace zel::lua

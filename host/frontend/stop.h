@@ -17,12 +17,12 @@ void setInterruptible(lua_State* main, lua_State* current) noexcept;
 /// While it lives, Ctrl-C raises "interrupted!" in the script. A second one unwinds the whole script, whatever it
 /// catches. One that comes before the script has seen the last, or later than the second, ends the process. An ignored
 /// signal stays ignored.
-class InterruptGuard {
+class Interruptible {
 public:
-  InterruptGuard() noexcept;
-  ~InterruptGuard();
-  InterruptGuard(const InterruptGuard&) = delete;
-  InterruptGuard& operator=(const InterruptGuard&) = delete;
+  Interruptible() noexcept;
+  ~Interruptible();
+  Interruptible(const Interruptible&) = delete;
+  Interruptible& operator=(const Interruptible&) = delete;
 
 private:
   struct sigaction m_outer {};

@@ -27,10 +27,10 @@ inline const char* checkName(lua_State* L, int index) {
 }
 
 /// Acts on what was asked for while native code ran: the end of the script, an interrupt.
-void settle(lua_State* L);
+void raisePendingStop(lua_State* L);
 
 /// Runs the body of a C function. What native code throws becomes a Lua error, raised after the catch was left.
-template <class F>
+template <typename F>
 int protect(lua_State* L, F&& body) {
   int results = -1;
   try {
@@ -40,17 +40,17 @@ int protect(lua_State* L, F&& body) {
   } catch (const std::exception& error) {
     pushError(L, error.what());
   }
-  settle(L);
+  raisePendingStop(L);
   return results >= 0 ? results : lua_error(L);
 }
 
 /// Restores the height of the stack.
-class StackGuard {
+class StackRestorer {
 public:
-  explicit StackGuard(lua_State* L) noexcept : m_state(L), m_top(lua_gettop(L)) {}
-  ~StackGuard() { lua_settop(m_state, m_top); }
-  StackGuard(const StackGuard&) = delete;
-  StackGuard& operator=(const StackGuard&) = delete;
+  explicit StackRestorer(lua_State* L) noexcept : m_state(L), m_top(lua_gettop(L)) {}
+  ~StackRestorer() { lua_settop(m_state, m_top); }
+  StackRestorer(const StackRestorer&) = delete;
+  StackRestorer& operator=(const StackRestorer&) = delete;
 
 private:
   lua_State* m_state;
@@ -60,11 +60,11 @@ private:
 /// Keeps the collector from running while many values are made, none of which is garbage.
 class CollectorPause {
 public:
-  explicit CollectorPause(lua_State* L) noexcept : m_state(lua_gc(L, LUA_GCISRUNNING) ? L : nullptr) {
-    if (m_state) lua_gc(m_state, LUA_GCSTOP);
+  explicit CollectorPause(lua_State* L) noexcept : m_state(lua_gc(L, LUA_GCISRUNNING) != 0 ? L : nullptr) {
+    if (m_state != nullptr) lua_gc(m_state, LUA_GCSTOP);
   }
   ~CollectorPause() {
-    if (m_state) lua_gc(m_state, LUA_GCRESTART);
+    if (m_state != nullptr) lua_gc(m_state, LUA_GCRESTART);
   }
   CollectorPause(const CollectorPause&) = delete;
   CollectorPause& operator=(const CollectorPause&) = delete;
