@@ -1,7 +1,8 @@
 """The documents: every code block runs as it stands, and prints what the document says it prints.
 
-A block ```lua or ```sh runs in a directory of its own, with the URL of the map server in OGC_SERVER_URL. The ```text
-block right behind it is its whole output, in which "..." stands for what differs from run to run.
+A block ```lua or ```sh runs in a home directory of its own, with the URL of the map server in OGC_SERVER_URL and other
+servers in further variables. The ```text block right after it is its whole output, where "..." matches anything within a
+line.
 """
 
 import os
@@ -31,10 +32,13 @@ def pattern(text):
 
 
 @pytest.mark.parametrize("language, code, expected", blocks())
-def test_block(tmp_path, ogc, language, code, expected):
+def test_block(tmp_path, servers, language, code, expected):
+    web = servers.web
+    places = {"OGC_SERVER_URL": web.service, "SECURE_URL": web.secure_service, "AUTHORITY": web.ca,
+              "GUARDED_URL": f"{web.url}/basic/cgi-bin/mapserv?map=earth", "PROXY": f"http://localhost:{servers.proxy.port}",
+              "HOME": tmp_path, "XDG_CONFIG_HOME": "", "ZEL_USER_DIR": tmp_path / "user", "TMPDIR": tmp_path}
     done = subprocess.run(SHELL[language], input=code, cwd=tmp_path, capture_output=True, text=True, timeout=60,
-                          env=os.environ | {"PATH": f"{BUILD}:{os.environ['PATH']}", "OGC_SERVER_URL": ogc.service,
-                                            "ZEL_USER_DIR": str(tmp_path / "user"), "TMPDIR": str(tmp_path)})
+                          env=os.environ | {"PATH": f"{BUILD}:{os.environ['PATH']}"} | {k: str(v) for k, v in places.items()})
     assert done.returncode == 0, done.stderr
     assert re.fullmatch(pattern(expected or ""), done.stdout), done.stdout
 
