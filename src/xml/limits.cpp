@@ -17,7 +17,7 @@ namespace {
 
 constexpr std::size_t textLimit = 8 << 20;     // characters between two tags
 constexpr std::size_t expandedLimit = 8 << 20; // characters of all expansions
-constexpr std::size_t expansionCost = 100;     // characters that could be read while an expansion is set up
+constexpr std::size_t expansionCost = 400;     // characters that could be read while an expansion is set up
 constexpr std::size_t entityLimit = 8 << 10;   // characters of one entity
 constexpr std::size_t entitiesLimit = 1 << 20; // characters of all entities, each expanded once
 

@@ -119,7 +119,18 @@ void COgcBase::parse(COgcSaxHelper* handler, const char* file, int schemaCheckin
   const bool loadsDtd = dtd != nullptr && dtd->load;
   OgcXmlReading reading{schema.process ? ogcXmlSchemaLimits : ogcXmlDocumentLimits, dtd == nullptr || dtd->validate,
                         !schema.process};
-  COgcXmlResolver resolver(*this, path, {loadsDtd, schema.process});
+  OgcXmlValues values;
+  COgcXmlResolver resolver(*this, path, {loadsDtd, schema.process}, values);
+  if (schema.process && reading.validates) {
+    COgcXmlReader reader(&values, reading);
+    resolver.serve(reader);
+    reader->setXMLEntityResolver(&resolver);
+    reader->setErrorHandler(&values);
+    reader->setFeature(XMLUni::fgXercesLoadExternalDTD, loadsDtd);
+    reader->setFeature(XMLUni::fgSAX2CoreValidation, false);
+    reader->setFeature(XMLUni::fgXercesSchema, false);
+    reader->parse(COgcXmlFile(path));
+  }
   Reports reports(handler);
   const auto read = [&] {
     COgcXmlReader reader(handler, reading);

@@ -9,7 +9,6 @@
 #include <fstream>
 #include <memory>
 #include <xercesc/framework/MemBufInputSource.hpp>
-#include <xercesc/sax/SAXParseException.hpp>
 #include <xercesc/util/XMLUni.hpp>
 
 namespace {
@@ -76,11 +75,13 @@ std::string utf8(const XMLCh* text) {
 
 } // namespace
 
-COgcXmlResolver::COgcXmlResolver(COgcBase& client, const std::string& path, OgcXmlGrammars wanted)
+COgcXmlResolver::COgcXmlResolver(COgcBase& client, const std::string& path, OgcXmlGrammars wanted,
+                                 const OgcXmlValues& values)
     : m_client(client),
       m_directory(directoryOf(path)),
       m_document(Url::ofFile(m_directory / fs::path(path).filename())),
-      m_wanted(wanted) {}
+      m_wanted(wanted),
+      m_limits(values) {}
 
 xercesc::InputSource* COgcXmlResolver::resolveEntity(xercesc::XMLResourceIdentifier* resource) {
   using Resource = xercesc::XMLResourceIdentifier;
@@ -119,14 +120,16 @@ xercesc::InputSource* COgcXmlResolver::schema(const std::string& name, const std
   }
 }
 
-// The parser reads schemas with a reader of its own, which knows no guard.
+// The parser reads schemas with a reader that knows no guard, and the same scanner.
 void COgcXmlResolver::check(const std::string& content, const std::string& id) {
-  COgcXmlReader reader(nullptr, {schemaTextLimits, false, false});
+  COgcXmlReader reader(&m_limits, {schemaTextLimits, false, false});
+  reader->setErrorHandler(&m_limits);
+  reader->setFeature(xercesc::XMLUni::fgSAX2CoreValidation, false);
+  reader->setFeature(xercesc::XMLUni::fgXercesSchema, false);
   reader->setXMLEntityResolver(this);
   const std::unique_ptr<xercesc::InputSource> input(source(content, id));
   try {
     reader->parse(*input);
-  } catch (const xercesc::SAXParseException&) { // will be reported when the schema is used
   } catch (const COgcXmlRefusal& refusal) {
     throw COgcXmlRefusal("(" + id + ") is not safe to read: " + refusal.reason());
   }

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "xml/limits.h"
+#include "xml/schema_limits.h"
 
 #include <cstdint>
 #include <filesystem>
@@ -28,8 +29,8 @@ struct OgcXmlGrammars {
 /// own server only.
 class COgcXmlResolver final : public xercesc::XMLEntityResolver {
 public:
-  /// \param path  the document, absolute
-  COgcXmlResolver(COgcBase& client, const std::string& path, OgcXmlGrammars wanted);
+  /// \param path  the document, absolute. \param values  what is in it
+  COgcXmlResolver(COgcBase& client, const std::string& path, OgcXmlGrammars wanted, const OgcXmlValues& values);
 
   /// Gives the sources to `reader` from now on. What was loaded for another one is not loaded again.
   void serve(COgcXmlReader& reader) noexcept { m_reader = &reader; }
@@ -58,5 +59,6 @@ private:
   std::size_t m_loaded = 0;                      ///< their bytes
   std::set<std::string> m_schemas;               ///< URLs of what was read as a schema
   std::set<std::string> m_unused;                ///< URLs of schemas that cannot be had
-  bool m_overlong = false;                       ///< what is being fetched
+  OgcSchemaLimits m_limits;
+  bool m_overlong = false; ///< what is being fetched
 };

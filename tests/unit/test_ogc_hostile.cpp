@@ -313,6 +313,109 @@ TEST_F(OgcHostile, ADocumentCostsASecondAnd64MebibytesAtMost) {
   EXPECT_TRUE(handler.attribute == megabyte && shown(handler.text).size() >= 3 * megabyte.size());
 }
 
+/// `count` times what `part` makes of the number of a component and of the one that it builds on.
+std::string chain(int count, const std::function<std::string(const std::string& name, const std::string& next)>& part) {
+  std::string all;
+  for (int i = 0; i < count; ++i) all += part(numbered(1, "c", "", i), numbered(1, "c", "", i + 1));
+  return all;
+}
+
+TEST_F(OgcHostile, SchemasCostASecondAndNoStack) {
+  const auto simple = [](const std::string& name, const std::string& next) {
+    return "<xs:simpleType name='" + name + "'><xs:restriction base='" + next + "'/></xs:simpleType>";
+  };
+  const auto both = [](const std::string& name, const std::string& next) {
+    return "<xs:simpleType name='" + name + "'><xs:union memberTypes='" + next + " " + next + "'/></xs:simpleType>";
+  };
+  const auto derived = [](const std::string& name, const std::string& next) {
+    return "<xs:complexType name='" + name + "'><xs:complexContent><xs:extension base='" + next +
+           "'><xs:sequence><xs:element name='e'/></xs:sequence></xs:extension></xs:complexContent></xs:complexType>";
+  };
+  const auto group = [](const std::string& name, const std::string& next) {
+    return "<xs:group name='" + name + "'><xs:sequence><xs:group ref='" + next + "'/></xs:sequence></xs:group>";
+  };
+  const auto substitution = [](const std::string& name, const std::string& next) {
+    return "<xs:element name='" + name + "' substitutionGroup='" + next + "'/>";
+  };
+  const auto reference = [](const std::string& name, const std::string& next) {
+    return "<xs:element name='" + name + "'><xs:complexType><xs:sequence><xs:element ref='" + next +
+           "'/></xs:sequence></xs:complexType></xs:element>";
+  };
+  const auto deep = [](const std::string& name, const std::string& next) {
+    return "<xs:element name='" + name + "'>" + times(80, "<xs:complexType><xs:sequence><xs:element name='q'>") +
+           "<xs:complexType><xs:sequence><xs:element ref='" + next + "'/></xs:sequence></xs:complexType>" +
+           times(80, "</xs:element></xs:sequence></xs:complexType>") + "</xs:element>";
+  };
+  const auto patterned = [](const std::string& pattern) {
+    return "<xs:element name='b' type='p'/><xs:simpleType name='p'><xs:restriction base='xs:string'><xs:pattern "
+           "value='" +
+           pattern + "'/></xs:restriction></xs:simpleType>";
+  };
+  const std::string letters = "<b>" + std::string(40'000, 'a') + "</b>";
+  const std::string words = "<b>" + times(20'000, "ab") + "</b>";
+  const struct {
+    const char* name;
+    std::string schema;
+    const char* why; ///< "" for what is used
+    std::string content;
+  } cases[] = {
+      {"simple types", chain(20'000, simple), "more than 4000 components", ""},
+      {"simple types below",
+       chain(200, simple) + "<xs:simpleType name='c200'><xs:restriction base='xs:int'/></xs:simpleType>", "", ""},
+      {"unions", chain(40, both), "derived from each other", ""},
+      {"complex types", chain(20'000, derived), "nested too deep", ""},
+      {"complex types of a type", chain(1'000, derived), "derived from each other", ""},
+      {"complex types below", chain(200, derived) + "<xs:complexType name='c200'><xs:sequence/></xs:complexType>", "",
+       ""},
+      {"groups", chain(1'000, group), "derived from each other", ""},
+      {"substitutions", chain(2'000, substitution), "derived from each other", ""},
+      {"substitutions below", chain(200, substitution) + "<xs:element name='c200'/>", "", ""},
+      {"references", chain(3'500, reference), "nested too deep", ""},
+      {"references below", chain(2'900, reference) + "<xs:element name='c2900'/>", "", ""},
+      {"references in the deep", chain(100, deep), "nested too deep", ""},
+      {"references in the deep below", chain(48, deep) + "<xs:element name='c48'/>", "", ""},
+      {"a schema that goes on behind an error", "<xs:element name='x' y:z=''/>" + chain(20'000, reference),
+       "line 1: ", ""},
+      {"a repetition in a repetition", patterned("(a*)*b"), "contains what can be empty", letters},
+      {"the same, written out", patterned("(a{1,2}){2,}b"), "for their pattern", letters},
+      {"repeated alternatives", patterned("(a|ab|b)*c"), "for their pattern", letters},
+      {"nothing, repeated", patterned("(a?|b)*"), "contains what can be empty", letters},
+      {"loops one after the other", patterned("a*a*a*a*a*b"), "too long, or too many, for their pattern", letters},
+      {"many options", patterned(times(60, "a?") + times(60, "a")), "for their pattern", letters},
+      {"long values", patterned("(ab|cd)*"), "for their pattern", words},
+      {"long values below", patterned("(ab|cd)*"), "", "<b>" + times(5'500, "ab") + "</b>"},
+      {"long values of a type that the document names", "<xs:element name='d'/>" + patterned("(ab|cd)*"),
+       "for their pattern", "<d xsi:type='p'>" + words.substr(3, 40'000) + "</d>"},
+      {"parentheses", patterned(std::string(900, '(') + "a" + std::string(900, ')')), "nested more than 100 deep", ""},
+      {"counted repetitions", patterned("(a{200}){200}"), "too large", ""},
+      {"honest patterns",
+       patterned("([a-zA-Z][a-zA-Z0-9\\-\\+\\.]*:|\\.\\./|\\./|#).*") +
+           "<xs:element name='l'><xs:simpleType>"
+           "<xs:restriction base='xs:string'><xs:pattern "
+           "value='([A-Z]{2}|[a-z]\\d+)(-(x|y[^\\s-[a]]))*'/></xs:restriction>"
+           "</xs:simpleType></xs:element>",
+       "", "<b>urn:ogc:def:uom:EPSG::9001</b><l>AB-x-yb</l><d>" + times(20'000, "ab") + "</d>"},
+  };
+  for (const auto& c : cases) {
+    fakeBridge() = {};
+    handler.arena.release();
+    handler.text = handler.attribute = nullptr;
+    write("a.xsd", "<xs:schema xmlns:xs='http://www.w3.org/2001/XMLSchema'><xs:element name='a'><xs:complexType>"
+                   "<xs:sequence><xs:any minOccurs='0' maxOccurs='unbounded' processContents='lax'/></xs:sequence>"
+                   "</xs:complexType></xs:element>" +
+                       c.schema + "</xs:schema>");
+    const std::string file = write("document.xml", "<a xmlns:xsi='http://www.w3.org/2001/XMLSchema-instance' "
+                                                   "xsi:noNamespaceSchemaLocation='a.xsd'>" +
+                                                       c.content + "</a>");
+    const double start = cpuSeconds();
+    EXPECT_EQ(errorOf([&] { client.OgcBaseParse(&handler, file.c_str(), 1, 1); }), "") << c.name;
+    EXPECT_LT(cpuSeconds() - start, secondsAllowed) << c.name;
+    const std::string said = fakeBridge().info.empty() ? "" : fakeBridge().info.front();
+    EXPECT_EQ(said.empty(), *c.why == '\0') << c.name << ": " << said;
+    EXPECT_NE(said.find(c.why), said.npos) << c.name << ": " << said;
+  }
+}
+
 TEST_F(OgcHostile, LayersInThousandsOfLevelsAreRead) {
   const std::string file =
       write("document.xml", "<WMS_Capabilities version='1.3.0'>" +

@@ -1,0 +1,50 @@
+/// \file
+/// What it costs to match a value against a pattern of a schema.
+/// Patterns: XML Schema Part 2, appendix F, https://www.w3.org/TR/xmlschema-2/#regexs.
+#pragma once
+
+#include <array>
+#include <bitset>
+#include <cstddef>
+#include <string>
+#include <vector>
+#include <xercesc/util/XercesDefs.hpp>
+
+/// ASCII characters, and one for all others.
+constexpr std::size_t ogcCharKinds = 129;
+constexpr std::size_t ogcCharKind(XMLCh c) noexcept { return c < ogcCharKinds - 1 ? c : ogcCharKinds - 1; }
+using OgcCharSet = std::bitset<ogcCharKinds>;
+
+/// What is known of some values together: how many there are, and the most that one of them has of anything.
+struct OgcValues {
+  std::size_t count = 0;
+  std::size_t longest = 0;
+  std::array<std::size_t, ogcCharKinds> most{}; ///< of each kind of character
+
+  void add(const XMLCh* chars, std::size_t length);
+};
+
+/// The ways that a matcher which backtracks can take through a value, at worst: one for each choice, for each place
+/// where a repetition can end, and again for each time that a repetition is repeated.
+struct OgcPatternCost {
+  /// A repetition of what varies itself begins again only at one of these characters.
+  struct Repeated;
+
+  double choiceBits = 0; ///< binary logarithm of the choices that do not depend on the value
+  std::size_t loops = 0; ///< repetitions without an end, one after the other
+  std::vector<Repeated> repeated;
+
+  /// Binary logarithm of the number of ways.
+  [[nodiscard]] double bits(const OgcValues& values) const;
+  /// Adds the cost of what follows, so many times.
+  void add(const OgcPatternCost& next, std::size_t times);
+};
+struct OgcPatternCost::Repeated {
+  OgcCharSet first;
+  std::size_t times;
+  OgcPatternCost inner;
+};
+
+/// \throws COgcXmlRefusal for a pattern that no value can be matched against in reasonable time: too long, nested too
+/// deep, or with a repetition without an end of what can be empty.
+[[nodiscard]] OgcPatternCost ogcPatternCost(const std::basic_string<XMLCh>& pattern);
