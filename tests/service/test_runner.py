@@ -283,12 +283,3 @@ def test_tables_stay_as_they_are_while_they_are_read(zel):
       print(wide.N16000, #tags, tags[1], tags[6], tags[47], pcall(zel.tags, setmetatable({}, {tags = {'A'}})))
     """, no_leak=True).out
     assert out.startswith("16000\t47\tTAG0\tTAG6\tAA\tfalse\tbad argument #1") and "host made" in out
-
-
-def test_large_results_keep_their_order(zel):
-    out = zel(SETUP + """
-      local list = o:Structures(5000)
-      local tags = zel.tags(list[5000])
-      print(#list, #tags, tags[1], tags[47], list[2].TAG1 == '', #list[1].TAG21, list[1].TAG20.TAG0, list[5000].TAG45)
-    """, no_leak=True).out
-    assert out == "5000\t47\tTAG0\tTAG46\ttrue\t1\t20\t110\n"

@@ -8,7 +8,6 @@ from osgeo import gdal
 from owslib.wms import WebMapService
 
 from lua_json import JSON
-from mapserver.lighttpd import make_certificates
 from responder import HEAD, Responder
 
 gdal.UseExceptions()
@@ -229,22 +228,6 @@ def test_refusals_with_an_error_status(on, answer):
         assert "Http ErrCode(400), Http Err(Bad) Http ErrMsg(No HTML found)" in error
         assert (words in last) == bool(REFUSALS[answer])
         assert ("see file: (" in (before if REFUSALS[answer] else last)) == bool(answer[1])
-
-
-def test_over_tls(on, ogc, tmp_path):
-    """A server that offers HTTP/2 is read; one whose certificate cannot be trusted is refused, whatever the reason."""
-    make_certificates(tmp_path)
-    missing, wrong, trusted, unchecked = on("WMS", f"""
-      print(try(o.GetCapabilities))
-      o:SetProperty{{SSL_CERTIFICATE_FILE = "{tmp_path}/ca.pem"}}
-      print(try(o.GetCapabilities))
-      o:SetProperty{{SSL_CERTIFICATE_FILE = "{ogc.ca}"}}
-      print(o:GetCapabilities())
-      o:SetProperty{{SSL_CERTIFICATE_FILE = "", SSL_VERIFY_PEER = 0, SSL_VERIFY_HOST = 0}}
-      print(o:GetCapabilities())
-    """, ogc.secure_service)
-    assert "CCurlException" in missing and "ertificate" in missing and "CCurlException" in wrong
-    assert (trusted, unchecked) == ("10", "10")
 
 
 def test_from_file_and_from_url(on, ogc, tmp_path):

@@ -84,16 +84,6 @@ def test_routines_that_end_a_request(script):
     assert "no_such_routine" in missing
 
 
-def test_exit_in_the_routine(zel):
-    with Responder(SLOW) as server:
-        done = zel(OBJECT + """
-          wms:SetProperty{CALLBACK_FUNCTION = function(_, progress) if now(progress) then os.exit(7, true) end end}
-          pcall(wms.GetMap, wms, "a=b")
-          print("not reached")
-        """, server.port, ok=False)
-    assert (done.status, done.out, done.err) == (7, "", "")
-
-
 # What the routine tries while a map is being transferred, and what is said to it.
 INSIDE = {
     'wms.GetMap, wms, "a=b"': "still running",

@@ -48,18 +48,6 @@ def test_get_names_the_file_after_its_type_and_replaces_it(http, tmp_path):
     assert (tmp_path / "as.is").exists() and outcome.response["parsedType"] == "xml"
 
 
-def test_get_composes_its_url_and_escapes_blanks(http, echo):
-    got, _ = echo("url=", "host=localhost", f"port={http.port}", "path=cgi-bin/echo", "prefix=map=a b", "query=c=d",
-                  "suffix=e", "request=get")
-    assert (got["method"], got["query"]) == ("GET", "map=a%20b&c=d&e")
-
-
-def test_progress_reaches_the_total(http, tmp_path):
-    outcome = transfer(f"getfile={tmp_path / 'f'}", f"url={http.url}/big.bin", "request=get")
-    assert outcome.lines[-1] == f"Http: get: received ({BIG}), total expected ({BIG})"
-    assert outcome.figures[-1] == [1, BIG, BIG, 0, 0]
-
-
 def test_failed_status_keeps_the_servers_page(http, tmp_path):
     outcome = transfer("host=localhost", f"getfile={tmp_path / 'f'}", f"url={http.url}/missing", "request=get")
     page = tmp_path / "f.html"
@@ -317,14 +305,6 @@ def test_full_disk_is_an_error_and_leaves_no_partial_file(http, tmp_path, name, 
     assert outcome.status == 23 and not file.exists()
 
 
-def test_file_that_can_not_be_opened_is_named(http, tmp_path):
-    file = tmp_path / "missing" / "f"
-    outcome = transfer(f"getfile={file}", "extvers=1", f"url={http.url}/hello.txt", "request=get")
-    assert f"Error: file open failed. file: ({file})" in outcome.lines
-    assert outcome.result == (f"Error: Http Get Request Failed. Error = file open failed. file: ({file}): "
-                              "No such file or directory, Curl Error Code = 23..")
-
-
 @pytest.mark.parametrize("settings, code, text", [
     (["url=http://localhost:1/"], 7, "Failed to connect to localhost port 1"),
     (["url=http://no.such.host.invalid/"], 6, "Could not resolve host: no.such.host.invalid"),
@@ -360,14 +340,3 @@ def test_environment_names_no_proxy(http, tmp_path):
     dead = {name: "http://127.0.0.1:1" for name in ("http_proxy", "HTTPS_PROXY", "ALL_PROXY")}
     outcome = transfer(f"getfile={tmp_path / 'f'}", f"url={http.url}/hello.txt", "request=get", environment=dead)
     assert outcome.result == "ok"
-
-
-def test_trace_tells_the_exchange_but_no_secret(http, tmp_path):
-    for kind in ("basic", "digest"):
-        outcome = transfer("verbose=1", f"user={USER}", "password=geheim", "header=Cookie: id=geheim",
-                           f"getfile={tmp_path / 'f'}", f"url={http.url}/{kind}/hello.txt", "request=get")
-        assert "Verbose: Header Out:  GET " in outcome.trace and "Verbose: Header In:   HTTP/1.1 401" in outcome.trace
-        assert "Authorization: ***" in outcome.trace and "Cookie: ***" in outcome.trace
-        assert "geheim" not in outcome.trace + outcome.result
-    assert "Z2VoZWlt" not in outcome.trace
-    assert not transfer("tobuf=1", f"url={http.url}/hello.txt", "request=get").trace

@@ -103,38 +103,6 @@ def test_uploads_are_sent_again(tmp_path, challenge, settings, request_type, sou
     assert server.requests[1].endswith("\r\n\r\nsent again")
 
 
-@pytest.mark.parametrize("size", [8000, 8300, 20_000, 90_000])
-def test_large_headers_are_cut(tmp_path, size):
-    """In pieces, and in front of the block that counts."""
-    large = b"X-Large: " + b"x" * (size - 90)
-    redirect = answer(b"", large, b"Location: /next", status=b"302 Found")
-    script = [HEAD, redirect[:100], 0.05, redirect[100:], HEAD, answer(b"body", large, b"Content-Type: text/xml")]
-    outcome, _ = fetch(script, tmp_path)
-    cut = size > 8191
-    assert (outcome.result, outcome.status) == ("ok", 200) and (tmp_path / "f").read_text() == "body"
-    assert outcome.lines.count("http: Response Header truncated.") == (2 if cut else 0)
-    assert ("Error: response invalid. could not find end of response header." in outcome.lines) == cut
-    assert outcome.response["contentType"] == ("" if cut else "text/xml")
-    assert len(outcome.response["header"]) == 8191 or not cut
-
-
-@pytest.mark.parametrize("raw, fields", [
-    (b"http/1.1 200 OK\r\n\r\n", None),
-    (b"HTTP/1.0 200\r\ncONTENT-tYPE: image/PNG\r\n\r\n", {"text": "", "contentType": "image/PNG", "parsedType": "PNG"}),
-    (OK + b"Content-Type:text/xml\r\n\r\n", {"contentType": ""}),
-    (OK + b"CONTENT-TYPE: application/x-netcdf; v=3\r\nSERVER: S\r\n\r\n", {"parsedType": "netcdf", "server": "S"}),
-    (OK + b"X: <html>\r\n\r\n", {"text": "OK"}),
-    (b"HTTP/1.1 200 OK\nContent-Type: text/xml\n\n", {"status": "200", "contentType": ""}),
-])
-def test_odd_headers(tmp_path, raw, fields):
-    outcome, _ = fetch([HEAD, raw + b"body"], tmp_path)
-    if fields is None:
-        assert outcome.result.startswith("Error: Http Get Request Failed.")
-    else:
-        assert outcome.result == "ok" and (tmp_path / "f").read_text() == "body"
-        assert {name: outcome.response[name] for name in fields} == fields
-
-
 def test_server_error_keeps_its_page_and_its_word(tmp_path):
     outcome, _ = fetch([HEAD, answer(b"the page", b"X: <html>gone</html>", status=b"500 Broken")], tmp_path)
     assert outcome.result == ("Error: Http Get Request Failed. Error =  http: Server Error. Remote Host(thehost), "
@@ -145,12 +113,6 @@ def test_server_error_keeps_its_page_and_its_word(tmp_path):
         assert outcome.result.startswith(f"Error: Http {name} Request Failed. Error =  http: Redirection Status.")
         assert (f"http: Error: Http {name} Request Failed. see file: ({tmp_path / 'f'})" in outcome.lines) == (
             request != "delete" and outcome.response["errorFile"] != "")
-
-
-def test_types_with_more_than_one_slash_name_no_directory(tmp_path):
-    outcome, _ = fetch([HEAD, answer(b"x", b"Content-Type: text/gml/3.2")], tmp_path, "extvers=0")
-    assert outcome.result == "ok" and outcome.response["parsedType"] == "gml/3.2"
-    assert (tmp_path / "f.gml_3.2").read_text() == "x"
 
 
 def test_buffer_of_unknown_size(tmp_path):

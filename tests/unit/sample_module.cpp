@@ -111,36 +111,6 @@ void configure(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk) {
   }
 }
 
-/// `n` structures of 47 tags, 13 of them structures or lists of structures, every text filled or left empty in turn.
-ZEL_Variable* structures(int, ZEL_Variable** argv) {
-  std::vector<std::string> names;
-  for (int i = 0; i < 47; ++i) names.push_back("TAG" + std::to_string(i));
-  std::vector<ZEL_StructTagDef> inner;
-  for (int i = 0; i < 6; ++i)
-    inner.push_back({names[static_cast<std::size_t>(i)].c_str(), ZEL_TYP_STRING, 0, nullptr, 0});
-  inner.push_back({});
-  const ZEL_StructDef* innerDef = ZEL_MakeStruct(nullptr, inner.data());
-  std::vector<ZEL_StructTagDef> tags;
-  for (std::size_t i = 0; i < names.size(); ++i) {
-    const bool nested = i >= 20 && i < 33;
-    tags.push_back({names[i].c_str(), nested ? ZEL_TYP_STRUCT : ZEL_TYP_STRING, nested && i % 2 ? 1 : 0,
-                    nested ? innerDef : nullptr, 0});
-  }
-  tags.push_back({});
-  const ZEL_StructDef* def = ZEL_MakeStruct(nullptr, tags.data());
-  const std::int64_t n = argv[1]->value.l64;
-  char* data = nullptr;
-  zel::Temp out(ZEL_MakeTempStruct(def, n, &data));
-  auto* texts = reinterpret_cast<ZEL_STRING*>(data);
-  const std::int64_t count = n * ZEL_StructSize(def) / static_cast<std::int64_t>(sizeof(ZEL_STRING));
-  const std::int64_t perElement = count / n;
-  for (std::int64_t i = 0; i < count; i += 2) {
-    const std::int64_t tag = i % perElement; // the first ones differ from element to element, as names do
-    ZEL_StrStore(texts + i, std::to_string(tag < 20 ? i : tag).c_str());
-  }
-  return out.release();
-}
-
 ZEL_Variable* leak(int, ZEL_Variable**) {
   ZEL_StrToSTRING("left behind");
   return ZEL_GettmpInt(1);
@@ -171,10 +141,9 @@ extern "C" int ZEL_Load() {
   const ZEL_SysRtnDef functions[] = {{init, "SAMPLE::INIT", 1, 1, ZEL_SYSRTN_KEYWORDS},
                                      {echo, "SAMPLE::ECHO", 2, 2, ZEL_SYSRTN_KEYWORDS},
                                      {call, "SAMPLE::CALL", 2, 3, 0},
-                                     {structures, "SAMPLE::STRUCTURES", 2, 2, 0},
                                      {leak, "SAMPLE::LEAK", 1, 1, 0},
                                      {fault, "SAMPLE::FAULT", 2, 2, 0}};
   const ZEL_SysRtnDef procedures[] = {{cleanup, "SAMPLE::CLEANUP", 1, 1, 0},
                                       {configure, "SAMPLE::CONFIGURE", 1, 1, ZEL_SYSRTN_KEYWORDS}};
-  return g_messages && ZEL_SysRtnAdd(functions, 1, 6) && ZEL_SysRtnAdd(procedures, 0, 2);
+  return g_messages && ZEL_SysRtnAdd(functions, 1, 5) && ZEL_SysRtnAdd(procedures, 0, 2);
 }
