@@ -277,9 +277,9 @@ def test_tables_stay_as_they_are_while_they_are_read(zel):
         o:Echo(names, {})
         names.A, names.TEXT = 1, 'x'
       end
-      local two = o:Structures(1)[1]
+      local two = o:Echo({TAG1 = 'x', TAG5 = 'x', TAG6 = 'x'}, {})
       two.TAG5, two.AA = nil, 1
       local tags = zel.tags(o:Echo(two, {}))
-      print(wide.N16000, #tags, tags[1], tags[6], tags[47], pcall(zel.tags, setmetatable({}, {tags = {'A'}})))
+      print(wide.N16000, table.concat(tags, ','), pcall(zel.tags, setmetatable({}, {tags = {'A'}})))
     """, no_leak=True).out
-    assert out.startswith("16000\t47\tTAG0\tTAG6\tAA\tfalse\tbad argument #1") and "host made" in out
+    assert out.startswith("16000\tTAG1,TAG6,AA\tfalse\tbad argument #1") and "host made" in out
