@@ -12,7 +12,7 @@ constexpr int mostReserved = 64 << 20; // on the server's word about its length
 } // namespace
 
 std::size_t CCurl::CurlWriteDataCallback(void* data, unsigned long size, unsigned long count, void* object) noexcept {
-  return atEdge(object, static_cast<std::size_t>(CURL_WRITEFUNC_ERROR),
+  return guardCallback(object, static_cast<std::size_t>(CURL_WRITEFUNC_ERROR),
                 [&](CCurl& self) { return self.takeBody(static_cast<const char*>(data), size, count); });
 }
 
@@ -44,10 +44,16 @@ void CCurl::CurlExamineHeader() {
     m_buffer->data.reserve(static_cast<std::size_t>(std::min<std::int64_t>(m_buffer->capacity, mostReserved)));
     return;
   }
-  CText* const name = responseFileName();
-  if (name == nullptr) return;
-  if (m_requestType == CURL_RQ_HTTP_GET && m_set.extVers == 0) nameAfterType(*name);
-  if (!m_file.open(name->c_str())) fileFault("file open failed. file: (" + name->str() + ")");
+  if (responseFileName() == nullptr) return;
+  CText name = *responseFileName();
+  if (m_requestType == CURL_RQ_HTTP_GET && m_set.extVers == 0) nameAfterType(name);
+  if (!m_file.open(name.c_str())) return fileFault("file open failed. file: (" + name.str() + ")");
+  m_rsp.file = name;
+}
+
+void CCurl::dropFile() noexcept {
+  m_file.remove();
+  m_rsp.file.clear();
 }
 
 void CCurl::writeFault() { fileFault("Failed to write the data into file, (" + m_file.path() + ")"); }
@@ -61,7 +67,7 @@ void CCurl::fileFault(const std::string& problem) {
 
 std::size_t CCurl::CurlHttpPutPostPushCallback(void* buffer, unsigned long size, unsigned long count,
                                                void* object) noexcept {
-  return atEdge(object, static_cast<std::size_t>(CURL_READFUNC_ABORT),
+  return guardCallback(object, static_cast<std::size_t>(CURL_READFUNC_ABORT),
                 [&](CCurl& self) { return self.supplyBody(static_cast<char*>(buffer), size * count); });
 }
 

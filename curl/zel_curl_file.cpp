@@ -54,7 +54,7 @@ bool CResponseFile::close() noexcept {
 
 void CResponseFile::remove() noexcept {
   m_file.reset();
-  if (isAt(m_path.c_str())) ::unlink(m_path.c_str());
+  if (isStillThere()) ::unlink(m_path.c_str());
 }
 
 void CResponseFile::forget() noexcept {
@@ -63,9 +63,9 @@ void CResponseFile::forget() noexcept {
   release();
 }
 
-bool CResponseFile::isAt(const char* path) const noexcept {
+bool CResponseFile::isStillThere() const noexcept {
   struct stat written {};
   struct stat now {};
-  return m_written.get() >= 0 && path != nullptr && ::fstat(m_written.get(), &written) == 0 &&
-         ::stat(path, &now) == 0 && written.st_dev == now.st_dev && written.st_ino == now.st_ino;
+  return m_written.get() >= 0 && ::fstat(m_written.get(), &written) == 0 && ::stat(m_path.c_str(), &now) == 0 &&
+         written.st_dev == now.st_dev && written.st_ino == now.st_ino;
 }

@@ -30,8 +30,8 @@ private:
   int m_fd;
 };
 
-/// The file that receives a response. It replaces an older file of its name, and remembers which file it wrote, so that
-/// nothing another process puts there meanwhile is taken for it.
+/// The file that receives a response. It replaces an older file of its name and remembers which file it wrote, so that
+/// a file that another process puts in its place is not taken for it.
 class CResponseFile {
 public:
   /// \return false when the file could not be opened; `errno` says why.
@@ -40,9 +40,9 @@ public:
   std::size_t write(const char* data, std::size_t size) noexcept;
   /// \return false when data did not reach the disk; `errno` says why.
   bool close() noexcept;
-  /// Closes and deletes the file, unless another one stands there now.
+  /// Closes and deletes the file, unless another one has replaced it.
   void remove() noexcept;
-  /// Makes ready for the next request.
+  /// Prepares for the next request.
   void forget() noexcept;
   /// Forgets which file was written.
   void release() noexcept { m_written.reset(); }
@@ -51,11 +51,11 @@ public:
   /// True when a file was opened since `forget`.
   [[nodiscard]] bool wasOpened() const noexcept { return !m_path.empty(); }
   [[nodiscard]] const std::string& path() const noexcept { return m_path; }
-  /// True when `path` names the file that was written and not one that replaced it.
-  [[nodiscard]] bool isAt(const char* path) const noexcept;
+  /// True when `path` still names the file that was written and not one that replaced it.
+  [[nodiscard]] bool isStillThere() const noexcept;
 
 private:
   CFilePtr m_file;
   std::string m_path;
-  CDescriptor m_written; ///< keeps the number of the file from going to another one while it is compared
+  CDescriptor m_written; ///< held open so that the inode cannot be reused
 };

@@ -12,7 +12,6 @@ namespace {
 constexpr int lastIndex = 8191; // of the header buffer, always NUL
 constexpr std::size_t valueLimit = 255;
 constexpr std::size_t typeLimit = 15;
-constexpr std::size_t messageLimit = 1023;
 constexpr char blankLine[] = "\r\n\r\n";
 
 int headerSize(const char* header) noexcept { return static_cast<int>(::strnlen(header, lastIndex)); }
@@ -52,14 +51,14 @@ bool inTrailers() noexcept { return curl_easy_nextheader(CCurlLease::handle(), C
 
 std::size_t CCurl::CurlHttpWriteHeaderCallback(void* data, unsigned long /*size*/, unsigned long count,
                                                void* object) noexcept {
-  return atEdge(object, static_cast<std::size_t>(-1), [&](CCurl& self) {
+  return guardCallback(object, static_cast<std::size_t>(-1), [&](CCurl& self) {
     return self.takeHeader({static_cast<const char*>(data), count});
   });
 }
 
 std::size_t CCurl::takeHeader(std::string_view data) {
   if (isHttp() && m_headerEnded && data.starts_with("HTTP/") && !inTrailers()) {
-    m_file.remove();
+    dropFile();
     m_file.forget();
     forgetBlock();
   }

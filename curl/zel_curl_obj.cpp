@@ -6,17 +6,14 @@
 
 namespace {
 
-constexpr CText CurlSettings::*allTexts[] = {&CurlSettings::callback,       &CurlSettings::scheme,
-                                             &CurlSettings::host,           &CurlSettings::port,
-                                             &CurlSettings::path,           &CurlSettings::queryPrefix,
-                                             &CurlSettings::query,          &CurlSettings::querySuffix,
-                                             &CurlSettings::proxy,          &CurlSettings::proxyPort,
-                                             &CurlSettings::user,           &CurlSettings::passwd,
-                                             &CurlSettings::usrPwd,         &CurlSettings::proxyUser,
-                                             &CurlSettings::proxyPasswd,    &CurlSettings::proxyUsrPwd,
-                                             &CurlSettings::sslCaInfo,      &CurlSettings::fileToSend,
-                                             &CurlSettings::fileHttpGetRsp, &CurlSettings::fileHttpPutPostRsp,
-                                             &CurlSettings::fileFtpGetRsp,  &CurlSettings::fileFtpRsp};
+constexpr CText CurlSettings::*allTexts[] = {
+    &CurlSettings::callback,      &CurlSettings::scheme,         &CurlSettings::host,
+    &CurlSettings::port,          &CurlSettings::path,           &CurlSettings::queryPrefix,
+    &CurlSettings::query,         &CurlSettings::querySuffix,    &CurlSettings::proxy,
+    &CurlSettings::proxyPort,     &CurlSettings::user,           &CurlSettings::passwd,
+    &CurlSettings::proxyUser,     &CurlSettings::proxyPasswd,    &CurlSettings::sslCaInfo,
+    &CurlSettings::fileToSend,    &CurlSettings::fileHttpGetRsp, &CurlSettings::fileHttpPutPostRsp,
+    &CurlSettings::fileFtpGetRsp, &CurlSettings::fileFtpRsp};
 
 void setInRange(int& field, int value, int most, const char* error) {
   if (value < 0 || value > most) throw CCurlException(error);
@@ -95,25 +92,10 @@ int CCurl::CurlSetProxyPort(char const* port) {
   return number;
 }
 
-void CCurl::CurlSetUser(char const* v) {
-  m_set.user.set(v);
-  CurlCreateUsrPwd(&m_set.usrPwd, m_set.user.c_str(), m_set.passwd.c_str());
-}
-
-void CCurl::CurlSetPasswd(char const* v) {
-  m_set.passwd.set(v);
-  CurlCreateUsrPwd(&m_set.usrPwd, m_set.user.c_str(), m_set.passwd.c_str());
-}
-
-void CCurl::CurlSetProxyUser(char const* v) {
-  m_set.proxyUser.set(v);
-  CurlCreateUsrPwd(&m_set.proxyUsrPwd, m_set.proxyUser.c_str(), m_set.proxyPasswd.c_str());
-}
-
-void CCurl::CurlSetProxyPasswd(char const* v) {
-  m_set.proxyPasswd.set(v);
-  CurlCreateUsrPwd(&m_set.proxyUsrPwd, m_set.proxyUser.c_str(), m_set.proxyPasswd.c_str());
-}
+void CCurl::CurlSetUser(char const* v) { m_set.user.set(v); }
+void CCurl::CurlSetPasswd(char const* v) { m_set.passwd.set(v); }
+void CCurl::CurlSetProxyUser(char const* v) { m_set.proxyUser.set(v); }
+void CCurl::CurlSetProxyPasswd(char const* v) { m_set.proxyPasswd.set(v); }
 
 void CCurl::CurlCreateUsrPwd(CText* out, char const* user, char const* pwd) {
   const CText name(user != nullptr ? user : "");
@@ -174,7 +156,7 @@ std::int64_t CCurl::BufferLength() const noexcept {
 
 std::int64_t CCurl::BufferCapacity() const noexcept { return m_buffer ? m_buffer->capacity : 0; }
 
-bool CCurl::CurlResponseFileIsOurs() const noexcept { return m_file.isAt(ResponseFile()); }
+bool CCurl::CurlResponseFileIsOurs() const noexcept { return m_file.isStillThere(); }
 
 void CCurl::CurlHoldResponseFile(bool hold) noexcept {
   m_holdFile = hold;

@@ -47,8 +47,8 @@ struct CurlSettings {
   unsigned long callbackData = 0;
   CText scheme{"http"}, host, port{"80"}, path, queryPrefix, query, querySuffix;
   CText proxy, proxyPort{"80"};
-  CText user, passwd, usrPwd; ///< usrPwd: "user:password"
-  CText proxyUser, proxyPasswd, proxyUsrPwd;
+  CText user, passwd;
+  CText proxyUser, proxyPasswd;
   int authent = 3; ///< 0 none, 1 Basic, 2 Digest, 3 either
   int proxyAuthent = 3;
   int encode = 0;         ///< 0 none, 1 deflate, 2 gzip, 3 whatever libcurl knows
@@ -73,7 +73,8 @@ struct CurlResponse {
   CText statusText, contentLengthText, contentTypeText, server, date, lastModified;
   CText parsedContentType; ///< the content type as a file extension
   CText transferEncoding, contentEncoding;
-  CText errorFile;                 ///< file that holds the server's answer to a failed request
+  CText file;                      ///< file that the body was written to
+  CText errorFile;                 ///< the same when the request failed: it holds the server's own words
   std::array<char, 8192> header{}; ///< raw header bytes, NUL-terminated at index 8191
   std::array<char, 128> lastFtpResponse{};
   int statusCode = 0;    ///< HTTP status, FTP reply code, or libcurl's code after a failed transfer
@@ -141,11 +142,11 @@ public:
   /// Stores the text as proxy port, but checks the server's port: the proxy port itself is judged by libcurl.
   int CurlSetProxyPort(char const* port);
 
-  /// Credentials; each rebuilds the "user:password" text.
   void CurlSetUser(char const* v);
   void CurlSetPasswd(char const* v);
   void CurlSetProxyUser(char const* v);
   void CurlSetProxyPasswd(char const* v);
+  /// "user:password", absent when both are. Kept for users of the transfer object.
   static void CurlCreateUsrPwd(CText* out, char const* user, char const* pwd);
 
   /// Values outside the range throw CCurlException and change nothing.
@@ -278,8 +279,8 @@ public:
                                    void* object) noexcept;
   /// @}
 
-  /// Name of the file that the last HTTP GET wrote, null when none.
-  [[nodiscard]] const char* ResponseFile() const noexcept { return m_set.fileHttpGetRsp.get(); }
+  /// Name of the file that the last request wrote, null when none.
+  [[nodiscard]] const char* ResponseFile() const noexcept { return m_rsp.file.get(); }
 
 protected:
   /// With `hold`, the files that requests write from now on stay open, so that CurlResponseFileIsOurs can tell.
@@ -293,6 +294,7 @@ protected:
 private:
   struct RequestKind;
   class RequestEnd;
+  class Options;
   friend int zelCurlOptSeekFunction(void* object, curl_off_t offset, int origin) noexcept;
 
   struct Upload {
@@ -307,28 +309,39 @@ private:
   };
 
   template <class Result, class Body>
-  static Result atEdge(void* object, Result failed, Body body) noexcept;
+  static Result guardCallback(void* object, Result failed, Body body) noexcept;
   static int xferInfo(void* object, curl_off_t dlTotal, curl_off_t dlNow, curl_off_t ulTotal,
                       curl_off_t ulNow) noexcept;
 
   [[nodiscard]] bool isHttp() const noexcept { return (m_requestType & 0x40) != 0; }
   [[nodiscard]] bool isFtp() const noexcept { return (m_requestType & 0x80) != 0; }
-  [[nodiscard]] CText* responseFileName() noexcept;
+  [[nodiscard]] const CText* responseFileName() const noexcept;
 
   void tell(const std::string& text);
-  [[noreturn]] void fail(const std::string& text);
+  /// Reports a text, composed as by `printf` and cut at 511 bytes, and throws it.
+  [[noreturn]] [[gnu::format(printf, 2, 3)]] void fail(const char* format, ...);
   void fileFault(const std::string& problem);
   void writeFault();
+  void dropFile() noexcept;
 
   /// Gives a file name the extension of the content type.
   void nameAfterType(CText& name) const;
   std::size_t splitServer(std::string_view url, bool needsPath);
   const RequestKind& checkRequest(const char* url);
-  CURLcode transfer(const RequestKind& kind, const char* target);
   void refuseLineBreaks();
+  CURLcode transfer(const RequestKind& kind, const char* url);
+  void setLimits(Options& set);
+  void setTrust(Options& set);
+  void setProxy(Options& set);
+  void setCallbacks(Options& set);
+  void setLogin(Options& set);
+  void setHttp(Options& set, const RequestKind& kind, curl_slist* lines);
+  void setFtp(Options& set, const RequestKind& kind, curl_slist* lines);
+  void setUpload(Options& set, const RequestKind& kind);
   void openUpload();
-  void judgeStatus(const RequestKind& kind);
-  [[noreturn]] void failTransfer(const RequestKind& kind, CURLcode code);
+  CURLcode finish(CURLcode code);
+  void checkHttpStatus(const RequestKind& kind);
+  [[noreturn]] void throwTransferError(const RequestKind& kind, CURLcode code);
 
   void forgetBlock();
   std::size_t takeHeader(std::string_view data);

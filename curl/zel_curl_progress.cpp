@@ -43,7 +43,7 @@ void CCurl::CurlIssueCallback(char const* msg, xProgressValues* progress) {
 void CCurl::tell(const std::string& text) { CurlIssueCallback(text.c_str(), nullptr); }
 
 int CCurl::xferInfo(void* object, curl_off_t dlTotal, curl_off_t dlNow, curl_off_t ulTotal, curl_off_t ulNow) noexcept {
-  return atEdge(object, 1, [&](CCurl& self) {
+  return guardCallback(object, 1, [&](CCurl& self) {
     if (CCurlLease::interrupted()) return self.m_cancelled = 1;
     if (self.m_requestType == CURL_RQ_HTTP_DELETE) return 0;
     return CurlHttpProgressCallback(object, static_cast<double>(dlTotal), static_cast<double>(dlNow),
@@ -52,7 +52,7 @@ int CCurl::xferInfo(void* object, curl_off_t dlTotal, curl_off_t dlNow, curl_off
 }
 
 int CCurl::CurlHttpProgressCallback(void* object, double dlTotal, double dlNow, double ulTotal, double ulNow) noexcept {
-  return atEdge(object, 1, [&](CCurl& self) {
+  return guardCallback(object, 1, [&](CCurl& self) {
     const auto* line = std::find_if(std::begin(progressLines), std::end(progressLines) - 1,
                                     [&](const ProgressLine& row) { return row.type == self.m_requestType; });
     const char* format = line->text;

@@ -2,6 +2,7 @@
 #include "zel_curl_obj.h"
 
 #include <algorithm>
+#include <cstdarg>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
@@ -21,6 +22,7 @@ struct CCurl::RequestKind {
   CText CurlSettings::*file; ///< name of the response file, null when there is none
   const char* noFileName;    ///< what to say when that name is missing, null when it may be
   bool toBuffer;             ///< the response may go to the receive buffer
+  bool uploads;
 
   static const RequestKind all[8];
   static const RequestKind* find(int type) noexcept;
@@ -28,19 +30,19 @@ struct CCurl::RequestKind {
 
 const CCurl::RequestKind CCurl::RequestKind::all[8] = {
     {CURL_RQ_HTTP_GET, "Http Get", &CurlSettings::fileHttpGetRsp, "Error: Http Filename for Get Response is not set.",
-     true},
+     true, false},
     {CURL_RQ_HTTP_PUT, "Http Put", &CurlSettings::fileHttpPutPostRsp,
-     "Error: Http Filename for Put Response is not set.", true},
+     "Error: Http Filename for Put Response is not set.", true, true},
     {CURL_RQ_HTTP_POST, "Http Post", &CurlSettings::fileHttpPutPostRsp,
-     "Error: Http Filename for Put Post Response is not set.", true},
-    {CURL_RQ_HTTP_DELETE, "Http Delete", nullptr, nullptr, true},
-    {CURL_RQ_FTP_GET, "Ftp Get", &CurlSettings::fileFtpGetRsp, "Error: Ftp Filename for Get Response is not set.",
-     true},
-    {CURL_RQ_FTP_PUT, "Ftp Put", &CurlSettings::fileFtpRsp, "Error: Ftp Filename for Put/Cmd Response is not set.",
+     "Error: Http Filename for Put Post Response is not set.", true, true},
+    {CURL_RQ_HTTP_DELETE, "Http Delete", nullptr, nullptr, true, false},
+    {CURL_RQ_FTP_GET, "Ftp Get", &CurlSettings::fileFtpGetRsp, "Error: Ftp Filename for Get Response is not set.", true,
      false},
-    {CURL_RQ_FTP_DIR, "Ftp Dir", &CurlSettings::fileFtpRsp, nullptr, true},
+    {CURL_RQ_FTP_PUT, "Ftp Put", &CurlSettings::fileFtpRsp, "Error: Ftp Filename for Put/Cmd Response is not set.",
+     false, true},
+    {CURL_RQ_FTP_DIR, "Ftp Dir", &CurlSettings::fileFtpRsp, nullptr, true, false},
     {CURL_RQ_FTP_CMD, "Ftp Cmd", &CurlSettings::fileFtpRsp, "Error: Ftp Filename for Put/Cmd Response is not set.",
-     true}};
+     true, false}};
 
 const CCurl::RequestKind* CCurl::RequestKind::find(int type) noexcept {
   const auto* row = std::find_if(std::begin(all), std::end(all), [=](const auto& kind) { return kind.type == type; });
@@ -55,7 +57,7 @@ public:
   ~RequestEnd() {
     m_request.m_upload = Upload{};
     m_request.m_headers.clear();
-    if (!m_keepFile) m_request.m_file.remove();
+    if (!m_keepFile) m_request.dropFile();
     if (!m_request.m_holdFile) m_request.m_file.release();
   }
   RequestEnd(const RequestEnd&) = delete;
@@ -123,22 +125,25 @@ curl_socket_t openSocket(void*, curlsocktype, curl_sockaddr* address) noexcept {
   return ::socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
 }
 
-int guardSocket(void*, curl_socket_t socket, curlsocktype) noexcept {
+int closeOnExec(void*, curl_socket_t socket, curlsocktype) noexcept {
   return ::fcntl(socket, F_SETFD, FD_CLOEXEC) == 0 ? CURL_SOCKOPT_OK : CURL_SOCKOPT_ERROR;
 }
 
+} // namespace
+
 /// Sets options of a handle, until libcurl refuses one.
-class Options {
+class CCurl::Options {
 public:
   explicit Options(CURL* handle) noexcept : m_handle(handle) {}
 
-  void number(CURLoption option, long value) { set(option, value); }
-  void size(CURLoption option, curl_off_t value) { set(option, value); }
+  void number(CURLoption option, curl_off_t value) { set(option, value); }
   void text(CURLoption option, const char* value) { set(option, value); }
-  template <class Pointer>
+  template <typename Pointer>
   void pointer(CURLoption option, Pointer value) {
     set(option, value);
   }
+  /// Sets a number that a transfer can do without.
+  void optional(CURLoption option, long value) { static_cast<void>(curl_easy_setopt(m_handle, option, value)); }
 
   [[nodiscard]] CURLcode code() const noexcept { return m_code; }
   [[nodiscard]] std::string refusal() const {
@@ -148,7 +153,9 @@ public:
   }
 
 private:
-  template <class Value>
+  static_assert(sizeof(curl_off_t) == sizeof(long), "options of both types are set alike");
+
+  template <typename Value>
   void set(CURLoption option, Value value) {
     if (m_code != CURLE_OK) return;
     m_code = curl_easy_setopt(m_handle, option, value);
@@ -160,14 +167,16 @@ private:
   CURLoption m_refused{};
 };
 
-} // namespace
-
-CText* CCurl::responseFileName() noexcept {
+const CText* CCurl::responseFileName() const noexcept {
   const RequestKind* kind = RequestKind::find(m_requestType);
   return kind != nullptr && kind->file != nullptr ? &(m_set.*(kind->file)) : nullptr;
 }
 
-void CCurl::fail(const std::string& text) {
+void CCurl::fail(const char* format, ...) {
+  std::va_list args;
+  va_start(args, format);
+  const std::string text = formatLimited(reportLimit, format, args);
+  va_end(args);
   tell(text);
   throw CCurlException(text.c_str());
 }
@@ -185,7 +194,21 @@ void CCurl::CurlProcessRequest(char const* url, int requestType) {
   m_thrown = nullptr;
   m_tracedLine.clear();
   RequestEnd end(*this);
-  CURLcode code = transfer(kind, target.data());
+  refuseLineBreaks();
+  const CURLcode code = finish(transfer(kind, target.data()));
+  if (m_thrown || code != CURLE_OK) {
+    CurlReleaseToBuf();
+    m_rsp.statusCode = code;
+    if (m_thrown) std::rethrow_exception(std::exchange(m_thrown, nullptr));
+    if (kind.type == CURL_RQ_FTP_CMD && code != CURLE_ABORTED_BY_CALLBACK) return end.keepFile();
+    throwTransferError(kind, code);
+  }
+  end.keepFile();
+  if (isHttp()) checkHttpStatus(kind);
+}
+
+// A request that opened no file, whether it failed or had none to write, also takes the names of the response files.
+CURLcode CCurl::finish(CURLcode code) {
   m_upload.file.reset();
   m_headers.clear();
   if (!m_file.wasOpened())
@@ -195,17 +218,8 @@ void CCurl::CurlProcessRequest(char const* url, int requestType) {
     code = CURLE_WRITE_ERROR;
     writeFault();
   }
-  if (code == CURLE_OK && m_cancelled != 0) code = CURLE_ABORTED_BY_CALLBACK; // asked for in the very last report
-
-  if (m_thrown || code != CURLE_OK) {
-    CurlReleaseToBuf();
-    m_rsp.statusCode = code;
-    if (m_thrown) std::rethrow_exception(std::exchange(m_thrown, nullptr));
-    if (kind.type == CURL_RQ_FTP_CMD && code != CURLE_ABORTED_BY_CALLBACK) return end.keepFile();
-    failTransfer(kind, code);
-  }
-  end.keepFile();
-  if (isHttp()) judgeStatus(kind);
+  if (code == CURLE_OK && m_cancelled != 0) return CURLE_ABORTED_BY_CALLBACK; // asked for in the very last report
+  return code;
 }
 
 const CCurl::RequestKind& CCurl::checkRequest(const char* url) {
@@ -215,119 +229,26 @@ const CCurl::RequestKind& CCurl::checkRequest(const char* url) {
   const RequestKind* kind = RequestKind::find(m_requestType);
   if (m_toBuf != 0 && (kind == nullptr || !kind->toBuffer))
     fail("Error: Writing to a buffer is not supported for this operation.");
-  if (kind == nullptr) fail(formatLimited(reportLimit, "Error: The request type %d is not known.", m_requestType));
+  if (kind == nullptr) fail("Error: The request type %d is not known.", m_requestType);
   const bool needsFile = kind->noFileName != nullptr && (m_toBuf == 0 || kind->type == CURL_RQ_FTP_CMD);
-  if (needsFile && !(m_set.*(kind->file)).present()) fail(kind->noFileName);
+  if (needsFile && !(m_set.*(kind->file)).present()) fail("%s", kind->noFileName);
   return *kind;
 }
 
-CURLcode CCurl::transfer(const RequestKind& kind, const char* target) {
+CURLcode CCurl::transfer(const RequestKind& kind, const char* url) {
   CURL* const handle = CCurlLease::handle();
-  Options set(handle);
-  set.pointer(CURLOPT_ERRORBUFFER, m_errorText.data());
-  set.number(CURLOPT_NOSIGNAL, 1);
-  set.text(CURLOPT_URL, target);
-  set.text(CURLOPT_PROTOCOLS_STR, isHttp() ? "http,https" : "ftp,ftps"); // redirects included
-  set.number(CURLOPT_HTTP_VERSION, CURL_HTTP_VERSION_1_1);
-  set.number(CURLOPT_FAILONERROR, 0);
-  set.number(CURLOPT_AUTOREFERER, 1);
-  set.number(CURLOPT_FOLLOWLOCATION, 1);
-  set.number(CURLOPT_MAXREDIRS, -1);
-  set.number(CURLOPT_TIMEOUT, m_set.rxTxTimeout);
-  set.number(CURLOPT_CONNECTTIMEOUT, m_set.connectTimeout);
-  // Refused while libcurl keeps the buffer of a transfer that ended before it connected; that one serves as well.
-  static_cast<void>(curl_easy_setopt(handle, CURLOPT_BUFFERSIZE, receiveSize));
-  set.text(CURLOPT_ACCEPT_ENCODING, encodings[m_set.encode]);
-
-  set.number(CURLOPT_SSL_VERIFYHOST, m_set.sslVerifyHost != 0 ? 2 : 0);
-  set.number(CURLOPT_SSL_VERIFYPEER, m_set.sslVerifyPeer);
-  set.number(CURLOPT_SSLVERSION, m_set.sslVersion);
-  set.text(CURLOPT_CAPATH, nullptr); // the bundle is the only trust
-  set.text(CURLOPT_PROXY_CAPATH, nullptr);
-  if (m_set.sslCaInfo.present()) {
-    set.text(CURLOPT_CAINFO, m_set.sslCaInfo.get());
-    set.text(CURLOPT_PROXY_CAINFO, m_set.sslCaInfo.get());
-  }
-
-  set.pointer(CURLOPT_OPENSOCKETFUNCTION, &openSocket);
-  set.pointer(CURLOPT_SOCKOPTFUNCTION, &guardSocket);
-  const Proxy proxy(m_set.proxy.str());
-  set.text(CURLOPT_PROXY, proxy.server.c_str()); // "": none, whatever the environment says
-  set.text(CURLOPT_NOPROXY, "");
-  if (m_set.proxy.present() && m_set.proxyPort.present()) {
-    const long port = std::strtol(m_set.proxyPort.c_str(), nullptr, 10);
-    set.number(CURLOPT_PROXYPORT, port > 0 ? port : -1); // 0 would mean libcurl's default
-  }
-
-  set.pointer(CURLOPT_HEADERFUNCTION, &CurlHttpWriteHeaderCallback);
-  set.pointer(CURLOPT_HEADERDATA, static_cast<void*>(this));
-  set.pointer(CURLOPT_WRITEFUNCTION, &CurlWriteDataCallback);
-  set.pointer(CURLOPT_WRITEDATA, static_cast<void*>(this));
-  set.pointer(CURLOPT_XFERINFOFUNCTION, &xferInfo);
-  set.pointer(CURLOPT_XFERINFODATA, static_cast<void*>(this));
-  set.number(CURLOPT_NOPROGRESS, 0);
-  if (m_set.verbose != 0) {
-    set.number(CURLOPT_VERBOSE, 1);
-    set.pointer(CURLOPT_DEBUGFUNCTION, &CurlHttpDebugCallback);
-    set.pointer(CURLOPT_DEBUGDATA, static_cast<void*>(this));
-  }
-
-  refuseLineBreaks();
   const SList lines = copyLines(m_headers);
-  if (isHttp()) {
-    if (m_set.usrPwd.present() && m_set.authent != 0) {
-      set.text(CURLOPT_USERPWD, m_set.usrPwd.get());
-      set.number(CURLOPT_HTTPAUTH, m_set.authent);
-    }
-    const std::string login = proxy.login.empty() ? escapedLogin(m_set.proxyUser, m_set.proxyPasswd) : proxy.login;
-    if (!login.empty() && m_set.proxyAuthent != 0) {
-      set.text(CURLOPT_PROXYUSERPWD, login.c_str());
-      set.number(CURLOPT_PROXYAUTH, m_set.proxyAuthent);
-    }
-    set.pointer(CURLOPT_HTTPHEADER, lines.get());
-  } else {
-    set.number(CURLOPT_TRANSFERTEXT, m_set.ftpAscii);
-    if (m_set.ftpExplicitSsl != 0 || strcasecmp(m_set.scheme.c_str(), "ftps") == 0)
-      set.number(CURLOPT_USE_SSL, CURLUSESSL_ALL);
-    if (m_set.usrPwd.present()) set.text(CURLOPT_USERPWD, m_set.usrPwd.get());
-    set.number(CURLOPT_FTP_USE_EPSV, 0);
-    set.number(CURLOPT_FTP_USE_EPRT, 0);
-    set.text(CURLOPT_FTPPORT, m_set.ftpConnMode != 0 ? "-" : nullptr);
-  }
-
-  switch (kind.type) {
-  case CURL_RQ_HTTP_GET:
-    set.number(CURLOPT_HTTPGET, 1);
-    break;
-  case CURL_RQ_HTTP_DELETE:
-    set.text(CURLOPT_CUSTOMREQUEST, "DELETE");
-    break;
-  case CURL_RQ_FTP_DIR:
-    set.number(CURLOPT_DIRLISTONLY, m_set.ftpDirListType);
-    break;
-  case CURL_RQ_FTP_CMD:
-    set.number(CURLOPT_NOBODY, 1);
-    set.pointer(CURLOPT_QUOTE, lines.get());
-    break;
-  case CURL_RQ_FTP_PUT:
-    set.number(CURLOPT_FTP_CREATE_MISSING_DIRS, 1);
-    [[fallthrough]];
-  case CURL_RQ_HTTP_PUT:
-  case CURL_RQ_HTTP_POST: {
-    openUpload();
-    const bool post = kind.type == CURL_RQ_HTTP_POST;
-    set.number(post ? CURLOPT_POST : CURLOPT_UPLOAD, 1);
-    set.size(post ? CURLOPT_POSTFIELDSIZE_LARGE : CURLOPT_INFILESIZE_LARGE, m_upload.size);
-    set.pointer(CURLOPT_READFUNCTION, &CurlHttpPutPostPushCallback);
-    set.pointer(CURLOPT_READDATA, static_cast<void*>(this));
-    set.pointer(CURLOPT_SEEKFUNCTION, &zelCurlOptSeekFunction);
-    set.pointer(CURLOPT_SEEKDATA, static_cast<void*>(this));
-    break;
-  }
-  default:
-    break;
-  }
-
+  Options set(handle);
+  set.text(CURLOPT_URL, url);
+  setLimits(set);
+  setTrust(set);
+  setProxy(set);
+  setCallbacks(set);
+  if (isHttp())
+    setHttp(set, kind, lines.get());
+  else
+    setFtp(set, kind, lines.get());
+  if (kind.uploads) setUpload(set, kind);
   if (set.code() != CURLE_OK) {
     m_fault = set.refusal();
     return set.code();
@@ -337,10 +258,108 @@ CURLcode CCurl::transfer(const RequestKind& kind, const char* target) {
   return code;
 }
 
+void CCurl::setLimits(Options& set) {
+  set.text(CURLOPT_PROTOCOLS_STR, isHttp() ? "http,https" : "ftp,ftps"); // redirects included
+  set.number(CURLOPT_AUTOREFERER, 1);
+  set.number(CURLOPT_FOLLOWLOCATION, 1);
+  set.number(CURLOPT_MAXREDIRS, -1);
+  set.number(CURLOPT_NOSIGNAL, 1);
+  set.number(CURLOPT_TIMEOUT, m_set.rxTxTimeout);
+  set.number(CURLOPT_CONNECTTIMEOUT, m_set.connectTimeout);
+  set.text(CURLOPT_ACCEPT_ENCODING, encodings[m_set.encode]);
+  set.optional(CURLOPT_BUFFERSIZE, receiveSize);
+}
+
+void CCurl::setTrust(Options& set) {
+  set.number(CURLOPT_SSL_VERIFYHOST, m_set.sslVerifyHost != 0 ? 2 : 0);
+  set.number(CURLOPT_SSL_VERIFYPEER, m_set.sslVerifyPeer);
+  set.number(CURLOPT_SSLVERSION, m_set.sslVersion);
+  set.text(CURLOPT_CAPATH, nullptr); // the bundle is the only trust
+  set.text(CURLOPT_PROXY_CAPATH, nullptr);
+  if (!m_set.sslCaInfo.present()) return;
+  set.text(CURLOPT_CAINFO, m_set.sslCaInfo.get());
+  set.text(CURLOPT_PROXY_CAINFO, m_set.sslCaInfo.get());
+}
+
+void CCurl::setProxy(Options& set) {
+  const Proxy proxy(m_set.proxy.str());
+  set.text(CURLOPT_PROXY, proxy.server.c_str()); // "": none, whatever the environment says
+  set.text(CURLOPT_NOPROXY, "");
+  if (m_set.proxy.present() && m_set.proxyPort.present()) {
+    const long port = std::strtol(m_set.proxyPort.c_str(), nullptr, 10);
+    set.number(CURLOPT_PROXYPORT, port > 0 ? port : -1); // 0 would mean libcurl's default
+  }
+  const std::string login = proxy.login.empty() ? escapedLogin(m_set.proxyUser, m_set.proxyPasswd) : proxy.login;
+  if (!isHttp() || login.empty() || m_set.proxyAuthent == 0) return;
+  set.text(CURLOPT_PROXYUSERPWD, login.c_str());
+  set.number(CURLOPT_PROXYAUTH, m_set.proxyAuthent);
+}
+
+void CCurl::setCallbacks(Options& set) {
+  void* const self = this;
+  set.pointer(CURLOPT_ERRORBUFFER, m_errorText.data());
+  set.pointer(CURLOPT_OPENSOCKETFUNCTION, &openSocket);
+  set.pointer(CURLOPT_SOCKOPTFUNCTION, &closeOnExec);
+  set.pointer(CURLOPT_HEADERFUNCTION, &CurlHttpWriteHeaderCallback);
+  set.pointer(CURLOPT_HEADERDATA, self);
+  set.pointer(CURLOPT_WRITEFUNCTION, &CurlWriteDataCallback);
+  set.pointer(CURLOPT_WRITEDATA, self);
+  set.pointer(CURLOPT_XFERINFOFUNCTION, &xferInfo);
+  set.pointer(CURLOPT_XFERINFODATA, self);
+  set.number(CURLOPT_NOPROGRESS, 0);
+  if (m_set.verbose == 0) return;
+  set.number(CURLOPT_VERBOSE, 1);
+  set.pointer(CURLOPT_DEBUGFUNCTION, &CurlHttpDebugCallback);
+  set.pointer(CURLOPT_DEBUGDATA, self);
+}
+
+void CCurl::setLogin(Options& set) {
+  if (!m_set.user.present() && !m_set.passwd.present()) return;
+  set.text(CURLOPT_USERNAME, m_set.user.c_str());
+  set.text(CURLOPT_PASSWORD, m_set.passwd.c_str());
+  if (isHttp()) set.number(CURLOPT_HTTPAUTH, m_set.authent);
+}
+
+void CCurl::setHttp(Options& set, const RequestKind& kind, curl_slist* lines) {
+  set.number(CURLOPT_HTTP_VERSION, CURL_HTTP_VERSION_1_1);
+  set.number(CURLOPT_FAILONERROR, 0);
+  set.pointer(CURLOPT_HTTPHEADER, lines);
+  if (m_set.authent != 0) setLogin(set);
+  if (kind.type == CURL_RQ_HTTP_GET) set.number(CURLOPT_HTTPGET, 1);
+  if (kind.type == CURL_RQ_HTTP_DELETE) set.text(CURLOPT_CUSTOMREQUEST, "DELETE");
+}
+
+void CCurl::setFtp(Options& set, const RequestKind& kind, curl_slist* lines) {
+  setLogin(set);
+  set.number(CURLOPT_TRANSFERTEXT, m_set.ftpAscii);
+  if (m_set.ftpExplicitSsl != 0 || strcasecmp(m_set.scheme.c_str(), "ftps") == 0)
+    set.number(CURLOPT_USE_SSL, CURLUSESSL_ALL);
+  set.number(CURLOPT_FTP_USE_EPSV, 0);
+  set.number(CURLOPT_FTP_USE_EPRT, 0);
+  set.text(CURLOPT_FTPPORT, m_set.ftpConnMode != 0 ? "-" : nullptr);
+  if (kind.type == CURL_RQ_FTP_DIR) set.number(CURLOPT_DIRLISTONLY, m_set.ftpDirListType);
+  if (kind.type == CURL_RQ_FTP_PUT) set.number(CURLOPT_FTP_CREATE_MISSING_DIRS, 1);
+  if (kind.type == CURL_RQ_FTP_CMD) {
+    set.number(CURLOPT_NOBODY, 1);
+    set.pointer(CURLOPT_QUOTE, lines);
+  }
+}
+
+void CCurl::setUpload(Options& set, const RequestKind& kind) {
+  openUpload();
+  const bool post = kind.type == CURL_RQ_HTTP_POST;
+  set.number(post ? CURLOPT_POST : CURLOPT_UPLOAD, 1);
+  set.number(post ? CURLOPT_POSTFIELDSIZE_LARGE : CURLOPT_INFILESIZE_LARGE, m_upload.size);
+  set.pointer(CURLOPT_READFUNCTION, &CurlHttpPutPostPushCallback);
+  set.pointer(CURLOPT_READDATA, static_cast<void*>(this));
+  set.pointer(CURLOPT_SEEKFUNCTION, &zelCurlOptSeekFunction);
+  set.pointer(CURLOPT_SEEKDATA, static_cast<void*>(this));
+}
+
 // A line break would begin a line of the protocol that nobody meant to send.
 void CCurl::refuseLineBreaks() {
   const auto check = [this](std::string_view text, const std::string& what) {
-    if (text.find_first_of("\r\n") != text.npos) fail("Error: The " + what + " must not contain a line break.");
+    if (text.find_first_of("\r\n") != text.npos) fail("Error: The %s must not contain a line break.", what.c_str());
   };
   check(m_set.user.str(), "user name");
   check(m_set.passwd.str(), "password");
@@ -357,14 +376,10 @@ void CCurl::openUpload() {
   const char* const name = m_set.fileToSend.c_str();
   if (m_set.fileToSend.present()) {
     m_upload.file.reset(std::fopen(name, "rbe"));
-    if (!m_upload.file)
-      fail(formatLimited(reportLimit, "Error: The file to send (http put/post) to the remote server failed to open: %s",
-                         name));
+    if (!m_upload.file) fail("Error: The file to send (http put/post) to the remote server failed to open: %s", name);
     struct stat status {};
     if (::fstat(::fileno(m_upload.file.get()), &status) != 0)
-      fail(formatLimited(reportLimit,
-                         "Error: Failed to get file stats on file to send (http put/post) to the remote server: %s",
-                         name));
+      fail("Error: Failed to get file stats on file to send (http put/post) to the remote server: %s", name);
     m_upload.size = status.st_size;
   }
   if (m_fromBuf != 0) {
@@ -373,7 +388,7 @@ void CCurl::openUpload() {
   }
 }
 
-void CCurl::judgeStatus(const RequestKind& kind) {
+void CCurl::checkHttpStatus(const RequestKind& kind) {
   if (!m_headerExamined && m_rsp.headerLength > 0) {
     CurlHttpParseRspHdr(m_rsp.header.data());
     CurlHttpExamineHeaderMsg();
@@ -388,17 +403,16 @@ void CCurl::judgeStatus(const RequestKind& kind) {
   throw CCurlException((failed + " Error = ").c_str(), m_message.c_str());
 }
 
-void CCurl::failTransfer(const RequestKind& kind, CURLcode code) {
+void CCurl::throwTransferError(const RequestKind& kind, CURLcode code) {
   if (code == CURLE_ABORTED_BY_CALLBACK && m_fault.empty()) {
     tell("Cancel Request Detected...Operation Cancelled.");
     throw CCurlException("Cancel request detected...Operation canceled.");
   }
-  const char* reason = m_errorText.data();
-  if (*reason == '\0') reason = curl_easy_strerror(code);
-  if (!m_fault.empty()) reason = m_fault.c_str();
-  std::string text =
-      formatLimited(reportLimit, "Error: %s Request Failed. Error = %s, Curl Error Code = %d", kind.name, reason, code);
+  std::string reason = m_fault.empty() ? m_errorText.data() : m_fault;
+  if (reason.empty()) reason = curl_easy_strerror(code);
+  constexpr const char* format = "Error: %s Request Failed. Error = %s, Curl Error Code = %d";
+  const std::string text = formatLimited(reportLimit, format, kind.name, reason.c_str(), code);
   if (kind.type == CURL_RQ_HTTP_DELETE) throw CCurlException(text.c_str());
-  text += isHttp() ? "." : formatLimited(reportLimit, ". Last Ftp Response = %s", m_rsp.lastFtpResponse.data());
-  fail(text.substr(0, reportLimit));
+  if (isHttp()) fail("%s.", text.c_str());
+  fail("%s. Last Ftp Response = %s", text.c_str(), m_rsp.lastFtpResponse.data());
 }

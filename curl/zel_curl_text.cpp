@@ -1,7 +1,6 @@
 #include "zel_curl_text.h"
 
 #include <algorithm>
-#include <cstdarg>
 #include <cstdio>
 
 namespace {
@@ -48,11 +47,16 @@ int copyTruncated(char* out, int size, std::string_view text) noexcept {
 
 std::string formatLimited(std::size_t limit, const char* format, ...) {
   std::va_list args;
-  std::va_list again;
   va_start(args, format);
+  std::string text = formatLimited(limit, format, args);
+  va_end(args);
+  return text;
+}
+
+std::string formatLimited(std::size_t limit, const char* format, std::va_list args) {
+  std::va_list again;
   va_copy(again, args);
   const int length = std::vsnprintf(nullptr, 0, format, args);
-  va_end(args);
   std::string text(static_cast<std::size_t>(std::max(length, 0)) + 1, '\0');
   std::vsnprintf(text.data(), text.size(), format, again);
   va_end(again);

@@ -2,6 +2,7 @@
 /// Texts of the transfer layer: owned texts that can be absent, and lists of them.
 #pragma once
 
+#include <cstdarg>
 #include <cstddef>
 #include <memory_resource>
 #include <string>
@@ -70,3 +71,7 @@ int copyTruncated(char* out, int size, std::string_view text) noexcept;
 
 /// A text composed as by `printf` and cut at `limit` bytes. A null text prints as nothing: pass CText::c_str().
 [[nodiscard]] [[gnu::format(printf, 2, 3)]] std::string formatLimited(std::size_t limit, const char* format, ...);
+[[nodiscard]] std::string formatLimited(std::size_t limit, const char* format, std::va_list args);
+
+/// Bytes of a message, as exceptions and the host take them.
+constexpr std::size_t messageLimit = 1023;

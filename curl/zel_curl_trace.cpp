@@ -8,7 +8,6 @@
 namespace {
 
 constexpr std::size_t pieceLimit = 511;
-constexpr std::size_t messageLimit = 1023;
 constexpr std::size_t longestStart = 64; // of a line that a trace remembers
 
 // FTP commands whose rest is secret.
@@ -21,7 +20,7 @@ void hideCommand(std::string& line) {
 
 int CCurl::CurlHttpDebugCallback(CURL* /*handle*/, curl_infotype type, char* data, unsigned long size,
                                  void* object) noexcept {
-  return atEdge(object, 0, [&](CCurl& self) {
+  return guardCallback(object, 0, [&](CCurl& self) {
     self.trace(type, {data, size});
     return 0;
   });

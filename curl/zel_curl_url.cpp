@@ -24,7 +24,7 @@ void require(const CText& part, const char* name) {
         formatLimited(1023, "Error: Request can not be processed until the %s property has been set.", name).c_str());
 }
 
-bool named(const CText& port) { return port.present() && port.str() != "80"; }
+bool needsPort(const CText& port) { return port.present() && port.str() != "80"; }
 
 int deliver(const CurlText& result, char* out, unsigned long outSize) {
   const std::string_view text = result ? result.get() : "";
@@ -41,8 +41,8 @@ int CCurl::CurlBuildUrlRq(char* out, int outSize) {
   require(m_set.path, "Path");
   require(m_set.query, "Query");
   std::string url =
-      formatLimited(baseLimit, "%s://%s%s%s/%s", m_set.scheme.c_str(), m_set.host.c_str(), named(m_set.port) ? ":" : "",
-                    named(m_set.port) ? m_set.port.c_str() : "", m_set.path.c_str());
+      formatLimited(baseLimit, "%s://%s%s%s/%s", m_set.scheme.c_str(), m_set.host.c_str(), needsPort(m_set.port) ? ":" : "",
+                    needsPort(m_set.port) ? m_set.port.c_str() : "", m_set.path.c_str());
   char mark = '?';
   for (const CText* part : {&m_set.queryPrefix, &m_set.query, &m_set.querySuffix}) {
     if (!part->present()) continue;
@@ -57,7 +57,7 @@ int CCurl::CurlBuildUrlRqSimple(char* out, int outSize) {
   require(m_set.scheme, "Scheme");
   require(m_set.host, "Host");
   std::string url = formatLimited(baseLimit, "%s://%s%s%s%s%s", m_set.scheme.c_str(), m_set.host.c_str(),
-                                  named(m_set.port) ? ":" : "", named(m_set.port) ? m_set.port.c_str() : "",
+                                  needsPort(m_set.port) ? ":" : "", needsPort(m_set.port) ? m_set.port.c_str() : "",
                                   m_set.path.present() ? "/" : "", m_set.path.c_str());
   if (m_set.query.present()) url += '?' + m_set.query.str();
   return copyTruncated(out, outSize, url);

@@ -12,7 +12,6 @@
 
 namespace {
 
-constexpr std::size_t messageLimit = 1023;
 constexpr std::size_t queryPartLimit = 1023;
 constexpr std::size_t htmlMessageSize = 512;
 

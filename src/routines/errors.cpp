@@ -6,10 +6,6 @@
 
 namespace ogc {
 
-namespace {
-constexpr std::size_t messageLimit = 1023;
-}
-
 void fail(const std::string& text) {
   ZEL_MessageFromBlock(zel_ogc_msg_block, ZEL_M_OGC_ERRS1, ZEL_MSG_ERROR,
                        std::string(cutAt(shown(text), messageLimit)).c_str());

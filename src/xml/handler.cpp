@@ -12,7 +12,6 @@
 namespace {
 
 constexpr std::size_t nameLimit = 1023;
-constexpr std::size_t messageLimit = 1023;
 constexpr std::size_t versionMessageLimit = 511;
 
 constexpr OgcVersionRule anyVersion{{}, "", ""};

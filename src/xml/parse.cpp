@@ -18,7 +18,6 @@ namespace {
 
 using xercesc::XMLUni;
 
-constexpr std::size_t messageLimit = 1023;
 constexpr std::size_t parserMessageLimit = 255;
 
 struct DtdMode {

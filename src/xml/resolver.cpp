@@ -17,7 +17,6 @@ namespace fs = std::filesystem;
 
 constexpr std::size_t sizeLimit = 8UL << 20; // of all grammars together
 constexpr std::size_t countLimit = 256;
-constexpr std::size_t messageLimit = 1023;
 // The parser walks through a schema by recursion.
 constexpr OgcXmlLimits schemaTextLimits{48UL << 20, 256};
 

@@ -42,7 +42,7 @@ def test_get_names_the_file_after_its_type_and_replaces_it(http, tmp_path):
         (tmp_path / written).write_text("old" * 10_000)
         outcome = transfer(f"getfile={tmp_path / old}", f"url={http.url}/{name}", "request=get")
         assert (outcome.result, outcome.status, outcome.response["text"]) == ("ok", 200, "OK")
-        assert outcome.response["getFile"] == str(tmp_path / written)
+        assert outcome.response["file"] == str(tmp_path / written)
         assert (tmp_path / written).read_bytes() == (http.root / name).read_bytes()
     outcome = transfer(f"getfile={tmp_path / 'as.is'}", "extvers=1", f"url={http.url}/page.xml", "request=get")
     assert (tmp_path / "as.is").exists() and outcome.response["parsedType"] == "xml"

@@ -80,6 +80,7 @@ void printResponse(const CCurl& curl) {
          {"server", rsp.server.c_str()},
          {"errorFile", rsp.errorFile.c_str()},
          {"ftpResponse", rsp.lastFtpResponse.data()},
+         {"file", rsp.file.c_str()},
          {"getFile", set.fileHttpGetRsp.c_str()},
          {"putPostFile", set.fileHttpPutPostRsp.c_str()},
          {"ftpGetFile", set.fileFtpGetRsp.c_str()},

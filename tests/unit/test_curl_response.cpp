@@ -305,10 +305,10 @@ TEST(CurlFile, KnowsWhatItWrote) {
   const std::string path = testing::TempDir() + "zel_curl_" + std::to_string(::getpid());
   CResponseFile file;
   ASSERT_TRUE(file.open(path.c_str()) && file.write("ours", 4) == 4 && file.close());
-  EXPECT_TRUE(file.isAt(path.c_str()));
+  EXPECT_TRUE(file.isStillThere());
   std::filesystem::remove(path);
   std::ofstream(path) << "another's"; // on many file systems with the same inode
-  EXPECT_FALSE(file.isAt(path.c_str()));
+  EXPECT_FALSE(file.isStillThere());
   std::filesystem::remove(path);
 }
 

@@ -93,11 +93,13 @@ TEST(CurlSettings, TextsAreCopiedAndCleanupLeavesThemAbsent) {
   const auto value = [&](const auto& row) { return "value" + std::to_string(&row - texts); };
   for (const auto& row : texts) (curl.*row.first)(value(row).c_str());
   for (const auto& row : texts) EXPECT_EQ((set.*row.second).str(), value(row));
-  EXPECT_EQ(set.usrPwd.str() + ' ' + set.proxyUsrPwd.str(), "value7:value8 value9:value10");
-  curl.CurlSetUser(nullptr);
-  EXPECT_EQ(set.usrPwd.str(), ":value8");
-  curl.CurlSetPasswd("");
-  EXPECT_FALSE(set.usrPwd.present());
+  const std::tuple<const char*, const char*, const char*> logins[] = {
+      {"u", "p", "u:p"}, {"u", nullptr, "u:"}, {"", "p", ":p"}, {"", "", ""}};
+  for (const auto& [user, password, login] : logins) {
+    CText text;
+    CCurl::CurlCreateUsrPwd(&text, user, password);
+    EXPECT_EQ(text.str(), login);
+  }
   for (const char* line : {"A: 1", "", "B: 2"}) curl.CurlAddHeader(line);
   const auto* head = curl.HeaderList().head();
   EXPECT_EQ(CCurl::CurlGetStrNodeCount(head), 3);
@@ -108,7 +110,7 @@ TEST(CurlSettings, TextsAreCopiedAndCleanupLeavesThemAbsent) {
   curl.CurlSetRxTxTo(7);
   curl.CurlCleanup();
   for (const auto& row : texts) EXPECT_FALSE((set.*row.second).present());
-  EXPECT_FALSE(set.port.present() || set.proxyPort.present() || set.proxyUsrPwd.present());
+  EXPECT_FALSE(set.port.present() || set.proxyPort.present());
   EXPECT_EQ(CCurl::CurlGetStrNodeCount(curl.HeaderList().head()), 0);
   EXPECT_EQ(set.rxTxTimeout, 7);
 }
