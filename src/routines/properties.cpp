@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <array>
+#include <string_view>
 #include <type_traits>
 
 namespace ogc {
@@ -132,13 +133,16 @@ void getHeaders(COgcBase& client, ZEL_Variable* out) {
 }
 /// @}
 
+/// Marks what a property cannot do; sanitizer builds cannot compare functions with null at compile time.
+void unavailable(COgcBase&, ZEL_Variable*) {}
+
 /// One property.
 struct Property {
   const char* name;
-  void (*set)(COgcBase&, ZEL_Variable*); ///< null: only to read
-  void (*get)(COgcBase&, ZEL_Variable*); ///< null: only to set
-  const Service* only = nullptr;         ///< the service that has it, null for both
-  const char* file = nullptr;            ///< of a file name: its default in the user file store
+  void (*set)(COgcBase&, ZEL_Variable*);
+  void (*get)(COgcBase&, ZEL_Variable*);
+  std::string_view only = {}; ///< the class that has it, empty for both
+  const char* file = nullptr; ///< of a file name: its default in the user file store
 };
 
 /// In the order in which they are applied.
@@ -154,37 +158,39 @@ constexpr Property properties[] = {
     {"URL_PATH", setText<&CCurl::CurlSetPath>, getText<&CurlSettings::path>},
     {"URL_QUERY_PREFIX", setText<&CCurl::CurlSetQueryPrefix>, getText<&CurlSettings::queryPrefix>},
     {"URL_QUERY_SUFFIX", setText<&CCurl::CurlSetQuerySuffix>, getText<&CurlSettings::querySuffix>},
-    {"CAPABILITIES_FILENAME", setText<&COgcWcs::OgcWcsSetCapFN>, getText<&COgcWcs::CapFN>, &wcsService, "cap"},
-    {"DESCRIBE_COVERAGE_FILENAME", setText<&COgcWcs::OgcWcsSetDesCovFN>, getText<&COgcWcs::DesCovFN>, &wcsService,
-     "descov"},
-    {"COVERAGE_FILENAME", setText<&COgcWcs::OgcWcsSetCovFN>, getText<&COgcWcs::CovFN>, &wcsService, "cov"},
-    {"CAPABILITIES_FILENAME", setText<&COgcWms::OgcWmsSetCapFN>, getText<&COgcWms::CapFile>, &wmsService, "cap"},
-    {"MAP_FILENAME", setText<&COgcWms::OgcWmsSetMapFN>, getText<&COgcWms::MapFile>, &wmsService, "map"},
-    {"FEATURE_INFO_FILENAME", setText<&COgcWms::OgcWmsSetFeatFN>, getText<&COgcWms::FeatFile>, &wmsService, "feature"},
+    {"CAPABILITIES_FILENAME", setText<&COgcWcs::OgcWcsSetCapFN>, getText<&COgcWcs::CapFN>, wcsService.className, "cap"},
+    {"DESCRIBE_COVERAGE_FILENAME", setText<&COgcWcs::OgcWcsSetDesCovFN>, getText<&COgcWcs::DesCovFN>,
+     wcsService.className, "descov"},
+    {"COVERAGE_FILENAME", setText<&COgcWcs::OgcWcsSetCovFN>, getText<&COgcWcs::CovFN>, wcsService.className, "cov"},
+    {"CAPABILITIES_FILENAME", setText<&COgcWms::OgcWmsSetCapFN>, getText<&COgcWms::CapFile>, wmsService.className,
+     "cap"},
+    {"MAP_FILENAME", setText<&COgcWms::OgcWmsSetMapFN>, getText<&COgcWms::MapFile>, wmsService.className, "map"},
+    {"FEATURE_INFO_FILENAME", setText<&COgcWms::OgcWmsSetFeatFN>, getText<&COgcWms::FeatFile>, wmsService.className,
+     "feature"},
     {"ENCODE", setNumber<&CCurl::CurlSetEncode>, getNumber<&CurlSettings::encode>},
     {"TIMEOUT", setNumber<&CCurl::CurlSetRxTxTo>, getNumber<&CurlSettings::rxTxTimeout>},
     {"CONNECT_TIMEOUT", setNumber<&CCurl::CurlSetConnectTo>, getNumber<&CurlSettings::connectTimeout>},
-    {"WCS_VERSION", setText<&COgcWcs::OgcWcsSetVer>, getText<&COgcBase::Version>, &wcsService},
-    {"WMS_VERSION", setText<&COgcWms::OgcWmsSetVer>, getText<&COgcBase::Version>, &wmsService},
+    {"WCS_VERSION", setText<&COgcWcs::OgcWcsSetVer>, getText<&COgcBase::Version>, wcsService.className},
+    {"WMS_VERSION", setText<&COgcWms::OgcWmsSetVer>, getText<&COgcBase::Version>, wmsService.className},
     {"USERNAME", setText<&CCurl::CurlSetUser>, getText<&CurlSettings::user>},
-    {"PASSWORD", setText<&CCurl::CurlSetPasswd>, nullptr},
+    {"PASSWORD", setText<&CCurl::CurlSetPasswd>, unavailable},
     {"AUTHENTICATION", setNumber<&CCurl::CurlSetAuthent>, getNumber<&CurlSettings::authent>},
     {"PROXY_AUTHENTICATION", setNumber<&CCurl::CurlSetProxyAuthent>, getNumber<&CurlSettings::proxyAuthent>},
-    {"PROXY_PASSWORD", setText<&CCurl::CurlSetProxyPasswd>, nullptr},
+    {"PROXY_PASSWORD", setText<&CCurl::CurlSetProxyPasswd>, unavailable},
     {"PROXY_USERNAME", setText<&CCurl::CurlSetProxyUser>, getText<&CurlSettings::proxyUser>},
     {"VERBOSE", setNumber<&CCurl::CurlSetVerbose>, getNumber<&CurlSettings::verbose>},
     {"SSL_VERIFY_PEER", setNumber<&CCurl::CurlSetSslVerifyPeer>, getNumber<&CurlSettings::sslVerifyPeer>},
     {"SSL_VERIFY_HOST", setNumber<&CCurl::CurlSetSslVerifyHost>, getNumber<&CurlSettings::sslVerifyHost>},
     {"SSL_CERTIFICATE_FILE", setText<&CCurl::CurlSetSslCAInfo>, getText<&CurlSettings::sslCaInfo>},
-    {"CONTENT_TYPE", nullptr, getText<&CurlResponse::parsedContentType>},
-    {"LAST_FILE", nullptr, getText<&CCurl::ResponseFile>},
-    {"RESPONSE_HEADER", nullptr, getText<&CurlResponse::header>},
+    {"CONTENT_TYPE", unavailable, getText<&CurlResponse::parsedContentType>},
+    {"LAST_FILE", unavailable, getText<&CCurl::ResponseFile>},
+    {"RESPONSE_HEADER", unavailable, getText<&CurlResponse::header>},
 };
 
 using Action = void (*Property::*)(COgcBase&, ZEL_Variable*);
 
 constexpr bool has(const Service& service, const Property& property, Action action) noexcept {
-  return (property.only == nullptr || property.only == &service) && property.*action != nullptr;
+  return (property.only.empty() || property.only == service.className) && property.*action != unavailable;
 }
 
 /// How many properties a service has for an action.
@@ -217,7 +223,7 @@ void process(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk, COgcBase& 
 void setDefaultFiles(const Service& service, COgcBase& client) {
   const std::string directory = userDirectory(service);
   for (const Property& property : properties) {
-    if (property.only != &service || property.file == nullptr) continue;
+    if (property.only != service.className || property.file == nullptr) continue;
     const zel::Temp path(
         ZEL_StrToSTRING(formatLimited(pathSize - 1, "%s/%s", directory.c_str(), property.file).c_str()));
     property.set(client, path.get());
