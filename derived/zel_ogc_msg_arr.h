@@ -4,8 +4,7 @@
 
 #include "zel_module.h"
 
-/// Codes of the messages: one text to six. ERRS2 prints its texts side by side, the others put commas between the
-/// second and the later ones.
+/// Codes of the messages, which take one to six texts. From the third on, a text follows a comma.
 enum ZEL_OgcMessage : int {
   ZEL_M_OGC_ERRS1 = 0,
   ZEL_M_OGC_ERRS2 = -1,
@@ -15,8 +14,8 @@ enum ZEL_OgcMessage : int {
   ZEL_M_OGC_ERRS6 = -5
 };
 
-/// The message block, through which the module issues all its messages.
+/// The block of all messages of the module.
 extern ZEL_MsgBlock zel_ogc_msg_block;
 
-/// Defines the message block. \return its handle, null on failure.
+/// Defines the message block. \return its handle; null on failure.
 [[nodiscard]] ZEL_MsgBlock _ZEL_zel_ogc_msg_init();

@@ -1,12 +1,12 @@
 /// \file
-/// The instance structures behind the object classes.
+/// The instance structures of the object classes.
 #pragma once
 
 #include "zel_module.h"
 
-/// Defines both instance structures and makes them usable as object classes.
+/// Defines both instance structures and makes them object classes.
 void ZEL_PDSInit_zel_ogc();
 
-/// The definitions; null until ZEL_PDSInit_zel_ogc ran.
+/// The definitions; null before ZEL_PDSInit_zel_ogc() was called.
 [[nodiscard]] const ZEL_StructDef* ZEL_StructDefPtr_ZELNETOGCWCS() noexcept;
 [[nodiscard]] const ZEL_StructDef* ZEL_StructDefPtr_ZELNETOGCWMS() noexcept;

@@ -52,7 +52,7 @@ bool withNumberType(ZEL_Type type, F&& f) {
   }
 }
 
-/// A floating number as an integer: the fraction is cut, what lies beyond the range becomes its end, no number 0.
+/// A floating-point number as an integer: without its fraction, limited to the range of the type; 0 for NaN.
 template <typename To>
 To truncate(double x) {
   if (std::isnan(x)) return 0;
@@ -61,7 +61,7 @@ To truncate(double x) {
   return static_cast<To>(x);
 }
 
-/// A number in another number type; integers wrap to the width of the target.
+/// A number as another number type; integers wrap to the width of the target.
 template <typename To, typename From>
 To wrap(From x) {
   if constexpr (std::is_integral_v<To> && std::is_floating_point_v<From>) {
@@ -82,10 +82,10 @@ std::optional<T> readWhole(std::string_view text) {
 
 template <typename To>
 std::optional<To> readNumber(std::string_view given) {
-  constexpr std::string_view blanks = " \t\r\n";
+  constexpr std::string_view spaces = " \t\r\n";
   std::string_view text = given;
-  text.remove_prefix(std::min(text.find_first_not_of(blanks), text.size()));
-  text.remove_suffix(text.size() - (text.find_last_not_of(blanks) + 1));
+  text.remove_prefix(std::min(text.find_first_not_of(spaces), text.size()));
+  text.remove_suffix(text.size() - (text.find_last_not_of(spaces) + 1));
   if (text.starts_with('+') && !text.starts_with("+-")) text.remove_prefix(1);
   if constexpr (std::is_integral_v<To>) {
     if (const auto value = readWhole<std::int64_t>(text)) return wrap<To>(*value);
@@ -96,7 +96,7 @@ std::optional<To> readNumber(std::string_view given) {
   return wrap<To>(*value);
 }
 
-/// Width in characters of a number as text: that of the widest value of its type and at least one leading blank.
+/// Width in characters of a number as text: that of the widest value of its type and at least one leading space.
 template <typename T>
 constexpr std::size_t textWidth() {
   if (std::is_same_v<T, double>) return 25;

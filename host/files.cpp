@@ -23,7 +23,7 @@ namespace {
 
 std::string quoted(const fs::path& path) { return '"' + path.string() + '"'; }
 
-/// Reads until the buffer has something, the end (0) or an error (-1).
+/// Reads up to `size` bytes. \return how many, 0 at the end of the file, -1 on error.
 ssize_t readSome(int fd, char* buffer, std::size_t size) noexcept {
   ssize_t got = 0;
   do got = ::read(fd, buffer, size);
@@ -31,7 +31,7 @@ ssize_t readSome(int fd, char* buffer, std::size_t size) noexcept {
   return got;
 }
 
-fs::path behindLinks(const fs::path& target) {
+fs::path resolveLinks(const fs::path& target) {
   std::error_code missing;
   const fs::path real = fs::canonical(target, missing);
   return missing ? target : real;
@@ -58,7 +58,7 @@ int Descriptor::close() noexcept {
 }
 
 TargetFile::TargetFile(const fs::path& target, mode_t mode)
-    : m_target(behindLinks(target)), m_partial(partialName(m_target)), m_file(openTarget(m_target, m_partial)) {
+    : m_target(resolveLinks(target)), m_partial(partialName(m_target)), m_file(openTarget(m_target, m_partial)) {
   if (!m_file.valid()) {
     const int errnum = errno;
     m_partial.clear();

@@ -1,5 +1,5 @@
 /// \file
-/// Files written so that nobody ever sees half of one.
+/// Files that appear complete or not at all.
 #pragma once
 
 #include <filesystem>
@@ -10,7 +10,7 @@
 
 namespace zel::host {
 
-/// An open file descriptor, closed at the end.
+/// Owns an open file descriptor.
 class Descriptor {
 public:
   explicit Descriptor(int fd) noexcept : m_fd(fd) {}
@@ -20,15 +20,15 @@ public:
 
   bool valid() const noexcept { return m_fd >= 0; }
   int get() const noexcept { return m_fd; }
-  /// Closes now. \return 0, or the error number of what did not reach the disk.
+  /// Closes the file. \return 0, or the error number if something did not reach the disk.
   int close() noexcept;
 
 private:
   int m_fd;
 };
 
-/// A file that is being written. It appears under its name, complete, with commit(); otherwise nothing of it stays. A
-/// target that is no regular file (a device, a pipe) is written directly. Errors name the target.
+/// A file that is being written. commit() gives it its name; without it, nothing is left. A target that is not a
+/// regular file (a device, a pipe) is written directly. Errors name the target.
 class TargetFile {
 public:
   TargetFile(const std::filesystem::path& target, mode_t mode);
@@ -42,12 +42,12 @@ public:
 private:
   [[noreturn]] void fail(int errnum) const;
 
-  std::filesystem::path m_target; ///< behind symbolic links
-  std::string m_partial;          ///< what is written beside the target; empty when written directly
+  std::filesystem::path m_target; ///< with symbolic links resolved
+  std::string m_partial;          ///< the file written beside the target; empty if the target is written directly
   Descriptor m_file;
 };
 
-/// Copies the source over the target unless both are one file.
+/// Copies a file, unless both names refer to the same file.
 void copyFile(const std::filesystem::path& source, const std::filesystem::path& target, bool overwrite);
 
 } // namespace zel::host

@@ -11,7 +11,7 @@ namespace zel::host {
 
 namespace {
 
-/// Releases the value with the heap variable.
+/// A heap variable that owns its value.
 struct HeapVar : ZEL_HeapVar {
   HeapVar(ZEL_HVID id, const ZEL_ObjDef* objectClass) noexcept : ZEL_HeapVar{id, 0, objectClass, {}} {}
   ~HeapVar() { clear(var); }
@@ -26,7 +26,7 @@ struct Heap {
   ZEL_HVID last = 0;
   std::int64_t memory = 0; ///< of all objects
 
-  Heap() { structCount(); } // makes the definitions first: they outlive the variables that have them
+  Heap() { structCount(); } // constructs the definitions first: they must outlive the variables
 };
 
 Heap& heap() {

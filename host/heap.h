@@ -1,5 +1,5 @@
 /// \file
-/// Heap variables: values with an identity.
+/// Heap variables: values that are referred to by an identifier.
 #pragma once
 
 #include "zel_module.h"
@@ -8,16 +8,16 @@
 
 namespace zel::host {
 
-/// Numbers of heap variables alive.
+/// How many heap variables there are.
 struct HeapCounts {
   std::int64_t pointers = 0;
   std::int64_t objects = 0;
 };
 HeapCounts heapCounts() noexcept;
-/// Bytes that native code holds for all objects, as far as it says.
+/// Bytes that native code has reported to hold for all objects together.
 std::int64_t objectMemory() noexcept;
 
-/// New object of a class, its tags zero.
+/// New object of a class, zero-filled.
 ZEL_HeapVar* newObject(const ZEL_ObjDef* objdef);
 
 } // namespace zel::host

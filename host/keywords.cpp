@@ -1,4 +1,4 @@
-// Keywords of a call sorted into a routine's result record.
+// Sorts the keywords of a call into the result record of a routine.
 #include "host/messages.h"
 #include "host/routines.h"
 #include "host/strings.h"
@@ -15,7 +15,7 @@ namespace zel::host {
 
 namespace {
 
-/// The accepted keywords, a table closed by an entry without name.
+/// The keywords that a routine accepts.
 class KeywordTable {
 public:
   KeywordTable(const ZEL_KwDef* table, unsigned enabled) : m_begin(table), m_end(table), m_enabled(enabled) {
@@ -56,7 +56,7 @@ T& memberAt(ZEL_KwResult* result, std::size_t offset) noexcept {
 void checkDirection(const ZEL_KwDef& def, const ZEL_Keyword& given) {
   const bool output = (def.flags & ZEL_KW_OUT) != 0;
   if (output && !given.output)
-    raise(std::string("Keyword ") + def.name + " is an output: ask for it by its name, without a value.");
+    raise(std::string("Keyword ") + def.name + " is an output: give its name without a value.");
   if (!output && given.output) raise(std::string("Keyword ") + def.name + " is an input: give it a value.");
 }
 

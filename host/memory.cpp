@@ -6,11 +6,11 @@
 #include <cstring>
 #include <string>
 
-// NOLINTBEGIN(cppcoreguidelines-no-malloc, cppcoreguidelines-owning-memory): this is the place that owns memory
+// NOLINTBEGIN(cppcoreguidelines-no-malloc, cppcoreguidelines-owning-memory): this file owns memory
 
 namespace zel::host {
 
-// calloc hands out fresh pages unwritten, which makes large arrays of structures cheap.
+// Fresh pages from calloc are zero without being written, which makes large arrays of structures cheap.
 char* allocate(std::int64_t n, std::int64_t size) {
   void* memory = std::calloc(static_cast<std::size_t>(n), static_cast<std::size_t>(size));
   if (memory == nullptr)

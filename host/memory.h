@@ -1,5 +1,5 @@
 /// \file
-/// The one place that takes memory from the system and gives it back: elements of arrays and texts of strings.
+/// The only place that allocates and frees memory by hand: for elements of arrays and texts of strings.
 #pragma once
 
 #include <cstdint>
@@ -7,12 +7,12 @@
 
 namespace zel::host {
 
-/// Zero-filled memory for `n` elements of `size` bytes, never null; released with release(). Too little memory is an
-/// error.
+/// Zero-filled memory for `n` elements of `size` bytes, never null; free it with release(). Raises an error if there is
+/// not enough memory.
 char* allocate(std::int64_t n, std::int64_t size);
-/// A terminated copy of a text that is not empty; released with release().
+/// A NUL-terminated copy of a text; free it with release().
 char* copyText(std::string_view text);
-/// Gives memory back. Null is left alone.
+/// Frees memory. Does nothing for null.
 void release(void* memory) noexcept;
 
 } // namespace zel::host

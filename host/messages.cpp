@@ -53,7 +53,7 @@ std::string expand(std::string_view format, va_list texts) {
     }
     ++i;
   }
-  // Outside of any routine the prefix is empty, and so is what separates it from the text.
+  // Outside of any routine the prefix is empty: drop the space after it, too.
   const std::size_t first = routinePrefix().empty() ? out.find_first_not_of(' ') : 0;
   return first == std::string::npos ? std::string() : out.substr(first);
 }

@@ -1,5 +1,5 @@
 /// \file
-/// Errors and informational messages. The text of an error is kept here while ZEL_Unwind carries control back.
+/// Errors and informational messages. The text of an error is kept here while ZEL_Unwind unwinds the stack.
 #pragma once
 
 #include <functional>
@@ -7,27 +7,27 @@
 
 namespace zel::host {
 
-/// What the last error said.
+/// An error that was raised.
 struct Error {
   std::string text;
-  bool fromScript = false; ///< raised by script code that a routine called; the front end holds the error value
+  bool fromScript = false; ///< raised by a script that a routine called; the front end holds the error value
 };
 
-/// Raises an error: the text, prefixed by the name of the running routine, is kept and ZEL_Unwind thrown.
+/// Raises an error: keeps the text, prefixed by the name of the running routine, and throws ZEL_Unwind.
 [[noreturn]] void raise(const std::string& text);
-/// The same for an error of the system: adds what `errnum` means.
+/// The same for a system error: appends the description of `errnum`.
 [[noreturn]] void raiseErrno(const std::string& text, int errnum);
-/// Raises an error as it is, without prefix: one that script code raised below a routine, or one taken before.
+/// Raises an error without a prefix: one that a script raised, or the result of takeError().
 [[noreturn]] void raise(Error error);
-/// The error that a caught ZEL_Unwind stands for.
+/// The error of a ZEL_Unwind that was caught.
 Error takeError();
 
 /// Receives the lines of informational messages.
 using InfoSink = std::function<void(const std::string&)>;
-/// Prints an informational message through the sink.
+/// Prints an informational message.
 void inform(const std::string& text);
 
-/// Redirects informational messages while it lives. Without redirection they go to standard error.
+/// Redirects informational messages during its lifetime. Otherwise they go to standard error.
 class InfoRedirect {
 public:
   explicit InfoRedirect(InfoSink sink);

@@ -28,10 +28,10 @@ struct ClassRow {
   const char* module;
 };
 
-/// Classes whose module is loaded on first use.
+/// Modules that are loaded when one of their classes is first used.
 constexpr ClassRow providers[] = {{"ZELnetOGCWCS", "zel_ogc"}, {"ZELnetOGCWMS", "zel_ogc"}};
 
-/// What came of the modules that were opened, by their real path: empty when loaded, else why not.
+/// Outcome of loading each module, by its real path: empty if it is loaded, otherwise the reason why not.
 std::map<fs::path, std::string>& outcomes() {
   static std::map<fs::path, std::string> all;
   return all;
@@ -67,10 +67,10 @@ fs::path findModule(const std::string& name) {
         ". Set ZEL_MODULE_PATH to its directory, or give its path.");
 }
 
-/// Has a module register itself. \return empty, or why it cannot be used.
+/// Lets a module register itself. \return empty, or the reason why it cannot be used.
 std::string start(int (*load)()) {
   try {
-    return load() != 0 ? "" : "it reports that it could not start (ZEL_Load gave 0)";
+    return load() != 0 ? "" : "it could not start (ZEL_Load returned 0)";
   } catch (const ZEL_Unwind&) {
     return takeError().text;
   } catch (const std::exception& error) {
@@ -80,12 +80,12 @@ std::string start(int (*load)()) {
   }
 }
 
-/// Opens a module and starts it. \return empty, or why it cannot be used; nobody finds its classes then.
+/// Opens a module and starts it. \return empty, or the reason why it cannot be used; its classes are removed then.
 std::string open(const fs::path& path) {
   void* module = ::dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
   if (module == nullptr) return ::dlerror();
   auto* load = reinterpret_cast<int (*)()>(::dlsym(module, "ZEL_Load"));
-  if (load == nullptr) return "it has no ZEL_Load, so it is no ZEL module";
+  if (load == nullptr) return "it is not a ZEL module: it has no ZEL_Load";
   const std::size_t classes = classCount();
   std::string why = start(load);
   if (!why.empty()) forgetClassesAfter(classes);

@@ -13,7 +13,7 @@ namespace zel::host {
 
 namespace {
 
-/// The classes in the order of their definition; they stay where they are.
+/// The classes in the order of their definition. Their addresses do not change.
 std::deque<ZEL_ObjDef>& classes() {
   static std::deque<ZEL_ObjDef> defined;
   return defined;
@@ -77,7 +77,7 @@ ZEL_HeapVar* ZEL_ObjReference(ZEL_Variable* v) {
   if (v->type != ZEL_TYP_OBJREF || ((v->flags & ZEL_V_ARR) != 0)) ZEL_MessageVE_REQOBJREF(v);
   if (v->value.hvid == 0) raise("The object reference is null.");
   ZEL_HeapVar* hv = ZEL_HeapVarHashFind(v->value.hvid);
-  if ((hv == nullptr) || (hv->objdef == nullptr)) raise("The object is gone: it was closed.");
+  if ((hv == nullptr) || (hv->objdef == nullptr)) raise("The object no longer exists: it was closed.");
   return hv;
 }
 

@@ -15,17 +15,17 @@ struct ZEL_ObjDef {
 
 namespace zel::host {
 
-/// The object class of that name, in any case; null when there is none.
+/// The object class with a name, in any case; null if there is none.
 const ZEL_ObjDef* findClass(std::string_view name);
 /// How many classes there are.
 std::size_t classCount() noexcept;
-/// Forgets the classes that were added when there were `count` already: those of a module that refused to load.
+/// Removes all classes but the first `count`: those of a module that refused to load.
 void forgetClassesAfter(std::size_t count);
 /// Names of all classes that were defined.
 std::vector<std::string> classNames();
 /// Name of a class, upper case.
 const std::string& className(const ZEL_ObjDef* objdef) noexcept;
-/// Names of the class and of all it inherits, in the order in which methods are looked for.
+/// Names of a class and of those that it inherits, in the order in which methods are looked up.
 std::vector<std::string_view> classLine(const ZEL_ObjDef* objdef);
 
 } // namespace zel::host

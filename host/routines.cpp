@@ -31,7 +31,7 @@ Frame*& topFrame() {
   return top;
 }
 
-/// The call of a routine, innermost on top.
+/// A running routine; the innermost is on top.
 class Frame {
 public:
   Frame(const Routine& routine, std::span<ZEL_Variable* const> arguments, const ZEL_Keywords& keywords)
@@ -72,13 +72,13 @@ private:
   std::vector<std::vector<Temp>> m_kept;
 };
 
-/// Where keywords that are processed outside of any routine keep their temporaries.
+/// Temporaries of the keywords of the running routine, or of those processed outside of any routine.
 std::vector<std::vector<Temp>>& keptHere() {
   static std::vector<std::vector<Temp>> outside;
   return topFrame() != nullptr ? topFrame()->kept() : outside;
 }
 
-/// Counts of arguments as the caller of a method writes them: without the object.
+/// Refuses a wrong number of arguments, counted without the object of a method, and keywords that are not taken.
 void checkArguments(const Routine& routine, int argc, const ZEL_Keywords& keywords) {
   if (argc < routine.argMin || argc > routine.argMax) {
     const int object = routine.name.find("::") != std::string::npos ? 1 : 0;

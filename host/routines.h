@@ -1,5 +1,5 @@
 /// \file
-/// System routines: their registration, and the frame in which one runs.
+/// System routines: how they are registered and called.
 #pragma once
 
 #include "zel_module.h"
@@ -21,29 +21,29 @@ struct Routine {
   bool takesKeywords;
 };
 
-/// The routine of that name (upper case); null when there is none.
+/// The routine with a name (upper case); null if there is none.
 const Routine* findRoutine(std::string_view name);
-/// The method of a class or of what it inherits (upper case); null when there is none.
+/// A method (upper case) of a class or of those that it inherits; null if there is none.
 const Routine* findMethod(const ZEL_ObjDef* objdef, std::string_view method);
 /// Names of the methods of a class, sorted, without the class name.
 std::vector<std::string> methodNames(const ZEL_ObjDef* objdef);
 
-/// Runs a routine: checks the arguments, calls its code and releases, and counts as leaked, temporaries that it left.
-/// \return the result of a function, empty for a procedure.
+/// Checks the arguments and calls the code of a routine. Temporaries that it left over are released and counted as
+/// leaked. \return the result of a function, empty for a procedure.
 Temp callRoutine(const Routine& routine, int argc, ZEL_Variable** argv, const ZEL_Keywords& keywords);
 
-/// How many routines are running, one called from the status routine of another.
+/// How many routines are running: more than one if a status routine calls another.
 int routineDepth() noexcept;
-/// "NAME:" of the running routine; empty when none runs.
+/// "NAME:" for the running routine; empty if there is none.
 std::string routinePrefix();
-/// "keyword NAME: " or "argument N: " when the value is one of the running routine's; otherwise empty.
+/// "keyword NAME: " or "argument N: " if the variable is one of the running routine's, otherwise empty.
 std::string argumentLabel(const ZEL_Variable* v);
-/// Temporaries that routines have left so far.
+/// How many temporaries routines have left over so far.
 std::int64_t leakedTemporaries() noexcept;
 
-/// Keeps temporaries of the running routine's keywords until they are released. \return number for releaseKept().
+/// Keeps temporaries made for the keywords of the running routine. \return the number to release them with.
 std::int32_t keepForKeywords(std::vector<Temp> temporaries);
-/// Releases what keepForKeywords() was given.
+/// Releases the temporaries that keepForKeywords() numbered.
 void releaseKept(std::int32_t number) noexcept;
 
 } // namespace zel::host

@@ -1,5 +1,5 @@
 /// \file
-/// What lies between native code and the interpreter: calls of script routines, session reset, interrupts.
+/// What connects native code and the interpreter: calls to script routines, session reset, interrupts.
 #pragma once
 
 #include "zel_module.h"
@@ -8,7 +8,7 @@
 
 namespace zel::host {
 
-/// The interpreter behind the host: what runs the scripts.
+/// The interpreter: runs the scripts.
 class FrontEnd {
 public:
   FrontEnd() = default;
@@ -16,20 +16,20 @@ public:
   FrontEnd(const FrontEnd&) = delete;
   FrontEnd& operator=(const FrontEnd&) = delete;
 
-  /// Calls a script routine and stores its value into `result` (null: not wanted). Nothing returned counts as 1,
-  /// `false` as 0. Raises what goes wrong.
+  /// Calls a script routine and stores its value in `result`, unless that is null. If the routine returns nothing, the
+  /// value is 1; if it returns `false`, 0. Raises an error if the call fails.
   virtual void callScript(const std::string& routine, int argc, ZEL_Variable** argv, ZEL_Variable* result) = 0;
 };
 
-/// Sets the interpreter; null takes it away.
+/// Sets the interpreter; null for none.
 void setFrontEnd(FrontEnd* frontEnd) noexcept;
 
-/// Runs all registered session resets; raises when one reports that it could not.
+/// Runs all registered session resets. Raises an error if a routine is running or a reset reports that it failed.
 void resetSession();
 
-/// Notes that the user asked to interrupt. Safe in a signal handler.
+/// Records that the user asked to interrupt. May be called in a signal handler.
 void requestInterrupt() noexcept;
-/// Whether an interrupt was asked for since the last call.
+/// Has the user asked to interrupt since the last call?
 bool takeInterrupt() noexcept;
 
 } // namespace zel::host

@@ -1,5 +1,5 @@
 /// \file
-/// Host strings, and upper case for names.
+/// Host strings and names.
 #pragma once
 
 #include "zel_module.h"
@@ -20,13 +20,13 @@ void store(ZEL_STRING& dst, std::string_view text);
 /// New temporary scalar string.
 ZEL_Variable* makeTempString(std::string_view text);
 
-/// The text of a variable that must be a string scalar, whatever it was given as.
+/// The text of a variable that must be a string scalar.
 std::string scalarText(ZEL_Variable* v);
 
 /// A name in upper case (ASCII letters only).
 std::string upper(std::string_view name);
 
-/// Texts with a separator between them.
+/// Joins texts with a separator between them.
 template <typename Texts>
 std::string join(const Texts& texts, std::string_view separator) {
   std::string out;

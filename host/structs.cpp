@@ -15,18 +15,18 @@ namespace {
 
 constexpr std::int64_t maxSize = std::int64_t{1} << 40;
 
-/// Unused definitions that are kept, since results of one shape often follow each other.
+/// This many unused definitions are kept, since results of one shape often follow each other.
 constexpr std::size_t spareCount = 64;
 
 struct Definitions {
   std::vector<std::unique_ptr<ZEL_StructDef>> named;
-  std::vector<std::unique_ptr<ZEL_StructDef>> anonymous; // nested ones before those that have them
+  std::vector<std::unique_ptr<ZEL_StructDef>> anonymous; // nested ones before those that use them
   std::unordered_map<std::string_view, const ZEL_StructDef*> byName;
   std::unordered_multimap<std::size_t, const ZEL_StructDef*> byTags;
-  std::size_t sweepAt = spareCount; // that many anonymous ones
+  std::size_t sweepAt = spareCount; // number of anonymous ones at which to remove the unused
 
   Definitions() = default;
-  ~Definitions() { // later ones have earlier ones
+  ~Definitions() { // later ones use earlier ones
     while (!anonymous.empty()) anonymous.pop_back();
     while (!named.empty()) named.pop_back();
   }
@@ -59,7 +59,7 @@ void addTag(ZEL_StructDef& def, Tag tag) {
   const std::int64_t alignment =
       tag.sdef != nullptr ? tag.sdef->alignment : std::min(size, static_cast<std::int64_t>(alignof(ZEL_STRING)));
   const std::int64_t n = std::max<std::int64_t>(tag.n, 1);
-  if (size == 0) refuse(def, "tag " + tag.name + " has no type that can stand in a structure.");
+  if (size == 0) refuse(def, "tag " + tag.name + " has a type that a structure cannot hold.");
   if (tag.n < 0 || n > maxSize / size) refuse(def, "tag " + tag.name + " has an impossible number of elements.");
 
   tag.offset = (def.size + alignment - 1) / alignment * alignment;
@@ -138,7 +138,7 @@ const ZEL_StructDef* defineAnonymous(const ZEL_StructTagDef* tags) {
   return known.anonymous.emplace_back(std::move(def)).get();
 }
 
-/// Forgets a definition. Nothing has it.
+/// Removes a definition that nothing uses.
 void forget(std::unique_ptr<ZEL_StructDef>& def) noexcept {
   auto& byTags = definitions().byTags;
   const auto [begin, end] = byTags.equal_range(def->hash);

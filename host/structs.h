@@ -12,7 +12,7 @@
 
 namespace zel::host {
 
-/// Consecutive host strings within one element of a structure.
+/// Adjacent host strings in an element of a structure.
 struct TextRun {
   std::int64_t offset;
   std::int64_t count;
@@ -27,14 +27,14 @@ struct Tag {
   std::int64_t offset;
 };
 
-/// The named structure of that name (upper case); null when there is none.
+/// The structure with a name (upper case); null if there is none.
 const ZEL_StructDef* findStruct(std::string_view name) noexcept;
 
-/// Counts a variable or a definition that has the definition. Null is left alone.
+/// Counts one more variable or definition that uses a definition. Does nothing for null.
 void hold(const ZEL_StructDef* sdef) noexcept;
-/// Counts one less.
+/// Counts one fewer.
 void drop(const ZEL_StructDef* sdef) noexcept;
-/// Forgets anonymous definitions that nothing has. No native code may run, since it could be about to use one.
+/// Removes anonymous definitions that nothing uses. Must not be called while native code that may hold one is running.
 void forgetUnusedStructs() noexcept;
 /// How many definitions there are.
 std::size_t structCount() noexcept;
@@ -49,11 +49,11 @@ struct ZEL_StructDef {
 
   std::string name;               ///< empty: anonymous
   std::size_t hash = 0;           ///< of the tags of an anonymous one
-  mutable std::int64_t users = 0; ///< variables and definitions that have it
+  mutable std::int64_t users = 0; ///< variables and definitions that use it
   std::vector<zel::host::Tag> tags;
   std::vector<const ZEL_StructDef*> parents; ///< inherited structures in their order
   std::int64_t size = 0;
   std::int64_t alignment = 1;
-  std::vector<zel::host::TextRun> texts; ///< where an element holds host strings
+  std::vector<zel::host::TextRun> texts; ///< host strings in an element
   std::unordered_map<std::string_view, int> positions;
 };

@@ -11,14 +11,14 @@ namespace zel::host {
 
 namespace {
 
-/// A temporary knows its place in the list, so that releasing it costs no search.
+/// Knows its place in the list, so that releasing it needs no search.
 struct Temporary : ZEL_Variable {
   std::uint64_t serial = 0;
   std::list<Temporary>::iterator self;
 };
 
 struct Temporaries {
-  std::list<Temporary> alive; // in the order of their making
+  std::list<Temporary> alive; // oldest first
   std::uint64_t lastSerial = 0;
 };
 

@@ -1,5 +1,5 @@
 /// \file
-/// Temporaries: variables that the host makes for native code and counts.
+/// Temporaries: variables that the host makes, and counts, for native code.
 #pragma once
 
 #include "zel_module.h"
@@ -8,9 +8,9 @@
 
 namespace zel::host {
 
-/// Serial number of the temporary made last.
+/// Serial number of the newest temporary.
 std::uint64_t lastTemporary() noexcept;
-/// Releases the temporaries made after the one with that serial number, except `keep`. \return how many there were.
+/// Releases all temporaries newer than the one with a serial number, except `keep`. \return how many were released.
 std::int64_t releaseTemporariesAfter(std::uint64_t serial, const ZEL_Variable* keep) noexcept;
 
 } // namespace zel::host

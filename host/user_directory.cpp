@@ -22,7 +22,7 @@ void makeDirectory(const fs::path& directory) {
           "\": " + std::generic_category().message(errnum) + ". Set ZEL_USER_DIR to a directory that can be written.");
 }
 
-/// Writes the read-me file when there is none: what a user made of it stays, and a link there is not followed.
+/// Writes the read-me file if there is none. A user's changes to it are kept, and a symbolic link is not followed.
 void writeReadme(const fs::path& directory, const std::string& text) {
   const fs::path file = directory / "README.txt";
   if (fs::symlink_status(file).type() != fs::file_type::not_found) return;
@@ -31,7 +31,7 @@ void writeReadme(const fs::path& directory, const std::string& text) {
   readme.commit();
 }
 
-/// A name that is one component of a path.
+/// A text that must be a single component of a path.
 std::string component(ZEL_Variable* v) {
   std::string name = scalarText(v);
   if (name.empty() || name == "." || name == ".." || name.find('/') != std::string::npos)

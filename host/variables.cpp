@@ -112,7 +112,7 @@ void clear(ZEL_Variable& v) noexcept {
 
 char* makeArray(ZEL_Variable& v, ZEL_Type type, std::int64_t n) {
   const std::int64_t size = typeSize(type);
-  if (size == 0) raise(std::string("An array cannot be made of this type: ") + typeName(type) + '.');
+  if (size == 0) raise(std::string("An array cannot have elements of this type: ") + typeName(type) + '.');
   if (n < 1) raise("An array needs at least one element.");
   v.data = allocate(n, size);
   v.n = n;
@@ -156,7 +156,7 @@ void ZEL_VarCopy(ZEL_Variable* src, ZEL_Variable* dst) {
 
 void ZEL_StoreScalar(ZEL_Variable* dst, ZEL_Type type, const void* value) {
   const std::int64_t size = zel::host::typeSize(type);
-  if (size == 0) raise(std::string("A scalar cannot be made of this type: ") + zel::host::typeName(type) + '.');
+  if (size == 0) raise(std::string("A scalar cannot have this type: ") + zel::host::typeName(type) + '.');
   zel::host::Variable scalar;
   if (type == ZEL_TYP_STRING)
     zel::host::store(scalar->value.str, zel::host::text(*static_cast<const ZEL_STRING*>(value)));

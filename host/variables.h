@@ -1,5 +1,5 @@
 /// \file
-/// Variables: their elements, their life, and how they are named to users.
+/// Variables: their elements, their lifetime, and how messages describe them.
 #pragma once
 
 #include "zel_module.h"
@@ -9,11 +9,12 @@
 
 namespace zel::host {
 
-/// Bytes of one element of a type; 0 for undefined and for structures, whose definition tells.
+/// Size in bytes of an element of a type; 0 for undefined and for structures, whose size is in their definition.
 std::int64_t typeSize(ZEL_Type type) noexcept;
-/// A type as users are told of it ("16-bit integer").
+/// A type as messages name it, such as "16-bit integer".
 const char* typeName(ZEL_Type type) noexcept;
-/// A variable as users are told of it: type, size, and the value of a text or number ("string \"x\"").
+/// A variable as messages describe it: its type with the value of a scalar or the size of an array, such as
+/// "string \"x\"".
 std::string describe(const ZEL_Variable* v);
 
 /// The value of a variable as an integer.
@@ -21,12 +22,12 @@ std::int64_t scalarInteger(ZEL_Variable* v);
 
 /// Releases what a variable owns and leaves it undefined.
 void clear(ZEL_Variable& v) noexcept;
-/// Makes an undefined variable an array of `n` zeroed elements. \return the first.
+/// Makes an undefined variable an array of `n` zero-filled elements. \return the address of the first.
 char* makeArray(ZEL_Variable& v, ZEL_Type type, std::int64_t n);
-/// Makes an undefined variable an array of `n` zeroed structures. \return the first.
+/// Makes an undefined variable an array of `n` zero-filled structures. \return the address of the first.
 char* makeStructs(ZEL_Variable& v, const ZEL_StructDef* sdef, std::int64_t n);
 
-/// A variable of the front end's: empty at first, released at the end.
+/// Owns a variable, at first undefined.
 class Variable {
 public:
   Variable() noexcept = default;

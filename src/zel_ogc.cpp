@@ -21,7 +21,7 @@
 
 int ZEL_ResetSession() {
   if (CCurl::CurlTransferRunning() != 0) {
-    OgcInfoMsg("Error: The session can not be reset while a transfer runs.");
+    OgcInfoMsg("Error: The session cannot be reset while a transfer is running.");
     return 0;
   }
   CCurl::CurlShutdown();

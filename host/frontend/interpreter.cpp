@@ -18,7 +18,7 @@ namespace {
 /// Registry key of the error value that a script raised below a routine.
 const char errorKey = 0;
 
-/// Memory of objects below which nothing is collected for its sake.
+/// Below this many bytes of objects the collector is not run for their sake.
 constexpr std::int64_t manyBytes = std::int64_t{32} << 20;
 
 struct ScriptCall {

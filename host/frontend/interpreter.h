@@ -24,8 +24,8 @@ public:
 
   void callScript(const std::string& routine, int argc, ZEL_Variable** argv, ZEL_Variable* result) override;
 
-  /// Collects the objects that scripts have dropped when the memory of all has grown to twice of what was left the last
-  /// time. The collector itself knows their userdata only.
+  /// Runs the collector if the memory of all objects is twice what was left after the last time. The collector by
+  /// itself sees only the userdata.
   void collectObjects(lua_State* L);
 
   /// Has the script end with an exit code as soon as no native code runs.
@@ -55,7 +55,7 @@ private:
 
   lua_State* m_main;
   lua_State* m_current;
-  std::int64_t m_collectAt = 0; ///< bytes of objects
+  std::int64_t m_collectAt = 0; ///< bytes of objects at which to run the collector
 };
 
 } // namespace zel::lua

@@ -9,12 +9,11 @@ namespace zel::lua {
 
 namespace {
 
-/// Registry name of the table from the numbers of functions to the objects that keep them, which it does not keep
-/// alive.
+/// Registry key of the table that maps the numbers of functions to the objects that keep them. Its values are weak.
 constexpr const char* ownersKey = "zel.functions";
 
-/// Pushes the object's table of what it keeps: functions by name, sets of objects by keyword. It is the object's user
-/// value, so that a function that refers to its object does not keep it alive.
+/// Pushes the table of what the object keeps: functions by name, sets of objects by keyword. It is the user value of
+/// the object, so that a function that refers to the object does not keep it alive.
 void pushKept(lua_State* L, int self) {
   if (lua_getiuservalue(L, self, 1) == LUA_TTABLE) return;
   lua_pop(L, 1);
@@ -34,7 +33,7 @@ void pushOwners(lua_State* L) {
 /// Functions are named "KEYWORD#number".
 std::string prefixOf(const std::string& keyword) { return keyword + '#'; }
 
-/// The number in the name of a function; 0 when it is none.
+/// The number in the name of a function; 0 for any other name.
 int numberOf(std::string_view name) noexcept {
   int number = 0;
   const auto mark = name.find('#');
@@ -42,7 +41,7 @@ int numberOf(std::string_view name) noexcept {
   return number;
 }
 
-/// Gives the number of a function back.
+/// Makes the number of a function available again.
 void releaseNumber(lua_State* L, std::string_view name) {
   pushOwners(L);
   luaL_unref(L, -1, numberOf(name));

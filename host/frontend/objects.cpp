@@ -28,7 +28,7 @@ void deleteHostObject(Object& object) noexcept {
   if (object.closed && object.running == 0) ZEL_HeapVarDelete(ZEL_HeapVarHashFind(object.hvid));
 }
 
-/// Runs CLEANUP, which may refuse by raising, and gives up the host object.
+/// Runs CLEANUP, which may refuse by raising an error, and releases the host object.
 void close(lua_State* L, Object& object) {
   if (object.closed) return;
   if (const auto* cleanup = host::findMethod(object.objdef, "CLEANUP")) {
@@ -44,7 +44,7 @@ void close(lua_State* L, Object& object) {
   deleteHostObject(object);
 }
 
-/// close() where nobody can be told of a refusal.
+/// close() without an error if CLEANUP refuses.
 void tryClose(lua_State* L, Object& object) {
   try {
     close(L, object);

@@ -1,4 +1,4 @@
-// Host values made into script values.
+// Converts host values to script values.
 #include "frontend/objects.h"
 #include "frontend/values.h"
 
@@ -17,7 +17,7 @@ namespace zel::lua {
 
 namespace {
 
-/// Results with at least this many values are made without the collector.
+/// The collector is stopped while a result with at least this many values is made.
 constexpr std::int64_t manyValues = 20'000;
 
 template <typename T>
@@ -66,12 +66,12 @@ void pushElement(lua_State* L, ZEL_Type type, const char* data) {
   }
 }
 
-/// Key of the list of tags in the metatable of a structure's tables; its address is nothing that a script can write.
+/// Key of the list of tags in a metatable: its address, which scripts cannot make.
 const char tagsKey = 0;
-/// Registry key of the table from tag names to the metatables in use.
+/// Registry key of the table that maps tag names to the metatables in use.
 constexpr const char* metatablesKey = "zel.structures";
 
-/// Pushes the metatable that the tables of structures with these tags share, as long as there is one of them.
+/// Pushes the metatable that all tables of structures with the same tags share. It lives as long as one of them does.
 void pushStructMetatable(lua_State* L, const ZEL_StructDef* sdef) {
   std::string names;
   for (const host::Tag& tag : sdef->tags) names.append(tag.name).push_back(',');

@@ -1,4 +1,4 @@
-// Script values made into host values.
+// Converts script values to host values.
 #include "frontend/objects.h"
 #include "frontend/values.h"
 
@@ -18,20 +18,21 @@ namespace zel::lua {
 namespace {
 
 constexpr int maxDepth = 32;
-/// Elements of the tables inside of a table. Tables that appear in several places count in each.
+/// Limit on the elements of nested tables. A table that appears in several places counts in each of them.
 constexpr std::int64_t maxNested = 5'000'000;
 
-/// Registry key of the value that stands for undefined.
+/// Registry key of zel.undefined.
 const char undefinedKey = 0;
 
-/// What a script value becomes: the type, and for tables how many elements (0: a single value) of which structure.
+/// What a script value becomes: its type, and for a table the number of elements (0 for a single value) and the
+/// structure.
 struct Shape {
   ZEL_Type type;
   std::int64_t n = 0;
   const ZEL_StructDef* sdef = nullptr;
 };
 
-/// Reads one value; keeps what errors say about it.
+/// Reads one value.
 class Reader {
 public:
   Reader(lua_State* L, const std::string& what) : m_state(L), m_what(what) {}
@@ -88,7 +89,7 @@ private:
     refuse(std::string("a ") + luaL_typename(m_state, index) + " cannot be passed");
   }
 
-  /// Refuses a value that grows beyond measure, and goes no further when the user interrupts.
+  /// Counts an element of a nested table. Refuses too many, and stops if the user interrupts.
   void countNested() {
     if (++m_nested > maxNested) refuse("its tables hold more than " + std::to_string(maxNested) + " elements");
     if (m_nested % 1024 == 0 && (ZEL_InterpInterrupted() != 0)) refuse("interrupted");
@@ -150,7 +151,7 @@ private:
     return name;
   }
 
-  /// The entries of a table: in the order of its tags when the host made it, then the others by the alphabet.
+  /// The entries of a table: those in the order of its tags if the host made it, then the others in alphabetical order.
   std::vector<Entry> entriesOf(int index, int depth) {
     std::vector<Entry> entries;
     for (lua_pushnil(m_state); lua_next(m_state, index) != 0; lua_pop(m_state, 1))

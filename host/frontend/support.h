@@ -1,6 +1,6 @@
 /// \file
-/// What every part of the script front end needs of Lua. Lua is the C++ build: its errors are exceptions of its own,
-/// which run destructors, and which only lua_pcall may catch.
+/// What every part of the front end needs from Lua. This is the C++ build of Lua: its errors are C++ exceptions, which
+/// run destructors and which only lua_pcall may catch.
 #pragma once
 
 #include "zel_module.h"
@@ -13,12 +13,12 @@
 
 namespace zel::lua {
 
-/// Pushes the error that a caught ZEL_Unwind stands for: the value that a script raised, or the host's text behind the
+/// Pushes the error of a ZEL_Unwind that was caught: the value that a script raised, or the host's text after the
 /// position in the script.
 void pushHostError(lua_State* L);
-/// Pushes a text behind the position in the script.
+/// Pushes the position in the script followed by a text.
 void pushError(lua_State* L, const char* text);
-/// The name at a stack index; an argument error for what is no text, or one with a zero byte.
+/// The name at a stack index. Raises an argument error unless it is a string without NUL bytes.
 inline const char* checkName(lua_State* L, int index) {
   std::size_t length = 0;
   const char* name = luaL_checklstring(L, index, &length);
@@ -26,10 +26,11 @@ inline const char* checkName(lua_State* L, int index) {
   return name;
 }
 
-/// Acts on what was asked for while native code ran: the end of the script, an interrupt.
+/// Ends the script, or raises an error in it, if that was asked for while native code was running: by os.exit or
+/// Ctrl-C.
 void raisePendingStop(lua_State* L);
 
-/// Runs the body of a C function. What native code throws becomes a Lua error, raised after the catch was left.
+/// Runs the body of a C function. An exception of native code becomes a Lua error, raised outside of the catch block.
 template <typename F>
 int protect(lua_State* L, F&& body) {
   int results = -1;
@@ -44,7 +45,7 @@ int protect(lua_State* L, F&& body) {
   return results >= 0 ? results : lua_error(L);
 }
 
-/// Restores the height of the stack.
+/// Restores the height of the stack at the end of its lifetime.
 class StackRestorer {
 public:
   explicit StackRestorer(lua_State* L) noexcept : m_state(L), m_top(lua_gettop(L)) {}
@@ -57,7 +58,7 @@ private:
   int m_top;
 };
 
-/// Keeps the collector from running while many values are made, none of which is garbage.
+/// Stops the garbage collector during its lifetime.
 class CollectorPause {
 public:
   explicit CollectorPause(lua_State* L) noexcept : m_state(lua_gc(L, LUA_GCISRUNNING) != 0 ? L : nullptr) {

@@ -20,14 +20,14 @@ namespace zel::lua {
 /// Pushes the value of a variable.
 void pushValue(lua_State* L, ZEL_Variable& v);
 
-/// Stores the value at a stack index into a variable that is undefined; `what` names it in errors. \return the objects
-/// in it.
+/// Stores the value at a stack index in an undefined variable; `what` names it in errors. \return the objects that it
+/// contains.
 std::vector<ZEL_HVID> readValue(lua_State* L, int index, ZEL_Variable& out, const std::string& what);
 
-/// Pushes what scripts pass for an undefined variable.
+/// Pushes zel.undefined, which scripts pass for an undefined variable.
 void pushUndefined(lua_State* L);
 
-/// Pushes the list of the tags, in their order, of a table that the host made of a structure. \return false, with
+/// Pushes the list of the tags, in their order, of a table that the host made from a structure. \return false, with
 /// nothing pushed, for any other value.
 bool pushHostTags(lua_State* L, int index);
 

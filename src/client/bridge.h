@@ -1,12 +1,12 @@
 /// \file
-/// All that the service clients know of the host.
+/// All that the clients know about the host.
 #pragma once
 
 struct xProgressValues;
 
-/// Hands a status line and transfer figures (null: none) to the script routine of that name, with a copy of the heap
-/// variable `callbackData` when there is one. \return the routine's answer as a 16-bit integer; 1 when no routine is
-/// named. Errors in the routine unwind.
+/// Calls a script routine with a status line, transfer figures (null for none), and a copy of the heap variable
+/// `callbackData` if there is one. \return the routine's answer as a 16-bit integer; 1 if `callbackName` is empty. An
+/// error in the routine throws ZEL_Unwind.
 int OgcCallback(char* callbackName, unsigned long callbackData, const char* status, xProgressValues* progress);
 
 /// Prints a text as an informational message of the module.

@@ -13,7 +13,7 @@
 
 namespace {
 
-/// The whole part of a transfer figure, at the limits of the type when it lies outside; 0 for no number.
+/// The integer part of a transfer figure, limited to the range of the type; 0 for NaN.
 std::int64_t wholePart(double figure) noexcept {
   constexpr double limit = 9223372036854775808.0; // 2 to the 63rd
   if (figure >= limit) return std::numeric_limits<std::int64_t>::max();
@@ -33,7 +33,7 @@ zel::Temp progressArray(const xProgressValues& progress) {
   return array;
 }
 
-/// A copy of the value of the heap variable, null when there is none of that identifier.
+/// A copy of the value of a heap variable; null if there is none with that identifier.
 zel::Temp dataCopy(unsigned long callbackData) {
   ZEL_HeapVar* hv = callbackData != 0 ? ZEL_HeapVarHashFind(static_cast<ZEL_HVID>(callbackData)) : nullptr;
   zel::Temp copy(hv != nullptr ? ZEL_Gettmp() : nullptr);

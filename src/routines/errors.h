@@ -1,5 +1,5 @@
 /// \file
-/// Errors of the host routines: how they are raised, and the one rule that turns native exceptions into messages.
+/// Errors of the host routines: how they are raised, and how native exceptions become messages.
 #pragma once
 
 #include "zel_curl_exception.h"
@@ -14,11 +14,11 @@ namespace ogc {
 /// Raises a text as the routine's error.
 [[noreturn]] void fail(const std::string& text);
 
-/// Reports a native exception: the message of a CCurlException, the same text for every other (nothing given).
+/// Reports a native exception: the message of a CCurlException, or the one text for all others if `failure` is empty.
 void report(const std::optional<CCurlException>& failure, int action);
 
-/// Runs the body of a host routine. What it throws is reported with `action` (ZEL_MsgAction), once its frames are gone;
-/// an error of the host passes through. \return whether the body came to its end.
+/// Runs the body of a host routine and reports what it throws with `action` (ZEL_MsgAction), after its stack has been
+/// unwound. Errors of the host pass through. \return true if the body did not throw.
 template <typename Body>
 bool guard(int action, Body&& body) {
   std::optional<CCurlException> failure;
@@ -36,7 +36,7 @@ bool guard(int action, Body&& body) {
   return false;
 }
 
-/// Runs the body of a function, which returns a zel::Temp, and hands its result on.
+/// Runs the body of a function, which returns a zel::Temp. \return its result.
 template <typename Body>
 ZEL_Variable* runFunction(Body&& body) {
   zel::Temp result;

@@ -27,7 +27,7 @@ namespace ogc {
 /// The texts of a string variable, scalar or array; errors for other types.
 [[nodiscard]] std::vector<std::string> textsOf(ZEL_Variable* v);
 
-/// A variable converted to a type; the conversion is released with it, the caller's own variable is left alone.
+/// A variable converted to a type. Owns the conversion; the caller's variable does not change.
 class Converted {
 public:
   Converted(ZEL_Variable* v, ZEL_Type type) : m_value(ZEL_VarTypeConvert(v, type)) {
@@ -46,17 +46,17 @@ private:
 
 /// Errors unless the variable is a scalar.
 void requireScalar(const ZEL_Variable* v);
-/// The text of a host string, "" when it holds none.
+/// The text of a host string, "" if it is empty.
 [[nodiscard]] inline const char* cString(const ZEL_STRING& s) noexcept { return s.s != nullptr ? s.s : ""; }
 /// @}
 
-/// What the host fills for one accepted keyword.
+/// What the host fills in for one accepted keyword.
 struct KeywordSlot {
   std::int32_t present;
   ZEL_Variable* value;
 };
 
-/// What the host fills for a call with `N` accepted keywords.
+/// What the host fills in for the `N` keywords that a routine accepts.
 template <std::size_t N>
 struct KeywordRecord {
   ZEL_KwResult host{};
@@ -74,7 +74,7 @@ struct KeywordEntry {
   ZEL_KwFlag kind = ZEL_KW_VIN;
 };
 
-/// The `N` keywords that a routine accepts, made by the compiler from entries in any order.
+/// The `N` keywords that a routine accepts, given in any order. Made at compile time.
 template <std::size_t N>
 class KeywordTable {
 public:
@@ -90,11 +90,11 @@ public:
                    slot + offsetof(KeywordSlot, value)};
   }
 
-  /// For the host: sorted by name, closed by an empty entry.
+  /// The table for the host: sorted by name, with an empty entry at the end.
   [[nodiscard]] const ZEL_KwDef* defs() const noexcept { return m_defs.data(); }
-  /// Where the values of a keyword are. A name that is not in the table does not compile.
+  /// Index of a keyword in Keywords. A name that is not in the table does not compile.
   [[nodiscard]] consteval std::size_t slot(std::string_view name) const { return find(name); }
-  /// The same for a name known at run time; throws std::out_of_range.
+  /// The same for a name known at run time. \throws std::out_of_range
   [[nodiscard]] constexpr std::size_t find(std::string_view name) const {
     const auto last = m_defs.end() - 1;
     const auto found = std::lower_bound(m_defs.begin(), last, name, [](const ZEL_KwDef& def, std::string_view wanted) {
@@ -113,7 +113,7 @@ template <std::size_t N>
 consteval KeywordTable<N> keywordTable(const KeywordEntry (&entries)[N]) {
   return KeywordTable<N>(std::to_array(entries));
 }
-/// For a routine that accepts no keyword.
+/// For a routine that accepts no keywords.
 inline constexpr KeywordTable<0> noKeywords({});
 
 /// The keywords of one call. Unknown ones are errors.
@@ -124,7 +124,7 @@ public:
     ZEL_KWProcessByOffset(argc, argv, argk, table.defs(), 1, &m_record.host);
   }
 
-  /// The caller's variable of an accepted keyword, null when it was not given.
+  /// The caller's variable for an accepted keyword; null if it was not given.
   [[nodiscard]] ZEL_Variable* operator[](std::size_t slot) const {
     const KeywordSlot& given = m_record.slots.at(slot);
     return given.present != 0 ? given.value : nullptr;
@@ -134,7 +134,7 @@ private:
   KeywordRecord<N> m_record;
 };
 
-/// Stores a 32-bit integer in the variable of an output keyword; null for one that was not given.
+/// Stores a 32-bit integer in the variable of an output keyword. Does nothing for null, a keyword that was not given.
 void store(ZEL_Variable* output, std::int32_t value);
 
 } // namespace ogc

@@ -1,5 +1,5 @@
 /// \file
-/// Properties of the objects: what SETPROPERTY, GETPROPERTY and PARSEURL do, and the defaults that INIT gives.
+/// Properties of the objects.
 #pragma once
 
 #include "client/base.h"
@@ -8,13 +8,13 @@
 
 #include <cstdint>
 
-/// Applies the property keywords of a call, in a fixed order, to the client that the slot holds. What was applied
-/// before one that fails stays. \param initialise nonzero: the client is new and is prepared first
+/// Applies the property keywords of a call, in a fixed order, to the client in a slot. If one fails, those before it
+/// stay applied. \param initialise nonzero if the client is new and must be initialised first
 void OGCWCSProcessSetProperties(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk, int initialise,
                                 const std::int64_t* clientSlot);
 void OGCWMSProcessSetProperties(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk, int initialise,
                                 const std::int64_t* clientSlot);
-/// Fills the variables of the property keywords of a call.
+/// Stores the values of properties in the variables of the keywords of a call.
 void OGCWCSProcessGetProperties(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk,
                                 const std::int64_t* clientSlot);
 void OGCWMSProcessGetProperties(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk,

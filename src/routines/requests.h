@@ -14,17 +14,17 @@
 
 namespace ogc {
 
-/// \name Values of keywords, whose variable is null when they were not given
+/// \name Values of keywords; the variable is null for a keyword that was not given
 /// @{
-/// FROM_FILE: the name of an existing file, none when it was not given.
+/// FROM_FILE: the name of an existing file.
 [[nodiscard]] std::optional<std::string> fileOf(ZEL_Variable* v);
-/// FROM_URL: a text that is not empty, none when it was not given.
+/// FROM_URL: a text that is not empty.
 [[nodiscard]] std::optional<std::string> urlOf(ZEL_Variable* v);
 /// The text for a client, null for none.
 [[nodiscard]] inline const char* orNull(const std::optional<std::string>& text) noexcept {
   return text ? text->c_str() : nullptr;
 }
-/// VALIDATION_MODE and SCHEMA_CHECKING: 0 to 2, 0 when not given.
+/// VALIDATION_MODE and SCHEMA_CHECKING: 0 to 2, by default 0.
 [[nodiscard]] int validationModeOf(ZEL_Variable* v);
 [[nodiscard]] int schemaCheckingOf(ZEL_Variable* v);
 
@@ -35,15 +35,15 @@ struct Selection {
 };
 /// The keywords of a routine that returns a part of a list.
 inline constexpr auto listKeywords = keywordTable({{"COUNT", ZEL_KW_OUT}, {"INDEX"}, {"NUMBER"}});
-/// The part that INDEX and NUMBER select of `total` entries; COUNT receives its size.
-/// \param indexTooLarge error for an INDEX not below `total`
+/// The part of `total` entries that INDEX and NUMBER select. COUNT receives its size.
+/// \param indexTooLarge error message for an INDEX of `total` or more
 [[nodiscard]] Selection select(const Keywords<3>& keywords, std::int64_t total, const char* indexTooLarge);
 /// @}
 
-/// Text of a query argument; errors with `emptyMessage` when there is none.
+/// The text of a query argument; an empty one is an error with `emptyMessage`.
 [[nodiscard]] std::string queryOf(ZEL_Variable* v, const char* emptyMessage);
 
-/// What a result routine returns when there is no result.
+/// What a result routine returns if there is no result.
 [[nodiscard]] inline zel::Temp nothing() { return zel::Temp(ZEL_GettmpInt(0)); }
 
 /// A routine that takes a query and returns the name of the file that the answer was written to.

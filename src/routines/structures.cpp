@@ -10,11 +10,11 @@ namespace ogc {
 
 namespace {
 
-/// The definition of a structure that fits certain records: measure them all, define, then fill elements.
+/// The structure that holds certain records: measure() all of them, define() it, then fill() its elements.
 class Shape {
 public:
   explicit Shape(std::span<const Tag> tags);
-  /// Makes the lists long enough for a record.
+  /// Makes the lists as long as a record needs.
   void measure(const void* record, void* context);
   const ZEL_StructDef* define();
   void fill(const void* record, char* element, void* context) const;
@@ -27,7 +27,7 @@ private:
     [[nodiscard]] bool isList() const noexcept { return tag->next != nullptr; }
   };
 
-  /// Calls `f(entry, k)` for every valid entry of a list, or for a nested record.
+  /// Calls `f(entry, k)` for each entry of a list, or for a nested record.
   template <typename F>
   static void forEntries(const Part& part, const void* record, void* context, F&& f);
 

@@ -1,7 +1,7 @@
 /// \file
-/// Host structures from the records of a parsed document, by tables of tags. All leaves are strings; a list is an array
-/// as long as the longest one of its kind among the records that are returned together, and a single empty value when
-/// all are empty.
+/// Makes host structures from the records of a parsed document, by tables of tags. All values are strings. A list is an
+/// array as long as the longest list of its kind among the records that are returned together, or a single empty value
+/// if all of them are empty.
 #pragma once
 
 #include "zel_curl_text.h"
@@ -13,10 +13,11 @@
 #include <type_traits>
 
 /// \name Primitives
-/// `offsets` are those of the tags of a structure, `element` is one element of it.
+/// `offsets` holds the offset in bytes of each tag in `element`, one structure.
 /// @{
 
-/// Defines a tag; its name is kept in element `index` of `names`. \param n 0: a scalar, otherwise an array
+/// Defines a tag; its name is stored in element `index` of `names`. \param n 0 for a scalar, otherwise the array's
+/// length
 void _ZEL_OgcWcsAddStrucTag(int index, const char* name, ZEL_STRING* names, ZEL_StructTagDef* tag, ZEL_Type type,
                             std::int64_t n, std::uint8_t flags);
 void _ZEL_OgcWcsSetTagDataStr(int tag, char* element, const std::int64_t* offsets, const char* text);
@@ -27,7 +28,7 @@ void _ZEL_OgcWcsSetTagDataInt(int tag, char* element, const std::int64_t* offset
 
 namespace ogc {
 
-/// One tag of a structure: how it is named and how its value is reached from the record. Made by the functions below.
+/// One tag of a structure: its name, and how to get its value from a record. Made by the functions below.
 struct Tag {
   const char* name;
   const char* (*text)(const void* record) = nullptr;                 ///< of a text, or of an entry of a text list
@@ -37,8 +38,8 @@ struct Tag {
   std::span<const Tag> nested{};                                     ///< tags of nested structures
 };
 
-/// An array of structures, one for each record. \pre there is a record
-/// \param context handed to the functions of the tags that reach list entries
+/// An array of structures, one for each record. \pre there is at least one record
+/// \param context passed to the functions of the tags
 [[nodiscard]] zel::Temp structsOf(std::span<const Tag> tags, std::span<const void* const> records,
                                   void* context = nullptr);
 
@@ -66,7 +67,7 @@ const Entry* nextOf(const Entry* entry) noexcept {
     return entry->pNext;
 }
 
-/// The entries of a list that a field is the head of.
+/// The first entry of the list that a field holds.
 template <auto Head>
 const auto* headOf(const void* record) noexcept {
   return +field<Head>(record);
@@ -112,7 +113,7 @@ constexpr Tag text(const char* name) {
   return {.name = name, .text = detail::textOf<Member>};
 }
 
-/// A number field, or the length of the list that a field is the head of, as decimal text.
+/// A number field, or the length of the list that a field holds, as decimal text.
 template <auto Member>
 constexpr Tag number(const char* name) {
   return {.name = name, .count = detail::countOf<Member>};
@@ -124,7 +125,7 @@ constexpr Tag nested(const char* name, std::span<const Tag> tags) {
   return {.name = name, .first = detail::nestedOf<Member>, .nested = tags};
 }
 
-/// A list of texts. \tparam Count the field with the number of its valid entries; by default all are
+/// A list of texts. \tparam Count field with the number of entries to return, by default all
 template <auto Head, auto Count = Head>
 constexpr Tag texts(const char* name) {
   static_assert(std::is_same_v<detail::EntryOf<Head>, xNodeStr_t>);
@@ -135,7 +136,7 @@ constexpr Tag texts(const char* name) {
           .next = detail::following<xNodeStr_t>};
 }
 
-/// A list of records. \tparam Count as for texts
+/// A list of records. \tparam Count as for texts()
 template <auto Head, auto Count = Head>
 constexpr Tag records(const char* name, std::span<const Tag> tags) {
   return {.name = name,

@@ -7,16 +7,16 @@
 #include <cstddef>
 #include <string>
 
-/// Writes the path of a service's file store into `buffer`, cut to `size - 1` characters; the directory is made when
-/// it is missing. Empty when the host has none.
+/// Writes the path of a service's file store to `buffer`, a buffer of `size` bytes, cut to `size - 1`. Makes the
+/// directory if it is missing. The path is empty if the host has no such directory.
 void _ZEL_OgcWcsUserDir(char* buffer, unsigned int size);
 void _ZEL_OgcWmsUserDir(char* buffer, unsigned int size);
-/// Leading blanks of a text; its last character is never counted.
+/// Number of leading spaces of a text. Its last character is never counted.
 [[nodiscard]] int _ZEL_OgcCountLeadingSpaces(const char* text) noexcept;
 
 namespace ogc {
 
-/// Size of a buffer for a path, its terminator included.
+/// Size in bytes of a buffer for a path, including the terminator.
 constexpr std::size_t pathSize = 1025;
 
 /// The path, of at most 1024 characters.

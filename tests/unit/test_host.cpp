@@ -292,7 +292,7 @@ TEST_F(Host, TellsObjectsAndHeapVariables) {
   EXPECT_EQ(zel::host::objectMemory(), 400);
   ZEL_HeapVarDelete(object);
   EXPECT_EQ(zel::host::objectMemory(), 0);
-  EXPECT_EQ(errorOf([&] { ZEL_ObjReference(reference.get()); }), "The object is gone: it was closed.");
+  EXPECT_EQ(errorOf([&] { ZEL_ObjReference(reference.get()); }), "The object no longer exists: it was closed.");
   const Temp null = number<ZEL_HVID>(ZEL_TYP_OBJREF, 0);
   EXPECT_EQ(errorOf([&] { ZEL_ObjReference(null.get()); }), "The object reference is null.");
   const Temp five(ZEL_GettmpInt(5));
@@ -441,9 +441,9 @@ TEST_F(HostFiles, LoadsModules) {
   // A module that refused does so again, and leaves no class without methods.
   fs::copy_file(SAMPLE_MODULE, at("refusing.so"));
   setenv("SAMPLE_REFUSE", "1", 1);
-  EXPECT_NE(load(at("refusing.so")).find("ZEL_Load gave 0"), std::string::npos);
+  EXPECT_NE(load(at("refusing.so")).find("ZEL_Load returned 0"), std::string::npos);
   unsetenv("SAMPLE_REFUSE");
-  EXPECT_NE(load(at("refusing.so")).find("ZEL_Load gave 0"), std::string::npos);
+  EXPECT_NE(load(at("refusing.so")).find("ZEL_Load returned 0"), std::string::npos);
   EXPECT_EQ(zel::host::findClass("Sample"), nullptr);
 
   EXPECT_EQ(load("sample_module"), "");
