@@ -16,7 +16,7 @@ int main(int argc, char** argv) {
   try {
     CCurl transfer;
     transfer.CurlSetToBuf(1);
-    transfer.CurlProcessRequest(argv[1], CURL_RQ_HTTP_GET);
+    transfer.CurlProcessRequest(argv[1], transfer::httpGet);
     std::printf("%" PRId64 "\n", transfer.BufferLength());
   } catch (const CCurlException& e) {
     std::fprintf(stderr, "%s\n", e.ErrMsg());

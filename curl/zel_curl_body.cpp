@@ -13,12 +13,12 @@ constexpr int mostReserved = 64 << 20; // on the server's word about its length
 
 std::size_t CCurl::CurlWriteDataCallback(void* data, unsigned long size, unsigned long count, void* object) noexcept {
   return guardCallback(object, static_cast<std::size_t>(CURL_WRITEFUNC_ERROR),
-                [&](CCurl& self) { return self.takeBody(static_cast<const char*>(data), size, count); });
+                       [&](CCurl& self) { return self.takeBody(static_cast<const char*>(data), size, count); });
 }
 
 std::size_t CCurl::takeBody(const char* data, std::size_t size, std::size_t count) {
   if (m_cancelled != 0) return count;
-  if (m_requestType == CURL_RQ_HTTP_DELETE && m_toBuf == 0) return count; // has no place for it
+  if (m_requestType == transfer::httpDelete && m_toBuf == 0) return count; // has no place for it
   if (!m_file.isOpen() && !m_buffer) CurlExamineHeader();
   if (m_buffer) {
     const auto bytes = static_cast<std::int64_t>(size * count);
@@ -35,7 +35,7 @@ std::size_t CCurl::takeBody(const char* data, std::size_t size, std::size_t coun
 void CCurl::CurlExamineHeader() {
   if (isHttp()) {
     CurlHttpParseRspHdr(m_rsp.header.data());
-    m_headerExamined = m_requestType != CURL_RQ_HTTP_DELETE; // its message shows the body
+    m_headerExamined = m_requestType != transfer::httpDelete; // its message shows the body
     if (m_headerExamined) CurlHttpExamineHeaderMsg();
   }
   if (m_toBuf != 0) {
@@ -45,8 +45,8 @@ void CCurl::CurlExamineHeader() {
     return;
   }
   if (responseFileName() == nullptr) return;
-  CText name = *responseFileName();
-  if (m_requestType == CURL_RQ_HTTP_GET && m_set.extVers == 0) nameAfterType(name);
+  transfer::Text name = *responseFileName();
+  if (m_requestType == transfer::httpGet && m_set.extVers == 0) nameAfterType(name);
   if (!m_file.open(name.c_str())) return fileFault("file open failed. file: (" + name.str() + ")");
   m_rsp.file = name;
 }
@@ -61,14 +61,14 @@ void CCurl::writeFault() { fileFault("Failed to write the data into file, (" + m
 // What failed here is worth more to the user than libcurl's words about it.
 void CCurl::fileFault(const std::string& problem) {
   m_fault = problem + ": " + std::strerror(errno);
-  m_message = formatLimited(1023, "Error: %s", problem.c_str());
+  m_message = transfer::formatLimited(1023, "Error: %s", problem.c_str());
   tell(m_message);
 }
 
 std::size_t CCurl::CurlHttpPutPostPushCallback(void* buffer, unsigned long size, unsigned long count,
                                                void* object) noexcept {
   return guardCallback(object, static_cast<std::size_t>(CURL_READFUNC_ABORT),
-                [&](CCurl& self) { return self.supplyBody(static_cast<char*>(buffer), size * count); });
+                       [&](CCurl& self) { return self.supplyBody(static_cast<char*>(buffer), size * count); });
 }
 
 std::size_t CCurl::supplyBody(char* buffer, std::size_t size) {

@@ -4,10 +4,10 @@
 #include "zel_curl_text.h"
 
 CCurlException::CCurlException(char const* msg) {
-  copyTruncated(m_msg, sizeof m_msg, shown(msg != nullptr ? msg : "") + '.');
+  transfer::copyTruncated(m_msg, sizeof m_msg, transfer::shown(msg != nullptr ? msg : "") + '.');
 }
 
 CCurlException::CCurlException(char const* msg, char const* detail) {
   const std::string text = std::string(msg != nullptr ? msg : "") + ' ' + (detail != nullptr ? detail : "") + '.';
-  copyTruncated(m_msg, sizeof m_msg, shown(text));
+  transfer::copyTruncated(m_msg, sizeof m_msg, transfer::shown(text));
 }

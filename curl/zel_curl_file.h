@@ -7,18 +7,20 @@
 #include <string>
 #include <utility>
 
-struct CFileCloser {
+namespace transfer {
+
+struct FileCloser {
   void operator()(std::FILE* file) const noexcept { std::fclose(file); }
 };
-using CFilePtr = std::unique_ptr<std::FILE, CFileCloser>;
+using FilePtr = std::unique_ptr<std::FILE, FileCloser>;
 
 /// Owns a file descriptor.
-class CDescriptor {
+class Descriptor {
 public:
-  explicit CDescriptor(int fd = -1) noexcept : m_fd(fd) {}
-  ~CDescriptor() { reset(); }
-  CDescriptor(CDescriptor&& other) noexcept : m_fd(std::exchange(other.m_fd, -1)) {}
-  CDescriptor& operator=(CDescriptor&& other) noexcept {
+  explicit Descriptor(int fd = -1) noexcept : m_fd(fd) {}
+  ~Descriptor() { reset(); }
+  Descriptor(Descriptor&& other) noexcept : m_fd(std::exchange(other.m_fd, -1)) {}
+  Descriptor& operator=(Descriptor&& other) noexcept {
     std::swap(m_fd, other.m_fd);
     return *this;
   }
@@ -32,7 +34,7 @@ private:
 
 /// The file that receives a response. It replaces an older file of its name and remembers which file it wrote, so that
 /// a file that another process puts in its place is not taken for it.
-class CResponseFile {
+class ResponseFile {
 public:
   /// \return false when the file could not be opened; `errno` says why.
   bool open(const char* path);
@@ -55,7 +57,9 @@ public:
   [[nodiscard]] bool isStillThere() const noexcept;
 
 private:
-  CFilePtr m_file;
+  FilePtr m_file;
   std::string m_path;
-  CDescriptor m_written; ///< held open so that the inode cannot be reused
+  Descriptor m_written; ///< held open so that the inode cannot be reused
 };
+
+} // namespace transfer

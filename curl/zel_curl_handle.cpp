@@ -21,21 +21,21 @@ void replaceHandle() {
 
 } // namespace
 
-CCurlLease::CCurlLease(const CCurl* owner) {
+transfer::Lease::Lease(const CCurl* owner) {
   if (g_owner != nullptr) throw CCurlException("Error: another request is running. Wait until it has ended.");
   if (CCurl::CurlStartup() == 0) throw CCurlException("Error: the transfer library libcurl could not be started.");
   g_owner = owner;
 }
 
-CCurlLease::~CCurlLease() {
+transfer::Lease::~Lease() {
   curl_easy_reset(g_pHCurl);
   g_owner = nullptr;
   if (std::exchange(g_closeWanted, false)) replaceHandle();
 }
 
-CURL* CCurlLease::handle() noexcept { return g_pHCurl; }
+CURL* transfer::Lease::handle() noexcept { return g_pHCurl; }
 
-bool CCurlLease::interrupted() { return g_interrupted != nullptr && g_interrupted() != 0; }
+bool transfer::Lease::interrupted() { return g_interrupted != nullptr && g_interrupted() != 0; }
 
 int CCurl::CurlStartup() {
   if (g_pHCurl == nullptr) {

@@ -26,7 +26,7 @@ std::string htmlText(const char* text, int limit, std::size_t most) {
   const int size = static_cast<int>(::strnlen(text, static_cast<std::size_t>(limit)));
   const int start = CCurl::CurlFindStringEndIdx(size, text, "<html>", 0);
   const int end = start != 0 ? CCurl::CurlFindStringEndIdx(size, text, "</html>", start) : 0;
-  return std::string(cutAt(end != 0 ? std::string_view(text + start, text + end) : "No HTML found", most));
+  return std::string(transfer::cutAt(end != 0 ? std::string_view(text + start, text + end) : "No HTML found", most));
 }
 
 const char* statusClass(int status) noexcept {
@@ -45,7 +45,9 @@ const char* statusClass(int status) noexcept {
 }
 
 // True while libcurl reads the trailers of a chunked body, whose fields may be called like a status line.
-bool inTrailers() noexcept { return curl_easy_nextheader(CCurlLease::handle(), CURLH_TRAILER, -1, nullptr) != nullptr; }
+bool inTrailers() noexcept {
+  return curl_easy_nextheader(transfer::Lease::handle(), CURLH_TRAILER, -1, nullptr) != nullptr;
+}
 
 } // namespace
 
@@ -91,7 +93,7 @@ std::size_t CCurl::takeHeader(std::string_view data) {
 }
 
 void CCurl::forgetBlock() {
-  m_rsp = CurlResponse{};
+  m_rsp = transfer::Response{};
   m_buffer.reset();
   m_headerTruncated = m_headerEnded = m_headerExamined = false;
   m_headerTail.clear();
@@ -117,7 +119,7 @@ void CCurl::CurlHttpParseRspHdr(char const* header) {
   if (limit >= 12) m_rsp.statusCode = threeDigits(header + 9);
   if (limit > 13 && header[12] != '\r') CurlGetRspValue(header, 13, &m_rsp.statusText);
 
-  const auto value = [&](const char* pattern, CText& text) {
+  const auto value = [&](const char* pattern, transfer::Text& text) {
     const int index = CurlFindStringEndIdx(limit, header, pattern, 0);
     return index != 0 ? CurlGetRspValue(header, index, &text) : 0;
   };
@@ -139,12 +141,12 @@ void CCurl::CurlHttpParseRspHdr(char const* header) {
   value("last-modified: ", m_rsp.lastModified);
 }
 
-int CCurl::CurlGetRspValue(char const* header, int index, CText* value) {
+int CCurl::CurlGetRspValue(char const* header, int index, transfer::Text* value) {
   if (index < 0 || index > lastIndex) return 0;
   const std::string_view rest(header + index, ::strnlen(header + index, lastIndex - index));
   const auto end = rest.find('\r');
   if (end == rest.npos || end == 0) return 0;
-  value->set(cutAt(rest.substr(0, end), valueLimit));
+  value->set(transfer::cutAt(rest.substr(0, end), valueLimit));
   return static_cast<int>(value->str().size());
 }
 
@@ -167,27 +169,28 @@ void CCurl::CurlHttpParseContentType() {
   auto end = text.find(';', start);
   if (end == text.npos) end = text.find(' ', start);
   end = std::min(end, text.size());
-  if (end > start) m_rsp.parsedContentType.set(cutAt(text.substr(start, end - start), typeLimit));
+  if (end > start) m_rsp.parsedContentType.set(transfer::cutAt(text.substr(start, end - start), typeLimit));
 }
 
 void CCurl::CurlHttpExamineHeaderMsg() {
   if (m_rsp.statusCode / 100 == 2) return;
-  const std::string html = m_requestType == CURL_RQ_HTTP_DELETE && m_buffer
+  const std::string html = m_requestType == transfer::httpDelete && m_buffer
                                ? m_buffer->data
                                : htmlText(m_rsp.header.data(), lastIndex - 1, 511);
-  m_message = formatLimited(messageLimit, "%s Remote Host(%s), Http ErrCode(%d), Http Err(%s) Http ErrMsg(%s)",
-                            statusClass(m_rsp.statusCode), m_set.host.c_str(), m_rsp.statusCode,
-                            m_rsp.statusText.c_str(), html.c_str());
+  m_message = transfer::formatLimited(
+      transfer::messageLimit, "%s Remote Host(%s), Http ErrCode(%d), Http Err(%s) Http ErrMsg(%s)",
+      statusClass(m_rsp.statusCode), m_set.host.c_str(), m_rsp.statusCode, m_rsp.statusText.c_str(), html.c_str());
   tell(m_message);
 }
 
 int CCurl::CurlHttpGetHtmlErrorMsg(char* out, int outSize) {
   const std::string html = htmlText(m_rsp.header.data(), lastIndex - 1, 511);
-  return copyTruncated(out, outSize,
-                       formatLimited(lastIndex,
-                                     "Error: Http Get did not succeed. Remote Host(%s), Http ErrCode(%d), Http "
-                                     "Err(%s) Http ErrMsg(%s)",
-                                     m_set.host.c_str(), m_rsp.statusCode, m_rsp.statusText.c_str(), html.c_str()));
+  return transfer::copyTruncated(
+      out, outSize,
+      transfer::formatLimited(lastIndex,
+                              "Error: Http Get did not succeed. Remote Host(%s), Http ErrCode(%d), Http "
+                              "Err(%s) Http ErrMsg(%s)",
+                              m_set.host.c_str(), m_rsp.statusCode, m_rsp.statusText.c_str(), html.c_str()));
 }
 
 void CCurl::CurlHttpParseError(char const* text, char* out, int outSize) {

@@ -6,14 +6,14 @@
 
 namespace {
 
-constexpr CText CurlSettings::*allTexts[] = {
-    &CurlSettings::callback,      &CurlSettings::scheme,         &CurlSettings::host,
-    &CurlSettings::port,          &CurlSettings::path,           &CurlSettings::queryPrefix,
-    &CurlSettings::query,         &CurlSettings::querySuffix,    &CurlSettings::proxy,
-    &CurlSettings::proxyPort,     &CurlSettings::user,           &CurlSettings::passwd,
-    &CurlSettings::proxyUser,     &CurlSettings::proxyPasswd,    &CurlSettings::sslCaInfo,
-    &CurlSettings::fileToSend,    &CurlSettings::fileHttpGetRsp, &CurlSettings::fileHttpPutPostRsp,
-    &CurlSettings::fileFtpGetRsp, &CurlSettings::fileFtpRsp};
+constexpr transfer::Text transfer::Settings::*allTexts[] = {
+    &transfer::Settings::callback,      &transfer::Settings::scheme,         &transfer::Settings::host,
+    &transfer::Settings::port,          &transfer::Settings::path,           &transfer::Settings::queryPrefix,
+    &transfer::Settings::query,         &transfer::Settings::querySuffix,    &transfer::Settings::proxy,
+    &transfer::Settings::proxyPort,     &transfer::Settings::user,           &transfer::Settings::passwd,
+    &transfer::Settings::proxyUser,     &transfer::Settings::proxyPasswd,    &transfer::Settings::sslCaInfo,
+    &transfer::Settings::fileToSend,    &transfer::Settings::fileHttpGetRsp, &transfer::Settings::fileHttpPutPostRsp,
+    &transfer::Settings::fileFtpGetRsp, &transfer::Settings::fileFtpRsp};
 
 void setInRange(int& field, int value, int most, const char* error) {
   if (value < 0 || value > most) throw CCurlException(error);
@@ -22,7 +22,7 @@ void setInRange(int& field, int value, int most, const char* error) {
 
 int flag(int value) noexcept { return value != 0 ? 1 : 0; }
 
-int portNumber(const CText& text) noexcept {
+int portNumber(const transfer::Text& text) noexcept {
   return static_cast<int>(std::clamp(std::strtol(text.c_str(), nullptr, 10), 0L, static_cast<long>(INT_MAX)));
 }
 
@@ -64,11 +64,11 @@ void CCurl::CurlSetCallback(char const* v) { m_set.callback.set(v); }
 void CCurl::CurlSetSslCAInfo(char const* v) { m_set.sslCaInfo.set(v); }
 void CCurl::CurlSetRspParsedContentType(char const* v) { m_rsp.parsedContentType.set(v); }
 
-void CCurl::CurlStringHandler(CText* field, char const* value) {
+void CCurl::CurlStringHandler(transfer::Text* field, char const* value) {
   if (field != nullptr) field->set(value);
 }
 
-void CCurl::CurlCleanUpCharArray(CText* field) noexcept {
+void CCurl::CurlCleanUpCharArray(transfer::Text* field) noexcept {
   if (field != nullptr) field->clear();
 }
 
@@ -97,9 +97,9 @@ void CCurl::CurlSetPasswd(char const* v) { m_set.passwd.set(v); }
 void CCurl::CurlSetProxyUser(char const* v) { m_set.proxyUser.set(v); }
 void CCurl::CurlSetProxyPasswd(char const* v) { m_set.proxyPasswd.set(v); }
 
-void CCurl::CurlCreateUsrPwd(CText* out, char const* user, char const* pwd) {
-  const CText name(user != nullptr ? user : "");
-  const CText secret(pwd != nullptr ? pwd : "");
+void CCurl::CurlCreateUsrPwd(transfer::Text* out, char const* user, char const* pwd) {
+  const transfer::Text name(user != nullptr ? user : "");
+  const transfer::Text secret(pwd != nullptr ? pwd : "");
   out->set(name.present() || secret.present() ? name.str() + ':' + secret.str() : std::string());
 }
 
@@ -137,7 +137,7 @@ void CCurl::CurlCopySettings(const CCurl& from) {
   m_callback = from.m_callback;
 }
 
-void CCurl::CurlSetCallbackFunc(CurlCallbackFunc fn) noexcept { m_callback = fn; }
+void CCurl::CurlSetCallbackFunc(transfer::StatusCallback fn) noexcept { m_callback = fn; }
 void CCurl::CurlSetCallbackData(unsigned long data) noexcept { m_set.callbackData = data; }
 
 void CCurl::CurlSetFromBufPtr(int flag, char const* data, long length) noexcept {
@@ -163,7 +163,7 @@ void CCurl::CurlHoldResponseFile(bool hold) noexcept {
   if (!hold) m_file.release();
 }
 
-void CCurl::CurlCleanUpStrNodes(CTextList* list) noexcept {
+void CCurl::CurlCleanUpStrNodes(transfer::TextList* list) noexcept {
   if (list != nullptr) list->clear();
 }
 

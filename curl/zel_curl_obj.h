@@ -25,30 +25,32 @@ struct xProgressValues {
   double ulNow;
 };
 
+namespace transfer {
+
 /// Status callback: routine name, user data, message, figures (null for plain messages). 0 cancels the transfer. It may
 /// throw; the transfer then ends and the exception continues from CurlProcessRequest.
-using CurlCallbackFunc = int (*)(char* name, unsigned long data, char const* msg, xProgressValues* progress);
+using StatusCallback = int (*)(char* name, unsigned long data, char const* msg, xProgressValues* progress);
 
 /// Request types; bit 0x40 marks the HTTP family, bit 0x80 the FTP family.
-enum CurlRequestType : int {
-  CURL_RQ_HTTP_GET = 0x41,
-  CURL_RQ_HTTP_PUT = 0x42,
-  CURL_RQ_HTTP_POST = 0x43,
-  CURL_RQ_HTTP_DELETE = 0x44,
-  CURL_RQ_FTP_GET = 0x81,
-  CURL_RQ_FTP_PUT = 0x82,
-  CURL_RQ_FTP_DIR = 0x83,
-  CURL_RQ_FTP_CMD = 0x84
+enum RequestType : int {
+  httpGet = 0x41,
+  httpPut = 0x42,
+  httpPost = 0x43,
+  httpDelete = 0x44,
+  ftpGet = 0x81,
+  ftpPut = 0x82,
+  ftpDirectory = 0x83,
+  ftpCommand = 0x84
 };
 
 /// What a user sets. Stays across requests.
-struct CurlSettings {
-  CText callback; ///< name of the status routine; reports are made only when function and name are set
+struct Settings {
+  Text callback; ///< name of the status routine; reports are made only when function and name are set
   unsigned long callbackData = 0;
-  CText scheme{"http"}, host, port{"80"}, path, queryPrefix, query, querySuffix;
-  CText proxy, proxyPort{"80"};
-  CText user, passwd;
-  CText proxyUser, proxyPasswd;
+  Text scheme{"http"}, host, port{"80"}, path, queryPrefix, query, querySuffix;
+  Text proxy, proxyPort{"80"};
+  Text user, passwd;
+  Text proxyUser, proxyPasswd;
   int authent = 3; ///< 0 none, 1 Basic, 2 Digest, 3 either
   int proxyAuthent = 3;
   int encode = 0;         ///< 0 none, 1 deflate, 2 gzip, 3 whatever libcurl knows
@@ -56,7 +58,7 @@ struct CurlSettings {
   int ftpAscii = 0;
   int ftpExplicitSsl = 0;
   int ftpConnMode = 1; ///< 1 active, 0 passive
-  CText sslCaInfo;
+  Text sslCaInfo;
   int sslVerifyPeer = 1;
   int sslVerifyHost = 1;
   int sslVersion = 0;       ///< as CURLOPT_SSLVERSION, 0 to 3
@@ -64,17 +66,17 @@ struct CurlSettings {
   int connectTimeout = 180; ///< seconds
   int rxTxTimeout = 1800;   ///< seconds, whole transfer
   int verbose = 0;
-  CText fileToSend;
-  CText fileHttpGetRsp, fileHttpPutPostRsp, fileFtpGetRsp, fileFtpRsp;
+  Text fileToSend;
+  Text fileHttpGetRsp, fileHttpPutPostRsp, fileFtpGetRsp, fileFtpRsp;
 };
 
 /// What the last response said. Every request starts from the defaults.
-struct CurlResponse {
-  CText statusText, contentLengthText, contentTypeText, server, date, lastModified;
-  CText parsedContentType; ///< the content type as a file extension
-  CText transferEncoding, contentEncoding;
-  CText file;                      ///< file that the body was written to
-  CText errorFile;                 ///< the same when the request failed: it holds the server's own words
+struct Response {
+  Text statusText, contentLengthText, contentTypeText, server, date, lastModified;
+  Text parsedContentType; ///< the content type as a file extension
+  Text transferEncoding, contentEncoding;
+  Text file;                       ///< file that the body was written to
+  Text errorFile;                  ///< the same when the request failed: it holds the server's own words
   std::array<char, 8192> header{}; ///< raw header bytes, NUL-terminated at index 8191
   std::array<char, 128> lastFtpResponse{};
   int statusCode = 0;    ///< HTTP status, FTP reply code, or libcurl's code after a failed transfer
@@ -83,6 +85,8 @@ struct CurlResponse {
   int chunked = 0;
   int headerComplete = 0;
 };
+
+} // namespace transfer
 
 class CCurl {
 public:
@@ -133,8 +137,8 @@ public:
   void CurlSetCallback(char const* v);
   void CurlSetSslCAInfo(char const* v);
   void CurlSetRspParsedContentType(char const* v);
-  static void CurlStringHandler(CText* field, char const* value);
-  static void CurlCleanUpCharArray(CText* field) noexcept;
+  static void CurlStringHandler(transfer::Text* field, char const* value);
+  static void CurlCleanUpCharArray(transfer::Text* field) noexcept;
 
   /// Stores the text, then converts it. \return the port. \throws CCurlException for an empty text or a number below 1;
   /// an unusable text stays stored.
@@ -147,7 +151,7 @@ public:
   void CurlSetProxyUser(char const* v);
   void CurlSetProxyPasswd(char const* v);
   /// "user:password", absent when both are. Kept for users of the transfer object.
-  static void CurlCreateUsrPwd(CText* out, char const* user, char const* pwd);
+  static void CurlCreateUsrPwd(transfer::Text* out, char const* user, char const* pwd);
 
   /// Values outside the range throw CCurlException and change nothing.
   void CurlSetAuthent(int v);
@@ -168,7 +172,7 @@ public:
   void CurlSetConnectTo(int seconds) noexcept;
   void CurlSetVerbose(int v) noexcept;
 
-  void CurlSetCallbackFunc(CurlCallbackFunc fn) noexcept;
+  void CurlSetCallbackFunc(transfer::StatusCallback fn) noexcept;
   void CurlSetCallbackData(unsigned long data) noexcept;
 
   /// Takes over another object's settings and status callback, not its header lines, buffers and response.
@@ -178,8 +182,8 @@ public:
   void CurlSetFromBufPtr(int flag, char const* data, long length) noexcept;
   void CurlReleaseToBuf() noexcept;
 
-  [[nodiscard]] const CurlSettings& Settings() const noexcept { return m_set; }
-  [[nodiscard]] const CurlResponse& Response() const noexcept { return m_rsp; }
+  [[nodiscard]] const transfer::Settings& Settings() const noexcept { return m_set; }
+  [[nodiscard]] const transfer::Response& Response() const noexcept { return m_rsp; }
   /// Last composed status or error message.
   [[nodiscard]] const std::string& Message() const noexcept { return m_message; }
   /// Received body of a request in buffer mode: address (null when none), length and reported capacity in bytes.
@@ -191,14 +195,14 @@ public:
   /// \name String lists
   /// @{
   /// Empties a list.
-  static void CurlCleanUpStrNodes(CTextList* list) noexcept;
+  static void CurlCleanUpStrNodes(transfer::TextList* list) noexcept;
   [[nodiscard]] static int CurlGetStrNodeCount(const xNodeStr_t* head) noexcept;
   /// Node `index` (from 0; below 1 gives the head), null when the list ends first.
   [[nodiscard]] static const xNodeStr_t* CurlGetStrNode(const xNodeStr_t* head, int index) noexcept;
   /// Adds a request header line (an FTP command for a command request) to the next request, which consumes the list. An
   /// empty line adds an absent one, which is not sent.
   void CurlAddHeader(char const* line);
-  [[nodiscard]] CTextList& HeaderList() noexcept { return m_headers; }
+  [[nodiscard]] transfer::TextList& HeaderList() noexcept { return m_headers; }
   /// @}
 
   /// \name URLs and file names
@@ -223,15 +227,15 @@ public:
   static void CurlReplaceInvalidFilenameChars(char* name) noexcept;
   /// Gives a response file name the extension of the content type and deletes an older file of that name.
   /// \return the result of `unlink`.
-  int CurlBuildFileName(CText* name);
+  int CurlBuildFileName(transfer::Text* name);
   /// Leading blanks; the last character is never counted.
   [[nodiscard]] static int CurlCountLeadingSpaces(char const* str) noexcept;
   /// Cuts line feeds, carriage returns, blanks and commas off the end of the first `len` characters.
   static void CurlRemoveTrailingLfCrSpacesCommas(char* str, int len) noexcept;
   /// @}
 
-  /// Runs one request (CurlRequestType). \throws CCurlException for every failure it reports, after the status callback
-  /// was told; also when another transfer is running.
+  /// Runs one request (transfer::RequestType). \throws CCurlException for every failure it reports, after the status
+  /// callback was told; also when another transfer is running.
   void CurlProcessRequest(char const* url, int requestType);
 
   /// \name Response analysis
@@ -245,7 +249,7 @@ public:
   /// Composes the message for an HTML answer where data was expected; cut to `outSize`. \return length without the cut.
   int CurlHttpGetHtmlErrorMsg(char* out, int outSize);
   static void CurlHttpParseError(char const* text, char* out, int outSize);
-  static int CurlGetRspValue(char const* header, int index, CText* value);
+  static int CurlGetRspValue(char const* header, int index, transfer::Text* value);
   /// Index just past the first match of `pattern` (lower case; text may be lower or upper) in `text` between `start`
   /// and `limit`, or 0. After a mismatch the search goes on at the next character without trying the mismatching one
   /// again.
@@ -298,7 +302,7 @@ private:
   friend int zelCurlOptSeekFunction(void* object, curl_off_t offset, int origin) noexcept;
 
   struct Upload {
-    CFilePtr file;              ///< source when `data` is null
+    transfer::FilePtr file;     ///< source when `data` is null
     const char* data = nullptr; ///< the caller's memory
     std::int64_t size = 0;
     std::int64_t position = 0;
@@ -315,7 +319,7 @@ private:
 
   [[nodiscard]] bool isHttp() const noexcept { return (m_requestType & 0x40) != 0; }
   [[nodiscard]] bool isFtp() const noexcept { return (m_requestType & 0x80) != 0; }
-  [[nodiscard]] const CText* responseFileName() const noexcept;
+  [[nodiscard]] const transfer::Text* responseFileName() const noexcept;
 
   void tell(const std::string& text);
   /// Reports a text, composed as by `printf` and cut at 511 bytes, and throws it.
@@ -325,7 +329,7 @@ private:
   void dropFile() noexcept;
 
   /// Gives a file name the extension of the content type.
-  void nameAfterType(CText& name) const;
+  void nameAfterType(transfer::Text& name) const;
   std::size_t splitServer(std::string_view url, bool needsPath);
   const RequestKind& checkRequest(const char* url);
   void refuseLineBreaks();
@@ -350,15 +354,15 @@ private:
   int seekBody(std::int64_t offset, int origin) noexcept;
   void trace(curl_infotype type, std::string_view data);
 
-  CurlSettings m_set;
-  CurlCallbackFunc m_callback = nullptr;
+  transfer::Settings m_set;
+  transfer::StatusCallback m_callback = nullptr;
   int m_toBuf = 0;
   int m_fromBuf = 0;
   const char* m_fromBufData = nullptr;
   std::int64_t m_fromBufLength = 0;
-  CTextList m_headers;
+  transfer::TextList m_headers;
 
-  CurlResponse m_rsp;
+  transfer::Response m_rsp;
   std::string m_message;
   std::optional<ReceiveBuffer> m_buffer;
 
@@ -369,7 +373,7 @@ private:
   bool m_headerEnded = false;     ///< its blank line came, also in a block that was cut
   bool m_headerExamined = false;
   Upload m_upload;
-  CResponseFile m_file;
+  transfer::ResponseFile m_file;
   bool m_holdFile = false;
   std::string m_fault;      ///< why the request fails when libcurl cannot know it
   std::string m_tracedLine; ///< start of an outgoing header line that the trace has seen in part

@@ -16,13 +16,13 @@ struct ProgressLine {
 };
 
 constexpr ProgressLine progressLines[] = {
-    {CURL_RQ_HTTP_GET, nullptr, "Http: get: received (%.0f), total expected (%.0f)", false},
-    {CURL_RQ_HTTP_PUT, "Http: put: sending file data...", "Http: put: sent (%.0f), total to send (%.0f)", true},
-    {CURL_RQ_HTTP_POST, "Http: post: sending data...", "Http: post: sent (%.0f), total to send (%.0f)", true},
-    {CURL_RQ_FTP_GET, nullptr, "Ftp: get: received (%.0f), total expected (%.0f)", false},
-    {CURL_RQ_FTP_PUT, "Ftp: put: sending file data...", "Ftp: put: sent (%.0f), total to send (%.0f)", true},
-    {CURL_RQ_FTP_DIR, nullptr, "Ftp: dir: receiving directory data...", false},
-    {CURL_RQ_FTP_CMD, nullptr, "Ftp: cmd: processing...", false},
+    {transfer::httpGet, nullptr, "Http: get: received (%.0f), total expected (%.0f)", false},
+    {transfer::httpPut, "Http: put: sending file data...", "Http: put: sent (%.0f), total to send (%.0f)", true},
+    {transfer::httpPost, "Http: post: sending data...", "Http: post: sent (%.0f), total to send (%.0f)", true},
+    {transfer::ftpGet, nullptr, "Ftp: get: received (%.0f), total expected (%.0f)", false},
+    {transfer::ftpPut, "Ftp: put: sending file data...", "Ftp: put: sent (%.0f), total to send (%.0f)", true},
+    {transfer::ftpDirectory, nullptr, "Ftp: dir: receiving directory data...", false},
+    {transfer::ftpCommand, nullptr, "Ftp: cmd: processing...", false},
     {0, nullptr, "unknown call to CurlHttpProgressCallback", false}};
 
 constexpr char chunkedText[] = "Http: get: received (%.0f)";
@@ -31,7 +31,7 @@ constexpr char chunkedText[] = "Http: get: received (%.0f)";
 
 int CCurl::CurlReport(char const* msg, xProgressValues* progress) {
   if (m_callback == nullptr || !m_set.callback.present()) return 1;
-  const std::string line = shown(msg); // the routine may change settings and message
+  const std::string line = transfer::shown(msg); // the routine may change settings and message
   std::string name = m_set.callback.str();
   return m_callback(name.data(), m_set.callbackData, line.c_str(), progress);
 }
@@ -44,8 +44,8 @@ void CCurl::tell(const std::string& text) { CurlIssueCallback(text.c_str(), null
 
 int CCurl::xferInfo(void* object, curl_off_t dlTotal, curl_off_t dlNow, curl_off_t ulTotal, curl_off_t ulNow) noexcept {
   return guardCallback(object, 1, [&](CCurl& self) {
-    if (CCurlLease::interrupted()) return self.m_cancelled = 1;
-    if (self.m_requestType == CURL_RQ_HTTP_DELETE) return 0;
+    if (transfer::Lease::interrupted()) return self.m_cancelled = 1;
+    if (self.m_requestType == transfer::httpDelete) return 0;
     return CurlHttpProgressCallback(object, static_cast<double>(dlTotal), static_cast<double>(dlNow),
                                     static_cast<double>(ulTotal), static_cast<double>(ulNow));
   });
@@ -57,7 +57,7 @@ int CCurl::CurlHttpProgressCallback(void* object, double dlTotal, double dlNow, 
                                     [&](const ProgressLine& row) { return row.type == self.m_requestType; });
     const char* format = line->text;
     if (line->idle != nullptr && ulTotal == 0 && ulNow == 0) format = line->idle;
-    if (line->type == CURL_RQ_HTTP_GET && self.m_rsp.chunked != 0) format = chunkedText;
+    if (line->type == transfer::httpGet && self.m_rsp.chunked != 0) format = chunkedText;
     char text[256];
     std::snprintf(text, sizeof text, format, line->upload ? ulNow : dlNow, line->upload ? ulTotal : dlTotal);
     xProgressValues values{1, dlTotal, dlNow, ulTotal, ulNow};

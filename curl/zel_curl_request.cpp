@@ -19,9 +19,9 @@
 struct CCurl::RequestKind {
   int type;
   const char* name;
-  CText CurlSettings::*file; ///< name of the response file, null when there is none
-  const char* noFileName;    ///< what to say when that name is missing, null when it may be
-  bool toBuffer;             ///< the response may go to the receive buffer
+  transfer::Text transfer::Settings::*file; ///< name of the response file, null when there is none
+  const char* noFileName;                   ///< what to say when that name is missing, null when it may be
+  bool toBuffer;                            ///< the response may go to the receive buffer
   bool uploads;
 
   static const RequestKind all[8];
@@ -29,20 +29,20 @@ struct CCurl::RequestKind {
 };
 
 const CCurl::RequestKind CCurl::RequestKind::all[8] = {
-    {CURL_RQ_HTTP_GET, "Http Get", &CurlSettings::fileHttpGetRsp, "Error: Http Filename for Get Response is not set.",
-     true, false},
-    {CURL_RQ_HTTP_PUT, "Http Put", &CurlSettings::fileHttpPutPostRsp,
+    {transfer::httpGet, "Http Get", &transfer::Settings::fileHttpGetRsp,
+     "Error: Http Filename for Get Response is not set.", true, false},
+    {transfer::httpPut, "Http Put", &transfer::Settings::fileHttpPutPostRsp,
      "Error: Http Filename for Put Response is not set.", true, true},
-    {CURL_RQ_HTTP_POST, "Http Post", &CurlSettings::fileHttpPutPostRsp,
+    {transfer::httpPost, "Http Post", &transfer::Settings::fileHttpPutPostRsp,
      "Error: Http Filename for Put Post Response is not set.", true, true},
-    {CURL_RQ_HTTP_DELETE, "Http Delete", nullptr, nullptr, true, false},
-    {CURL_RQ_FTP_GET, "Ftp Get", &CurlSettings::fileFtpGetRsp, "Error: Ftp Filename for Get Response is not set.", true,
-     false},
-    {CURL_RQ_FTP_PUT, "Ftp Put", &CurlSettings::fileFtpRsp, "Error: Ftp Filename for Put/Cmd Response is not set.",
-     false, true},
-    {CURL_RQ_FTP_DIR, "Ftp Dir", &CurlSettings::fileFtpRsp, nullptr, true, false},
-    {CURL_RQ_FTP_CMD, "Ftp Cmd", &CurlSettings::fileFtpRsp, "Error: Ftp Filename for Put/Cmd Response is not set.",
-     true, false}};
+    {transfer::httpDelete, "Http Delete", nullptr, nullptr, true, false},
+    {transfer::ftpGet, "Ftp Get", &transfer::Settings::fileFtpGetRsp,
+     "Error: Ftp Filename for Get Response is not set.", true, false},
+    {transfer::ftpPut, "Ftp Put", &transfer::Settings::fileFtpRsp,
+     "Error: Ftp Filename for Put/Cmd Response is not set.", false, true},
+    {transfer::ftpDirectory, "Ftp Dir", &transfer::Settings::fileFtpRsp, nullptr, true, false},
+    {transfer::ftpCommand, "Ftp Cmd", &transfer::Settings::fileFtpRsp,
+     "Error: Ftp Filename for Put/Cmd Response is not set.", true, false}};
 
 const CCurl::RequestKind* CCurl::RequestKind::find(int type) noexcept {
   const auto* row = std::find_if(std::begin(all), std::end(all), [=](const auto& kind) { return kind.type == type; });
@@ -82,7 +82,7 @@ struct FreeList {
 };
 using SList = std::unique_ptr<curl_slist, FreeList>;
 
-SList copyLines(const CTextList& lines) {
+SList copyLines(const transfer::TextList& lines) {
   SList list;
   for (const auto* node = lines.head(); node != nullptr; node = node->next) {
     if (node->str == nullptr) continue;
@@ -110,9 +110,9 @@ struct Proxy {
 };
 
 /// "user:password" as libcurl decodes it, empty when there is neither.
-std::string escapedLogin(const CText& user, const CText& password) {
+std::string escapedLogin(const transfer::Text& user, const transfer::Text& password) {
   if (!user.present() && !password.present()) return {};
-  const auto escape = [](const CText& text) {
+  const auto escape = [](const transfer::Text& text) {
     const std::unique_ptr<char, decltype(&curl_free)> escaped(curl_easy_escape(nullptr, text.c_str(), 0), curl_free);
     if (!escaped) throw std::bad_alloc();
     return std::string(escaped.get());
@@ -148,8 +148,8 @@ public:
   [[nodiscard]] CURLcode code() const noexcept { return m_code; }
   [[nodiscard]] std::string refusal() const {
     const curl_easyoption* option = curl_easy_option_by_id(m_refused);
-    return formatLimited(reportLimit, "%s (CURLOPT_%s)", curl_easy_strerror(m_code),
-                         option != nullptr ? option->name : "");
+    return transfer::formatLimited(reportLimit, "%s (CURLOPT_%s)", curl_easy_strerror(m_code),
+                                   option != nullptr ? option->name : "");
   }
 
 private:
@@ -167,7 +167,7 @@ private:
   CURLoption m_refused{};
 };
 
-const CText* CCurl::responseFileName() const noexcept {
+const transfer::Text* CCurl::responseFileName() const noexcept {
   const RequestKind* kind = RequestKind::find(m_requestType);
   return kind != nullptr && kind->file != nullptr ? &(m_set.*(kind->file)) : nullptr;
 }
@@ -175,14 +175,14 @@ const CText* CCurl::responseFileName() const noexcept {
 void CCurl::fail(const char* format, ...) {
   std::va_list args;
   va_start(args, format);
-  const std::string text = formatLimited(reportLimit, format, args);
+  const std::string text = transfer::formatLimited(reportLimit, format, args);
   va_end(args);
   tell(text);
   throw CCurlException(text.c_str());
 }
 
 void CCurl::CurlProcessRequest(char const* url, int requestType) {
-  const CCurlLease lease(this);
+  const transfer::Lease lease(this);
   m_requestType = requestType;
   const RequestKind& kind = checkRequest(url);
   const std::string_view text = url;
@@ -200,7 +200,7 @@ void CCurl::CurlProcessRequest(char const* url, int requestType) {
     CurlReleaseToBuf();
     m_rsp.statusCode = code;
     if (m_thrown) std::rethrow_exception(std::exchange(m_thrown, nullptr));
-    if (kind.type == CURL_RQ_FTP_CMD && code != CURLE_ABORTED_BY_CALLBACK) return end.keepFile();
+    if (kind.type == transfer::ftpCommand && code != CURLE_ABORTED_BY_CALLBACK) return end.keepFile();
     throwTransferError(kind, code);
   }
   end.keepFile();
@@ -230,13 +230,13 @@ const CCurl::RequestKind& CCurl::checkRequest(const char* url) {
   if (m_toBuf != 0 && (kind == nullptr || !kind->toBuffer))
     fail("Error: Writing to a buffer is not supported for this operation.");
   if (kind == nullptr) fail("Error: The request type %d is not known.", m_requestType);
-  const bool needsFile = kind->noFileName != nullptr && (m_toBuf == 0 || kind->type == CURL_RQ_FTP_CMD);
+  const bool needsFile = kind->noFileName != nullptr && (m_toBuf == 0 || kind->type == transfer::ftpCommand);
   if (needsFile && !(m_set.*(kind->file)).present()) fail("%s", kind->noFileName);
   return *kind;
 }
 
 CURLcode CCurl::transfer(const RequestKind& kind, const char* url) {
-  CURL* const handle = CCurlLease::handle();
+  CURL* const handle = transfer::Lease::handle();
   const SList lines = copyLines(m_headers);
   Options set(handle);
   set.text(CURLOPT_URL, url);
@@ -325,8 +325,8 @@ void CCurl::setHttp(Options& set, const RequestKind& kind, curl_slist* lines) {
   set.number(CURLOPT_FAILONERROR, 0);
   set.pointer(CURLOPT_HTTPHEADER, lines);
   if (m_set.authent != 0) setLogin(set);
-  if (kind.type == CURL_RQ_HTTP_GET) set.number(CURLOPT_HTTPGET, 1);
-  if (kind.type == CURL_RQ_HTTP_DELETE) set.text(CURLOPT_CUSTOMREQUEST, "DELETE");
+  if (kind.type == transfer::httpGet) set.number(CURLOPT_HTTPGET, 1);
+  if (kind.type == transfer::httpDelete) set.text(CURLOPT_CUSTOMREQUEST, "DELETE");
 }
 
 void CCurl::setFtp(Options& set, const RequestKind& kind, curl_slist* lines) {
@@ -337,9 +337,9 @@ void CCurl::setFtp(Options& set, const RequestKind& kind, curl_slist* lines) {
   set.number(CURLOPT_FTP_USE_EPSV, 0);
   set.number(CURLOPT_FTP_USE_EPRT, 0);
   set.text(CURLOPT_FTPPORT, m_set.ftpConnMode != 0 ? "-" : nullptr);
-  if (kind.type == CURL_RQ_FTP_DIR) set.number(CURLOPT_DIRLISTONLY, m_set.ftpDirListType);
-  if (kind.type == CURL_RQ_FTP_PUT) set.number(CURLOPT_FTP_CREATE_MISSING_DIRS, 1);
-  if (kind.type == CURL_RQ_FTP_CMD) {
+  if (kind.type == transfer::ftpDirectory) set.number(CURLOPT_DIRLISTONLY, m_set.ftpDirListType);
+  if (kind.type == transfer::ftpPut) set.number(CURLOPT_FTP_CREATE_MISSING_DIRS, 1);
+  if (kind.type == transfer::ftpCommand) {
     set.number(CURLOPT_NOBODY, 1);
     set.pointer(CURLOPT_QUOTE, lines);
   }
@@ -347,7 +347,7 @@ void CCurl::setFtp(Options& set, const RequestKind& kind, curl_slist* lines) {
 
 void CCurl::setUpload(Options& set, const RequestKind& kind) {
   openUpload();
-  const bool post = kind.type == CURL_RQ_HTTP_POST;
+  const bool post = kind.type == transfer::httpPost;
   set.number(post ? CURLOPT_POST : CURLOPT_UPLOAD, 1);
   set.number(post ? CURLOPT_POSTFIELDSIZE_LARGE : CURLOPT_INFILESIZE_LARGE, m_upload.size);
   set.pointer(CURLOPT_READFUNCTION, &CurlHttpPutPostPushCallback);
@@ -395,10 +395,10 @@ void CCurl::checkHttpStatus(const RequestKind& kind) {
   }
   if (m_rsp.statusCode >= 200 && m_rsp.statusCode < 300) return;
   CurlReleaseToBuf();
-  const std::string failed = formatLimited(reportLimit, "Error: %s Request Failed.", kind.name);
+  const std::string failed = transfer::formatLimited(reportLimit, "Error: %s Request Failed.", kind.name);
   if (m_file.wasOpened()) {
     m_rsp.errorFile.set(m_file.path());
-    tell(formatLimited(reportLimit, "http: %s see file: (%s)", failed.c_str(), m_file.path().c_str()));
+    tell(transfer::formatLimited(reportLimit, "http: %s see file: (%s)", failed.c_str(), m_file.path().c_str()));
   }
   throw CCurlException((failed + " Error = ").c_str(), m_message.c_str());
 }
@@ -411,8 +411,8 @@ void CCurl::throwTransferError(const RequestKind& kind, CURLcode code) {
   std::string reason = m_fault.empty() ? m_errorText.data() : m_fault;
   if (reason.empty()) reason = curl_easy_strerror(code);
   constexpr const char* format = "Error: %s Request Failed. Error = %s, Curl Error Code = %d";
-  const std::string text = formatLimited(reportLimit, format, kind.name, reason.c_str(), code);
-  if (kind.type == CURL_RQ_HTTP_DELETE) throw CCurlException(text.c_str());
+  const std::string text = transfer::formatLimited(reportLimit, format, kind.name, reason.c_str(), code);
+  if (kind.type == transfer::httpDelete) throw CCurlException(text.c_str());
   if (isHttp()) fail("%s.", text.c_str());
   fail("%s. Last Ftp Response = %s", text.c_str(), m_rsp.lastFtpResponse.data());
 }

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <strings.h>
 
+namespace transfer {
+
 namespace {
 
 constexpr std::string_view hidden = "***";
@@ -109,3 +111,5 @@ std::string withoutControls(std::string_view text, char replacement, std::string
   }
   return result;
 }
+
+} // namespace transfer

@@ -3,11 +3,13 @@
 #include <algorithm>
 #include <cstdio>
 
+namespace transfer {
+
 namespace {
 bool isContinuation(char c) noexcept { return (static_cast<unsigned char>(c) & 0xc0) == 0x80; }
 } // namespace
 
-void CTextList::append(std::string_view text) {
+void TextList::append(std::string_view text) {
   auto* node = new (m_arena.allocate(sizeof(xNodeStr_t), alignof(xNodeStr_t))) xNodeStr_t{nullptr, nullptr};
   if (!text.empty()) {
     auto* copy = static_cast<char*>(m_arena.allocate(text.size() + 1, 1));
@@ -18,7 +20,7 @@ void CTextList::append(std::string_view text) {
   m_tail = node;
 }
 
-void CTextList::clear() noexcept {
+void TextList::clear() noexcept {
   m_head = m_tail = nullptr;
   m_arena.release();
 }
@@ -64,3 +66,5 @@ std::string formatLimited(std::size_t limit, const char* format, std::va_list ar
   text.resize(cutAt(text, limit).size());
   return text;
 }
+
+} // namespace transfer

@@ -8,11 +8,19 @@
 #include <string>
 #include <string_view>
 
+/// Node of a list of texts. A null text is an absent one. Nodes and texts belong to the arena they were made in.
+struct xNodeStr_t {
+  const char* str;
+  xNodeStr_t* next;
+};
+
+namespace transfer {
+
 /// A setting or response text that can be absent. An empty text counts as absent.
-class CText {
+class Text {
 public:
-  CText() = default;
-  explicit CText(std::string_view text) : m_text(text) {}
+  Text() = default;
+  explicit Text(std::string_view text) : m_text(text) {}
 
   /// Stores a copy; null or empty makes it absent.
   void set(const char* text) { m_text = text != nullptr ? text : ""; }
@@ -36,18 +44,12 @@ private:
   std::string m_text;
 };
 
-/// Node of a list of texts. A null text is an absent one. Nodes and texts belong to the arena they were made in.
-struct xNodeStr_t {
-  const char* str;
-  xNodeStr_t* next;
-};
-
 /// A list of texts that owns its nodes.
-class CTextList {
+class TextList {
 public:
-  CTextList() = default;
-  CTextList(const CTextList&) = delete;
-  CTextList& operator=(const CTextList&) = delete;
+  TextList() = default;
+  TextList(const TextList&) = delete;
+  TextList& operator=(const TextList&) = delete;
 
   /// Appends a node; an empty text appends a node whose text is absent.
   void append(std::string_view text);
@@ -69,9 +71,11 @@ private:
 /// Copies a text to a buffer of `size` bytes, cut to it and terminated. \return length without the cut.
 int copyTruncated(char* out, int size, std::string_view text) noexcept;
 
-/// A text composed as by `printf` and cut at `limit` bytes. A null text prints as nothing: pass CText::c_str().
+/// A text composed as by `printf` and cut at `limit` bytes. A null text prints as nothing: pass Text::c_str().
 [[nodiscard]] [[gnu::format(printf, 2, 3)]] std::string formatLimited(std::size_t limit, const char* format, ...);
 [[nodiscard]] std::string formatLimited(std::size_t limit, const char* format, std::va_list args);
 
 /// Bytes of a message, as exceptions and the host take them.
 constexpr std::size_t messageLimit = 1023;
+
+} // namespace transfer

@@ -46,10 +46,10 @@ void CCurl::trace(curl_infotype type, std::string_view data) {
   if (type == CURLINFO_HEADER_OUT && !data.ends_with('\n'))
     m_tracedLine = text.substr(text.rfind('\n') + 1, longestStart);
   if (isFtp()) hideCommand(text);
-  text = shown(text);
+  text = transfer::shown(text);
   text.erase(0, std::ranges::mismatch(text, before).in1 - text.begin());
-  std::string piece(cutAt(text, pieceLimit));
+  std::string piece(transfer::cutAt(text, pieceLimit));
   CurlRemoveTrailingLfCrSpacesCommas(piece.data(), static_cast<int>(piece.size()));
-  tell(formatLimited(messageLimit, "Verbose: %s  %s%s", label, piece.c_str(),
-                     text.size() > pieceLimit ? "..., message was truncated." : ""));
+  tell(transfer::formatLimited(transfer::messageLimit, "Verbose: %s  %s%s", label, piece.c_str(),
+                               text.size() > pieceLimit ? "..., message was truncated." : ""));
 }

@@ -18,13 +18,14 @@ struct FreeCurlText {
 };
 using CurlText = std::unique_ptr<char, FreeCurlText>;
 
-void require(const CText& part, const char* name) {
+void require(const transfer::Text& part, const char* name) {
   if (!part.present())
     throw CCurlException(
-        formatLimited(1023, "Error: Request can not be processed until the %s property has been set.", name).c_str());
+        transfer::formatLimited(1023, "Error: Request can not be processed until the %s property has been set.", name)
+            .c_str());
 }
 
-bool needsPort(const CText& port) { return port.present() && port.str() != "80"; }
+bool needsPort(const transfer::Text& port) { return port.present() && port.str() != "80"; }
 
 int deliver(const CurlText& result, char* out, unsigned long outSize) {
   const std::string_view text = result ? result.get() : "";
@@ -40,27 +41,27 @@ int CCurl::CurlBuildUrlRq(char* out, int outSize) {
   require(m_set.host, "Host");
   require(m_set.path, "Path");
   require(m_set.query, "Query");
-  std::string url =
-      formatLimited(baseLimit, "%s://%s%s%s/%s", m_set.scheme.c_str(), m_set.host.c_str(), needsPort(m_set.port) ? ":" : "",
-                    needsPort(m_set.port) ? m_set.port.c_str() : "", m_set.path.c_str());
+  std::string url = transfer::formatLimited(baseLimit, "%s://%s%s%s/%s", m_set.scheme.c_str(), m_set.host.c_str(),
+                                            needsPort(m_set.port) ? ":" : "",
+                                            needsPort(m_set.port) ? m_set.port.c_str() : "", m_set.path.c_str());
   char mark = '?';
-  for (const CText* part : {&m_set.queryPrefix, &m_set.query, &m_set.querySuffix}) {
+  for (const transfer::Text* part : {&m_set.queryPrefix, &m_set.query, &m_set.querySuffix}) {
     if (!part->present()) continue;
     url += mark;
     url += part->str();
     mark = '&';
   }
-  return copyTruncated(out, outSize, url);
+  return transfer::copyTruncated(out, outSize, url);
 }
 
 int CCurl::CurlBuildUrlRqSimple(char* out, int outSize) {
   require(m_set.scheme, "Scheme");
   require(m_set.host, "Host");
-  std::string url = formatLimited(baseLimit, "%s://%s%s%s%s%s", m_set.scheme.c_str(), m_set.host.c_str(),
-                                  needsPort(m_set.port) ? ":" : "", needsPort(m_set.port) ? m_set.port.c_str() : "",
-                                  m_set.path.present() ? "/" : "", m_set.path.c_str());
+  std::string url = transfer::formatLimited(
+      baseLimit, "%s://%s%s%s%s%s", m_set.scheme.c_str(), m_set.host.c_str(), needsPort(m_set.port) ? ":" : "",
+      needsPort(m_set.port) ? m_set.port.c_str() : "", m_set.path.present() ? "/" : "", m_set.path.c_str());
   if (m_set.query.present()) url += '?' + m_set.query.str();
-  return copyTruncated(out, outSize, url);
+  return transfer::copyTruncated(out, outSize, url);
 }
 
 // Sets scheme, host and port and clears the rest. Returns the position of the '/' behind the host, npos when there is
@@ -84,7 +85,7 @@ std::size_t CCurl::splitServer(std::string_view url, bool needsPath) {
   CurlSetPort("80");
   m_set.host.set(server.substr(0, port));
   if (port != server.npos) CurlSetPort(std::string(server.substr(port + 1)).c_str());
-  for (CText* part : {&m_set.path, &m_set.query, &m_set.queryPrefix, &m_set.querySuffix}) part->clear();
+  for (transfer::Text* part : {&m_set.path, &m_set.query, &m_set.queryPrefix, &m_set.querySuffix}) part->clear();
   return slash;
 }
 
@@ -140,19 +141,19 @@ void CCurl::CurlReplaceInvalidFilenameChars(char* name) noexcept {
     if (*name == ';' || *name == ':') *name = '_';
 }
 
-int CCurl::CurlBuildFileName(CText* name) {
+int CCurl::CurlBuildFileName(transfer::Text* name) {
   nameAfterType(*name);
   return ::unlink(name->c_str());
 }
 
-void CCurl::nameAfterType(CText& name) const {
+void CCurl::nameAfterType(transfer::Text& name) const {
   if (!name.present() || !m_rsp.parsedContentType.present()) return;
-  std::string type = withoutControls(m_rsp.parsedContentType.str(), '_');
+  std::string type = transfer::withoutControls(m_rsp.parsedContentType.str(), '_');
   std::replace(type.begin(), type.end(), '/', '_'); // a type may hold more than one
   const auto dot = name.str().rfind('.');
   if (dot != std::string::npos && strcasecmp(name.c_str() + dot + 1, type.c_str()) == 0) return;
   const bool hasDot = dot + 1 == name.str().size();
-  name.set(formatLimited(1023, "%s%s%s", name.c_str(), hasDot ? "" : ".", type.c_str()));
+  name.set(transfer::formatLimited(1023, "%s%s%s", name.c_str(), hasDot ? "" : ".", type.c_str()));
 }
 
 int CCurl::CurlCountLeadingSpaces(char const* str) noexcept {

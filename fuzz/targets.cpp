@@ -52,11 +52,11 @@ struct Transfer : CCurl {
     });
   }
   void checkLimits() const {
-    const CurlResponse& rsp = Response();
+    const transfer::Response& rsp = Response();
     check(rsp.header.back() == '\0' && rsp.lastFtpResponse.back() == '\0', "header and last FTP reply have an end");
     check(rsp.parsedContentType.str().size() <= 15, "a content type has at most 15 characters");
-    for (const CText* text : {&rsp.statusText, &rsp.contentLengthText, &rsp.contentTypeText, &rsp.server, &rsp.date,
-                              &rsp.lastModified, &rsp.transferEncoding, &rsp.contentEncoding})
+    for (const transfer::Text* text : {&rsp.statusText, &rsp.contentLengthText, &rsp.contentTypeText, &rsp.server,
+                                       &rsp.date, &rsp.lastModified, &rsp.transferEncoding, &rsp.contentEncoding})
       check(text->str().size() <= 255, "a header value has at most 255 characters");
     check(Message().size() <= 1023, "a message has at most 1023 characters");
   }
@@ -64,7 +64,8 @@ struct Transfer : CCurl {
 
 /// Response headers, line by line as libcurl hands them over, with the body after them; the trace of the same bytes.
 void fuzz_header(const std::string& text) {
-  static Transfer transfers[] = {Transfer(CURL_RQ_HTTP_GET), Transfer(CURL_RQ_HTTP_DELETE), Transfer(CURL_RQ_FTP_GET)};
+  static Transfer transfers[] = {Transfer(transfer::httpGet), Transfer(transfer::httpDelete),
+                                 Transfer(transfer::ftpGet)};
   for (Transfer& curl : transfers) {
     curl.CurlResponseReset();
     std::string lines = text + '\n'; // no line waits for its end in the next input
@@ -99,7 +100,7 @@ void fuzz_content_type(const std::string& text) {
     check(curl->Response().parsedContentType.str().size() <= 15, "a content type has at most 15 characters");
     const std::filesystem::path directory = "/nowhere/at/all";
     for (const char* name : {"map", "map.", "map.png"}) {
-      CText file((directory / name).string());
+      transfer::Text file((directory / name).string());
       curl->CurlBuildFileName(&file);
       check(std::filesystem::path(file.str()).parent_path() == directory, "a file stays in its directory");
     }
@@ -152,7 +153,7 @@ void fuzz_url(const std::string& text) {
 void fuzz_base_url(const std::string& text) {
   static COgcWms client;
   if (!accepts([&] { client.OgcBaseParseURL(text.c_str()); })) return;
-  const CurlSettings& set = client.Settings();
+  const transfer::Settings& set = client.Settings();
   const std::size_t prefix = set.queryPrefix.str().size();
   const std::size_t suffix = set.querySuffix.str().size();
   check(set.host.str().size() <= 255 && prefix <= 1023 && suffix <= 1023, "host, prefix and suffix have limits");

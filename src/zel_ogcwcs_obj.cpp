@@ -43,9 +43,9 @@ std::string coverageParameter(const char* const* names, int count) {
   std::string others;
   for (int i = 1; i < count && others.size() < joinedNamesLimit; ++i) {
     others += ',';
-    others += cutAt(text(i), nameLimit);
+    others += transfer::cutAt(text(i), nameLimit);
   }
-  others.resize(cutAt(others, joinedNamesLimit).size());
+  others.resize(transfer::cutAt(others, joinedNamesLimit).size());
   return std::string("&Coverage=").append(text(0)).append(others);
 }
 
@@ -200,7 +200,7 @@ int COgcWcs::OgcWcsCleanup() {
   forgetCapabilities();
   forgetDescription();
   OgcBaseClearExceptions();
-  for (CText* name : {&m_capFileName, &m_desCovFileName, &m_covFileName}) OgcBaseCleanUpCharArray(name);
+  for (transfer::Text* name : {&m_capFileName, &m_desCovFileName, &m_covFileName}) OgcBaseCleanUpCharArray(name);
   CurlCleanup();
   return 1;
 }

@@ -200,15 +200,15 @@ public:
   [[nodiscard]] int OfferingCount() const noexcept { return m_description.iCovOfferingCount; }
   /// Coverages that the last request fetched, 0 or 1.
   [[nodiscard]] int CoverageCount() const noexcept { return m_coverageCount; }
-  [[nodiscard]] const CText& CapFN() const noexcept { return m_capFileName; }
-  [[nodiscard]] const CText& DesCovFN() const noexcept { return m_desCovFileName; }
-  [[nodiscard]] const CText& CovFN() const noexcept { return m_covFileName; }
+  [[nodiscard]] const transfer::Text& CapFN() const noexcept { return m_capFileName; }
+  [[nodiscard]] const transfer::Text& DesCovFN() const noexcept { return m_desCovFileName; }
+  [[nodiscard]] const transfer::Text& CovFN() const noexcept { return m_covFileName; }
 
 private:
   void forgetCapabilities() noexcept;
   void forgetDescription() noexcept;
 
-  CText m_capFileName{"cap"}, m_desCovFileName{"descov"}, m_covFileName{"cov"};
+  transfer::Text m_capFileName{"cap"}, m_desCovFileName{"descov"}, m_covFileName{"cov"};
   WcsCapabilities m_capabilities;
   const WcsBrief* m_briefCursor = nullptr;
   WcsDescription m_description;

@@ -61,7 +61,7 @@ void COgcWms::OgcWmsCleanupCap() {
 
 int COgcWms::OgcWmsCleanup() {
   OgcWmsCleanupCap();
-  for (CText* text : {&szCapFile, &szMapFile, &szFeatFile, &m_version}) OgcBaseCleanUpCharArray(text);
+  for (transfer::Text* text : {&szCapFile, &szMapFile, &szFeatFile, &m_version}) OgcBaseCleanUpCharArray(text);
   ppLayerCache = {};
   CurlCleanup();
   return 1;
@@ -112,7 +112,8 @@ void COgcWms::OgcWmsGetFeature(const char* query) {
   OgcBaseStatus("Get Feature Info request completed.");
 }
 
-std::string COgcWms::fetch(const char* request, const char* query, const CText& file, const RequestTexts& texts) {
+std::string COgcWms::fetch(const char* request, const char* query, const transfer::Text& file,
+                           const RequestTexts& texts) {
   OgcBaseSetQuery("WMS", request, std::string("&").append(query != nullptr ? query : ""));
   return OgcBaseFetch(file.c_str(), texts);
 }

@@ -169,9 +169,9 @@ public:
   void OgcWmsSetFeatFN(const char* name);
   /// WMS version sent in requests; not checked.
   void OgcWmsSetVer(const char* version);
-  [[nodiscard]] const CText& CapFile() const noexcept { return szCapFile; }
-  [[nodiscard]] const CText& MapFile() const noexcept { return szMapFile; }
-  [[nodiscard]] const CText& FeatFile() const noexcept { return szFeatFile; }
+  [[nodiscard]] const transfer::Text& CapFile() const noexcept { return szCapFile; }
+  [[nodiscard]] const transfer::Text& MapFile() const noexcept { return szMapFile; }
+  [[nodiscard]] const transfer::Text& FeatFile() const noexcept { return szFeatFile; }
   /// @}
 
   /// \name Requests
@@ -230,7 +230,7 @@ private:
 
   void forgetCapabilities() noexcept;
   /// Gets what `query` asks for into `file`. \return the name of the file written.
-  std::string fetch(const char* request, const char* query, const CText& file, const RequestTexts& texts);
+  std::string fetch(const char* request, const char* query, const transfer::Text& file, const RequestTexts& texts);
   /// Refuses an XML answer after its exception texts were collected.
   [[noreturn]] void refuseXml(const std::string& file);
   [[nodiscard]] xWmsLayer_t& layerAt(int i) const;
@@ -252,9 +252,9 @@ private:
     xWmsStyle_t style;
   };
 
-  CText szCapFile{"cap"};
-  CText szMapFile{"map"};
-  CText szFeatFile{"map"};
+  transfer::Text szCapFile{"cap"};
+  transfer::Text szMapFile{"map"};
+  transfer::Text szFeatFile{"map"};
   EmptyRecords m_empty{};
   xWmsLayer_t m_newLayer{}; ///< as layers are before anything was read into them
   COgcArena m_arena;        ///< owns the records

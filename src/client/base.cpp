@@ -19,7 +19,9 @@ bool contains(const std::string& text, const char* pattern) {
   return CCurl::CurlFindStringEndIdx(static_cast<int>(text.size()), text.c_str(), pattern, 0) != 0;
 }
 
-bool equalsIgnoringCase(const CText& text, const char* other) noexcept { return strcasecmp(text.c_str(), other) == 0; }
+bool equalsIgnoringCase(const transfer::Text& text, const char* other) noexcept {
+  return strcasecmp(text.c_str(), other) == 0;
+}
 
 } // namespace
 
@@ -37,10 +39,10 @@ COgcBase::Request::Request(COgcBase& client) : m_client(client) {
 
 void COgcBase::OgcBaseRequireIdle(const char* what) const {
   if (!m_busy && !CurlIsTransferring()) return;
-  throw CCurlException(
-      formatLimited(messageLimit, "Error: a request of this object is still running. %s has to wait until it has ended",
-                    what)
-          .c_str());
+  throw CCurlException(transfer::formatLimited(
+                           transfer::messageLimit,
+                           "Error: a request of this object is still running. %s has to wait until it has ended", what)
+                           .c_str());
 }
 
 void COgcBase::OgcBaseClearExceptions() noexcept {
@@ -64,12 +66,12 @@ int COgcBase::OgcBaseReport(const char* text, xProgressValues* figures) {
 
 void COgcBase::OgcBaseWarn(const char* text) {
   OgcBaseStatus(text);
-  callOut([&] { OgcInfoMsg(shown(text).c_str()); });
+  callOut([&] { OgcInfoMsg(transfer::shown(text).c_str()); });
 }
 
 void COgcBase::CurlHttpParseContentType() {
   CCurl::CurlHttpParseContentType();
-  const CText& type = Response().parsedContentType;
+  const transfer::Text& type = Response().parsedContentType;
   for (const char* plain : {"xml", "html"}) {
     if (!contains(type.str(), plain)) continue;
     if (!equalsIgnoringCase(type, plain)) CurlSetRspParsedContentType(plain);
@@ -103,13 +105,14 @@ void COgcBase::OgcBaseParseURL(const char* url) {
     }
     begin = end + 1;
   }
-  CurlSetQueryPrefix(std::string(cutAt(prefix, queryPartLimit)).c_str());
-  CurlSetQuerySuffix(std::string(cutAt(suffix, queryPartLimit)).c_str());
+  CurlSetQueryPrefix(std::string(transfer::cutAt(prefix, queryPartLimit)).c_str());
+  CurlSetQuerySuffix(std::string(transfer::cutAt(suffix, queryPartLimit)).c_str());
 }
 
 int COgcBase::OgcBaseFileExistsCheck(const char* path, const char* message) {
   if (path != nullptr && access(path, F_OK) == 0) return 0;
-  const std::string text = formatLimited(messageLimit, "%s  file: (%s)", message, path != nullptr ? path : "");
+  const std::string text =
+      transfer::formatLimited(transfer::messageLimit, "%s  file: (%s)", message, path != nullptr ? path : "");
   OgcBaseStatus(text.c_str());
   throw CCurlException(text.c_str());
 }
@@ -117,11 +120,12 @@ int COgcBase::OgcBaseFileExistsCheck(const char* path, const char* message) {
 void COgcBase::OgcBaseServerErrorCheck() {
   std::string text;
   if (m_serviceException.present()) {
-    text = formatLimited(messageLimit, "Error: Remote OGC server returned a service exception: (%s)",
-                         m_serviceException.c_str());
+    text =
+        transfer::formatLimited(transfer::messageLimit, "Error: Remote OGC server returned a service exception: (%s)",
+                                m_serviceException.c_str());
   } else if (m_exceptionReport.present()) {
-    text = formatLimited(messageLimit, "Error: Remote OGC server returned a exception report: (%s)",
-                         m_exceptionReport.c_str());
+    text = transfer::formatLimited(transfer::messageLimit, "Error: Remote OGC server returned a exception report: (%s)",
+                                   m_exceptionReport.c_str());
   } else {
     return;
   }
@@ -130,8 +134,8 @@ void COgcBase::OgcBaseServerErrorCheck() {
 }
 
 void COgcBase::OgcBaseSetQuery(const char* service, const char* request, std::string_view rest) {
-  CurlSetQuery(formatLimited(ogcQueryLimit, "Version=%s&Service=%s&Request=%s%s", m_version.c_str(), service, request,
-                             std::string(rest).c_str())
+  CurlSetQuery(transfer::formatLimited(ogcQueryLimit, "Version=%s&Service=%s&Request=%s%s", m_version.c_str(), service,
+                                       request, std::string(rest).c_str())
                    .c_str());
 }
 
@@ -149,7 +153,7 @@ std::string COgcBase::OgcBaseFetch(const char* file, const RequestTexts& texts) 
 }
 
 void COgcBase::OgcBaseFetchUrl(const char* url, const char* file) {
-  const std::string query(cutAt(url, ogcQueryLimit));
+  const std::string query(transfer::cutAt(url, ogcQueryLimit));
   CurlSetQuery(query.c_str());
   CurlSetFileNameHttpGetRsp(file);
   OgcBaseGet(query.c_str());
@@ -161,7 +165,7 @@ void COgcBase::OgcBaseGet(const char* url) {
   OgcBaseStatus("Sending Http Get Request: ");
   OgcBaseStatus(url);
   try {
-    CurlProcessRequest(url, CURL_RQ_HTTP_GET);
+    CurlProcessRequest(url, transfer::httpGet);
   } catch (const CCurlException&) {
     if (Response().errorFile.present()) OgcBaseTellRefusal(Response().errorFile.c_str());
     throw;
@@ -180,11 +184,12 @@ bool COgcBase::OgcBaseAnswerIsXml() const noexcept { return contains(Response().
 
 void COgcBase::OgcBaseRequireOurAnswer(const char* file) const {
   if (CurlResponseFileIsOurs()) return;
-  throw CCurlException(formatLimited(messageLimit,
-                                     "Error: the response file (%s) was replaced by another process before it was "
-                                     "read. Repeat the request, with a file name of its own for each object",
-                                     file)
-                           .c_str());
+  throw CCurlException(
+      transfer::formatLimited(transfer::messageLimit,
+                              "Error: the response file (%s) was replaced by another process before it was "
+                              "read. Repeat the request, with a file name of its own for each object",
+                              file)
+          .c_str());
 }
 
 void COgcBase::OgcBaseParseAnswer(COgcSaxHelper* handler, const char* file, int schemaChecking, int validationMode) {
@@ -207,7 +212,7 @@ void COgcBase::OgcBaseParseFile(COgcSaxHelper* handler, const char* file, const 
   copyXMLFile(file, copyBase);
 }
 
-void COgcBase::OgcBaseReadDocument(COgcSaxHelper& handler, const char* fromFile, const CText& keptAs,
+void COgcBase::OgcBaseReadDocument(COgcSaxHelper& handler, const char* fromFile, const transfer::Text& keptAs,
                                    const DocumentTexts& texts, int schemaChecking, int validationMode) {
   if (fromFile != nullptr) {
     const std::string copyBase = keptAs.str(); // a status routine may set another one
@@ -221,7 +226,7 @@ void COgcBase::OgcBaseReadDocument(COgcSaxHelper& handler, const char* fromFile,
 }
 
 bool COgcBase::OgcBaseReadCapabilities(COgcSaxHelper& handler, const char* service, const char* fromFile,
-                                       const char* fromUrl, const CText& keptAs, int schemaChecking,
+                                       const char* fromUrl, const transfer::Text& keptAs, int schemaChecking,
                                        int validationMode) {
   static constexpr DocumentTexts texts{{"Error: failed to get a capabilities doc",
                                         "Error: Get Capabilities request failed to retrieve an xml file.",
@@ -235,7 +240,7 @@ bool COgcBase::OgcBaseReadCapabilities(COgcSaxHelper& handler, const char* servi
   return fromUrl == nullptr;
 }
 
-void COgcBase::OgcBaseSetFileName(CText& slot, const char* name, const char* refusal) {
+void COgcBase::OgcBaseSetFileName(transfer::Text& slot, const char* name, const char* refusal) {
   if (name == nullptr || *name == '\0') throw CCurlException(refusal);
   slot.set(name);
 }

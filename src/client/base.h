@@ -36,12 +36,12 @@ public:
   /// Content types that contain "xml" or "html" read just so.
   void CurlHttpParseContentType() override;
 
-  static void OgcBaseStringHandler(CText* slot, const char* text) { slot->set(text); }
-  static void OgcBaseCleanUpCharArray(CText* slot) noexcept { slot->clear(); }
+  static void OgcBaseStringHandler(transfer::Text* slot, const char* text) { slot->set(text); }
+  static void OgcBaseCleanUpCharArray(transfer::Text* slot) noexcept { slot->clear(); }
 
-  [[nodiscard]] const CText& Version() const noexcept { return m_version; }
-  [[nodiscard]] const CText& ServiceExceptionText() const noexcept { return m_serviceException; }
-  [[nodiscard]] const CText& ExceptionReportText() const noexcept { return m_exceptionReport; }
+  [[nodiscard]] const transfer::Text& Version() const noexcept { return m_version; }
+  [[nodiscard]] const transfer::Text& ServiceExceptionText() const noexcept { return m_serviceException; }
+  [[nodiscard]] const transfer::Text& ExceptionReportText() const noexcept { return m_exceptionReport; }
   /// Collects a piece of an exception text; pieces are joined by one blank.
   void AddServiceException(std::string_view piece) { m_serviceException.join(piece); }
   void AddExceptionReport(std::string_view piece) { m_exceptionReport.join(piece); }
@@ -131,19 +131,19 @@ protected:
   void OgcBaseParseFile(COgcSaxHelper* handler, const char* file, const char* announce, const char* copyBase,
                         int schemaChecking, int validationMode);
   /// Reads a document into `handler`: the answer to the query, or `fromFile`, which is then kept as `keptAs`.
-  void OgcBaseReadDocument(COgcSaxHelper& handler, const char* fromFile, const CText& keptAs,
+  void OgcBaseReadDocument(COgcSaxHelper& handler, const char* fromFile, const transfer::Text& keptAs,
                            const DocumentTexts& texts, int schemaChecking, int validationMode);
   /// Reads capabilities, and fetches `fromUrl` when it is given. \return whether the request was for records: a URL is
   /// only fetched.
   bool OgcBaseReadCapabilities(COgcSaxHelper& handler, const char* service, const char* fromFile, const char* fromUrl,
-                               const CText& keptAs, int schemaChecking, int validationMode);
+                               const transfer::Text& keptAs, int schemaChecking, int validationMode);
   /// Stores the name of a response file. \throws CCurlException with `refusal` for an empty one.
-  static void OgcBaseSetFileName(CText& slot, const char* name, const char* refusal);
+  static void OgcBaseSetFileName(transfer::Text& slot, const char* name, const char* refusal);
   /// Tells "what", the count and a point.
   void OgcBaseReportCount(const char* what, std::int64_t count);
   void OgcBaseClearExceptions() noexcept;
 
-  CText m_version;
+  transfer::Text m_version;
 
 private:
   void OgcBaseRequireOurAnswer(const char* file) const;
@@ -155,8 +155,8 @@ private:
   void parse(COgcSaxHelper* handler, const char* file, int schemaChecking, int validationMode);
   [[noreturn]] void failParse(const char* file);
 
-  CText m_serviceException;
-  CText m_exceptionReport;
+  transfer::Text m_serviceException;
+  transfer::Text m_exceptionReport;
   std::exception_ptr m_hostError; ///< what left the host during a parse, whatever the parser made of it
   bool m_busy = false;
   bool m_quiet = false;

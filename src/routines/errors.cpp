@@ -8,7 +8,7 @@ namespace ogc {
 
 void fail(const std::string& text) {
   ZEL_MessageFromBlock(zel_ogc_msg_block, ZEL_M_OGC_ERRS1, ZEL_MSG_ERROR,
-                       std::string(cutAt(shown(text), messageLimit)).c_str());
+                       std::string(transfer::cutAt(transfer::shown(text), transfer::messageLimit)).c_str());
   throw ZEL_Unwind{};
 }
 

@@ -14,7 +14,7 @@ void setDefaults(const Service& service, COgcBase& client) {
   std::array<char, pathSize> directory{};
   ZEL_FilePathFromRoot(directory.data(), directory.size(), root->value.str.s, directories.data(), directories.size(),
                        nullptr, nullptr);
-  client.CurlSetSslCAInfo(formatLimited(pathSize - 1, "%sca-bundle.crt", directory.data()).c_str());
+  client.CurlSetSslCAInfo(transfer::formatLimited(pathSize - 1, "%sca-bundle.crt", directory.data()).c_str());
 }
 
 } // namespace ogc

@@ -82,13 +82,13 @@ decltype(auto) read(const COgcBase& client) {
   using Class = typename decltype(classOf(Member))::type;
   if constexpr (std::is_member_function_pointer_v<decltype(Member)>)
     return (static_cast<const Class&>(client).*Member)();
-  else if constexpr (std::is_same_v<Class, CurlSettings>)
+  else if constexpr (std::is_same_v<Class, transfer::Settings>)
     return (client.Settings().*Member);
   else
     return (client.Response().*Member);
 }
 
-const char* cString(const CText& text) noexcept { return text.c_str(); }
+const char* cString(const transfer::Text& text) noexcept { return text.c_str(); }
 const char* cString(const char* text) noexcept { return text; }
 template <std::size_t Size>
 const char* cString(const std::array<char, Size>& text) noexcept {
@@ -147,17 +147,17 @@ struct Property {
 
 /// In the order in which they are applied.
 constexpr Property properties[] = {
-    {"CALLBACK_FUNCTION", setCallbackFunction, getText<&CurlSettings::callback>},
+    {"CALLBACK_FUNCTION", setCallbackFunction, getText<&transfer::Settings::callback>},
     {"CALLBACK_DATA", setCallbackData, getCallbackData},
     {"HEADERS", setHeaders, getHeaders},
-    {"URL_SCHEME", setText<&CCurl::CurlSetScheme>, getText<&CurlSettings::scheme>},
-    {"URL_HOSTNAME", setText<&CCurl::CurlSetHost>, getText<&CurlSettings::host>},
-    {"URL_PORT", setDigits<&CCurl::CurlSetPort>, getText<&CurlSettings::port>},
-    {"PROXY_HOSTNAME", setText<&CCurl::CurlSetProxy>, getText<&CurlSettings::proxy>},
-    {"PROXY_PORT", setDigits<&CCurl::CurlSetProxyPort>, getText<&CurlSettings::proxyPort>},
-    {"URL_PATH", setText<&CCurl::CurlSetPath>, getText<&CurlSettings::path>},
-    {"URL_QUERY_PREFIX", setText<&CCurl::CurlSetQueryPrefix>, getText<&CurlSettings::queryPrefix>},
-    {"URL_QUERY_SUFFIX", setText<&CCurl::CurlSetQuerySuffix>, getText<&CurlSettings::querySuffix>},
+    {"URL_SCHEME", setText<&CCurl::CurlSetScheme>, getText<&transfer::Settings::scheme>},
+    {"URL_HOSTNAME", setText<&CCurl::CurlSetHost>, getText<&transfer::Settings::host>},
+    {"URL_PORT", setDigits<&CCurl::CurlSetPort>, getText<&transfer::Settings::port>},
+    {"PROXY_HOSTNAME", setText<&CCurl::CurlSetProxy>, getText<&transfer::Settings::proxy>},
+    {"PROXY_PORT", setDigits<&CCurl::CurlSetProxyPort>, getText<&transfer::Settings::proxyPort>},
+    {"URL_PATH", setText<&CCurl::CurlSetPath>, getText<&transfer::Settings::path>},
+    {"URL_QUERY_PREFIX", setText<&CCurl::CurlSetQueryPrefix>, getText<&transfer::Settings::queryPrefix>},
+    {"URL_QUERY_SUFFIX", setText<&CCurl::CurlSetQuerySuffix>, getText<&transfer::Settings::querySuffix>},
     {"CAPABILITIES_FILENAME", setText<&COgcWcs::OgcWcsSetCapFN>, getText<&COgcWcs::CapFN>, wcsService.className, "cap"},
     {"DESCRIBE_COVERAGE_FILENAME", setText<&COgcWcs::OgcWcsSetDesCovFN>, getText<&COgcWcs::DesCovFN>,
      wcsService.className, "descov"},
@@ -167,24 +167,24 @@ constexpr Property properties[] = {
     {"MAP_FILENAME", setText<&COgcWms::OgcWmsSetMapFN>, getText<&COgcWms::MapFile>, wmsService.className, "map"},
     {"FEATURE_INFO_FILENAME", setText<&COgcWms::OgcWmsSetFeatFN>, getText<&COgcWms::FeatFile>, wmsService.className,
      "feature"},
-    {"ENCODE", setNumber<&CCurl::CurlSetEncode>, getNumber<&CurlSettings::encode>},
-    {"TIMEOUT", setNumber<&CCurl::CurlSetRxTxTo>, getNumber<&CurlSettings::rxTxTimeout>},
-    {"CONNECT_TIMEOUT", setNumber<&CCurl::CurlSetConnectTo>, getNumber<&CurlSettings::connectTimeout>},
+    {"ENCODE", setNumber<&CCurl::CurlSetEncode>, getNumber<&transfer::Settings::encode>},
+    {"TIMEOUT", setNumber<&CCurl::CurlSetRxTxTo>, getNumber<&transfer::Settings::rxTxTimeout>},
+    {"CONNECT_TIMEOUT", setNumber<&CCurl::CurlSetConnectTo>, getNumber<&transfer::Settings::connectTimeout>},
     {"WCS_VERSION", setText<&COgcWcs::OgcWcsSetVer>, getText<&COgcBase::Version>, wcsService.className},
     {"WMS_VERSION", setText<&COgcWms::OgcWmsSetVer>, getText<&COgcBase::Version>, wmsService.className},
-    {"USERNAME", setText<&CCurl::CurlSetUser>, getText<&CurlSettings::user>},
+    {"USERNAME", setText<&CCurl::CurlSetUser>, getText<&transfer::Settings::user>},
     {"PASSWORD", setText<&CCurl::CurlSetPasswd>, unavailable},
-    {"AUTHENTICATION", setNumber<&CCurl::CurlSetAuthent>, getNumber<&CurlSettings::authent>},
-    {"PROXY_AUTHENTICATION", setNumber<&CCurl::CurlSetProxyAuthent>, getNumber<&CurlSettings::proxyAuthent>},
+    {"AUTHENTICATION", setNumber<&CCurl::CurlSetAuthent>, getNumber<&transfer::Settings::authent>},
+    {"PROXY_AUTHENTICATION", setNumber<&CCurl::CurlSetProxyAuthent>, getNumber<&transfer::Settings::proxyAuthent>},
     {"PROXY_PASSWORD", setText<&CCurl::CurlSetProxyPasswd>, unavailable},
-    {"PROXY_USERNAME", setText<&CCurl::CurlSetProxyUser>, getText<&CurlSettings::proxyUser>},
-    {"VERBOSE", setNumber<&CCurl::CurlSetVerbose>, getNumber<&CurlSettings::verbose>},
-    {"SSL_VERIFY_PEER", setNumber<&CCurl::CurlSetSslVerifyPeer>, getNumber<&CurlSettings::sslVerifyPeer>},
-    {"SSL_VERIFY_HOST", setNumber<&CCurl::CurlSetSslVerifyHost>, getNumber<&CurlSettings::sslVerifyHost>},
-    {"SSL_CERTIFICATE_FILE", setText<&CCurl::CurlSetSslCAInfo>, getText<&CurlSettings::sslCaInfo>},
-    {"CONTENT_TYPE", unavailable, getText<&CurlResponse::parsedContentType>},
+    {"PROXY_USERNAME", setText<&CCurl::CurlSetProxyUser>, getText<&transfer::Settings::proxyUser>},
+    {"VERBOSE", setNumber<&CCurl::CurlSetVerbose>, getNumber<&transfer::Settings::verbose>},
+    {"SSL_VERIFY_PEER", setNumber<&CCurl::CurlSetSslVerifyPeer>, getNumber<&transfer::Settings::sslVerifyPeer>},
+    {"SSL_VERIFY_HOST", setNumber<&CCurl::CurlSetSslVerifyHost>, getNumber<&transfer::Settings::sslVerifyHost>},
+    {"SSL_CERTIFICATE_FILE", setText<&CCurl::CurlSetSslCAInfo>, getText<&transfer::Settings::sslCaInfo>},
+    {"CONTENT_TYPE", unavailable, getText<&transfer::Response::parsedContentType>},
     {"LAST_FILE", unavailable, getText<&CCurl::ResponseFile>},
-    {"RESPONSE_HEADER", unavailable, getText<&CurlResponse::header>},
+    {"RESPONSE_HEADER", unavailable, getText<&transfer::Response::header>},
 };
 
 using Action = void (*Property::*)(COgcBase&, ZEL_Variable*);
@@ -225,7 +225,7 @@ void setDefaultFiles(const Service& service, COgcBase& client) {
   for (const Property& property : properties) {
     if (property.only != service.className || property.file == nullptr) continue;
     const zel::Temp path(
-        ZEL_StrToSTRING(formatLimited(pathSize - 1, "%s/%s", directory.c_str(), property.file).c_str()));
+        ZEL_StrToSTRING(transfer::formatLimited(pathSize - 1, "%s/%s", directory.c_str(), property.file).c_str()));
     property.set(client, path.get());
   }
 }

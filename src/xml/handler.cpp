@@ -81,7 +81,7 @@ void COgcSaxHelper::ParseConcatenatedValues(std::string_view s, int trimTrailing
     if (begin == s.npos || s[begin] == ',') return;
     end = endOfName(s, begin);
     AddCurrentNode(&pCurNode->next);
-    AppendStrings(&pCurNode->str, cutAt(s.substr(begin, end - begin), nameLimit), trimTrailing, 0);
+    AppendStrings(&pCurNode->str, transfer::cutAt(s.substr(begin, end - begin), nameLimit), trimTrailing, 0);
   }
 }
 
@@ -113,7 +113,7 @@ int COgcSaxHelper::HandleVersion(const xercesc::Attributes& attrs) {
   };
   if (szVersion == nullptr || *szVersion == '\0') refuse(m_versions.missing);
   if (std::ranges::none_of(m_versions.supported, [&](const char* v) { return strcasecmp(v, szVersion) == 0; })) {
-    refuse(formatLimited(versionMessageLimit, m_versions.unsupported, szVersion));
+    refuse(transfer::formatLimited(versionMessageLimit, m_versions.unsupported, szVersion));
   }
   return 0;
 }
@@ -172,8 +172,8 @@ bool COgcSaxHelper::ExceptionEnd(const XMLCh* localname) {
 std::string COgcSaxHelper::describe(const xercesc::SAXParseException& e, const char* format) {
   const std::string message(m_utf8(e.getMessage()));
   const std::string uri(m_utf8(e.getSystemId()));
-  return formatLimited(messageLimit, format, message.c_str(), static_cast<int>(e.getLineNumber()),
-                       static_cast<int>(e.getColumnNumber()), uri.c_str());
+  return transfer::formatLimited(transfer::messageLimit, format, message.c_str(), static_cast<int>(e.getLineNumber()),
+                                 static_cast<int>(e.getColumnNumber()), uri.c_str());
 }
 
 void COgcSaxHelper::warning(const xercesc::SAXParseException& e) {

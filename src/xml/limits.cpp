@@ -233,7 +233,7 @@ COgcXmlFile::COgcXmlFile(std::string path) : InputSource(ogcXmlChars(path).c_str
 
 xercesc::BinInputStream* COgcXmlFile::makeStream() const {
   xercesc::MemoryManager* memory = getMemoryManager();
-  CFilePtr file(std::fopen(m_path.c_str(), "rbe")); // as the parser opens files, but for this process alone
+  transfer::FilePtr file(std::fopen(m_path.c_str(), "rbe")); // as the parser opens files, but for this process alone
   if (!file) return nullptr;
   auto* stream = new (memory) xercesc::BinFileInputStream(static_cast<xercesc::FileHandle>(file.get()), memory);
   static_cast<void>(file.release());

@@ -73,7 +73,7 @@ private:
 
 [[noreturn]] void failParser(const char* kind, const XMLCh* message) {
   COgcUtf8 utf8;
-  const std::string text(cutAt(utf8(message), parserMessageLimit));
+  const std::string text(transfer::cutAt(utf8(message), parserMessageLimit));
   throw CCurlException(kind, text.c_str());
 }
 
@@ -161,8 +161,8 @@ void COgcBase::failParse(const char* file) {
   } catch (const CCurlException&) {
     throw;
   } catch (const COgcXmlRefusal& refusal) {
-    const std::string text =
-        formatLimited(messageLimit, "Error: XML document (%s) refused: %s", file, refusal.reason().c_str());
+    const std::string text = transfer::formatLimited(transfer::messageLimit, "Error: XML document (%s) refused: %s",
+                                                     file, refusal.reason().c_str());
     OgcBaseStatus(text.c_str());
     throw CCurlException(text.c_str());
   } catch (const xercesc::XMLException& e) {

@@ -113,8 +113,9 @@ xercesc::InputSource* COgcXmlResolver::schema(const std::string& name, const std
     return source(content, id);
   } catch (const COgcXmlRefusal& refusal) {
     if (!m_unused.insert(id).second) return nullptr;
-    m_client.OgcBaseWarn(
-        formatLimited(messageLimit, "Warning: XML Schema is not used: %s.", refusal.reason().c_str()).c_str());
+    m_client.OgcBaseWarn(transfer::formatLimited(transfer::messageLimit, "Warning: XML Schema is not used: %s.",
+                                                 refusal.reason().c_str())
+                             .c_str());
     return nullptr;
   }
 }
@@ -190,7 +191,7 @@ std::string COgcXmlResolver::fetch(const std::string& url) {
   transfer.CurlSetPath(nullptr);
   transfer.CurlSetQuery(nullptr);
   std::array<char, ogcQueryLimit + 1> server{};
-  const CurlSettings& settings = m_client.Settings();
+  const transfer::Settings& settings = m_client.Settings();
   if (settings.scheme.present() && settings.host.present()) {
     transfer.CurlBuildUrlRqSimple(server.data(), static_cast<int>(server.size()));
   }
@@ -207,7 +208,7 @@ std::string COgcXmlResolver::fetch(const std::string& url) {
   m_client.OgcBaseStatus(url.c_str());
   m_overlong = false;
   try {
-    transfer.CurlProcessRequest(url.c_str(), CURL_RQ_HTTP_GET);
+    transfer.CurlProcessRequest(url.c_str(), transfer::httpGet);
   } catch (const CCurlException& e) {
     if (transfer.Response().statusCode == CURLE_ABORTED_BY_CALLBACK && !m_overlong) throw; // by the user
     throw COgcXmlRefusal(m_overlong ? "(" + url + ") is too long" : "(" + url + ") " + e.ErrMsg());

@@ -65,8 +65,8 @@ void run(Driver& driver, int type, const char* outcome = "result") {
 }
 
 void printResponse(const CCurl& curl) {
-  const CurlResponse& rsp = curl.Response();
-  const CurlSettings& set = curl.Settings();
+  const transfer::Response& rsp = curl.Response();
+  const transfer::Settings& set = curl.Settings();
   print({{"status", std::to_string(rsp.statusCode)},
          {"text", rsp.statusText.c_str()},
          {"message", curl.Message()},
@@ -107,7 +107,7 @@ void act(Driver& driver, const std::string& action) {
   if (action == "fault") throw CCurlException("fault of the routine");
   if (action == "cancel") driver.cancel = true;
   if (action == "interrupt") g_interrupt = 1;
-  if (action == "request") run(driver, CURL_RQ_HTTP_GET, "nested");
+  if (action == "request") run(driver, transfer::httpGet, "nested");
   if (action == "shutdown") attempt(action, [] { CCurl::CurlShutdown(); });
   if (action == "cleanup") attempt(action, [&] { driver.curl.CurlCleanup(); });
   if (action == "close") attempt(action, [] { CCurl::CurlCloseConnections(); });
@@ -126,9 +126,9 @@ int onStatus(char*, unsigned long, const char* message, xProgressValues* progres
   if (!driver.quiet) {
     Fields fields{{"line", message}};
     if (progress != nullptr)
-      fields.emplace_back("figures",
-                          formatLimited(200, "%d %.0f %.0f %.0f %.0f", static_cast<int>(progress->isValid),
-                                        progress->dlTotal, progress->dlNow, progress->ulTotal, progress->ulNow));
+      fields.emplace_back("figures", transfer::formatLimited(200, "%d %.0f %.0f %.0f %.0f",
+                                                             static_cast<int>(progress->isValid), progress->dlTotal,
+                                                             progress->dlNow, progress->ulTotal, progress->ulNow));
     print(fields);
   }
   for (auto action = driver.actions.begin(); action != driver.actions.end();) {
@@ -150,9 +150,9 @@ Command number(Setter set) {
 }
 
 const std::map<std::string, int> requestTypes{
-    {"get", CURL_RQ_HTTP_GET},       {"put", CURL_RQ_HTTP_PUT},   {"post", CURL_RQ_HTTP_POST},
-    {"delete", CURL_RQ_HTTP_DELETE}, {"ftpget", CURL_RQ_FTP_GET}, {"ftpput", CURL_RQ_FTP_PUT},
-    {"ftpdir", CURL_RQ_FTP_DIR},     {"ftpcmd", CURL_RQ_FTP_CMD}, {"unknown", 0x45}};
+    {"get", transfer::httpGet},         {"put", transfer::httpPut},       {"post", transfer::httpPost},
+    {"delete", transfer::httpDelete},   {"ftpget", transfer::ftpGet},     {"ftpput", transfer::ftpPut},
+    {"ftpdir", transfer::ftpDirectory}, {"ftpcmd", transfer::ftpCommand}, {"unknown", 0x45}};
 
 const std::map<std::string, Command> commands{
     {"scheme", text(&CCurl::CurlSetScheme)},

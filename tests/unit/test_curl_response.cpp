@@ -16,7 +16,7 @@ using Lines = std::vector<std::string>;
 /// A transfer object that believes in a running request of a type, and the lines that its routine is told.
 class Fed : public CCurl {
 public:
-  explicit Fed(int type = CURL_RQ_HTTP_GET) {
+  explicit Fed(int type = transfer::httpGet) {
     EXPECT_NE(errorOf([&] { CurlProcessRequest("", type); }), "");
     CurlSetHost("host");
     CurlSetCallback("routine");
@@ -51,11 +51,11 @@ public:
     return CurlHttpProgressCallback(this, 20.5, 10, ulTotal, ulNow);
   }
   std::string fields() const {
-    const CurlResponse& r = Response();
+    const transfer::Response& r = Response();
     std::string all = std::to_string(r.statusCode) + ' ' + std::to_string(r.contentLength) + ' ' +
                       std::to_string(r.chunked) + std::to_string(r.headerComplete);
-    for (const CText* text : {&r.statusText, &r.server, &r.date, &r.lastModified, &r.contentEncoding,
-                              &r.contentTypeText, &r.parsedContentType})
+    for (const transfer::Text* text : {&r.statusText, &r.server, &r.date, &r.lastModified, &r.contentEncoding,
+                                       &r.contentTypeText, &r.parsedContentType})
       all += '|' + (text->present() ? text->str() : "-");
     return all;
   }
@@ -157,7 +157,7 @@ TEST(CurlHeader, SearchGoesOnAfterTheMismatch) {
               {1, "a", "a", 1, 0}};
   for (const auto& row : rows)
     EXPECT_EQ(CCurl::CurlFindStringEndIdx(row.limit, row.text, row.pattern, row.start), row.end) << &row - rows;
-  CText value(std::string_view("old"));
+  transfer::Text value(std::string_view("old"));
   EXPECT_EQ(CCurl::CurlGetRspValue("A: b c\r\n", 3, &value), 3);
   EXPECT_EQ(value.str(), "b c");
   for (const auto& [header, index] : {std::pair{"A: b", 3}, {"A: \r\n", 3}, {"", 8192}, {"", 0}})
@@ -198,7 +198,7 @@ TEST(CurlHeader, HtmlOfTheHeaderBlockIsTheServersWord) {
 }
 
 TEST(CurlFtp, RepliesGiveTheirCode) {
-  Fed curl(CURL_RQ_FTP_GET);
+  Fed curl(transfer::ftpGet);
   const auto shown = [&] {
     return std::to_string(curl.Response().statusCode) + curl.Response().lastFtpResponse.data();
   };
@@ -221,13 +221,13 @@ TEST(CurlProgress, LinesOfTheRequestTypes) {
   const struct {
     int type;
     const char *idle, *going;
-  } rows[] = {{CURL_RQ_HTTP_GET, "Http: get: received (10), total expected (20)", nullptr},
-              {CURL_RQ_HTTP_PUT, "Http: put: sending file data...", "Http: put: sent (3), total to send (5)"},
-              {CURL_RQ_HTTP_POST, "Http: post: sending data...", "Http: post: sent (3), total to send (5)"},
-              {CURL_RQ_FTP_GET, "Ftp: get: received (10), total expected (20)", nullptr},
-              {CURL_RQ_FTP_PUT, "Ftp: put: sending file data...", "Ftp: put: sent (3), total to send (5)"},
-              {CURL_RQ_FTP_DIR, "Ftp: dir: receiving directory data...", nullptr},
-              {CURL_RQ_FTP_CMD, "Ftp: cmd: processing...", nullptr},
+  } rows[] = {{transfer::httpGet, "Http: get: received (10), total expected (20)", nullptr},
+              {transfer::httpPut, "Http: put: sending file data...", "Http: put: sent (3), total to send (5)"},
+              {transfer::httpPost, "Http: post: sending data...", "Http: post: sent (3), total to send (5)"},
+              {transfer::ftpGet, "Ftp: get: received (10), total expected (20)", nullptr},
+              {transfer::ftpPut, "Ftp: put: sending file data...", "Ftp: put: sent (3), total to send (5)"},
+              {transfer::ftpDirectory, "Ftp: dir: receiving directory data...", nullptr},
+              {transfer::ftpCommand, "Ftp: cmd: processing...", nullptr},
               {0x45, "unknown call to CurlHttpProgressCallback", nullptr}};
   for (const auto& row : rows) {
     Fed curl(row.type);
@@ -281,7 +281,7 @@ TEST(CurlTrace, LinesAreLabelledTrimmedCutAndWithoutSecrets) {
        {"Header Out:  " + std::string(480, 'x') + "\r\nAuthorization: ***"}},
   };
   for (const auto& row : rows) {
-    Fed curl(row.pieces[0].starts_with("PASS") ? CURL_RQ_FTP_CMD : CURL_RQ_HTTP_GET);
+    Fed curl(row.pieces[0].starts_with("PASS") ? transfer::ftpCommand : transfer::httpGet);
     for (const auto& piece : row.pieces) curl.trace(row.type, piece);
     Lines expected;
     for (const auto& line : row.shown) expected.push_back("Verbose: " + line);
@@ -303,7 +303,7 @@ TEST(CurlEdge, WhatTheRoutineThrowsStaysInside) {
 
 TEST(CurlFile, KnowsWhatItWrote) {
   const std::string path = testing::TempDir() + "zel_curl_" + std::to_string(::getpid());
-  CResponseFile file;
+  transfer::ResponseFile file;
   ASSERT_TRUE(file.open(path.c_str()) && file.write("ours", 4) == 4 && file.close());
   EXPECT_TRUE(file.isStillThere());
   std::filesystem::remove(path);

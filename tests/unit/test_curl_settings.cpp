@@ -8,16 +8,16 @@ namespace {
 TEST(CurlSettings, NumbersOutOfRangeAreRefusedAndChangeNothing) {
   const struct {
     void (CCurl::*set)(int);
-    int CurlSettings::*field;
+    int transfer::Settings::*field;
     int most;
     const char* name;
-  } ranges[] = {{&CCurl::CurlSetAuthent, &CurlSettings::authent, 3, "Authentictation"},
-                {&CCurl::CurlSetProxyAuthent, &CurlSettings::proxyAuthent, 3, "ProxyAuthentictation"},
-                {&CCurl::CurlSetEncode, &CurlSettings::encode, 3, "Encode"},
-                {&CCurl::CurlSetFtpDirListType, &CurlSettings::ftpDirListType, 1, "FtpDirListType"},
-                {&CCurl::CurlSetFtpAscii, &CurlSettings::ftpAscii, 1, "FtpAscii"},
-                {&CCurl::CurlSetSslVersion, &CurlSettings::sslVersion, 3, "SSL Version"},
-                {&CCurl::CurlSetExtVers, &CurlSettings::extVers, 1, "filename extension version"}};
+  } ranges[] = {{&CCurl::CurlSetAuthent, &transfer::Settings::authent, 3, "Authentictation"},
+                {&CCurl::CurlSetProxyAuthent, &transfer::Settings::proxyAuthent, 3, "ProxyAuthentictation"},
+                {&CCurl::CurlSetEncode, &transfer::Settings::encode, 3, "Encode"},
+                {&CCurl::CurlSetFtpDirListType, &transfer::Settings::ftpDirListType, 1, "FtpDirListType"},
+                {&CCurl::CurlSetFtpAscii, &transfer::Settings::ftpAscii, 1, "FtpAscii"},
+                {&CCurl::CurlSetSslVersion, &transfer::Settings::sslVersion, 3, "SSL Version"},
+                {&CCurl::CurlSetExtVers, &transfer::Settings::extVers, 1, "filename extension version"}};
   CCurl curl;
   for (const auto& range : ranges)
     for (const int value : {0, 1, range.most, -1, range.most + 1}) {
@@ -31,18 +31,18 @@ TEST(CurlSettings, NumbersOutOfRangeAreRefusedAndChangeNothing) {
 TEST(CurlSettings, OtherNumbersAreBroughtIntoRange) {
   const struct {
     void (CCurl::*set)(int) noexcept;
-    int CurlSettings::*field;
+    int transfer::Settings::*field;
     int value, stored;
-  } rows[] = {{&CCurl::CurlSetSslVerifyPeer, &CurlSettings::sslVerifyPeer, 0, 0},
-              {&CCurl::CurlSetSslVerifyPeer, &CurlSettings::sslVerifyPeer, -5, 1},
-              {&CCurl::CurlSetSslVerifyHost, &CurlSettings::sslVerifyHost, 2, 1},
-              {&CCurl::CurlSetFtpExplicitSSL, &CurlSettings::ftpExplicitSsl, 7, 1},
-              {&CCurl::CurlSetFtpConnMode, &CurlSettings::ftpConnMode, 0, 0},
-              {&CCurl::CurlSetRxTxTo, &CurlSettings::rxTxTimeout, 0, 1},
-              {&CCurl::CurlSetRxTxTo, &CurlSettings::rxTxTimeout, 7, 7},
-              {&CCurl::CurlSetConnectTo, &CurlSettings::connectTimeout, -9, 1},
-              {&CCurl::CurlSetVerbose, &CurlSettings::verbose, 7, 1},
-              {&CCurl::CurlSetVerbose, &CurlSettings::verbose, -3, -3}};
+  } rows[] = {{&CCurl::CurlSetSslVerifyPeer, &transfer::Settings::sslVerifyPeer, 0, 0},
+              {&CCurl::CurlSetSslVerifyPeer, &transfer::Settings::sslVerifyPeer, -5, 1},
+              {&CCurl::CurlSetSslVerifyHost, &transfer::Settings::sslVerifyHost, 2, 1},
+              {&CCurl::CurlSetFtpExplicitSSL, &transfer::Settings::ftpExplicitSsl, 7, 1},
+              {&CCurl::CurlSetFtpConnMode, &transfer::Settings::ftpConnMode, 0, 0},
+              {&CCurl::CurlSetRxTxTo, &transfer::Settings::rxTxTimeout, 0, 1},
+              {&CCurl::CurlSetRxTxTo, &transfer::Settings::rxTxTimeout, 7, 7},
+              {&CCurl::CurlSetConnectTo, &transfer::Settings::connectTimeout, -9, 1},
+              {&CCurl::CurlSetVerbose, &transfer::Settings::verbose, 7, 1},
+              {&CCurl::CurlSetVerbose, &transfer::Settings::verbose, -3, -3}};
   CCurl curl;
   for (const auto& row : rows) {
     (curl.*row.set)(row.value);
@@ -71,32 +71,32 @@ TEST(CurlSettings, TextsAreCopiedAndCleanupLeavesThemAbsent) {
   CCurl curl;
   const auto& set = curl.Settings();
   EXPECT_EQ(set.scheme.str() + set.port.str() + set.proxyPort.str(), "http8080");
-  const std::pair<void (CCurl::*)(const char*), CText CurlSettings::*> texts[] = {
-      {&CCurl::CurlSetScheme, &CurlSettings::scheme},
-      {&CCurl::CurlSetHost, &CurlSettings::host},
-      {&CCurl::CurlSetPath, &CurlSettings::path},
-      {&CCurl::CurlSetQueryPrefix, &CurlSettings::queryPrefix},
-      {&CCurl::CurlSetQuery, &CurlSettings::query},
-      {&CCurl::CurlSetQuerySuffix, &CurlSettings::querySuffix},
-      {&CCurl::CurlSetProxy, &CurlSettings::proxy},
-      {&CCurl::CurlSetUser, &CurlSettings::user},
-      {&CCurl::CurlSetPasswd, &CurlSettings::passwd},
-      {&CCurl::CurlSetProxyUser, &CurlSettings::proxyUser},
-      {&CCurl::CurlSetProxyPasswd, &CurlSettings::proxyPasswd},
-      {&CCurl::CurlSetFileNameHttpGetRsp, &CurlSettings::fileHttpGetRsp},
-      {&CCurl::CurlSetFileNameHttpPutPostRsp, &CurlSettings::fileHttpPutPostRsp},
-      {&CCurl::CurlSetFileNameFtpGetRsp, &CurlSettings::fileFtpGetRsp},
-      {&CCurl::CurlSetFileNameFtpRsp, &CurlSettings::fileFtpRsp},
-      {&CCurl::CurlSetFileToSend, &CurlSettings::fileToSend},
-      {&CCurl::CurlSetCallback, &CurlSettings::callback},
-      {&CCurl::CurlSetSslCAInfo, &CurlSettings::sslCaInfo}};
+  const std::pair<void (CCurl::*)(const char*), transfer::Text transfer::Settings::*> texts[] = {
+      {&CCurl::CurlSetScheme, &transfer::Settings::scheme},
+      {&CCurl::CurlSetHost, &transfer::Settings::host},
+      {&CCurl::CurlSetPath, &transfer::Settings::path},
+      {&CCurl::CurlSetQueryPrefix, &transfer::Settings::queryPrefix},
+      {&CCurl::CurlSetQuery, &transfer::Settings::query},
+      {&CCurl::CurlSetQuerySuffix, &transfer::Settings::querySuffix},
+      {&CCurl::CurlSetProxy, &transfer::Settings::proxy},
+      {&CCurl::CurlSetUser, &transfer::Settings::user},
+      {&CCurl::CurlSetPasswd, &transfer::Settings::passwd},
+      {&CCurl::CurlSetProxyUser, &transfer::Settings::proxyUser},
+      {&CCurl::CurlSetProxyPasswd, &transfer::Settings::proxyPasswd},
+      {&CCurl::CurlSetFileNameHttpGetRsp, &transfer::Settings::fileHttpGetRsp},
+      {&CCurl::CurlSetFileNameHttpPutPostRsp, &transfer::Settings::fileHttpPutPostRsp},
+      {&CCurl::CurlSetFileNameFtpGetRsp, &transfer::Settings::fileFtpGetRsp},
+      {&CCurl::CurlSetFileNameFtpRsp, &transfer::Settings::fileFtpRsp},
+      {&CCurl::CurlSetFileToSend, &transfer::Settings::fileToSend},
+      {&CCurl::CurlSetCallback, &transfer::Settings::callback},
+      {&CCurl::CurlSetSslCAInfo, &transfer::Settings::sslCaInfo}};
   const auto value = [&](const auto& row) { return "value" + std::to_string(&row - texts); };
   for (const auto& row : texts) (curl.*row.first)(value(row).c_str());
   for (const auto& row : texts) EXPECT_EQ((set.*row.second).str(), value(row));
   const std::tuple<const char*, const char*, const char*> logins[] = {
       {"u", "p", "u:p"}, {"u", nullptr, "u:"}, {"", "p", ":p"}, {"", "", ""}};
   for (const auto& [user, password, login] : logins) {
-    CText text;
+    transfer::Text text;
     CCurl::CurlCreateUsrPwd(&text, user, password);
     EXPECT_EQ(text.str(), login);
   }
@@ -132,15 +132,15 @@ TEST(CurlRequest, IsCheckedBeforeAnythingIsSent) {
     int type;
     bool toBuffer;
     const char* text;
-  } rows[] = {{nullptr, CURL_RQ_HTTP_GET, false, "Error: Url request ptr is null."},
-              {"", CURL_RQ_HTTP_GET, false, "Error: Url request is empty."},
-              {"x", CURL_RQ_HTTP_GET, false, "Error: Http Filename for Get Response is not set."},
-              {"x", CURL_RQ_HTTP_PUT, false, "Error: Http Filename for Put Response is not set."},
-              {"x", CURL_RQ_HTTP_POST, false, "Error: Http Filename for Put Post Response is not set."},
-              {"x", CURL_RQ_FTP_GET, false, "Error: Ftp Filename for Get Response is not set."},
-              {"x", CURL_RQ_FTP_PUT, false, "Error: Ftp Filename for Put/Cmd Response is not set."},
-              {"x", CURL_RQ_FTP_CMD, true, "Error: Ftp Filename for Put/Cmd Response is not set."},
-              {"x", CURL_RQ_FTP_PUT, true, "Error: Writing to a buffer is not supported for this operation."},
+  } rows[] = {{nullptr, transfer::httpGet, false, "Error: Url request ptr is null."},
+              {"", transfer::httpGet, false, "Error: Url request is empty."},
+              {"x", transfer::httpGet, false, "Error: Http Filename for Get Response is not set."},
+              {"x", transfer::httpPut, false, "Error: Http Filename for Put Response is not set."},
+              {"x", transfer::httpPost, false, "Error: Http Filename for Put Post Response is not set."},
+              {"x", transfer::ftpGet, false, "Error: Ftp Filename for Get Response is not set."},
+              {"x", transfer::ftpPut, false, "Error: Ftp Filename for Put/Cmd Response is not set."},
+              {"x", transfer::ftpCommand, true, "Error: Ftp Filename for Put/Cmd Response is not set."},
+              {"x", transfer::ftpPut, true, "Error: Writing to a buffer is not supported for this operation."},
               {"x", 0x45, true, "Error: Writing to a buffer is not supported for this operation."},
               {"x", 0x45, false, "Error: The request type 69 is not known."}};
   for (const auto& row : rows) {

@@ -171,8 +171,8 @@ TEST(CurlNames, NothingSecretAndNoControlCharacterIsShown) {
       {"\xc2\x9b\xc2\xa0 \x9b \xe9 \xc3\xa9 \xe2\x82\xac \xf0\x9f\x8c\x8d \xe0\x82\x9b",
        "?\xc2\xa0 ? \xe9 \xc3\xa9 \xe2\x82\xac \xf0\x9f\x8c\x8d \xe0??"}};
   for (const auto& [text, wanted] : rows) {
-    EXPECT_EQ(shown(text), wanted);
-    EXPECT_EQ(shown(wanted), wanted);
+    EXPECT_EQ(transfer::shown(text), wanted);
+    EXPECT_EQ(transfer::shown(wanted), wanted);
   }
   EXPECT_STREQ(CCurlException("http://me:pw@h", "Cookie: \x1b").ErrMsg(), "http://***@h Cookie: ***");
 }
@@ -187,12 +187,12 @@ TEST(CurlNames, CutsLeaveWholeCharacters) {
       {"\xe9\xe9\xe9", 2, "\xe9\xe9"},
       {"\x80\x80\x80\x80\x80\x80", 5, "\x80\x80\x80\x80\x80"},
       {"", 0, ""}};
-  for (const auto& [text, limit, cut] : rows) EXPECT_EQ(cutAt(text, limit), cut);
+  for (const auto& [text, limit, cut] : rows) EXPECT_EQ(transfer::cutAt(text, limit), cut);
   const std::string ears(1021, 'x');
   EXPECT_EQ(CCurlException((ears + "\xe2\x82\xac").c_str()).ErrMsg(), ears);
-  EXPECT_EQ(formatLimited(4, "%s", "abc\xc3\xa9"), "abc");
+  EXPECT_EQ(transfer::formatLimited(4, "%s", "abc\xc3\xa9"), "abc");
   char out[5] = "....";
-  EXPECT_EQ(copyTruncated(out, sizeof out, "abc\xc3\xa9"), 5);
+  EXPECT_EQ(transfer::copyTruncated(out, sizeof out, "abc\xc3\xa9"), 5);
   EXPECT_STREQ(out, "abc");
 }
 
@@ -211,13 +211,13 @@ TEST(CurlNames, ResponseFilesGetTheExtensionOfTheContentType) {
     curl.CurlSetRspParsedContentType(type);
     const auto built = directory / expected;
     std::ofstream(built) << "old";
-    CText name((directory / given).string());
+    transfer::Text name((directory / given).string());
     EXPECT_EQ(curl.CurlBuildFileName(&name), 0);
     EXPECT_EQ(name.str(), built.string());
     EXPECT_FALSE(std::filesystem::exists(built));
   }
   std::filesystem::remove(directory);
-  CText none;
+  transfer::Text none;
   EXPECT_NE(CCurl().CurlBuildFileName(&none), 0);
 }
 

@@ -44,7 +44,7 @@ TEST_F(Clients, StartWithDefaultsAndForgetThemWithTheirDocuments) {
   EXPECT_TRUE(wcs.BriefCount() == 2 && wcs.OfferingCount() == 1 && wms.NumLayers() == 1);
   EXPECT_TRUE(wms.OgcWmsCleanup() == 1 && wcs.OgcWcsCleanup() == 1);
   EXPECT_EQ(wcs.BriefCount() + wcs.OfferingCount() + wms.NumLayers() + wms.LayerCacheCapacity(), 0);
-  for (const CText* text :
+  for (const transfer::Text* text :
        {&wms.Version(), &wms.CapFile(), &wms.MapFile(), &wms.FeatFile(), &wcs.CapFN(), &wcs.DesCovFN(), &wcs.CovFN()})
     EXPECT_FALSE(text->present());
   wms.OgcWmsSetCapFN(path("kept").c_str());

@@ -16,7 +16,7 @@ std::string letters(std::size_t count) {
 class Transfer : public COgcBase {
 public:
   Transfer() : COgcBase("1.1.1") {
-    EXPECT_NE(errorOf([&] { CurlProcessRequest("", CURL_RQ_HTTP_GET); }), "");
+    EXPECT_NE(errorOf([&] { CurlProcessRequest("", transfer::httpGet); }), "");
     CurlSetHost("h");
     CurlSetCallback("on_status");
     fakeBridge() = {};
@@ -38,7 +38,7 @@ struct Limit {
   std::function<std::string(const std::string&)> kept;
 };
 
-std::string shown(const CText& text) { return text.present() ? text.str() : "-"; }
+std::string shown(const transfer::Text& text) { return text.present() ? text.str() : "-"; }
 
 TEST_F(Ogc, UrlIsSplitAroundTheControlParameters) {
   const struct {
@@ -69,7 +69,7 @@ protected:
 };
 
 TEST_F(OgcLimits, TextsAreCutBehindTheLastCharacterThatFits) {
-  const auto value = [this](const char* name, CText CurlResponse::*field) {
+  const auto value = [this](const char* name, transfer::Text transfer::Response::*field) {
     return [this, name, field](const std::string& text) {
       transfer.CurlResponseReset();
       transfer.CurlHttpParseRspHdr(("HTTP/1.1 200 OK\r\n" + std::string(name) + text + "\r\n\r\n").c_str());
@@ -132,9 +132,9 @@ TEST_F(OgcLimits, TextsAreCutBehindTheLastCharacterThatFits) {
          transfer.CurlHttpParseRspHdr(("HTTP/1.1 200 " + text + "\r\n\r\n").c_str());
          return transfer.Response().statusText.str();
        }},
-      {"server", 255, "", value("Server: ", &CurlResponse::server)},
-      {"content type text", 255, "", value("Content-Type: ", &CurlResponse::contentTypeText)},
-      {"content type", 15, "", value("Content-Type: image/", &CurlResponse::parsedContentType)},
+      {"server", 255, "", value("Server: ", &transfer::Response::server)},
+      {"content type text", 255, "", value("Content-Type: ", &transfer::Response::contentTypeText)},
+      {"content type", 15, "", value("Content-Type: image/", &transfer::Response::parsedContentType)},
       {"HTML of an answer", 511, "",
        [&](const std::string& text) {
          char html[512];
