@@ -32,6 +32,8 @@ CASES = {
     "wms('http://{nobody}/wms?'):GetCapabilities()": "Could not resolve host: ..., Curl Error Code = 6",
     "wms('http://localhost:1/wms?'):GetCapabilities()": "Failed to connect to ..., Curl Error Code = 7",
     "wms('{silent}wms?', {{TIMEOUT = 1}}):GetCapabilities()": "... Curl Error Code = 28",
+    "wms('{refusing}wms?'):GetCapabilities()": "... Http ErrCode(400), Http Err(Bad Request) ...",
+    "wms('{failing}wms?'):GetCapabilities()": "... Http ErrCode(500), Http Err(Internal Server Error) ...",
     "wms('{http}/nowhere?'):GetCapabilities()": "... Http ErrCode(404), Http Err(Not Found) ...",
     "wms('{http}/page.html?'):GetCapabilities()": "... Http ErrCode(200), ... Http ErrMsg(No HTML found)",
     "wms('{http}/broken.xml?'):GetCapabilities()": "Fatal Error: SAX Parser: ...",
@@ -69,8 +71,10 @@ CASES = {
 def places(servers, ogc):
     (ogc.root / "page.html").write_text("<html><body>Welcome</body></html>\n")
     (ogc.root / "broken.xml").write_text("<?xml version='1.0'?><WMT_MS_Capabilities version='1.1.1'><Service>")
-    with Responder([HEAD, HOLD]) as silent:
-        yield {"nobody": NOBODY, "http": ogc.url, "service": ogc.service, "secure": ogc.secure_service,
+    refusal = b"HTTP/1.1 %s\r\nContent-Type: text/xml\r\nContent-Length: 25\r\n\r\n<ServiceExceptionReport/>"
+    with Responder([HEAD, HOLD]) as silent, Responder([HEAD, refusal % b"400 Bad Request"]) as refusing, \
+            Responder([HEAD, refusal % b"500 Internal Server Error"]) as failing:
+        yield {"nobody": NOBODY, "refusing": refusing.url, "failing": failing.url, "http": ogc.url, "service": ogc.service, "secure": ogc.secure_service,
                "silent": silent.url, "proxy": servers.guarded_proxy.port}
 
 
