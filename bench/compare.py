@@ -254,7 +254,7 @@ PARTS = {part.__name__: part for part in (xml, results, transfer)}
 PAGE = """# Benchmarks
 
 Made by `scripts/bench.sh`, which anyone can run again. Each row is one piece of work, done by the system and by what
-stands beside it, in turn in one run; times, memory and ratios are the medians of the rounds. Reading documents and
+it is compared with, in turn in one run; times, memory and ratios are the medians of the rounds. Reading documents and
 handing out records counts computing time above that of a tiny document, small documents many times in one process on
 both sides; downloads count time on the clock. The bare scan is the XML parser's default scanner with an empty handler.
 Nothing is copied while a document is read: the copy that is kept of it is given its own name.

@@ -102,7 +102,7 @@ end
 local function print_titled(name)
   local found = {}
   for _, section in ipairs(reference.sections) do
-    if (" " .. section.title:lower():gsub("%p", " ") .. " "):find(" " .. name:lower() .. " ", 1, true) then
+    if (" " .. section.title:lower():gsub("[^%w%-]", " ") .. " "):find(" " .. name:lower() .. " ", 1, true) then
       found[#found + 1] = section
     end
   end

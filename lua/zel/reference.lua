@@ -94,7 +94,7 @@ end
 
 function reference.names(row)
   local names = {}
-  for name in gmatch(row[1], "`([%w_.]+)[^`]*`") do names[#names + 1] = name end
+  for name in gmatch(row[1], "`([%w_.%-]+)[^`]*`") do names[#names + 1] = name end
   return names
 end
 

@@ -21,10 +21,13 @@ constexpr std::size_t expansionCost = 400;     // characters that could be read 
 constexpr std::size_t entityLimit = 8 << 10;   // characters of one entity
 constexpr std::size_t entitiesLimit = 1 << 20; // characters of all entities, each expanded once
 
-// In steps of a few nanoseconds. Each element costs one for each level above it, and for each attribute declared for it
-// eight and the lengths of its type, which may list its values, and of the default. Xerces looks names up one by one:
-// each element costs its share of the longest content model, and each name in it its share of the prefixes in scope.
-// Real documents need a few dozen for an element.
+// Work is counted in steps of a few nanoseconds. Xerces looks names up one by one, so the elements of a document cost
+//
+//   sum over elements (depth + model / 4 + prefixes * (attributes + 1) / 8 + sum over declared attributes (8 + text))
+//
+// steps, with model the characters of the longest content model, prefixes those in scope, and text the characters of an
+// attribute's declared type, which may list its values, and of its default. A document of n elements may cost
+// 50,000,000 + 200 n; real ones need a few dozen for each.
 constexpr std::size_t workAtOnce = 50'000'000;
 constexpr std::size_t workPerElement = 200;
 constexpr std::size_t workPerAttribute = 8;
