@@ -76,6 +76,19 @@ bool isIncomplete(lua_State* L, int status) {
 
 int load(lua_State* L, const std::string& text) { return luaL_loadbuffer(L, text.data(), text.size(), "=prompt"); }
 
+/// Loads lines that were pasted together and end in an expression, in place of the error on top of the stack, when they
+/// are such.
+int loadPasted(lua_State* L, const std::string& text, int status) {
+  const std::size_t last = text.rfind('\n', text.find_last_not_of(" \t\n"));
+  if (status == LUA_OK || last == std::string::npos) return status;
+  if (load(L, text.substr(0, last + 1) + "return " + text.substr(last + 1)) == LUA_OK) {
+    lua_remove(L, -2);
+    return LUA_OK;
+  }
+  lua_pop(L, 1);
+  return status;
+}
+
 /// Loads one statement or expression, reading on while it is incomplete; pushes the chunk or why there is none.
 Input loadStatement(lua_State* L, std::string& text, int& status) {
   Completion::setAbove("");
@@ -93,6 +106,7 @@ Input loadStatement(lua_State* L, std::string& text, int& status) {
     lua_pop(L, 1);
     status = load(L, text);
   }
+  status = loadPasted(L, text, status);
   return Input::text;
 }
 

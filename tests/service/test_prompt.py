@@ -147,6 +147,7 @@ LOOP = "while true do pcall(function() while true do end end) end\n"
     (["'a\\27[2J\\155b\\nc'\n"], "\r\na [2J", "\33"),
     (["help\n", "help GetMap\n"], "\r\nGetMap\r\n\r\nfile = wms:GetMap(query) ", "nil"),
     (["help = 5\n", "help\n"], "\r\n5\r\n", "Methods"),
+    (["\x1b[200~a = 5\nb = 6\na * b\x1b[201~\n"], "\r\n30\r\n", "syntax"),
     (["local x = 1\n"], "x ends with this line", "nil"),
 ])
 def test_statements(tmp_path, keys, shown, hidden):
