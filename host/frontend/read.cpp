@@ -162,9 +162,9 @@ private:
     if (!pushHostTags(m_state, index)) return entries;
     for (auto i = static_cast<lua_Integer>(lua_rawlen(m_state, -1)); i > 0; --i) {
       lua_rawgeti(m_state, -1, i);
-      const char* tag = lua_tostring(m_state, -1);
-      const auto found =
-          std::ranges::lower_bound(entries, std::string_view(tag != nullptr ? tag : ""), {}, &Entry::name);
+      const char* text = lua_tostring(m_state, -1); // null where a script's debugging has been at the list
+      const std::string_view tag = text != nullptr ? text : "";
+      const auto found = std::ranges::lower_bound(entries, tag, {}, &Entry::name);
       if (found != entries.end() && found->name == tag) found->rank = i;
       lua_pop(m_state, 1);
     }

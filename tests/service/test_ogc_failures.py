@@ -101,7 +101,7 @@ def test_waiting_ends_with_an_interrupt(tmp_path, pause):
             assert b"interrupted!" in process.communicate(timeout=20)[1] and time.monotonic() - began < 2
 
 
-# Layers of odd services, code that prints something of them, and what.
+# Layers of odd services, code that prints something of them, and what; some with the picture that they send.
 ODD = {
     "no service section": (capabilities(LAYER, service=""), "tostring(s.title), #s.layers", "nil\t1"),
     "no layers": (capabilities(""), "#s.layers, select(2, pcall(s.map, s, {layers = 'a'})).message",
@@ -128,13 +128,19 @@ ODD = {
         "1.1.1"), "#s.layer.a.dimensions[1].values, s.layer.a.dimensions[1].default", "3\t2"),
     "a limit of width": (capabilities(LAYER, service="<Service><Title>t</Title><MaxWidth>50</MaxWidth></Service>"),
                          "s.max_width, s:map{layers = 'a', bbox = {0, 0, 1, 1}}.size[1]", "50\t50"),
+    "names that steer a terminal": (capabilities("<Layer><Name>a&#x9b;2J</Name></Layer>"),
+                                    "select(2, pcall(s.map, s, {layers = 'b'})).message",
+                                    'there is no layer "b"; there are: a 2J'),
+    "a type that is no extension": (capabilities(LAYER), "s:map{layers = 'a', bbox = {0, 0, 1, 1}, to = 'map'}.file",
+                                    "map", answer("x", "image/vnd.jpeg-png")),
+    "no type": (capabilities(LAYER), "s:map{layers = 'a', bbox = {0, 0, 1, 1}, to = 'map'}.file", "map", answer("x", "")),
 }
 
 
 @pytest.mark.parametrize("case", ODD)
 def test_odd_services(zel, case):
-    document, code, printed = ODD[case]
-    with Responder(document, PICTURE) as server:
+    document, code, printed, *picture = ODD[case]
+    with Responder(document, *(picture or [PICTURE])) as server:
         done = zel(f"local s = require 'zel.ogc'.wms(arg[1] .. 'wms', {{quiet = true}}) print({code})", server.url)
     assert done.out.strip() == printed
 

@@ -4,11 +4,7 @@ local html = {}
 
 local ESCAPES = {["&"] = "&amp;", ["<"] = "&lt;", [">"] = "&gt;", ['"'] = "&quot;", ["'"] = "&#39;"}
 
---- A text without control characters, C1 and those that turn the direction of what follows them included.
-function html.clean(text)
-  return (tostring(text):gsub("%c", " "):gsub("\xC2[\x80-\x9F]", " "):gsub("\xE2\x80[\xAA-\xAE]", "")
-          :gsub("\xE2\x81[\xA6-\xA9]", ""))
-end
+html.clean = require "zel.ogc.printable"
 
 function html.escape(text) return (html.clean(text):gsub("[&<>\"']", ESCAPES)) end
 

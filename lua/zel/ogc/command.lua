@@ -99,6 +99,7 @@ end
 function commands.feature(o)
   local s <close> = wms(o)
   local text = s:info{layers = o.layer, lon = o.lon, lat = o.lat, format = o.format, count = o.count, time = o.time}
+  if zel.columns(io.stdout) then text = require "zel.ogc.printable"(text, "\t\n") end
   io.write(text, text:sub(-1) == "\n" and "" or "\n")
 end
 

@@ -1,7 +1,10 @@
 --- What is raised when something goes wrong: a table that reads as text and has the server's words as fields.
 --
--- message, and, when the server refused: text, code, locator (of its first ServiceException), exceptions (all of them).
+-- message, fit for a terminal, and, when the server refused: text, code, locator (of its first ServiceException),
+-- exceptions (all of them), as they came.
 -- tostring() puts the line of the script before the message.
+
+local printable = require "zel.ogc.printable"
 
 local Error = {}
 Error.__index = Error
@@ -27,7 +30,7 @@ local errors = {}
 function errors.raise(message, fields)
   local raised = setmetatable({}, Error)
   for name, value in pairs(fields or {}) do raised[name] = value end
-  raised.message, raised.where = message, position()
+  raised.message, raised.where = printable(message, "\n"), position()
   error(raised, 0)
 end
 

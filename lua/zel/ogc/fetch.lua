@@ -4,8 +4,8 @@ local files = require "zel.ogc.files"
 local service = require "zel.ogc.service"
 
 --- Fetches to the file `path`; without one to that of the property, which names the user's store. Without an extension
--- the file gets the one of the answer. Until it is complete it has a hidden name beside its own; `place(path)` is called
--- just before it gets its own. Returns the name.
+-- the file gets that of the answer, if it has one. Until it is complete it has a hidden name beside its own;
+-- `place(path)` is called just before it gets its own. Returns the name.
 return function(s, method, property, text, path, place)
   local usual = s.object:GetProperty{property}[property]
   path = path or usual
@@ -18,7 +18,8 @@ return function(s, method, property, text, path, place)
     error(answer, 0)
   end
   local unfinished <close> = files.removed_at_end(answer)
-  if not files.extension(path) then path = path .. "." .. files.extension(answer) end
+  local extension = answer ~= files.partial(path) and files.extension(answer)
+  if extension and not files.extension(path) then path = path .. "." .. extension end
   place(path)
   files.rename(answer, path)
   return path

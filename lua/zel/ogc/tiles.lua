@@ -89,6 +89,7 @@ function tiles.fetch(s, plan, map, largest, to)
   local extension = georeference.extension(plan.format)
   if not extension then errors.raise(plan.format .. " cannot be joined from tiles: ask for a format of pictures") end
   if not to then errors.raise("a map of several tiles needs a name: say where with to") end
+  if to:sub(1, 1) == "-" then to = "./" .. to end -- programs would take it for an option
   local directory = files.stem(to) .. ".tiles/"
   local list = cut(map, largest, extension)
   prepare(directory, description(s, plan, list))

@@ -3,11 +3,9 @@
 local json = require "dkjson"
 
 local boxes = require "zel.ogc.boxes"
+local printable = require "zel.ogc.printable"
 
 local listing = {}
-
--- Control characters of a server's text must not reach a terminal.
-local function printable(text) return (text:gsub("%c", " "):gsub("\xC2[\x80-\x9F]", " ")) end
 
 local function box_text(box)
   if not box then return "no box" end
