@@ -9,7 +9,7 @@ usage: scripts/demo.sh [DIRECTORY]
        scripts/demo.sh --serve
 
 Fetches a map (PNG) and a coverage (GeoTIFF) into DIRECTORY, demo-output without one.
-With --serve: only starts the server and prints how to use it; Ctrl-C ends it.
+With --serve: builds, starts the server and prints how to use it; Ctrl-C ends it.
 TEXT
 }
 
@@ -31,12 +31,13 @@ serve() {
     start_server
     trap 'exit 0' INT TERM
     cat <<TEXT
-export OGC_SERVER_URL='$url'
+
+export OGC_SERVER_URL='$url' PATH='$PWD/build':"\$PATH"
 
 The server runs until Ctrl-C. Paste the line above into another terminal, and try it there:
 
-    build/zel-ogc info "\$OGC_SERVER_URL"
-    build/zel-ogc map "\$OGC_SERVER_URL" earth places --bbox -30 30 60 75 --to europe.png
+    zel-ogc info "\$OGC_SERVER_URL"
+    zel-ogc map "\$OGC_SERVER_URL" earth places --bbox -30 30 60 75 --to europe.png
 TEXT
     wait "$server"
 }
@@ -58,6 +59,7 @@ case ${1:-} in
 esac
 
 scripts/deps.sh demo
+scripts/build.sh release -DBUILD_TESTING=OFF -- zel zel_ogc
 if [ "${1:-}" = --serve ]; then
     serve
     exit
@@ -65,7 +67,6 @@ fi
 
 output=${1:-demo-output}
 mkdir -p "$output"
-scripts/build.sh release -DBUILD_TESTING=OFF -- zel zel_ogc
 
 start_server
 export ZEL_USER_DIR=$work
