@@ -103,16 +103,16 @@ bool hasVersion(const Layer& layer, const char* version) noexcept {
 } // namespace
 
 void COgcWms::OgcWmsApplyInheritance() {
-  if (nLayers < 2 || m_inherited) return;
-  const std::span layers(ppLayerCache.data(), static_cast<std::size_t>(nLayers));
-  for (int i = 0; i < nLayers; ++i) {
+  if (NumLayers() < 2 || m_inherited) return;
+  const std::span layers(m_document.ppLayerCache.data(), static_cast<std::size_t>(NumLayers()));
+  for (int i = 0; i < NumLayers(); ++i) {
     if (const int parent = layerAt(i).iParent; parent != -1) (void)layerAt(parent);
   }
   m_inherited = true;
   m_crsNames.inherit(layers);
   m_srsNames.inherit(layers);
 
-  DimensionHeritage dimensions(m_arena, layers.size());
+  DimensionHeritage dimensions(m_document.arena, layers.size());
   bool is111 = hasVersion(*layers[1], "1.1.1"); // both up to the first layer of another version
   bool is130 = hasVersion(*layers[1], "1.3.0");
   for (std::size_t i = 0; i < layers.size(); ++i) {
@@ -125,10 +125,10 @@ void COgcWms::OgcWmsApplyInheritance() {
       mergeLists(layer, parent, &Layer::pStyle, &Layer::nStyle);
       shareWhenMissing(layer, parent, &Layer::pExGeoBBox, &Layer::nExGeoBBox);
       shareWhenMissing(layer, parent, &Layer::pLatLonBBox, &Layer::nLatLonBBox);
-      if (is130) copyWhenMissing(m_arena, layer, parent, &Layer::pDimension, &Layer::nDimension);
+      if (is130) copyWhenMissing(m_document.arena, layer, parent, &Layer::pDimension, &Layer::nDimension);
       if (is111) dimensions.mergeInto(layer, parent);
-      if (is111) copyWhenMissing(m_arena, layer, parent, &Layer::pExtent, &Layer::nExtent);
-      copyWhenMissing(m_arena, layer, parent, &Layer::pBBox, &Layer::nBBox);
+      if (is111) copyWhenMissing(m_document.arena, layer, parent, &Layer::pExtent, &Layer::nExtent);
+      copyWhenMissing(m_document.arena, layer, parent, &Layer::pBBox, &Layer::nBBox);
       mergeLists(layer, parent, &Layer::pAuthorityUrl, &Layer::nAuthorityUrl);
       shareValues(layer, parent);
     }

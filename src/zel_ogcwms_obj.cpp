@@ -18,7 +18,7 @@ const T* entryOf(const T* head, int k) noexcept {
 
 } // namespace
 
-COgcWms::COgcWms() : COgcBase("1.1.1") {
+WmsCapabilities::WmsCapabilities() {
   m_newLayer.pLatLonBBox = m_newLayer.pExGeoBBox = &m_empty.geoBox;
   m_newLayer.pBBox = &m_empty.bbox;
   m_newLayer.pExtent = &m_empty.extent;
@@ -36,21 +36,27 @@ int COgcWms::OgcWmsInit() {
   return 1;
 }
 
-void COgcWms::OgcWmsAllocateLayerPtrCache(long capacity, int keep) {
+void COgcWms::OgcWmsAllocateLayerPtrCache(long capacity, int keep) { m_document.allocateCache(capacity, keep); }
+
+void WmsCapabilities::allocateCache(long capacity, int keep) {
   if (keep == 0) ppLayerCache.clear();
   ppLayerCache.resize(static_cast<std::size_t>(std::max<std::int64_t>(capacity, nLayers)), nullptr);
 }
 
-void COgcWms::forgetCapabilities() noexcept {
+void WmsCapabilities::clear() noexcept {
   std::ranges::fill(ppLayerCache, nullptr);
-  m_srsNames.clear();
-  m_crsNames.clear();
   pService = nullptr;
   pLayers = nullptr;
-  pCurLayer = nullptr;
   nLayers = 0;
+  arena.release();
+}
+
+void COgcWms::forgetCapabilities() noexcept {
+  m_srsNames.clear();
+  m_crsNames.clear();
+  pCurLayer = nullptr;
   m_inherited = false;
-  m_arena.release();
+  m_document.clear();
 }
 
 void COgcWms::OgcWmsCleanupCap() {
@@ -62,7 +68,7 @@ void COgcWms::OgcWmsCleanupCap() {
 int COgcWms::OgcWmsCleanup() {
   OgcWmsCleanupCap();
   for (transfer::Text* text : {&szCapFile, &szMapFile, &szFeatFile, &m_version}) OgcBaseCleanUpCharArray(text);
-  ppLayerCache = {};
+  m_document.ppLayerCache = {};
   CurlCleanup();
   return 1;
 }
@@ -84,11 +90,11 @@ void COgcWms::OgcWmsSetVer(const char* version) { OgcBaseStringHandler(&m_versio
 void COgcWms::OgcWmsGetCap(const char* fromFile, const char* fromUrl, int schemaChecking, int validationMode,
                            int disableInheritance) {
   const auto read = [&] {
-    COgcWmsSaxCapHandler handler(*this);
+    COgcWmsSaxCapHandler handler(*this, m_document);
     if (!OgcBaseReadCapabilities(handler, "WMS", fromFile, fromUrl, szCapFile, schemaChecking, validationMode)) return;
-    pCurLayer = pLayers;
+    pCurLayer = m_document.pLayers;
     if (disableInheritance == 0) OgcWmsApplyInheritance();
-    OgcBaseReportCount("Number of layers found: ", nLayers);
+    OgcBaseReportCount("Number of layers found: ", NumLayers());
     OgcBaseStatus("Get Capabilites request completed.");
   };
   OgcBaseRefill([this] { forgetCapabilities(); }, read);
@@ -130,7 +136,7 @@ void COgcWms::refuseXml(const std::string& file) {
 }
 
 void COgcWms::OgcWmsGetNextLayerSkip(int n) {
-  pCurLayer = pLayers;
+  pCurLayer = m_document.pLayers;
   for (; n > 0; --n) {
     if (pCurLayer == nullptr) throw CCurlException("Error: unable to skip over the desired number of layers.");
     pCurLayer = pCurLayer->pNext;
@@ -144,7 +150,7 @@ const xWmsLayer_t* COgcWms::OgcWmsGetNextLayer() noexcept {
 }
 
 xWmsLayer_t& COgcWms::layerAt(int i) const {
-  xWmsLayer_t* layer = i >= 0 && i < nLayers ? ppLayerCache[static_cast<std::size_t>(i)] : nullptr;
+  xWmsLayer_t* layer = i >= 0 && i < NumLayers() ? m_document.ppLayerCache[static_cast<std::size_t>(i)] : nullptr;
   if (layer == nullptr) throw CCurlException("Error: Invalid index in OgcWcsGetLayer call.");
   return *layer;
 }
@@ -161,9 +167,9 @@ const xWmsMetadataUrl_t* COgcWms::OgcWmsGetLyrMeta(int i, int k) const { return 
 const xWmsOnlineRes_t* COgcWms::OgcWmsGetLyrData(int i, int k) const { return entryOf(layerAt(i).pDataUrl, k); }
 const xWmsOnlineRes_t* COgcWms::OgcWmsGetLyrFeat(int i, int k) const { return entryOf(layerAt(i).pFeatureUrl, k); }
 
-xWmsLayer_t& COgcWms::addLayer(int parent, int level) {
-  if (ppLayerCache.empty()) OgcWmsInit();
-  xWmsLayer_t& layer = *m_arena.make<xWmsLayer_t>();
+xWmsLayer_t& WmsCapabilities::addLayer(int parent, int level) {
+  if (ppLayerCache.empty()) allocateCache(firstCacheCapacity, 0);
+  xWmsLayer_t& layer = *arena.make<xWmsLayer_t>();
   layer = m_newLayer;
   layer.iIndex = static_cast<int>(nLayers);
   layer.iParent = parent;
@@ -172,8 +178,7 @@ xWmsLayer_t& COgcWms::addLayer(int parent, int level) {
   (slot == 0 ? pLayers : ppLayerCache[slot - 1]->pNext) = &layer;
   ppLayerCache[slot] = &layer;
   ++nLayers;
-  if (LayerCacheCapacity() <= nLayers) {
-    OgcWmsAllocateLayerPtrCache(static_cast<long>(LayerCacheCapacity()) + cacheGrowth, 1);
-  }
+  const auto capacity = static_cast<std::int64_t>(ppLayerCache.size());
+  if (capacity <= nLayers) allocateCache(static_cast<long>(capacity) + cacheGrowth, 1);
   return layer;
 }

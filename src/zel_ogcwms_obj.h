@@ -147,9 +147,46 @@ struct xWmsLayer_t {
 };
 /// @}
 
+/// What a capabilities document holds.
+class WmsCapabilities {
+public:
+  WmsCapabilities();
+  /// New last layer, its lists at the empty first records.
+  xWmsLayer_t& addLayer(int parent, int level);
+  /// Makes the cache `capacity` null entries long; the old entries stay in front when `keep` is not 0.
+  void allocateCache(long capacity, int keep);
+  /// Forgets everything; the cache keeps its capacity.
+  void clear() noexcept;
+
+  COgcArena arena;                   ///< owns the records
+  xWmsService_t* pService = nullptr; ///< null until a child of `Service` was seen
+  xWmsLayer_t* pLayers = nullptr;
+  std::int64_t nLayers = 0;
+  std::vector<xWmsLayer_t*> ppLayerCache; ///< the layers by their index
+
+private:
+  /// The first records of lists that have no entries, for all layers. Nothing is written to them: the first entry takes
+  /// the place of the empty record.
+  struct EmptyRecords {
+    xWmsGeoBox_t geoBox;
+    xWmsBBox_t bbox;
+    xWmsExtent_t extent;
+    xWmsDimension_t dimension;
+    xWmsAttribution_t attribution;
+    xWmsAuthorityUrl_t authorityUrl;
+    xWmsIdentifier_t identifier;
+    xWmsMetadataUrl_t metadataUrl;
+    xWmsOnlineRes_t onlineRes;
+    xWmsStyle_t style;
+  };
+
+  EmptyRecords m_empty{};
+  xWmsLayer_t m_newLayer{}; ///< as layers are before anything was read into them
+};
+
 class COgcWms final : public COgcBase {
 public:
-  COgcWms();
+  COgcWms() : COgcBase("1.1.1") {}
 
   /// Gives the layer pointer cache its first capacity. \return 1.
   int OgcWmsInit();
@@ -195,12 +232,12 @@ public:
   /// \name Access to the capabilities
   /// @{
   /// Null until a `Service` element was parsed.
-  [[nodiscard]] const xWmsService_t* Service() const noexcept { return pService; }
+  [[nodiscard]] const xWmsService_t* Service() const noexcept { return m_document.pService; }
   /// Bytes of all records.
-  [[nodiscard]] std::size_t RecordSize() const noexcept { return m_arena.size(); }
-  [[nodiscard]] std::int64_t NumLayers() const noexcept { return nLayers; }
+  [[nodiscard]] std::size_t RecordSize() const noexcept { return m_document.arena.size(); }
+  [[nodiscard]] std::int64_t NumLayers() const noexcept { return m_document.nLayers; }
   [[nodiscard]] std::int64_t LayerCacheCapacity() const noexcept {
-    return static_cast<std::int64_t>(ppLayerCache.size());
+    return static_cast<std::int64_t>(m_document.ppLayerCache.size());
   }
   /// All SRS or CRS names of layers, the inherited included: `COgcWmsNames::Reader names(client.SrsNames());`.
   [[nodiscard]] const COgcWmsNames& SrsNames() const noexcept { return m_srsNames; }
@@ -226,44 +263,18 @@ public:
   /// @}
 
 private:
-  friend class COgcWmsSaxCapHandler;
-
   void forgetCapabilities() noexcept;
   /// Gets what `query` asks for into `file`. \return the name of the file written.
   std::string fetch(const char* request, const char* query, const transfer::Text& file, const RequestTexts& texts);
   /// Refuses an XML answer after its exception texts were collected.
   [[noreturn]] void refuseXml(const std::string& file);
   [[nodiscard]] xWmsLayer_t& layerAt(int i) const;
-  /// New last layer, its lists at the empty first records.
-  xWmsLayer_t& addLayer(int parent, int level);
-
-  /// The first records of lists that have no entries, for all layers. Nothing is written to them: the first entry takes
-  /// the place of the empty record.
-  struct EmptyRecords {
-    xWmsGeoBox_t geoBox;
-    xWmsBBox_t bbox;
-    xWmsExtent_t extent;
-    xWmsDimension_t dimension;
-    xWmsAttribution_t attribution;
-    xWmsAuthorityUrl_t authorityUrl;
-    xWmsIdentifier_t identifier;
-    xWmsMetadataUrl_t metadataUrl;
-    xWmsOnlineRes_t onlineRes;
-    xWmsStyle_t style;
-  };
-
   transfer::Text szCapFile{"cap"};
   transfer::Text szMapFile{"map"};
   transfer::Text szFeatFile{"map"};
-  EmptyRecords m_empty{};
-  xWmsLayer_t m_newLayer{}; ///< as layers are before anything was read into them
-  COgcArena m_arena;        ///< owns the records
-  xWmsService_t* pService = nullptr;
-  xWmsLayer_t* pLayers = nullptr;
+  WmsCapabilities m_document;
   const xWmsLayer_t* pCurLayer = nullptr;
-  std::int64_t nLayers = 0;
   bool m_inherited = false;
-  std::vector<xWmsLayer_t*> ppLayerCache;
   COgcWmsNames m_srsNames{&xWmsLayer_t::pSrs, &xWmsLayer_t::nSrs};
   COgcWmsNames m_crsNames{&xWmsLayer_t::pCrs, &xWmsLayer_t::nCrs};
 };

@@ -1,9 +1,7 @@
 #include "zel_ogcwms_sax.h"
 
-#include <algorithm>
-#include <array>
-#include <span>
 #include <strings.h>
+#include <type_traits>
 
 namespace {
 
@@ -13,299 +11,313 @@ constexpr OgcVersionRule wmsVersions{
     "Error: OGC WMS version number (%s) is not supported. This WMS Client supports OGC WMS version 1.1.0, 1.1.1, and "
     "1.3.0."};
 
-enum Section : int { ROOT = 1001, REQUEST, SERVICE_SECTION, LAYER_SECTION };
+enum Section : int { ROOT = 1001, REQUEST, SERVICE, LAYER };
 
-/// What iElement says of the text being collected.
-enum Text : int { PLAIN = 1001, NAME_RUN };
-
-/// Elements. The code of a grouping element is also the code of the sub-section it opens in a layer.
-enum Name : int {
-  N_UNKNOWN,
-  N_KEYWORD_LIST,
-  N_SRS,
-  N_CRS,
-  N_LAT_LON,
-  N_EX_GEO,
-  N_BBOX,
-  N_EXTENT,
-  N_DIMENSION,
-  N_ATTRIBUTION,
-  N_AUTHORITY_URL,
-  N_IDENTIFIER,
-  N_METADATA_URL,
-  N_DATA_URL,
-  N_FEATURE_URL,
-  N_STYLE,
-  LAST_GROUP = N_STYLE,
-  N_ABSTRACT,
-  N_ACCESS_CONSTRAINTS,
-  N_ADDRESS,
-  N_ADDRESS_TYPE,
-  N_CAPABILITIES,
-  N_CITY,
-  N_CONTACT_ORGANIZATION,
-  N_CONTACT_PERSON,
-  N_CONTACT_POSITION,
-  N_COUNTRY,
-  N_EAST,
-  N_EMAIL,
-  N_FACSIMILE,
-  N_FEES,
-  N_FORMAT,
-  N_GET_FEATURE_INFO,
-  N_GET_MAP,
-  N_KEYWORD,
-  N_LAT_LONG_BOX,
-  N_LAYER,
-  N_LAYER_LIMIT,
-  N_LEGEND_URL,
-  N_LOGO_URL,
-  N_MAX_HEIGHT,
-  N_MAX_SCALE,
-  N_MAX_WIDTH,
-  N_MIN_SCALE,
-  N_NAME,
-  N_NORTH,
-  N_ONLINE_RESOURCE,
-  N_POST_CODE,
-  N_REPORT,
-  N_SCALE_HINT,
-  N_SERVICE,
-  N_SOUTH,
-  N_STATE,
-  N_STYLE_SHEET_URL,
-  N_STYLE_URL,
-  N_TITLE,
-  N_VOICE,
-  N_WEST,
-  NAME_COUNT
+enum Group : int {
+  NONE,
+  GET_MAP,
+  GET_FEATURE_INFO,
+  LAYER_ITSELF,
+  KEYWORDS,
+  SRS,
+  CRS,
+  LAT_LON,
+  EX_GEO,
+  BBOX,
+  EXTENT,
+  DIMENSION,
+  ATTRIBUTION,
+  AUTHORITY_URL,
+  IDENTIFIER,
+  METADATA_URL,
+  DATA_URL,
+  FEATURE_URL,
+  STYLE
 };
 
-const COgcNames& names() {
-  static const COgcNames table{{"Abstract", N_ABSTRACT},
-                               {"AccessConstraints", N_ACCESS_CONSTRAINTS},
-                               {"Address", N_ADDRESS},
-                               {"AddressType", N_ADDRESS_TYPE},
-                               {"Attribution", N_ATTRIBUTION},
-                               {"AuthorityURL", N_AUTHORITY_URL},
-                               {"BoundingBox", N_BBOX},
-                               {"City", N_CITY},
-                               {"ContactElectronicMailAddress", N_EMAIL},
-                               {"ContactFacsimileTelephone", N_FACSIMILE},
-                               {"ContactOrganization", N_CONTACT_ORGANIZATION},
-                               {"ContactPerson", N_CONTACT_PERSON},
-                               {"ContactPosition", N_CONTACT_POSITION},
-                               {"ContactVoiceTelephone", N_VOICE},
-                               {"Country", N_COUNTRY},
-                               {"CRS", N_CRS},
-                               {"DataURL", N_DATA_URL},
-                               {"Dimension", N_DIMENSION},
-                               {"eastBoundLongitude", N_EAST},
-                               {"Exception", N_REPORT},
-                               {"ExceptionReport", N_REPORT},
-                               {"ExceptionText", N_REPORT},
-                               {"EX_GeographicBoundingBox", N_EX_GEO},
-                               {"Extent", N_EXTENT},
-                               {"FeatureListURL", N_FEATURE_URL},
-                               {"Fees", N_FEES},
-                               {"Format", N_FORMAT},
-                               {"GetFeatureInfo", N_GET_FEATURE_INFO},
-                               {"GetMap", N_GET_MAP},
-                               {"Identifier", N_IDENTIFIER},
-                               {"Keyword", N_KEYWORD},
-                               {"KeywordList", N_KEYWORD_LIST},
-                               {"LatLonBoundingBox", N_LAT_LON},
-                               {"LatLongBoundingBox", N_LAT_LONG_BOX},
-                               {"Layer", N_LAYER},
-                               {"LayerLimit", N_LAYER_LIMIT},
-                               {"LegendURL", N_LEGEND_URL},
-                               {"LogoURL", N_LOGO_URL},
-                               {"MaxHeight", N_MAX_HEIGHT},
-                               {"MaxScaleDenominator", N_MAX_SCALE},
-                               {"MaxWidth", N_MAX_WIDTH},
-                               {"MetadataURL", N_METADATA_URL},
-                               {"MinScaleDenominator", N_MIN_SCALE},
-                               {"Name", N_NAME},
-                               {"northBoundLatitude", N_NORTH},
-                               {"OnlineResource", N_ONLINE_RESOURCE},
-                               {"PostCode", N_POST_CODE},
-                               {"ScaleHint", N_SCALE_HINT},
-                               {"Service", N_SERVICE},
-                               {"ServiceException", N_REPORT},
-                               {"ServiceExceptionReport", N_REPORT},
-                               {"southBoundLatitude", N_SOUTH},
-                               {"SRS", N_SRS},
-                               {"StateOrProvince", N_STATE},
-                               {"Style", N_STYLE},
-                               {"StyleSheetURL", N_STYLE_SHEET_URL},
-                               {"StyleURL", N_STYLE_URL},
-                               {"Title", N_TITLE},
-                               {"westBoundLongitude", N_WEST},
-                               {"WMS_Capabilities", N_CAPABILITIES},
-                               {"WMT_MS_Capabilities", N_CAPABILITIES}};
-  return table;
-}
+enum Part : int { LOGO = 1, LEGEND, SHEET, STYLE_URL };
 
-/// The end tag that closes the sub-section of a grouping element, N_UNKNOWN none: names and the lat-lon box stay open
-/// until the next grouping element or the end of the layer.
-constexpr int closingTag(int subSection) noexcept {
-  switch (subSection) {
-  case N_SRS:
-    return N_UNKNOWN;
-  case N_LAT_LON:
-    return N_LAT_LONG_BOX;
-  default:
-    return subSection;
-  }
-}
-
-/// Which text field of a record the character data of an element goes to.
-template <typename T>
-class TextTable {
-public:
-  struct Row {
-    Name name;
-    const char* T::*text;
-  };
-
-  constexpr TextTable(std::initializer_list<Row> rows) {
-    for (const Row& row : rows) m_texts[row.name] = row.text;
-  }
-  /// Null when the element has no text field there.
-  [[nodiscard]] constexpr const char** of(T& record, int code) const noexcept {
-    return m_texts[static_cast<std::size_t>(code)] != nullptr ? &(record.*m_texts[static_cast<std::size_t>(code)])
-                                                              : nullptr;
-  }
-
-private:
-  std::array<const char * T::*, NAME_COUNT> m_texts{};
-};
-
-template <typename T>
-struct AttributeRow {
-  const char* name; ///< lower case
-  const char* T::*text;
-};
-
-struct FlagRow {
-  const char* name; ///< lower case
-  int xWmsLayer_t::*flag;
-  const char* xWmsLayer_t::*text;
-};
-
-/// The fields that a URL element with a format inside fills.
-template <typename T>
-struct UrlRow {
-  Name element;
-  const char* T::*format;
-  const char* T::*online;
-};
-
+using H = COgcWmsSaxHelper;
+using Attributes = xercesc::Attributes;
+using Grammar = OgcGrammar<H>;
 using Layer = xWmsLayer_t;
+using Current = H::Current;
 
-constexpr TextTable<Layer> layerTexts{{N_NAME, &Layer::szName},
-                                      {N_TITLE, &Layer::szTitle},
-                                      {N_ABSTRACT, &Layer::szAbstract},
-                                      {N_MIN_SCALE, &Layer::szMinScale},
-                                      {N_MAX_SCALE, &Layer::szMaxScale}};
-constexpr TextTable<xWmsGeoBox_t> geoBoxTexts{{N_WEST, &xWmsGeoBox_t::szMinX},
-                                              {N_EAST, &xWmsGeoBox_t::szMinY},
-                                              {N_SOUTH, &xWmsGeoBox_t::szMaxX},
-                                              {N_NORTH, &xWmsGeoBox_t::szMaxY}};
-constexpr TextTable<xWmsStyle_t> styleTexts{
-    {N_NAME, &xWmsStyle_t::szName}, {N_TITLE, &xWmsStyle_t::szTitle}, {N_ABSTRACT, &xWmsStyle_t::szAbstract}};
-constexpr TextTable<xWmsService_t> serviceTexts{{N_NAME, &xWmsService_t::szName},
-                                                {N_TITLE, &xWmsService_t::szTitle},
-                                                {N_ABSTRACT, &xWmsService_t::szAbstract},
-                                                {N_ONLINE_RESOURCE, &xWmsService_t::szOnline},
-                                                {N_CONTACT_PERSON, &xWmsService_t::szContactPerson},
-                                                {N_CONTACT_ORGANIZATION, &xWmsService_t::szContactOrganization},
-                                                {N_CONTACT_POSITION, &xWmsService_t::szContactPosition},
-                                                {N_ADDRESS_TYPE, &xWmsService_t::szAddressType},
-                                                {N_ADDRESS, &xWmsService_t::szAddress},
-                                                {N_CITY, &xWmsService_t::szCity},
-                                                {N_STATE, &xWmsService_t::szStateOrProvince},
-                                                {N_POST_CODE, &xWmsService_t::szPostCode},
-                                                {N_COUNTRY, &xWmsService_t::szCountry},
-                                                {N_VOICE, &xWmsService_t::szVoiceTelephone},
-                                                {N_FACSIMILE, &xWmsService_t::szFacsimileTelephone},
-                                                {N_EMAIL, &xWmsService_t::szElectronicMailAddress},
-                                                {N_FEES, &xWmsService_t::szFees},
-                                                {N_ACCESS_CONSTRAINTS, &xWmsService_t::szAccessConstraints},
-                                                {N_LAYER_LIMIT, &xWmsService_t::szLayerLimit},
-                                                {N_MAX_WIDTH, &xWmsService_t::szMaxWidth},
-                                                {N_MAX_HEIGHT, &xWmsService_t::szMaxHeight}};
+struct Flag {
+  const char* name; ///< lower case
+  int Layer::*flag;
+  const char* Layer::*text;
+};
 
-constexpr FlagRow layerFlags[] = {{"queryable", &Layer::bQueryable, &Layer::szQueryable},
-                                  {"cascaded", &Layer::bCascaded, &Layer::szCascaded},
-                                  {"opaque", &Layer::bOpaque, &Layer::szOpaque},
-                                  {"nosubsets", &Layer::bNoSubsets, &Layer::szNoSubsets},
-                                  {"fixedwidth", &Layer::bFixedWidth, &Layer::szFixedWidth},
-                                  {"fixedheight", &Layer::bFixedHeight, &Layer::szFixedHeight}};
-constexpr FlagRow scaleFlags[] = {{"min", &Layer::bMinScale, &Layer::szMinScale},
-                                  {"max", &Layer::bMaxScale, &Layer::szMaxScale}};
-
-constexpr AttributeRow<xWmsGeoBox_t> latLonAttributes[] = {{"minx", &xWmsGeoBox_t::szMinX},
+constexpr Flag layerFlags[] = {{"queryable", &Layer::bQueryable, &Layer::szQueryable},
+                               {"cascaded", &Layer::bCascaded, &Layer::szCascaded},
+                               {"opaque", &Layer::bOpaque, &Layer::szOpaque},
+                               {"nosubsets", &Layer::bNoSubsets, &Layer::szNoSubsets},
+                               {"fixedwidth", &Layer::bFixedWidth, &Layer::szFixedWidth},
+                               {"fixedheight", &Layer::bFixedHeight, &Layer::szFixedHeight}};
+constexpr Flag scaleFlags[] = {{"min", &Layer::bMinScale, &Layer::szMinScale},
+                               {"max", &Layer::bMaxScale, &Layer::szMaxScale}};
+constexpr OgcAttribute<xWmsGeoBox_t> latLonAttributes[] = {{"minx", &xWmsGeoBox_t::szMinX},
                                                            {"miny", &xWmsGeoBox_t::szMinY},
                                                            {"maxx", &xWmsGeoBox_t::szMaxX},
                                                            {"maxy", &xWmsGeoBox_t::szMaxY}};
-constexpr AttributeRow<xWmsBBox_t> bboxAttributes[] = {{"crs", &xWmsBBox_t::szCrs},   {"srs", &xWmsBBox_t::szSrs},
+constexpr OgcAttribute<xWmsBBox_t> bboxAttributes[] = {{"crs", &xWmsBBox_t::szCrs},   {"srs", &xWmsBBox_t::szSrs},
                                                        {"minx", &xWmsBBox_t::szMinX}, {"miny", &xWmsBBox_t::szMinY},
                                                        {"maxx", &xWmsBBox_t::szMaxX}, {"maxy", &xWmsBBox_t::szMaxY},
                                                        {"resx", &xWmsBBox_t::szResX}, {"resy", &xWmsBBox_t::szResY}};
-constexpr AttributeRow<xWmsExtent_t> extentAttributes[] = {{"name", &xWmsExtent_t::szName},
+constexpr OgcAttribute<xWmsExtent_t> extentAttributes[] = {{"name", &xWmsExtent_t::szName},
                                                            {"default", &xWmsExtent_t::szDefault},
                                                            {"nearestvalue", &xWmsExtent_t::szNearestValue}};
-constexpr AttributeRow<xWmsDimension_t> dimensionAttributes[] = {{"name", &xWmsDimension_t::szName},
+constexpr OgcAttribute<xWmsDimension_t> dimensionAttributes[] = {{"name", &xWmsDimension_t::szName},
                                                                  {"units", &xWmsDimension_t::szUnits},
                                                                  {"unitsymbol", &xWmsDimension_t::szUnitSymbol},
                                                                  {"default", &xWmsDimension_t::szDefault},
                                                                  {"multiplevalues", &xWmsDimension_t::szMultipleValues},
                                                                  {"nearestvalue", &xWmsDimension_t::szNearestValue},
                                                                  {"current", &xWmsDimension_t::szCurrent}};
-constexpr AttributeRow<xWmsAuthorityUrl_t> authorityAttributes[] = {{"name", &xWmsAuthorityUrl_t::szName}};
-constexpr AttributeRow<xWmsIdentifier_t> identifierAttributes[] = {{"authority", &xWmsIdentifier_t::szAuthority}};
-constexpr AttributeRow<xWmsMetadataUrl_t> metadataAttributes[] = {{"type", &xWmsMetadataUrl_t::szType}};
-constexpr AttributeRow<xWmsAttribution_t> logoAttributes[] = {{"width", &xWmsAttribution_t::szLogoWidth},
+constexpr OgcAttribute<xWmsAuthorityUrl_t> authorityAttributes[] = {{"name", &xWmsAuthorityUrl_t::szName}};
+constexpr OgcAttribute<xWmsIdentifier_t> identifierAttributes[] = {{"authority", &xWmsIdentifier_t::szAuthority}};
+constexpr OgcAttribute<xWmsMetadataUrl_t> metadataAttributes[] = {{"type", &xWmsMetadataUrl_t::szType}};
+constexpr OgcAttribute<xWmsAttribution_t> logoAttributes[] = {{"width", &xWmsAttribution_t::szLogoWidth},
                                                               {"height", &xWmsAttribution_t::szLogoHeight}};
-constexpr AttributeRow<xWmsStyle_t> legendAttributes[] = {{"width", &xWmsStyle_t::szLegendWidth},
+constexpr OgcAttribute<xWmsStyle_t> legendAttributes[] = {{"width", &xWmsStyle_t::szLegendWidth},
                                                           {"height", &xWmsStyle_t::szLegendHeight}};
 
-constexpr UrlRow<xWmsStyle_t> styleUrls[] = {
-    {N_LEGEND_URL, &xWmsStyle_t::szLegendFormat, &xWmsStyle_t::szLegendOnline},
-    {N_STYLE_SHEET_URL, &xWmsStyle_t::szSheetFormat, &xWmsStyle_t::szSheetOnline},
-    {N_STYLE_URL, &xWmsStyle_t::szStyleFormat, &xWmsStyle_t::szStyleOnline}};
+// Records of the current layer: the member of Current that points to the one being filled.
+template <auto Record>
+using Of = std::remove_pointer_t<std::remove_reference_t<decltype(std::declval<Current&>().*Record)>>;
 
-/// What a grouping element with a list of its own does: a record for each, its attributes, its text and the format and
-/// online resource inside. Null: it has none.
-template <typename T>
-struct ListRule {
-  T* Layer::*list;
-  int Layer::*count;
-  std::span<const AttributeRow<T>> attributes;
-  const char* T::*text = nullptr;
-  const char* T::*format = nullptr;
-  const char* T::*online = nullptr;
-};
+void version(H& h, const Attributes& attrs) {
+  if (h.sectionIsNew()) h.checkVersion(attrs);
+}
+template <auto Formats>
+void openFormats(H& h, const Attributes&) {
+  h.*Formats = {};
+}
+template <auto Formats>
+void format(H& h, const Attributes&) {
+  auto& list = h.*Formats;
+  ++list.count;
+  h.appendText(&list.head, &list.tail);
+}
+void openService(H& h, const Attributes&) { h.openService(); }
+void openLayer(H& h, const Attributes& attrs) { h.openLayer(attrs); }
+void closeLayer(H& h) { h.closeLayer(); }
+void closeSection(H& h) { h.closeSection(); }
 
-constexpr ListRule<xWmsBBox_t> bboxRule{&Layer::pBBox, &Layer::nBBox, bboxAttributes};
-constexpr ListRule<xWmsExtent_t> extentRule{&Layer::pExtent, &Layer::nExtent, extentAttributes, &xWmsExtent_t::szValue};
-constexpr ListRule<xWmsDimension_t> dimensionRule{&Layer::pDimension, &Layer::nDimension, dimensionAttributes,
-                                                  &xWmsDimension_t::szValue};
-constexpr ListRule<xWmsAuthorityUrl_t> authorityRule{
-    &Layer::pAuthorityUrl, &Layer::nAuthorityUrl, authorityAttributes, nullptr, nullptr, &xWmsAuthorityUrl_t::szOnline};
-constexpr ListRule<xWmsIdentifier_t> identifierRule{&Layer::pIdentifier, &Layer::nIdentifier, identifierAttributes,
-                                                    &xWmsIdentifier_t::szValue};
-constexpr ListRule<xWmsMetadataUrl_t> metadataRule{&Layer::pMetadataUrl,         &Layer::nMetadataUrl,
-                                                   metadataAttributes,           nullptr,
-                                                   &xWmsMetadataUrl_t::szFormat, &xWmsMetadataUrl_t::szOnline};
-constexpr ListRule<xWmsOnlineRes_t> dataRule{&Layer::pDataUrl, &Layer::nDataUrl,           {},
-                                             nullptr,          &xWmsOnlineRes_t::szFormat, &xWmsOnlineRes_t::szOnline};
-constexpr ListRule<xWmsOnlineRes_t> featureRule{&Layer::pFeatureUrl,        &Layer::nFeatureUrl,       {}, nullptr,
-                                                &xWmsOnlineRes_t::szFormat, &xWmsOnlineRes_t::szOnline};
-constexpr ListRule<xWmsStyle_t> styleRule{&Layer::pStyle, &Layer::nStyle, {}};
+template <auto Field>
+void service(H& h, const Attributes&) {
+  h.openService();
+  h.collect(&(h.service->*Field));
+}
+template <auto Field>
+void layer(H& h, const Attributes&) {
+  h.collect(&(h.layer->*Field));
+}
+template <auto Field, auto Flag>
+void scale(H& h, const Attributes& attrs) {
+  h.layer->*Flag = 1;
+  layer<Field>(h, attrs);
+}
+/// The text is an entry of a list of texts of the layer.
+template <auto Count, auto List, auto Tail>
+void entry(H& h, const Attributes&) {
+  ++(h.layer->*Count);
+  h.appendText(&(h.layer->*List), &(h.current.*Tail));
+}
+template <auto Count, auto List, auto Tail>
+void names(H& h, const Attributes& attrs) {
+  entry<Count, List, Tail>(h, attrs);
+  h.collectNames();
+}
+/// The record of the layer that exists once.
+template <auto Count, auto Record, auto Which>
+void count(H& h, const Attributes&) {
+  h.countRecord(h.layer->*Count, h.layer->*Record);
+  h.current.*Which = h.layer->*Record;
+}
+/// A record of a list of the layer, with its attributes.
+template <auto Count, auto List, auto Which>
+void add(H& h, const Attributes&) {
+  h.append(&(h.layer->*List), &(h.current.*Which), &Of<Which>::pNext);
+  ++(h.layer->*Count);
+}
+template <auto Which, auto Field>
+void text(H& h, const Attributes&) {
+  if (h.current.*Which != nullptr) h.collect(&((h.current.*Which)->*Field));
+}
+template <auto Which, const auto& Rows>
+void attributes(H& h, const Attributes& attrs) {
+  if (h.current.*Which != nullptr) h.store(Rows, *(h.current.*Which), attrs);
+}
+template <auto Which, auto Field>
+void online(H& h, const Attributes& attrs) {
+  static constexpr OgcAttribute<Of<Which>> href[] = {{"href", Field}};
+  attributes<Which, href>(h, attrs);
+}
+template <auto... acts>
+constexpr Grammar::Act all = OgcActs<H>::all<acts...>;
+
+const Grammar& grammar() {
+  static const Grammar table{
+      {.name = "WMS_Capabilities", .in = {}, .act = version, .opens = {ROOT, 0, 0}, .end = closeSection},
+      {.name = "WMT_MS_Capabilities", .in = {}, .act = version, .opens = {ROOT, 0, 0}, .end = closeSection},
+
+      {.name = "GetMap",
+       .in = {},
+       .act = openFormats<&H::mapFormats>,
+       .opens = {REQUEST, GET_MAP, 0},
+       .end = closeSection},
+      {"Format", {OgcPlace::any, GET_MAP}, format<&H::mapFormats>},
+      {.name = "GetFeatureInfo",
+       .in = {},
+       .act = openFormats<&H::featureFormats>,
+       .opens = {REQUEST, GET_FEATURE_INFO, 0},
+       .end = closeSection},
+      {"Format", {OgcPlace::any, GET_FEATURE_INFO}, format<&H::featureFormats>},
+
+      {.name = "Layer", .in = {}, .act = openLayer, .opens = {LAYER, LAYER_ITSELF, 0}, .end = closeLayer},
+      {"Name", {LAYER}, layer<&Layer::szName>},
+      {"Title", {LAYER}, layer<&Layer::szTitle>},
+      {"Abstract", {LAYER}, layer<&Layer::szAbstract>},
+      {"MinScaleDenominator", {LAYER}, scale<&Layer::szMinScale, &Layer::bMinScale>},
+      {"MaxScaleDenominator", {LAYER}, scale<&Layer::szMaxScale, &Layer::bMaxScale>},
+      {"ScaleHint", {LAYER}, [](H& h, const Attributes& attrs) { h.store(scaleFlags, *h.layer, attrs); }},
+
+      {"KeywordList", {LAYER}, nullptr, {0, KEYWORDS, 0}},
+      {"Keyword", {OgcPlace::any, KEYWORDS}, entry<&Layer::nKeyword, &Layer::pKeyword, &Current::keyword>},
+      {"CRS", {LAYER}, entry<&Layer::nCrs, &Layer::pCrs, &Current::crs>, {0, CRS, 0}},
+      {"SRS", {LAYER}, names<&Layer::nSrs, &Layer::pSrs, &Current::srs>, {0, SRS, 0}, nullptr},
+
+      // The box stays open for the attributes of other elements until another group begins.
+      {"LatLonBoundingBox",
+       {LAYER},
+       count<&Layer::nLatLonBBox, &Layer::pLatLonBBox, &Current::latLon>,
+       {0, LAT_LON, 0},
+       "LatLongBoundingBox"},
+      {"*", {OgcPlace::any, LAT_LON}, attributes<&Current::latLon, latLonAttributes>},
+      {"EX_GeographicBoundingBox",
+       {LAYER},
+       count<&Layer::nExGeoBBox, &Layer::pExGeoBBox, &Current::geo>,
+       {0, EX_GEO, 0}},
+      {"westBoundLongitude", {OgcPlace::any, EX_GEO}, text<&Current::geo, &xWmsGeoBox_t::szMinX>},
+      {"eastBoundLongitude", {OgcPlace::any, EX_GEO}, text<&Current::geo, &xWmsGeoBox_t::szMinY>},
+      {"southBoundLatitude", {OgcPlace::any, EX_GEO}, text<&Current::geo, &xWmsGeoBox_t::szMaxX>},
+      {"northBoundLatitude", {OgcPlace::any, EX_GEO}, text<&Current::geo, &xWmsGeoBox_t::szMaxY>},
+      {"BoundingBox",
+       {LAYER},
+       all<add<&Layer::nBBox, &Layer::pBBox, &Current::bbox>, attributes<&Current::bbox, bboxAttributes>>,
+       {0, BBOX, 0}},
+      {"Extent",
+       {LAYER},
+       all<add<&Layer::nExtent, &Layer::pExtent, &Current::extent>, attributes<&Current::extent, extentAttributes>,
+           text<&Current::extent, &xWmsExtent_t::szValue>>,
+       {0, EXTENT, 0}},
+      {"Dimension",
+       {LAYER},
+       all<add<&Layer::nDimension, &Layer::pDimension, &Current::dimension>,
+           attributes<&Current::dimension, dimensionAttributes>, text<&Current::dimension, &xWmsDimension_t::szValue>>,
+       {0, DIMENSION, 0}},
+
+      {"Attribution",
+       {LAYER},
+       count<&Layer::nAttribution, &Layer::pAttribution, &Current::attribution>,
+       {0, ATTRIBUTION, 0}},
+      {"Title", {OgcPlace::any, ATTRIBUTION}, text<&Current::attribution, &xWmsAttribution_t::szTitle>},
+      {"OnlineResource", {OgcPlace::any, ATTRIBUTION, 0}, online<&Current::attribution, &xWmsAttribution_t::szOnline>},
+      {"LogoURL", {OgcPlace::any, ATTRIBUTION}, attributes<&Current::attribution, logoAttributes>, {0, 0, LOGO}},
+      {"Format", {OgcPlace::any, ATTRIBUTION, LOGO}, text<&Current::attribution, &xWmsAttribution_t::szLogoFormat>},
+      {"OnlineResource",
+       {OgcPlace::any, ATTRIBUTION, LOGO},
+       online<&Current::attribution, &xWmsAttribution_t::szLogoOnline>},
+
+      {"AuthorityURL",
+       {LAYER},
+       all<add<&Layer::nAuthorityUrl, &Layer::pAuthorityUrl, &Current::authorityUrl>,
+           attributes<&Current::authorityUrl, authorityAttributes>>,
+       {0, AUTHORITY_URL, 0}},
+      {"OnlineResource", {OgcPlace::any, AUTHORITY_URL}, online<&Current::authorityUrl, &xWmsAuthorityUrl_t::szOnline>},
+      {"Identifier",
+       {LAYER},
+       all<add<&Layer::nIdentifier, &Layer::pIdentifier, &Current::identifier>,
+           attributes<&Current::identifier, identifierAttributes>,
+           text<&Current::identifier, &xWmsIdentifier_t::szValue>>,
+       {0, IDENTIFIER, 0}},
+      {"MetadataURL",
+       {LAYER},
+       all<add<&Layer::nMetadataUrl, &Layer::pMetadataUrl, &Current::metadataUrl>,
+           attributes<&Current::metadataUrl, metadataAttributes>>,
+       {0, METADATA_URL, 0}},
+      {"Format", {OgcPlace::any, METADATA_URL}, text<&Current::metadataUrl, &xWmsMetadataUrl_t::szFormat>},
+      {"OnlineResource", {OgcPlace::any, METADATA_URL}, online<&Current::metadataUrl, &xWmsMetadataUrl_t::szOnline>},
+      {"DataURL", {LAYER}, add<&Layer::nDataUrl, &Layer::pDataUrl, &Current::dataUrl>, {0, DATA_URL, 0}},
+      {"Format", {OgcPlace::any, DATA_URL}, text<&Current::dataUrl, &xWmsOnlineRes_t::szFormat>},
+      {"OnlineResource", {OgcPlace::any, DATA_URL}, online<&Current::dataUrl, &xWmsOnlineRes_t::szOnline>},
+      {"FeatureListURL",
+       {LAYER},
+       add<&Layer::nFeatureUrl, &Layer::pFeatureUrl, &Current::featureUrl>,
+       {0, FEATURE_URL, 0}},
+      {"Format", {OgcPlace::any, FEATURE_URL}, text<&Current::featureUrl, &xWmsOnlineRes_t::szFormat>},
+      {"OnlineResource", {OgcPlace::any, FEATURE_URL}, online<&Current::featureUrl, &xWmsOnlineRes_t::szOnline>},
+
+      {"Style", {LAYER}, add<&Layer::nStyle, &Layer::pStyle, &Current::style>, {0, STYLE, 0}},
+      {"Name", {OgcPlace::any, STYLE}, text<&Current::style, &xWmsStyle_t::szName>},
+      {"Title", {OgcPlace::any, STYLE}, text<&Current::style, &xWmsStyle_t::szTitle>},
+      {"Abstract", {OgcPlace::any, STYLE}, text<&Current::style, &xWmsStyle_t::szAbstract>},
+      {"LegendURL", {OgcPlace::any, STYLE}, attributes<&Current::style, legendAttributes>, {0, 0, LEGEND}},
+      {"Format", {OgcPlace::any, STYLE, LEGEND}, text<&Current::style, &xWmsStyle_t::szLegendFormat>},
+      {"OnlineResource", {OgcPlace::any, STYLE, LEGEND}, online<&Current::style, &xWmsStyle_t::szLegendOnline>},
+      {"StyleSheetURL", {OgcPlace::any, STYLE}, nullptr, {0, 0, SHEET}},
+      {"Format", {OgcPlace::any, STYLE, SHEET}, text<&Current::style, &xWmsStyle_t::szSheetFormat>},
+      {"OnlineResource", {OgcPlace::any, STYLE, SHEET}, online<&Current::style, &xWmsStyle_t::szSheetOnline>},
+      {"StyleURL", {OgcPlace::any, STYLE}, nullptr, {0, 0, STYLE_URL}},
+      {"Format", {OgcPlace::any, STYLE, STYLE_URL}, text<&Current::style, &xWmsStyle_t::szStyleFormat>},
+      {"OnlineResource", {OgcPlace::any, STYLE, STYLE_URL}, online<&Current::style, &xWmsStyle_t::szStyleOnline>},
+
+      {"Service", {}, nullptr, {SERVICE, 0, 0}},
+      {"*", {SERVICE}, openService},
+      {"Name", {SERVICE}, service<&xWmsService_t::szName>},
+      {"Title", {SERVICE}, service<&xWmsService_t::szTitle>},
+      {"Abstract", {SERVICE}, service<&xWmsService_t::szAbstract>},
+      {"Keyword",
+       {SERVICE},
+       [](H& h, const Attributes&) {
+         h.openService();
+         ++h.service->nKeyword;
+         h.appendText(&h.service->pKeyword, &h.serviceKeyword);
+       }},
+      {"OnlineResource",
+       {SERVICE},
+       [](H& h, const Attributes& attrs) {
+         static constexpr OgcAttribute<xWmsService_t> href[] = {{"href", &xWmsService_t::szOnline}};
+         service<&xWmsService_t::szOnline>(h, attrs);
+         h.store(href, *h.service, attrs);
+       }},
+      {"ContactPerson", {SERVICE}, service<&xWmsService_t::szContactPerson>},
+      {"ContactOrganization", {SERVICE}, service<&xWmsService_t::szContactOrganization>},
+      {"ContactPosition", {SERVICE}, service<&xWmsService_t::szContactPosition>},
+      {"AddressType", {SERVICE}, service<&xWmsService_t::szAddressType>},
+      {"Address", {SERVICE}, service<&xWmsService_t::szAddress>},
+      {"City", {SERVICE}, service<&xWmsService_t::szCity>},
+      {"StateOrProvince", {SERVICE}, service<&xWmsService_t::szStateOrProvince>},
+      {"PostCode", {SERVICE}, service<&xWmsService_t::szPostCode>},
+      {"Country", {SERVICE}, service<&xWmsService_t::szCountry>},
+      {"ContactVoiceTelephone", {SERVICE}, service<&xWmsService_t::szVoiceTelephone>},
+      {"ContactFacsimileTelephone", {SERVICE}, service<&xWmsService_t::szFacsimileTelephone>},
+      {"ContactElectronicMailAddress", {SERVICE}, service<&xWmsService_t::szElectronicMailAddress>},
+      {"Fees", {SERVICE}, service<&xWmsService_t::szFees>},
+      {"AccessConstraints", {SERVICE}, service<&xWmsService_t::szAccessConstraints>},
+      {"LayerLimit", {SERVICE}, service<&xWmsService_t::szLayerLimit>},
+      {"MaxWidth", {SERVICE}, service<&xWmsService_t::szMaxWidth>},
+      {"MaxHeight", {SERVICE}, service<&xWmsService_t::szMaxHeight>},
+  };
+  return table;
+}
 
 } // namespace
+
+COgcWmsSaxHelper::COgcWmsSaxHelper(COgcBase& owner, WmsCapabilities& document)
+    : OgcRuleHandler(owner, document.arena, wmsVersions, grammar()), m_document(document) {}
 
 int COgcWmsSaxHelper::CheckStringNode(const xNodeStr_t* list, const char* s) noexcept {
   if (s == nullptr) return 0;
@@ -315,285 +327,33 @@ int COgcWmsSaxHelper::CheckStringNode(const xNodeStr_t* list, const char* s) noe
   return 0;
 }
 
-COgcWmsSaxHelper::COgcWmsSaxHelper(COgcBase& owner, COgcArena& arena) : COgcSaxHelper(owner, arena, wmsVersions) {}
-
-COgcWmsSaxCapHandler::COgcWmsSaxCapHandler(COgcWms& owner) : COgcWmsSaxHelper(owner, owner.m_arena), m_wms(owner) {}
-
-int COgcWmsSaxCapHandler::FindParent(int level) const noexcept {
+int COgcWmsSaxHelper::FindParent(int level) const noexcept {
   return level > 0 && static_cast<std::size_t>(level) <= m_lastOfLevel.size()
              ? m_lastOfLevel[static_cast<std::size_t>(level) - 1]
              : -1;
 }
 
-void COgcWmsSaxCapHandler::collect(const char** text) noexcept {
-  m_text = text;
-  iElement = text != nullptr ? PLAIN : 0;
+void COgcWmsSaxHelper::openService() {
+  if (service == nullptr) service = m_document.pService = m_arena.make<xWmsService_t>();
 }
 
-void COgcWmsSaxCapHandler::addText(int& count, xNodeStr_t** head, xNodeStr_t** tail, int use) {
-  ++count;
-  pCurNode = AddStringNode(head, tail);
-  m_text = &pCurNode->str;
-  iElement = use;
-}
-
-template <typename Rows, typename T>
-void COgcWmsSaxCapHandler::store(const Rows& rows, T& record, const xercesc::Attributes& attrs) {
-  unsigned found = 0; // bit by row: of attributes with the same local name the first counts
-  for (XMLSize_t i = 0; i < attrs.getLength(); ++i) {
-    const XMLCh* name = attrs.getLocalName(i);
-    for (std::size_t row = 0; row < std::size(rows); ++row) {
-      if ((found >> row & 1U) != 0 || !ogcNameEquals(name, rows[row].name)) continue;
-      found |= 1U << row;
-      AppendStrings(&(record.*rows[row].text), m_utf8(attrs.getValue(i)), 0, 0);
-      if constexpr (requires { rows[row].flag; }) record.*rows[row].flag = 1;
-    }
-  }
-}
-
-template <typename T>
-void COgcWmsSaxCapHandler::countRecord(int& count, T*& record) {
-  if (count++ == 0) record = m_arena.make<T>();
-}
-
-template <typename Rule, typename T>
-void COgcWmsSaxCapHandler::listElement(const Rule& rule, T*& current, int code, const xercesc::Attributes& attrs) {
-  if (code == iSubSection) {
-    AddRecord(&(m_layer->*rule.list), &current, &T::pNext);
-    ++(m_layer->*rule.count);
-    store(rule.attributes, *current, attrs);
-    if (rule.text != nullptr) collect(&(current->*rule.text));
-  } else if (current == nullptr) {
-    return;
-  } else if (code == N_FORMAT && rule.format != nullptr) {
-    collect(&(current->*rule.format));
-  } else if (code == N_ONLINE_RESOURCE && rule.online != nullptr) {
-    GetAttributes(attrs, "href", &(current->*rule.online));
-  }
-}
-
-void COgcWmsSaxCapHandler::startElement(const XMLCh*, const XMLCh* localname, const XMLCh*,
-                                        const xercesc::Attributes& attrs) {
-  const int code = names().find(localname);
-  m_openElements.push_back(code);
-  if (code == N_REPORT && ExceptionStart(localname, attrs)) return;
-  switch (code) {
-  case N_CAPABILITIES:
-    if (iSection == ROOT) break;
-    iSection = ROOT;
-    HandleVersion(attrs);
-    break;
-  case N_GET_MAP:
-  case N_GET_FEATURE_INFO:
-    iSection = REQUEST;
-    iSubSection = code;
-    formats() = {};
-    pCurNode = nullptr;
-    break;
-  case N_FORMAT:
-    if (iSubSection == N_GET_MAP || iSubSection == N_GET_FEATURE_INFO) {
-      Formats& list = formats();
-      addText(list.count, &list.head, &list.tail, PLAIN);
-    }
-    break;
-  case N_SERVICE:
-    iSection = SERVICE_SECTION;
-    break;
-  case N_LAYER:
-    openLayer(attrs);
-    break;
-  default:
-    break;
-  }
-  if (iSection == LAYER_SECTION) layerElement(code, attrs);
-  if (m_layer != nullptr) groupElement(code, attrs);
-  if (iSection == SERVICE_SECTION && code != N_SERVICE) serviceElement(code, attrs);
-}
-
-COgcWmsSaxCapHandler::Formats& COgcWmsSaxCapHandler::formats() noexcept {
-  return iSubSection == N_GET_MAP ? m_mapFormats : m_featureFormats;
-}
-
-void COgcWmsSaxCapHandler::openLayer(const xercesc::Attributes& attrs) {
-  iSection = LAYER_SECTION;
-  iSubSection = N_LAYER;
-  pCurNode = nullptr;
+void COgcWmsSaxHelper::openLayer(const xercesc::Attributes& attrs) {
   collect(nullptr);
-  m_current = {};
+  current = {};
   const int parent = FindParent(iLayerDepth);
-  m_layer = &m_wms.addLayer(parent, ++iLayerDepth);
+  layer = &m_document.addLayer(parent, ++iLayerDepth);
   m_lastOfLevel.resize(std::max(m_lastOfLevel.size(), static_cast<std::size_t>(iLayerDepth)), -1);
-  m_lastOfLevel[static_cast<std::size_t>(iLayerDepth) - 1] = m_layer->iIndex;
-  m_layer->szVersion = szVersion;
-  m_layer->szUpdateSequence = szUpdateSequence;
-  store(layerFlags, *m_layer, attrs);
-  m_layer->nMapFormat = m_mapFormats.count;
-  m_layer->pMapFormat = m_mapFormats.head;
-  m_layer->nFeatureFormat = m_featureFormats.count;
-  m_layer->pFeatureFormat = m_featureFormats.head;
+  m_lastOfLevel[static_cast<std::size_t>(iLayerDepth) - 1] = layer->iIndex;
+  layer->szVersion = szVersion;
+  layer->szUpdateSequence = szUpdateSequence;
+  store(layerFlags, *layer, attrs);
+  layer->nMapFormat = mapFormats.count;
+  layer->pMapFormat = mapFormats.head;
+  layer->nFeatureFormat = featureFormats.count;
+  layer->pFeatureFormat = featureFormats.head;
 }
 
-void COgcWmsSaxCapHandler::layerElement(int code, const xercesc::Attributes& attrs) {
-  const bool url =
-      (code == N_LOGO_URL && iSubSection == N_ATTRIBUTION) ||
-      (iSubSection == N_STYLE && (code == N_LEGEND_URL || code == N_STYLE_SHEET_URL || code == N_STYLE_URL));
-  if (code > N_UNKNOWN && code <= LAST_GROUP) iSubSection = code;
-  if (url) iUrlState = code;
-  if (url || iSubSection == code) pCurNode = nullptr;
-  if (const char** text = layerTexts.of(*m_layer, code)) collect(text);
-  switch (code) {
-  case N_MIN_SCALE:
-    m_layer->bMinScale = 1;
-    break;
-  case N_MAX_SCALE:
-    m_layer->bMaxScale = 1;
-    break;
-  case N_SCALE_HINT:
-    store(scaleFlags, *m_layer, attrs);
-    break;
-  default:
-    break;
-  }
-}
-
-void COgcWmsSaxCapHandler::groupElement(int code, const xercesc::Attributes& attrs) {
-  switch (iSubSection) {
-  case N_KEYWORD_LIST:
-    if (code == N_KEYWORD) addText(m_layer->nKeyword, &m_layer->pKeyword, &m_current.keyword, PLAIN);
-    break;
-  case N_CRS:
-    if (code == N_CRS) addText(m_layer->nCrs, &m_layer->pCrs, &m_current.crs, PLAIN);
-    break;
-  case N_SRS:
-    if (code == N_SRS) addText(m_layer->nSrs, &m_layer->pSrs, &m_current.srs, NAME_RUN);
-    break;
-  case N_LAT_LON:
-    if (code == N_LAT_LON) countRecord(m_layer->nLatLonBBox, m_layer->pLatLonBBox);
-    store(latLonAttributes, *m_layer->pLatLonBBox, attrs);
-    break;
-  case N_EX_GEO:
-    if (code == N_EX_GEO) countRecord(m_layer->nExGeoBBox, m_layer->pExGeoBBox);
-    if (const char** text = geoBoxTexts.of(*m_layer->pExGeoBBox, code)) collect(text);
-    break;
-  case N_BBOX:
-    listElement(bboxRule, m_current.bbox, code, attrs);
-    break;
-  case N_EXTENT:
-    listElement(extentRule, m_current.extent, code, attrs);
-    break;
-  case N_DIMENSION:
-    listElement(dimensionRule, m_current.dimension, code, attrs);
-    break;
-  case N_ATTRIBUTION:
-    attributionElement(code, attrs);
-    break;
-  case N_AUTHORITY_URL:
-    listElement(authorityRule, m_current.authorityUrl, code, attrs);
-    break;
-  case N_IDENTIFIER:
-    listElement(identifierRule, m_current.identifier, code, attrs);
-    break;
-  case N_METADATA_URL:
-    listElement(metadataRule, m_current.metadataUrl, code, attrs);
-    break;
-  case N_DATA_URL:
-    listElement(dataRule, m_current.dataUrl, code, attrs);
-    break;
-  case N_FEATURE_URL:
-    listElement(featureRule, m_current.featureUrl, code, attrs);
-    break;
-  case N_STYLE:
-    styleElement(code, attrs);
-    break;
-  default:
-    break;
-  }
-}
-
-void COgcWmsSaxCapHandler::attributionElement(int code, const xercesc::Attributes& attrs) {
-  if (code == N_ATTRIBUTION) countRecord(m_layer->nAttribution, m_layer->pAttribution);
-  xWmsAttribution_t& attribution = *m_layer->pAttribution;
-  const bool logo = iUrlState == N_LOGO_URL;
-  switch (code) {
-  case N_TITLE:
-    collect(&attribution.szTitle);
-    break;
-  case N_ONLINE_RESOURCE:
-    GetAttributes(attrs, "href", logo ? &attribution.szLogoOnline : &attribution.szOnline);
-    break;
-  case N_FORMAT:
-    if (logo) collect(&attribution.szLogoFormat);
-    break;
-  case N_LOGO_URL:
-    store(logoAttributes, attribution, attrs);
-    break;
-  default:
-    break;
-  }
-}
-
-void COgcWmsSaxCapHandler::styleElement(int code, const xercesc::Attributes& attrs) {
-  listElement(styleRule, m_current.style, code, attrs);
-  if (m_current.style == nullptr) return;
-  xWmsStyle_t& style = *m_current.style;
-  if (const char** text = styleTexts.of(style, code)) collect(text);
-  for (const auto& url : styleUrls) {
-    if (url.element != iUrlState) continue;
-    if (code == N_FORMAT) collect(&(style.*url.format));
-    if (code == N_ONLINE_RESOURCE) GetAttributes(attrs, "href", &(style.*url.online));
-  }
-  if (code == N_LEGEND_URL) store(legendAttributes, style, attrs);
-}
-
-void COgcWmsSaxCapHandler::serviceElement(int code, const xercesc::Attributes& attrs) {
-  if (m_wms.pService == nullptr) m_wms.pService = m_arena.make<xWmsService_t>();
-  xWmsService_t& service = *m_wms.pService;
-  if (code == N_KEYWORD) addText(service.nKeyword, &service.pKeyword, &m_serviceKeyword, PLAIN);
-  if (const char** text = serviceTexts.of(service, code)) collect(text);
-  if (code == N_ONLINE_RESOURCE) GetAttributes(attrs, "href", &service.szOnline);
-}
-
-void COgcWmsSaxCapHandler::characters(const XMLCh* chars, XMLSize_t length) {
-  if (iElement == 0 || ExceptionText(chars, length)) return;
-  if (iElement == NAME_RUN) {
-    ParseConcatenatedValues(m_utf8(chars, length), 1);
-    m_current.srs = pCurNode != nullptr ? pCurNode : m_current.srs;
-  } else {
-    AppendStrings(m_text, m_utf8(chars, length), 0, 0);
-  }
-}
-
-void COgcWmsSaxCapHandler::leave() noexcept {
-  iSubSection = 0;
-  iUrlState = 0;
-  pCurNode = nullptr;
-}
-
-void COgcWmsSaxCapHandler::endElement(const XMLCh*, const XMLCh* localname, const XMLCh*) {
-  const int code = m_openElements.back();
-  m_openElements.pop_back();
-  ExceptionEnd(localname);
-  iElement = 0;
-  switch (code) {
-  case N_UNKNOWN:
-    return;
-  case N_LAYER:
-    --iLayerDepth;
-    leave();
-    return;
-  case N_CAPABILITIES:
-  case N_GET_MAP:
-  case N_GET_FEATURE_INFO:
-    iSection = 0;
-    leave();
-    return;
-  case N_SERVICE:
-    if (iSection != SERVICE_SECTION) return;
-    iSection = 0;
-    leave();
-    return;
-  default:
-    if (code == closingTag(iSubSection)) leave();
-    if (code == iUrlState) iUrlState = 0;
-  }
+void COgcWmsSaxHelper::closeLayer() noexcept {
+  --iLayerDepth;
+  closeGroup();
 }

@@ -23,14 +23,25 @@ bool ogcNameEquals(const XMLCh* name, const char* ascii) noexcept {
   return *name == 0;
 }
 
-COgcNames::COgcNames(std::initializer_list<Entry> entries) : m_slots(std::bit_ceil(2 * entries.size() + 1)) {
+bool ogcNameSpelled(const XMLCh* name, const char* ascii) noexcept {
+  for (; *ascii != '\0'; ++name, ++ascii) {
+    if (*name != static_cast<XMLCh>(*ascii)) return false;
+  }
+  return *name == 0;
+}
+
+std::string ogcLowerCase(const char* ascii) {
+  std::string name(ascii);
+  for (char& c : name) c = static_cast<char>(lower(static_cast<XMLCh>(c)));
+  return name;
+}
+
+COgcNames::COgcNames(const std::vector<Entry>& entries) : m_slots(std::bit_ceil(2 * entries.size() + 1)) {
   for (const Entry& entry : entries) {
     const std::uint32_t hash = hashOf(entry.name);
     std::size_t at = hash & (m_slots.size() - 1);
     while (m_slots[at].code != 0) at = (at + 1) & (m_slots.size() - 1);
-    std::string name;
-    for (const char* c = entry.name; *c != '\0'; ++c) name += static_cast<char>(lower(static_cast<XMLCh>(*c)));
-    m_slots[at] = {hash, entry.code, std::move(name)};
+    m_slots[at] = {hash, entry.code, ogcLowerCase(entry.name)};
   }
 }
 

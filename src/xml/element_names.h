@@ -17,7 +17,8 @@ public:
     int code;         ///< not 0
   };
 
-  COgcNames(std::initializer_list<Entry> entries);
+  COgcNames(std::initializer_list<Entry> entries) : COgcNames(std::vector<Entry>(entries)) {}
+  explicit COgcNames(const std::vector<Entry>& entries);
 
   /// Code of a name, 0 when the table does not hold it.
   [[nodiscard]] int find(const XMLCh* name) const noexcept;
@@ -34,3 +35,6 @@ private:
 
 /// True when the two names are equal without regard to case; `ascii` is lower case.
 [[nodiscard]] bool ogcNameEquals(const XMLCh* name, const char* ascii) noexcept;
+/// True when the two names are equal, letter case included.
+[[nodiscard]] bool ogcNameSpelled(const XMLCh* name, const char* ascii) noexcept;
+[[nodiscard]] std::string ogcLowerCase(const char* ascii);

@@ -1,0 +1,281 @@
+/// \file
+/// Handlers that are tables: one row for each thing that an element does.
+#pragma once
+
+#include "xml/handler.h"
+
+#include <algorithm>
+#include <array>
+#include <initializer_list>
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+/// Where the reader is in a document. Codes are the handler's own, 0 is none.
+struct OgcPlace {
+  static constexpr int any = -1;
+
+  int section = any; ///< opened and closed by one element, wherever it is
+  int group = any;   ///< within a section
+  int part = any;    ///< within a group
+
+  [[nodiscard]] bool holds(const OgcPlace& now) const noexcept {
+    return (section == any || section == now.section) && (group == any || group == now.group) &&
+           (part == any || part == now.part);
+  }
+};
+
+/// The rules of one kind of document for a handler of type `H`.
+template <typename H>
+class OgcGrammar {
+public:
+  using Act = void (*)(H&, const xercesc::Attributes&);
+
+  struct Rule {
+    const char* name; ///< local name of the element, in any letter case; "*" for every one that opens no section
+    OgcPlace in;      ///< where the rule holds
+    Act act = nullptr;
+    OgcPlace opens{0, 0, 0};     ///< for the elements inside, before `act`
+    const char* closedBy = name; ///< the element whose end tag closes what is opened, null for none
+    void (*end)(H&) = nullptr;   ///< at the end tag, instead of closing anything
+    bool exact = false;          ///< the letter case of the name counts
+  };
+
+  struct Element {
+    std::string name;
+    std::vector<Rule> rules; ///< in the order of the table
+    OgcPlace closes{0, 0, 0};
+    void (*end)(H&) = nullptr;
+    bool exact = false;
+    bool opensSection = false;
+    bool ofReport = false; ///< may belong to an exception report
+  };
+
+  OgcGrammar(std::initializer_list<Rule> rules) : m_elements(1), m_names(entries(rules)) {
+    m_elements.resize(m_codes.size() + 1);
+    for (const char* name : reportNames) {
+      Element& element = m_elements[code(name)];
+      element.name = name;
+      element.ofReport = true;
+    }
+    for (const Rule& rule : rules) {
+      if (std::string_view(rule.name) == "*") {
+        m_everywhere.push_back(rule);
+        continue;
+      }
+      Element& element = m_elements[code(rule.name)];
+      element.name = rule.name;
+      element.rules.push_back(rule);
+      element.exact = element.exact || rule.exact;
+      element.opensSection = element.opensSection || rule.opens.section != 0;
+      if (rule.end != nullptr) element.end = rule.end;
+      if (rule.closedBy == nullptr) continue;
+      Element& closing = m_elements[code(rule.closedBy)];
+      for (const auto place : {&OgcPlace::section, &OgcPlace::group, &OgcPlace::part})
+        if (rule.opens.*place != 0) closing.closes.*place = rule.opens.*place;
+    }
+  }
+
+  /// The element of that name; an element without rules for other names.
+  [[nodiscard]] const Element& find(const XMLCh* name) const noexcept {
+    const Element& element = m_elements[static_cast<std::size_t>(m_names.find(name))];
+    return !element.exact || ogcNameSpelled(name, element.name.c_str()) ? element : m_elements[0];
+  }
+  /// What every element does that opens no section, after its own rules.
+  [[nodiscard]] const std::vector<Rule>& everywhere() const noexcept { return m_everywhere; }
+
+private:
+  static constexpr const char* reportNames[] = {"ServiceExceptionReport", "ServiceException", "ExceptionReport",
+                                                "Exception", "ExceptionText"};
+
+  std::size_t code(const char* name) { return static_cast<std::size_t>(m_codes.at(ogcLowerCase(name))); }
+  std::vector<COgcNames::Entry> entries(std::initializer_list<Rule> rules) {
+    std::vector<COgcNames::Entry> all;
+    const auto add = [&](const char* name) {
+      if (name == nullptr || std::string_view(name) == "*") return;
+      const int next = static_cast<int>(m_codes.size()) + 1;
+      if (m_codes.emplace(ogcLowerCase(name), next).second) all.push_back({name, next});
+    };
+    for (const char* name : reportNames) add(name);
+    for (const Rule& rule : rules) {
+      add(rule.name);
+      add(rule.closedBy);
+    }
+    return all;
+  }
+
+  std::map<std::string, int> m_codes; ///< by lower-case name
+  std::vector<Element> m_elements;    ///< by code
+  std::vector<Rule> m_everywhere;
+  COgcNames m_names;
+};
+
+/// Reads a document by the rules of a grammar. `H` is the handler itself; its rules reach what is public here.
+template <typename H>
+class OgcRuleHandler : public COgcSaxHelper {
+public:
+  using Grammar = OgcGrammar<H>;
+  using Act = typename Grammar::Act;
+
+  void startElement(const XMLCh*, const XMLCh* localname, const XMLCh*, const xercesc::Attributes& attrs) override {
+    const auto& element = m_grammar.find(localname);
+    m_open.push_back(&element);
+    if (element.ofReport && ExceptionStart(localname, attrs)) return forgetText();
+    H& self = static_cast<H&>(*this);
+    for (const auto& rule : element.rules) {
+      if (!rule.in.holds(place())) continue;
+      if (rule.opens.section != 0 || rule.opens.group != 0 || rule.opens.part != 0) open(rule.opens);
+      if (rule.act != nullptr) rule.act(self, attrs);
+    }
+    if (element.opensSection) return;
+    for (const auto& rule : m_grammar.everywhere())
+      if (rule.in.holds(place())) rule.act(self, attrs);
+  }
+
+  void characters(const XMLCh* chars, XMLSize_t length) override {
+    if (iElement != 0 && ExceptionText(chars, length)) return;
+    if (m_names) return ParseConcatenatedValues(m_utf8(chars, length), 1);
+    const char** text = m_text;
+    if (m_runs != nullptr) {
+      if (*m_runs > 0) text = *m_runs == 1 ? m_second : nullptr;
+      ++*m_runs;
+    }
+    if (text != nullptr) AppendStrings(text, m_utf8(chars, length), 0, 0);
+  }
+
+  void endElement(const XMLCh*, const XMLCh* localname, const XMLCh*) override {
+    const auto& element = *m_open.back();
+    m_open.pop_back();
+    collect(nullptr);
+    if (element.ofReport) ExceptionEnd(localname);
+    if (element.end != nullptr) return element.end(static_cast<H&>(*this));
+    if (element.closes.section != 0 && element.closes.section == iSection) {
+      iSection = 0;
+      closeGroup();
+    } else if (element.closes.group != 0 && element.closes.group == iSubSection) {
+      closeGroup();
+    } else if (element.closes.part != 0 && element.closes.part == iPart) {
+      iPart = 0;
+    }
+  }
+
+  /// \name For rules
+  /// @{
+  /// The text of this element goes there; nowhere for null.
+  void collect(const char** text) noexcept {
+    forgetText();
+    m_text = text;
+    iElement = 0;
+  }
+  /// The first text that is counted goes to `first`, the second to `second`, others nowhere.
+  void collectRuns(const char** first, const char** second, int* runs) noexcept {
+    collect(first);
+    m_second = second;
+    m_runs = runs;
+  }
+  /// The text of this element holds names for the list of the current node.
+  void collectNames() noexcept {
+    collect(nullptr);
+    m_names = pCurNode != nullptr;
+  }
+  void closeGroup() noexcept {
+    iSubSection = iPart = 0;
+    pCurNode = nullptr;
+  }
+  void openSection(int section) noexcept { iSection = section; }
+  void closeSection() noexcept {
+    iSection = 0;
+    closeGroup();
+  }
+  /// Did the element open the section in which the reader is now?
+  [[nodiscard]] bool sectionIsNew() const noexcept { return m_sectionIsNew; }
+  void checkVersion(const xercesc::Attributes& attrs) { HandleVersion(attrs); }
+
+  template <typename T, typename Rows>
+  void store(const Rows& rows, T& record, const xercesc::Attributes& attrs) {
+    unsigned found = 0; // bit by row: of attributes with the same local name the first counts
+    for (XMLSize_t i = 0; i < attrs.getLength(); ++i) {
+      const XMLCh* name = attrs.getLocalName(i);
+      for (std::size_t row = 0; row < std::size(rows); ++row) {
+        if ((found >> row & 1U) != 0 || !ogcNameEquals(name, rows[row].name)) continue;
+        found |= 1U << row;
+        AppendStrings(&(record.*rows[row].text), m_utf8(attrs.getValue(i)), 0, 0);
+        if constexpr (requires { rows[row].flag; }) record.*rows[row].flag = 1;
+      }
+    }
+  }
+  /// Appends a record to a list of `current`'s kind, which it becomes.
+  template <typename T>
+  void append(T** head, T** current, T* T::*next) {
+    AddRecord(head, current, next);
+  }
+  /// Appends a node to a list of texts; this element's text goes there.
+  void appendText(xNodeStr_t** head, xNodeStr_t** tail) {
+    while (*tail != nullptr && (*tail)->next != nullptr) *tail = (*tail)->next;
+    pCurNode = AddStringNode(head, tail);
+    collect(&pCurNode->str);
+  }
+  /// @}
+
+protected:
+  OgcRuleHandler(COgcBase& owner, COgcArena& arena, const OgcVersionRule& versions, const Grammar& grammar)
+      : COgcSaxHelper(owner, arena, versions), m_grammar(grammar) {}
+  ~OgcRuleHandler() override = default;
+
+  int iPart = 0;
+
+private:
+  void forgetText() noexcept {
+    m_text = nullptr;
+    m_runs = nullptr;
+    m_names = false;
+  }
+  [[nodiscard]] OgcPlace place() const noexcept { return {iSection, iSubSection, iPart}; }
+  void open(const OgcPlace& opens) noexcept {
+    m_sectionIsNew = opens.section != 0 && iSection != opens.section;
+    if (opens.section != 0) iSection = opens.section;
+    if (opens.group != 0) iSubSection = opens.group;
+    if (opens.part != 0) iPart = opens.part;
+    if (m_sectionIsNew || opens.section == 0) pCurNode = nullptr;
+  }
+
+  const Grammar& m_grammar;
+  std::vector<const typename Grammar::Element*> m_open;
+  bool m_sectionIsNew = false;
+  const char** m_text = nullptr;
+  const char** m_second = nullptr;
+  int* m_runs = nullptr;
+  bool m_names = false;
+};
+
+/// An attribute and where it goes.
+template <typename T>
+struct OgcAttribute {
+  const char* name; ///< lower case
+  const char* T::*text;
+};
+
+/// What the rules of a handler `H` do. `Record` is its pointer to the record that is being filled; nothing is done
+/// while that is null.
+template <typename H>
+struct OgcActs {
+  using Attributes = xercesc::Attributes;
+
+  template <auto... acts>
+  static void all(H& h, const Attributes& attrs) {
+    (acts(h, attrs), ...);
+  }
+  template <auto Record, auto Field>
+  static void text(H& h, const Attributes&) {
+    h.collect(h.*Record != nullptr ? &((h.*Record)->*Field) : nullptr);
+  }
+  template <auto Record, const auto& Rows>
+  static void attributes(H& h, const Attributes& attrs) {
+    if (h.*Record != nullptr) h.store(Rows, *(h.*Record), attrs);
+  }
+  template <auto Record>
+  static void forget(H& h, const Attributes&) {
+    h.*Record = nullptr;
+  }
+};
