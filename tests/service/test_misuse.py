@@ -33,7 +33,7 @@ def misuse(zel, tmp_path):
     def run(code, service, *arguments):
         (tmp_path / "document.xml").write_text(DOCUMENTS[service])
         (tmp_path / "coverages.xml").write_text(COVERAGES)
-        return zel(OBJECT + code + "\no:close()", service, *arguments, no_leak=True, timeout=60).out.splitlines()
+        return zel(OBJECT + code + "\no:close()", service, *arguments, no_leak=True).out.splitlines()
 
     return run
 
