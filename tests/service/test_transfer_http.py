@@ -109,10 +109,11 @@ def test_post_sends_its_data(echo, tmp_path):
 
 @pytest.mark.parametrize("request_type", ["put", "post"])
 def test_missing_file_to_send_is_named(http, tmp_path, request_type):
-    outcome = transfer(f"putpostfile={tmp_path / 'a'}", f"send={tmp_path / 'none'}", f"url={http.url}/",
-                       f"request={request_type}")
+    outcome = transfer(f"putpostfile={tmp_path / 'a'}", f"send={tmp_path / 'none'}", "header=X-Once: 1", f"url={http.url}/",
+                       f"request={request_type}", "tobuf=1", f"url={http.url}/cgi-bin/echo", "request=get")
     text = f"Error: The file to send (http put/post) to the remote server failed to open: {tmp_path / 'none'}"
-    assert (outcome.result, outcome.lines) == (text + ".", [text])
+    assert (outcome.results, outcome.lines[0]) == ([text + ".", "ok"], text)
+    assert "X_ONCE" not in outcome.response["buffer"]
 
 
 # ---- authentication ----

@@ -109,7 +109,7 @@ def test_server_error_keeps_its_page_and_its_word(tmp_path):
                               "Http ErrCode(500), Http Err(Broken) Http ErrMsg(gone</html>).")
     assert (tmp_path / "f").read_text() == "the page" and outcome.response["errorFile"] == str(tmp_path / "f")
     for request, name in (("put", "Put"), ("post", "Post"), ("delete", "Delete")):
-        outcome, _ = fetch([HEAD, answer(status=b"304 Same")], tmp_path, request=request)
+        outcome, _ = fetch([HEAD, answer(status=b"300 Choices")], tmp_path, request=request)
         assert outcome.result.startswith(f"Error: Http {name} Request Failed. Error =  http: Redirection Status.")
         assert (f"http: Error: Http {name} Request Failed. see file: ({tmp_path / 'f'})" in outcome.lines) == (
             request != "delete" and outcome.response["errorFile"] != "")

@@ -303,8 +303,12 @@ TEST(CurlEdge, WhatTheRoutineThrowsStaysInside) {
 
 TEST(CurlFile, KnowsWhatItWrote) {
   const std::string path = testing::TempDir() + "zel_curl_" + std::to_string(::getpid());
+  std::ofstream(path) << "older";
+  std::ifstream reader(path);
   transfer::ResponseFile file;
   ASSERT_TRUE(file.open(path.c_str()) && file.write("ours", 4) == 4 && file.close());
+  std::string text;
+  EXPECT_TRUE(reader >> text && text == "older") << "who reads the older file goes on";
   EXPECT_TRUE(file.isStillThere());
   std::filesystem::remove(path);
   std::ofstream(path) << "another's"; // on many file systems with the same inode

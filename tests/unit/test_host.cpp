@@ -216,6 +216,8 @@ TEST_F(Host, LaysOutAndSharesStructures) {
   EXPECT_EQ(ZEL_StructNumTags(def), 3);
   EXPECT_EQ(ZEL_StructSize(innerDef), 24);
   EXPECT_EQ(ZEL_StructSize(def), 8 + 2 * 24 + 2 * 16);
+  const ZEL_StructTagDef padded[] = {inner[1], inner[0], {}};
+  EXPECT_EQ(ZEL_StructSize(ZEL_MakeStruct(nullptr, padded)), 24);
   ZEL_StructTagDef tag{};
   EXPECT_EQ(ZEL_StructTagInfoByName(def, "texts", ZEL_MSG_ERROR, &tag), 56);
   EXPECT_EQ(tag.n, 2);
