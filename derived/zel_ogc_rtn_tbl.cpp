@@ -33,6 +33,7 @@ int _ZEL_zel_ogc_rtn_init() {
       {ZEL_OgcWmsParseURL, "ZELNETOGCWMS::PARSEURL", 2, 2, 0},
       {ZEL_OgcWmsSetProperty, "ZELNETOGCWMS::SETPROPERTY", 1, 1, kw},
   };
-  return ZEL_SysRtnAdd(functions, 1, std::size(functions)) != 0 &&
-         ZEL_SysRtnAdd(procedures, 0, std::size(procedures)) != 0;
+  const bool added = ZEL_SysRtnAdd(functions, 1, std::size(functions)) != 0 &&
+                     ZEL_SysRtnAdd(procedures, 0, std::size(procedures)) != 0;
+  return added ? 1 : 0;
 }
