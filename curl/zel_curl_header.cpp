@@ -21,7 +21,7 @@ int threeDigits(const char* text) noexcept {
   return static_cast<int>(std::strtol(digits, nullptr, 10));
 }
 
-// What stands behind <html>, up to and with </html>.
+// The text after <html>, up to and including </html>.
 std::string htmlText(const char* text, int limit, std::size_t most) {
   const int size = static_cast<int>(::strnlen(text, static_cast<std::size_t>(limit)));
   const int start = CCurl::CurlFindStringEndIdx(size, text, "<html>", 0);

@@ -107,7 +107,7 @@ public:
   static void CurlCloseConnections();
   /// 1 while a transfer runs.
   [[nodiscard]] static int CurlTransferRunning() noexcept;
-  /// Installs a check that running transfers make beside the status callback: a nonzero answer cancels.
+  /// Installs a check that running transfers make as well as calling the status callback: nonzero cancels.
   static void CurlSetInterruptFunc(int (*interrupted)()) noexcept;
   /// @}
 
@@ -175,7 +175,7 @@ public:
   void CurlSetCallbackFunc(transfer::StatusCallback fn) noexcept;
   void CurlSetCallbackData(unsigned long data) noexcept;
 
-  /// Takes over another object's settings and status callback, not its header lines, buffers and response.
+  /// Copies another object's settings and status callback, but not its header lines, buffers and response.
   void CurlCopySettings(const CCurl& from);
 
   /// Upload from the caller's memory (not copied, must live until the request has ended) instead of the file to send.
@@ -228,9 +228,9 @@ public:
   /// Gives a response file name the extension of the content type and deletes an older file of that name.
   /// \return the result of `unlink`.
   int CurlBuildFileName(transfer::Text* name);
-  /// Leading blanks; the last character is never counted.
+  /// Number of leading spaces; the last character is never counted.
   [[nodiscard]] static int CurlCountLeadingSpaces(char const* str) noexcept;
-  /// Cuts line feeds, carriage returns, blanks and commas off the end of the first `len` characters.
+  /// Cuts line feeds, carriage returns, spaces and commas off the end of the first `len` characters.
   static void CurlRemoveTrailingLfCrSpacesCommas(char* str, int len) noexcept;
   /// @}
 

@@ -30,7 +30,7 @@ std::size_t endOfUser(std::string_view text, std::size_t from) {
   if (colon == text.npos || text[from] == '[' || isPort(text.substr(from + colon + 1, end - from - colon - 1)))
     return text.npos;
   if (end == text.size()) return end;
-  // "user:" and a password with a blank or a slash, which no URL should hold
+  // "user:" and a password with a space or a slash, which no URL should hold
   end = std::min(text.find_first_of("\r\n", from), text.size());
   at = text.substr(from, end - from).rfind('@');
   return at == text.npos ? at : from + at;

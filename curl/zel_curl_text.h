@@ -26,7 +26,7 @@ public:
   void set(const char* text) { m_text = text != nullptr ? text : ""; }
   void set(std::string_view text) { m_text = text; }
   void clear() noexcept { m_text.clear(); }
-  /// Appends a piece, joined to a text that is already there by one blank; an empty piece changes nothing.
+  /// Appends a piece, joined to a text that is already there by one space; an empty piece changes nothing.
   void join(std::string_view piece) {
     if (piece.empty()) return;
     if (!m_text.empty()) m_text += ' ';

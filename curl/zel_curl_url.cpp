@@ -64,7 +64,7 @@ int CCurl::CurlBuildUrlRqSimple(char* out, int outSize) {
   return transfer::copyTruncated(out, outSize, url);
 }
 
-// Sets scheme, host and port and clears the rest. Returns the position of the '/' behind the host, npos when there is
+// Sets scheme, host and port and clears the rest. Returns the position of the '/' after the host, npos when there is
 // none.
 std::size_t CCurl::splitServer(std::string_view url, bool needsPath) {
   const auto colon = url.find(':');

@@ -11,7 +11,7 @@ constexpr std::size_t joinedNamesLimit = 2047;
 constexpr std::size_t nameLimit = 2048;
 constexpr int allItems = -1;
 
-/// Item `n` of a linked list, null behind its end.
+/// Item `n` of a linked list, null after its end.
 template <typename T>
 const T* itemOf(const T* head, int n) noexcept {
   for (; n > 0 && head != nullptr; --n) head = head->next;
@@ -111,7 +111,7 @@ void COgcWcs::OgcWcsGetCoverage(const char* query) {
     OgcBaseParseAnswer(&handler, file.c_str(), 0, 0);
     throw CCurlException("Error: Received an XML file instead of a coverage.", Response().contentTypeText.c_str());
   }
-  OgcBaseRefuseHtml();
+  throwIfHtml();
   OgcBaseReportCount("Number of Coverages retrieved: ", m_coverageCount);
   OgcBaseStatus("Get Coverage request completed.");
 }

@@ -27,7 +27,7 @@ struct WcsService {
   const char *onlineResource, *fees, *accessConstraints;
 };
 
-/// Coverage offering brief. Positions are blank-separated coordinates, lower corner first.
+/// Coverage offering brief. Positions are space-separated coordinates, lower corner first.
 struct WcsBrief {
   const char* index;                    ///< position in the document from 0, as text of at most 7 characters
   const char *version, *updateSequence; ///< of the document
@@ -149,7 +149,7 @@ public:
 
   /// Brief at the cursor, null at the end; the cursor goes on. A capabilities request puts it at the first brief.
   const WcsBrief* OgcWcsGetNextCOB() noexcept;
-  /// Puts the cursor behind the first `count` briefs. \throws CCurlException when there are fewer or `count` is
+  /// Moves the cursor past the first `count` briefs. \throws CCurlException when there are fewer or `count` is
   /// negative.
   void OgcWcsGetNextCOBSkip(int count);
 
@@ -198,8 +198,6 @@ public:
   [[nodiscard]] int BriefCount() const noexcept { return m_capabilities.iBriefCount; }
   [[nodiscard]] const WcsOffering* Offerings() const noexcept { return m_description.pCovOfferingHead; }
   [[nodiscard]] int OfferingCount() const noexcept { return m_description.iCovOfferingCount; }
-  /// Coverages that the last request fetched, 0 or 1.
-  [[nodiscard]] int CoverageCount() const noexcept { return m_coverageCount; }
   [[nodiscard]] const transfer::Text& CapFN() const noexcept { return m_capFileName; }
   [[nodiscard]] const transfer::Text& DesCovFN() const noexcept { return m_desCovFileName; }
   [[nodiscard]] const transfer::Text& CovFN() const noexcept { return m_covFileName; }

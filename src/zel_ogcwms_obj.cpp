@@ -106,7 +106,7 @@ void COgcWms::OgcWmsGetMap(const char* query) {
                                  {"Error: failed to get a Map.",
                                   "Error: Get Map request failed to retrieve a data file.", "Map file written to: "});
   if (OgcBaseAnswerIsXml()) refuseXml(file);
-  OgcBaseRefuseHtml();
+  throwIfHtml();
   OgcBaseStatus("Get Map request completed.");
 }
 

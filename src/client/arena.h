@@ -26,7 +26,7 @@ public:
   /// Stores a copy of `text`, also of an empty one.
   [[nodiscard]] const char* copy(std::string_view text);
 
-  /// Appends `text` to the arena text `*dst`, behind `separator` when `*dst` is not null. Appending is linear over all
+  /// Appends `text` to the arena text `*dst`, after `separator` when `*dst` is not null. Appending is linear over all
   /// appends to one text, also when texts are extended in turn.
   void append(const char** dst, std::string_view text, std::string_view separator);
 

@@ -172,7 +172,7 @@ void COgcBase::OgcBaseGet(const char* url) {
   }
 }
 
-void COgcBase::OgcBaseRefuseHtml() {
+void COgcBase::throwIfHtml() {
   if (!equalsIgnoringCase(Response().parsedContentType, "html")) return;
   std::array<char, htmlMessageSize> text{};
   CurlHttpGetHtmlErrorMsg(text.data(), static_cast<int>(text.size()));
@@ -220,7 +220,7 @@ void COgcBase::OgcBaseReadDocument(COgcSaxHelper& handler, const char* fromFile,
     return;
   }
   const std::string file = OgcBaseFetch(keptAs.c_str(), texts.request);
-  OgcBaseRefuseHtml();
+  throwIfHtml();
   OgcBaseStatus(texts.parsing);
   OgcBaseParseAnswer(&handler, file.c_str(), schemaChecking, validationMode);
 }

@@ -42,7 +42,7 @@ public:
   [[nodiscard]] const transfer::Text& Version() const noexcept { return m_version; }
   [[nodiscard]] const transfer::Text& ServiceExceptionText() const noexcept { return m_serviceException; }
   [[nodiscard]] const transfer::Text& ExceptionReportText() const noexcept { return m_exceptionReport; }
-  /// Collects a piece of an exception text; pieces are joined by one blank.
+  /// Collects a piece of an exception text; pieces are joined by one space.
   void AddServiceException(std::string_view piece) { m_serviceException.join(piece); }
   void AddExceptionReport(std::string_view piece) { m_exceptionReport.join(piece); }
 
@@ -123,7 +123,7 @@ protected:
   /// Performs an HTTP GET of a URL given whole into `file`; nothing is parsed.
   void OgcBaseFetchUrl(const char* url, const char* file);
   /// \throws CCurlException with the server's error text when the answer is HTML.
-  void OgcBaseRefuseHtml();
+  void throwIfHtml();
   [[nodiscard]] bool OgcBaseAnswerIsXml() const noexcept;
   /// Parses the answer just written; refuses it when another process replaced the file meanwhile.
   void OgcBaseParseAnswer(COgcSaxHelper* handler, const char* file, int schemaChecking, int validationMode);
@@ -139,7 +139,7 @@ protected:
                                const transfer::Text& keptAs, int schemaChecking, int validationMode);
   /// Stores the name of a response file. \throws CCurlException with `refusal` for an empty one.
   static void OgcBaseSetFileName(transfer::Text& slot, const char* name, const char* refusal);
-  /// Tells "what", the count and a point.
+  /// Reports "what", the count and a full stop.
   void OgcBaseReportCount(const char* what, std::int64_t count);
   void OgcBaseClearExceptions() noexcept;
 

@@ -31,7 +31,7 @@ public:
   using COgcBase::OgcBaseAnswerIsXml;
   using COgcBase::OgcBaseParseAnswer;
   using COgcBase::OgcBaseParseFile;
-  using COgcBase::OgcBaseRefuseHtml;
+  using COgcBase::throwIfHtml;
   using COgcBase::OgcBaseSetQuery;
   using COgcBase::Request;
 };
