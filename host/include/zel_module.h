@@ -348,9 +348,10 @@ void ZEL_SessionResetAdd(int (*reset)());
 /// \name Files and directories
 /// @{
 
-/// Path of the per-user directory of an application. Makes it, with a read-me file, if it is missing; only the user can
-/// access it. All arguments are string scalars; `restrictAppVersion` makes the directory specific to a version of the
-/// application. It is an error if the directory cannot be made or written. \return a temporary string.
+/// Path of the per-user directory of an application. Makes it if it is missing, accessible to the user alone, and
+/// writes a read-me file if there is none. All arguments are string scalars; `restrictAppVersion` makes the directory
+/// specific to a version of the application. It is an error if the directory cannot be made or written. \return a
+/// temporary string.
 ZEL_Variable* ZEL_AppUserDir(ZEL_Variable* authorDir, ZEL_Variable* authorDesc, ZEL_Variable* appDir,
                              ZEL_Variable* appDesc, ZEL_Variable* readmeText, ZEL_Variable* readmeVersion,
                              ZEL_Variable* restrictAppVersion);

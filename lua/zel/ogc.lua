@@ -15,14 +15,14 @@
 --   ca                   file with the certificates of the authorities to trust
 --   timeout, connect_timeout   seconds for a transfer, and to reach the server
 --   retries              how often a request is tried again after a refused connection, a timeout or status 429, 502,
---                        503 or 504, with growing pauses; 3
+--                        503 or 504, with growing pauses or as long as the server asks, 60 s at most; 3
 --   pause                seconds between two requests; 0
 --   status               a status routine; on a terminal zel.progress without it
---   quiet, verbose       true: says nothing beside the results; traces the transfers
+--   quiet, verbose       true: prints nothing but results; traces the transfers
 --   NAME                 any property of the object in capitals, ENCODE = 3
 --
--- What goes wrong raises a table that reads as a text and has the field `message`; when the server refused also its
--- words: text, code, locator, and exceptions, the list of all of them. What a service does not offer is refused before
--- anything is sent.
+-- Errors are tables that convert to a text and have the field `message`; when the server refused, also its words: text,
+-- code and locator of the first exception, and exceptions, the list of all. What a service does not offer is refused
+-- before anything is sent.
 
 return {wms = require "zel.ogc.wms", wcs = require "zel.ogc.wcs"}
