@@ -18,8 +18,8 @@ SOURCE = pathlib.Path(__file__).resolve().parents[2]
 
 
 @pytest.fixture(scope="session")
-def servers():
-    with attached_or_started() as servers:
+def servers(tmp_path_factory):
+    with attached_or_started(tmp_path_factory.mktemp) as servers:
         yield servers
 
 

@@ -23,11 +23,11 @@ BUILD = pathlib.Path(os.environ.get("ZEL_BUILD", pathlib.Path(__file__).resolve(
 
 
 class Servers:
-    """Each server is started when it is asked for, in a directory of its own, and ends with the `with`."""
+    """Each server is started when it is asked for, below the directory, and ends with the `with`."""
 
-    def __init__(self):
+    def __init__(self, directory):
         self._ends = contextlib.ExitStack()
-        self._directory = pathlib.Path(self._ends.enter_context(tempfile.TemporaryDirectory(prefix="zel-servers.")))
+        self._directory = pathlib.Path(directory)
 
     def _start(self, kind, name, *arguments):
         directory = self._directory / name
@@ -69,10 +69,10 @@ def place(owner):
     return BUILD / "tests" / f"servers-{owner}"
 
 
-def attached_or_started():
+def attached_or_started(make_directory):
     """A context with the servers of this test run."""
     known = place(os.getppid())
-    return contextlib.nullcontext(Running(known)) if known.exists() else Servers()
+    return contextlib.nullcontext(Running(known)) if known.exists() else Servers(make_directory("servers"))
 
 
 def serve(owner, ready):
@@ -85,7 +85,7 @@ def serve(owner, ready):
     signal.set_wakeup_fd(woken)
     signal.signal(signal.SIGTERM, lambda *_: None)
     ended = os.pidfd_open(owner)
-    with Servers() as servers:
+    with tempfile.TemporaryDirectory(prefix="zel-servers.") as directory, Servers(directory) as servers:
         for name, server in vars(Servers).items():
             if isinstance(server, functools.cached_property):
                 getattr(servers, name)
