@@ -1,6 +1,6 @@
 /// \file
-/// Values that the host refers to by name or number: functions given in place of the name of a routine, and objects. The
-/// object that got them as a keyword keeps them alive until that keyword is given again or the object is closed.
+/// Values that the host refers to by name or number: functions given in place of the name of a routine, and objects.
+/// The object that got them as a keyword keeps them alive until that keyword is given again or the object is closed.
 #pragma once
 
 #include "frontend/support.h"

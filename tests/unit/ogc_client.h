@@ -31,9 +31,9 @@ public:
   using COgcBase::OgcBaseAnswerIsXml;
   using COgcBase::OgcBaseParseAnswer;
   using COgcBase::OgcBaseParseFile;
-  using COgcBase::throwIfHtml;
   using COgcBase::OgcBaseSetQuery;
   using COgcBase::Request;
+  using COgcBase::throwIfHtml;
 };
 
 /// Joins all texts of a document, and those of its attributes named "a"; counts elements.

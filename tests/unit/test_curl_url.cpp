@@ -49,7 +49,7 @@ TEST(CurlUrl, IsComposedOfItsParts) {
       Filled curl(row.parts);
       char url[128] = "";
       int length = 0;
-      const std::string error = errorOf([&] { length = (curl.*build)(url, sizeof url); });
+      const std::string error = errorOf([&, build = build] { length = (curl.*build)(url, sizeof url); });
       const bool built = expected.find(':') != expected.npos;
       EXPECT_EQ(url, built ? expected : "");
       EXPECT_EQ(length, built ? static_cast<int>(expected.size()) : 0);
