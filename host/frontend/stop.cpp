@@ -78,15 +78,26 @@ int exitScript(lua_State* L) {
   return luaL_error(L, "exit");
 }
 
+/// The coroutine that a call of resumeCoroutine() runs, null for a call that is wrong.
+lua_State* coroutineToRun(lua_State* L) {
+  if (lua_getupvalue(L, lua_upvalueindex(1), 1) == nullptr) return lua_tothread(L, 1); // coroutine.resume()
+  lua_State* wrapped = lua_tothread(L, -1);
+  lua_pop(L, 1);
+  return wrapped;
+}
+
 /// coroutine.resume(co, ...), and what coroutine.wrap() returned; upvalue 1 is the library's own. An exit that was
-/// asked for in the coroutine goes on in the one that runs it, whatever catches the error.
+/// asked for in the coroutine goes on in the one that runs it, whatever catches the error; so does a second interrupt.
 int resumeCoroutine(lua_State* L) {
   const struct Resumer {
     lua_State* state;
+    lua_State* outer = g_states[1];
     ~Resumer() {
-      if (Interpreter::of(state).exitAsked) lua_sethook(state, hook, everyStep, 1);
+      g_states[1] = outer;
+      if (Interpreter::of(state).exitAsked || g_interrupt.unwinding) lua_sethook(state, hook, everyStep, 1);
     }
   } resumer{L};
+  if (lua_State* running = coroutineToRun(L)) g_states[1] = running;
   lua_pushvalue(L, lua_upvalueindex(1));
   lua_insert(L, 1);
   lua_call(L, lua_gettop(L) - 1, LUA_MULTRET);

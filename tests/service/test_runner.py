@@ -251,7 +251,8 @@ def test_session_reset_and_leaks(zel):
 
 
 @pytest.mark.parametrize("code", ["while true do end", "function f() while true do end end o:Call('f')",
-                                  "pcall(function() while true do end end) error('caught')"])
+                                  "pcall(function() while true do end end) error('caught')",
+                                  "coroutine.wrap(function() while true do end end)()"])
 def test_interrupt(tmp_path, code):
     script = tmp_path / "script.lua"
     script.write_text(SETUP + "io.stdout:write('ready\\n') io.stdout:flush()\n" + code)
