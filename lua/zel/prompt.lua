@@ -38,7 +38,7 @@ function prompt.show(statement, ...)
     local value = select(i, ...)
     if type(value) == "table" then
       flush()
-      if not show_value(value, rows) then
+      if show_value(value, rows) then
         local entries = rawlen(value) > 1 and format(", %d entries", rawlen(value)) or ""
         local source = count == 1 and not find(statement, "\n") and statement or "value"
         write(stdout, terminal.paint("note", format("... cut to the screen%s; zel.show(%s) prints all", entries, source)), "\n")

@@ -1,8 +1,16 @@
 --- zel.show(value, rows): prints a value; of a structure every tag that is not empty, in the order of the tags. With
--- `rows`, at most so many rows of the terminal. Returns false when that cut something off.
+-- `rows`, at most so many rows of the terminal. Returns true when that cut something off, nothing otherwise.
 
 local terminal = require "zel.terminal"
 local paint, printable, length = terminal.paint, terminal.printable, terminal.length
+
+-- Like ipairs, of what the table itself holds: its metatable may make entries without end.
+local function raw_list(value)
+  return function(t, i)
+    local entry = rawget(t, i + 1)
+    if entry ~= nil then return i + 1, entry end
+  end, value, 0
+end
 
 -- Whether a value is an empty text, or holds nothing else.
 local function is_empty(value, outer)
@@ -10,7 +18,7 @@ local function is_empty(value, outer)
   outer = outer or {}
   if outer[value] then return false end
   outer[value] = true
-  for _, entry in pairs(value) do
+  for _, entry in next, value do
     if not is_empty(entry, outer) then return false end
   end
   return true
@@ -21,8 +29,8 @@ local function names(value)
   local made_by_host, tags = pcall(zel.tags, value)
   if made_by_host then return tags end
   local keys = {}
-  for key in pairs(value) do
-    if not (math.type(key) == "integer" and value[1] ~= nil) then keys[#keys + 1] = key end
+  for key in next, value do
+    if not (math.type(key) == "integer" and rawget(value, 1) ~= nil) then keys[#keys + 1] = key end
   end
   table.sort(keys, function(a, b) return tostring(a) < tostring(b) end)
   return keys
@@ -31,7 +39,7 @@ end
 -- A list of plain values that fits a line, nil for everything else.
 local function inline(value, width)
   local texts, total = {}, 0
-  for _, entry in ipairs(value) do
+  for _, entry in raw_list(value) do
     if type(entry) == "table" or total > width then return nil end
     if entry ~= "" then
       texts[#texts + 1] = printable(entry)
@@ -67,16 +75,17 @@ end
 function Output:entries(value, indent, outer)
   outer[value] = true
   local empty = {}
-  for i, entry in ipairs(value) do
+  for i, entry in raw_list(value) do
     if self.cut then return end
     if not is_empty(entry) then self:entry("[" .. i .. "]", entry, indent, outer) end
   end
   for _, tag in ipairs(names(value)) do
     if self.cut then return end
-    if value[tag] == "" or type(value[tag]) == "table" and next(value[tag]) ~= nil and is_empty(value[tag]) then
+    local entry = rawget(value, tag)
+    if entry == "" or type(entry) == "table" and next(entry) ~= nil and is_empty(entry) then
       empty[#empty + 1] = printable(tag)
     else
-      self:entry(printable(tag), value[tag], indent, outer)
+      self:entry(printable(tag), entry, indent, outer)
     end
   end
   if #empty > 0 then self:line(indent, "", paint("note", "(empty: " .. table.concat(empty, ", ") .. ")")) end
@@ -92,5 +101,5 @@ return function(value, rows)
   else
     output:entries(value, "", {})
   end
-  return not output.cut
+  if output.cut then return true end
 end

@@ -140,6 +140,10 @@ LOOP = "while true do pcall(function() while true do end end) end\n"
     (["for i = 1, 2 do\n", "\x03", "6 * 7\n"], "\r\n42\r\n", "<eof>"),
     (["drop this\x03", "3 / 2\n"], "\r\n1.5\r\n", "syntax"),
     ([LOOP, "\x03", "\x03", "6 * 7\n"], "interrupted!\r\n> 6 * 7\r\n42", "traceback"),
+    ([f"f = coroutine.wrap(function() {LOOP.strip()} end) coroutine.wrap(function() while true do pcall(f) end end)()\n",
+      "\x03", "\x03", "6 * 7\n"], "interrupted!\r\n> 6 * 7\r\n42", "PANIC"),
+    (["zel.show(setmetatable({7}, {__len = function() return 1e9 end, __index = function() return 1 end}))\n"],
+     "[1]: 7\r\n> ", "[2]"),
     (["error('no')\n"], "zel: prompt:1: no\r\n> ", "traceback"),
     (["function f() error('no') end f()\n"], "stack traceback:", "x = x"),
     (["table.unpack({}, 1, 999980)\n", "6 * 7\n"], "\r\n42\r\n", "PANIC"),
@@ -250,4 +254,4 @@ def test_show(zel, ogc):
     """, ogc.service).out
     assert "LAYER: 2\nPARENT: 1\nLEVEL: 3\n" in out and "\nSRS: EPSG:4326, EPSG:3857, CRS:84\n" in out
     assert "\nBOUNDING_BOX:\n  [1]:\n    SRS: EPSG:4326\n" in out and "    (empty: CRS, RESX, RESY)\n" in out
-    assert out.endswith("[1]: a\n[3]: 3\n[4]:\n  b:  [2J\nself: (itself)\ntext\n[1]: a\n[3]: 3\nfalse\n")
+    assert out.endswith("[1]: a\n[3]: 3\n[4]:\n  b:  [2J\nself: (itself)\ntext\n[1]: a\n[3]: 3\ntrue\n")
