@@ -67,6 +67,14 @@ PICTURE = [HEAD, b"HTTP/1.1 200 OK\r\nContent-Type: image/png\r\nContent-Length:
 BUSY = answer("", status="503 Busy", more="Retry-After: 0\r\n")
 
 
+def test_a_comma_in_a_name_is_escaped(zel):
+    layers = "<Layer><CRS>EPSG:4326</CRS><Layer><Name>a, &amp; b</Name></Layer><Layer><Name>c</Name></Layer></Layer>"
+    with Responder(capabilities(layers), PICTURE) as server:
+        zel("""require "zel.ogc".wms(arg[1] .. "wms"):map{layers = {"a, & b", "c"}, bbox = {0, 0, 1, 1}, to = "map.png"}""",
+            server.url)
+    assert "LAYERS=a%2C%20%26%20b,c&STYLES=,&" in server.requests[1]
+
+
 def test_tries_again_what_may_pass(zel):
     with Responder(capabilities(LAYER), BUSY, answer("", status="429 Slow", more="Retry-After: 1\r\n"), PICTURE,
                    BUSY, BUSY, answer("", status="404 None")) as server:
@@ -83,7 +91,7 @@ def test_tries_again_what_may_pass(zel):
           try()
         """, server.url)
     first, busy, unreachable = done.out.splitlines()
-    assert first.startswith("true\ttrue\t") and int(first.split("\t")[2]) in (2, 3)
+    assert first.startswith("true\ttrue\t") and int(first.split("\t")[2]) >= 2
     assert busy.startswith("false\t(404)") and unreachable.startswith("false\tnil")
     assert done.err.count("Trying again in") == 5 and len(server.requests) == 7
 

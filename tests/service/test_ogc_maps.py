@@ -50,11 +50,6 @@ def test_what_is_refused_before_sending(zel, ogc):
         assert line.startswith("false") and said in line and line.endswith("nil")
 
 
-def test_names_with_a_comma_are_refused(zel, ogc):
-    code = 'local s <close> = require("zel.ogc").wms(arg[1]) print(select(2, pcall(s.map, s, {layers = arg[2], to = "x.png"})))'
-    assert "has a comma in it" in zel(code, ogc.inspire, "Wald & Wiese, l'Île \"R&D\" 100 % #1").out
-
-
 # A layer, what is asked for, and the system of the map.
 MAPS = {
     "degrees": ("earth", "bbox = {-30, 30, 60, 75}, width = 180", "EPSG:4326"),

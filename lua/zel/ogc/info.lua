@@ -95,7 +95,7 @@ return function(s, o)
   local reach, middle, new = pixel * SIZE / 2, SIZE // 2, s.version == "1.3.0"
   local box = {point[1] - reach, point[2] - reach, point[1] + reach, point[2] + reach}
   local file = service.request(s, "GetFeatureInfo", map_query.part(s, plan, box, SIZE, SIZE, {
-    {"QUERY_LAYERS", table.concat(map_query.names(layers), ",")}, {"INFO_FORMAT", format}, {"FEATURE_COUNT", count},
+    {"QUERY_LAYERS", map_query.names(layers)}, {"INFO_FORMAT", format}, {"FEATURE_COUNT", count},
     {new and "I" or "X", middle}, {new and "J" or "Y", middle}}))
   service.check_answer(s)
   local text = files.read(file)

@@ -74,7 +74,7 @@ function map_query.parameters(s, layers, o, system, format)
   local transparent = o.transparent
   if transparent ~= nil then transparent = transparent and "TRUE" or "FALSE" end
   local parameters = {
-    {"LAYERS", query.names(map_query.names(layers))}, {"STYLES", query.names(choice.styles(layers, o.styles))},
+    {"LAYERS", map_query.names(layers)}, {"STYLES", choice.styles(layers, o.styles)},
     {s.version == "1.3.0" and "CRS" or "SRS", system}, {"FORMAT", format}, {"TRANSPARENT", transparent},
     {"BGCOLOR", o.bgcolor and color(o.bgcolor)},
   }

@@ -10,19 +10,17 @@ local function escaped(text)
   return (tostring(text):gsub("[^%w%-_.~:,/]", function(c) return ("%%%02X"):format(c:byte()) end))
 end
 
+-- A list has commas between its items; those in an item are escaped.
+local function value_text(value)
+  if type(value) ~= "table" then return escaped(value) end
+  local items = {}
+  for i, item in ipairs(value) do items[i] = escaped(item):gsub(",", "%%2C") end
+  return table.concat(items, ",")
+end
+
 --- Text for numbers without needless digits.
 function query.number(value)
   return math.type(value) == "integer" and tostring(value) or ("%.15g"):format(value)
-end
-
---- Names of a list with commas between.
-function query.names(list)
-  for _, name in ipairs(list) do
-    if name:find(",", 1, true) then
-      errors.raise(('the name "%s" has a comma in it: a request cannot hold such a name'):format(name))
-    end
-  end
-  return table.concat(list, ",")
 end
 
 --- Four numbers with commas between.
@@ -32,11 +30,11 @@ function query.box(box)
   return table.concat(texts, ",")
 end
 
---- Joins a list of {name, value}; those without a value are left out. `object` is who will send it.
+--- Joins a list of {name, value}; those without a value are left out, a value may be a list. `object` will send it.
 function query.join(parameters, object)
   local parts = {}
   for _, parameter in ipairs(parameters) do
-    if parameter[2] ~= nil then parts[#parts + 1] = escaped(parameter[1]) .. "=" .. escaped(parameter[2]) end
+    if parameter[2] ~= nil then parts[#parts + 1] = escaped(parameter[1]) .. "=" .. value_text(parameter[2]) end
   end
   local joined = table.concat(parts, "&")
   local p = object:GetProperty{"URL_SCHEME", "URL_HOSTNAME", "URL_PORT", "URL_PATH", "URL_QUERY_PREFIX",
