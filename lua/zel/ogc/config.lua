@@ -10,8 +10,14 @@ local function path()
   return base .. "/zel/ogc.lua"
 end
 
+local function copy(library)
+  local copied = {}
+  for name, value in pairs(library) do copied[name] = value end
+  return copied
+end
+
 local function surroundings()
-  return {string = string, table = table, math = math, tonumber = tonumber, tostring = tostring, pairs = pairs,
+  return {string = copy(string), table = copy(table), math = copy(math), tonumber = tonumber, tostring = tostring, pairs = pairs,
           ipairs = ipairs, os = {getenv = os.getenv}}
 end
 

@@ -25,6 +25,11 @@ local function check(call, given)
     if type(name) ~= "string" or not name:find("^[A-Z][A-Z_]*$") then own[name] = value end
   end
   arguments.check(call, own, TYPES)
+  for _, name in ipairs{"retries", "pause"} do
+    if own[name] and not (own[name] >= 0 and own[name] < math.huge) then
+      errors.raise(("%s: %s = %s is not a number from 0 on"):format(call, name, own[name]))
+    end
+  end
 end
 
 -- [http://][user[:password]@]host[:port] as properties.

@@ -10,6 +10,12 @@ local function positive(text)
   return nil, ("'%s' is not a number above 0"):format(text)
 end
 
+local function whole(text)
+  local number = math.tointeger(tonumber(text))
+  if number and number >= 0 then return number end
+  return nil, ("'%s' is not a whole number from 0 on"):format(text:match("%S+") or "")
+end
+
 local function number(text)
   local value = tonumber(text)
   if value then return value end
@@ -47,7 +53,7 @@ local function add_common(command)
   command:option("--proxy", "Proxy: http://host:port"):argname("URL")
   command:option("--ca", "Certificates of the authorities to trust."):argname("FILE")
   command:option("--timeout", "Seconds for a transfer."):argname("SECONDS"):convert(positive)
-  command:option("--retries", "Tries after a failure that may pass; 3 without it."):argname("COUNT"):convert(number)
+  command:option("--retries", "Tries after a failure that may pass; 3 without it."):argname("COUNT"):convert(whole)
   command:option("--wms", "Version of the Web Map Service: 1.1.1"):argname("VERSION")
   command:flag("--verbose", "Trace the transfers.")
   command:flag("--quiet", "Print results and errors only.")
@@ -66,7 +72,7 @@ local function add_commands(parser)
   add_box(map)
   map:option("--size", "Pixels."):argname("W[xH]"):convert(size)
   map:option("--tile", "Fetch tiles of at most so many pixels, joined by a .vrt."):argname("PIXELS"):convert(positive)
-  map:option("--style", "Style of a layer, in their order."):argname("NAME"):count("*")
+  map:option("--style", "Style of a layer; again for the next layer."):argname("NAME"):count("*")
   map:option("--elevation", "Elevation."):argname("VALUE")
   map:option("--dimension", "Value of a further dimension."):argname("NAME=VALUE"):convert(pair):count("*")
   map:option("--bgcolor", "Colour of the background: #ff8000"):argname("COLOUR")
