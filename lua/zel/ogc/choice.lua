@@ -49,9 +49,10 @@ local function common_systems(layers)
   local common
   for _, layer in ipairs(layers) do
     if #layer.crs > 0 then
-      local kept = {}
+      local offered, kept = {}, {}
+      for _, name in ipairs(layer.crs) do offered[name:lower()] = true end
       for _, name in ipairs(common or layer.crs) do
-        if arguments.find(layer.crs, name) then kept[#kept + 1] = name end
+        if offered[name:lower()] then kept[#kept + 1] = name end
       end
       common = kept
     end
