@@ -3,7 +3,7 @@
 # installs it on a second bare system.
 #
 # The systems are made by debootstrap from the package sources of this machine and are gone afterwards; packages that
-# were fetched stay in a cache. Everything runs in namespaces of its own: what is mounted is never seen outside, and
+# were fetched stay in a cache. Everything runs in separate namespaces: what is mounted is never seen outside, and
 # goes together with every process when the check ends, however it ends.
 set -euo pipefail
 cd "$(dirname "$0")/.."

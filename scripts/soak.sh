@@ -7,7 +7,7 @@ usage() {
     cat <<'TEXT'
 usage: scripts/soak.sh [ROUNDS]
 
-10000 rounds without a number. Prints resident size, descriptors, files and what the host holds as it goes; the exit
+10000 rounds without a number. Prints resident size, descriptors, files and what the host holds while it runs; the exit
 status is not 0 when one of them drifts after the first hundred rounds.
 TEXT
 }

@@ -10,7 +10,7 @@ usage: scripts/test.sh [NAME | --all]
 Builds the release and runs the unit and service tests.
 
 NAME   only the tests whose name contains it, a regular expression: service.wms
---all  in a build folder of its own, build-all: warnings are errors, and every scripts/check_*.sh runs too (sanitizers,
+--all  in a separate build folder, build-all: warnings are errors, and every scripts/check_*.sh runs too (sanitizers,
        a bare machine, ...)
 TEXT
 }

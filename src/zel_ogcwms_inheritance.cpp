@@ -8,7 +8,7 @@ namespace {
 
 using Layer = xWmsLayer_t;
 
-/// A value that children take over from a layer that has it of its own; their flag stays as it is.
+/// A value that children inherit from a layer that gives it; their flag stays as it is.
 struct ValueRow {
   int Layer::*flag;
   const char* Layer::*text;

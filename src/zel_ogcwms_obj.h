@@ -99,7 +99,7 @@ struct xWmsLayer_t {
   xNodeStr_t* pFeatureFormat; ///< one list for all layers of a document
   int nKeyword;
   xNodeStr_t* pKeyword;
-  int nSrs;         ///< `SRS` elements, not names, and names taken over
+  int nSrs;         ///< `SRS` elements, not names, and inherited names
   xNodeStr_t* pSrs; ///< own names; all of them: COgcWms::SrsNames
   int nCrs;
   xNodeStr_t* pCrs; ///< own names; all of them: COgcWms::CrsNames

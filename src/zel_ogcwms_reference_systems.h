@@ -1,5 +1,5 @@
 /// \file
-/// Reference system names of layers: their own and the ones they take over from the layers around them.
+/// Reference system names of layers: their own and those inherited from the layers around them.
 #pragma once
 
 #include "zel_curl_text.h"
@@ -13,7 +13,7 @@ struct xWmsLayer_t;
 
 /// The names of one kind (SRS or CRS) of all layers of a document. A layer's names are its own, in document order, then
 /// those of the enclosing layers from the inside out, less the ones that are already there in any letter case; a name
-/// without text is never a repetition. Taken over names are not copied: memory and time are linear in the names that
+/// without text is never a repetition. Inherited names are not copied: memory and time are linear in the names that
 /// the document holds.
 class COgcWmsNames {
 public:
@@ -27,7 +27,7 @@ public:
     [[nodiscard]] const xNodeStr_t* next() noexcept;
 
   private:
-    /// The name as it is taken over from the layer being read, null when it is a repetition.
+    /// The name as inherited from the layer being read, null when it is a repetition.
     const xNodeStr_t* take(const xNodeStr_t& node, std::uint32_t id) noexcept;
 
     const COgcWmsNames* m_names;
@@ -42,7 +42,7 @@ public:
 
   COgcWmsNames(xNodeStr_t* xWmsLayer_t::*list, int xWmsLayer_t::*count) noexcept : m_list(list), m_count(count) {}
 
-  /// Lets every layer but the first take over the names of its parent, and adds their number to the layer's count.
+  /// Lets every layer but the first inherit the names of its parent, and adds their number to the layer's count.
   /// `layers` are in document order, each behind its parent.
   void inherit(std::span<xWmsLayer_t* const> layers);
   void clear() noexcept;
@@ -51,7 +51,7 @@ private:
   /// Ids of names; equal names have equal ones.
   enum Id : std::uint32_t {
     absent,   ///< a name without text
-    blank,    ///< an empty text, which is taken over as an absent one
+    blank,    ///< an empty text, which is inherited as an absent one
     unshared, ///< a name of an innermost layer that no enclosing layer has
     firstId
   };
@@ -63,7 +63,7 @@ private:
     int parent = -1;
     int outer = -1;    ///< nearest enclosing layer with names, -1 none
     int takenOver = 0; ///< number of names from enclosing layers
-    int absent = 0;    ///< absent ones among all names, taken over or not
+    int absent = 0;    ///< absent ones among all names, inherited or not
     int blank = 0;     ///< empty ones among the own names
   };
 
@@ -82,7 +82,7 @@ private:
 
   xNodeStr_t* xWmsLayer_t::*m_list;
   int xWmsLayer_t::*m_count;
-  std::vector<Own> m_own;           ///< by layer; empty when nothing is taken over
+  std::vector<Own> m_own;           ///< by layer; empty when nothing is inherited
   std::vector<std::uint32_t> m_ids; ///< of the own names of layers that others are in, layer by layer
   std::unordered_map<const char*, std::uint32_t, FoldedHash, FoldedEqual> m_idOf; ///< of these layers' names
 };

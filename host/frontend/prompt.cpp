@@ -27,7 +27,7 @@ namespace {
 
 volatile std::sig_atomic_t g_interrupted = 0;
 
-/// While it lives, Ctrl-C drops what is typed. What runs has a handler of its own.
+/// While it lives, Ctrl-C drops what is typed. A running statement has another handler.
 class DropOnInterrupt {
 public:
   DropOnInterrupt() noexcept : m_outer(std::signal(SIGINT, [](int) { g_interrupted = 1; })) {}

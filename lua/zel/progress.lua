@@ -5,7 +5,7 @@
 -- and a transfer adds at most a line a second. It always answers 1, so that the transfer goes on; a routine of your
 -- own may call it with what it was given itself and answer 0 to cancel.
 --
--- The cursor rests below what was drawn, so that whatever ends a transfer (an error, Ctrl-C) begins on a line of its own.
+-- The cursor rests below what was drawn, so that whatever ends a transfer (an error, Ctrl-C) starts on a new line.
 
 local FIRST_DRAW = 0.5      -- seconds: what ends earlier is not worth a line
 local TERMINAL_PAUSE = 0.1  -- seconds between two drawings
@@ -40,7 +40,7 @@ local function start(time, drawn)
   return {began = time, counted = time, drawn = drawn, total = 0, now = 0, bytes = 0, seconds = 0}
 end
 
--- Takes over new figures; old ones lose their weight in the speed.
+-- Adds new figures; old ones lose their weight in the speed.
 local function count(t, time, total, now)
   local seconds = time - t.counted
   local kept = math.exp(-seconds / SPEED_MEMORY)

@@ -8,7 +8,7 @@ local map_query = require "zel.ogc.map_query"
 local query = require "zel.ogc.query"
 
 local SMALLEST = 0.01  -- degrees across a layer that is a point or a straight line
-local MOST_SYSTEMS = 5 -- that are tried for a layer without a box in one of its own
+local MOST_SYSTEMS = 5 -- tried for a layer that gives no box in any of its systems
 -- Servers differ in what they take for a pixel's size and a degree's length, by up to a factor of four.
 local ABOVE_MINIMUM, BELOW_MAXIMUM = 4, 1.5
 
