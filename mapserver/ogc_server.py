@@ -75,3 +75,8 @@ class OgcServer(Lighttpd):
         self.regions = self.url + "/cgi-bin/mapserv?map=regions"
         self.inspire = self.url + "/cgi-bin/mapserv?map=inspire"
         self.secure_service = self.tls_url + "/cgi-bin/mapserv?map=earth"
+
+    def variables(self):
+        """The server as docs/guide.md names it: variables of the environment."""
+        return {"OGC_SERVER_URL": self.service, "GUARDED_URL": f"{self.url}/basic/cgi-bin/mapserv?map=earth",
+                "SECURE_URL": self.secure_service, "AUTHORITY": str(self.ca)}

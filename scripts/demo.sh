@@ -18,13 +18,13 @@ fail() {
     exit 1
 }
 
-# start_server: sets url; the server ends with this script
+# start_server: sets url, and variables for docs/guide.md; the server ends with this script
 start_server() {
     work=$(mktemp -d)
     coproc SERVER { exec /usr/bin/python3 -B -m mapserver; }
     server=$SERVER_PID
     trap 'kill $server 2>/dev/null; wait $server 2>/dev/null; rm -rf "$work"' EXIT
-    read -r url <&"${SERVER[0]}" || fail "the map server did not start"
+    { read -r url && read -r variables; } <&"${SERVER[0]}" || fail "the map server did not start"
 }
 
 serve() {
@@ -32,12 +32,14 @@ serve() {
     trap 'exit 0' INT TERM
     cat <<TEXT
 
-export OGC_SERVER_URL='$url' PATH='$PWD/build':"\$PATH"
+export $variables PATH='$PWD/build':"\$PATH"
 
 The server runs until Ctrl-C. Paste the line above into another terminal, and try it there:
 
     zel-ogc info "\$OGC_SERVER_URL"
     zel-ogc map "\$OGC_SERVER_URL" earth places --bbox -30 30 60 75 --to europe.png
+
+and everything in docs/guide.md: it has the server with a password, by TLS and behind a proxy, too.
 TEXT
     wait "$server"
 }

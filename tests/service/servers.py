@@ -15,8 +15,9 @@ import sys
 import tempfile
 import time
 
-from ftp_proxy_servers import Tinyproxy, Vsftpd
 from mapserver.ogc_server import OgcServer
+from mapserver.tinyproxy import Tinyproxy
+from vsftpd import Vsftpd
 
 PROXY_LOGIN = "clerk", "s3cret"
 BUILD = pathlib.Path(os.environ.get("ZEL_BUILD", pathlib.Path(__file__).resolve().parents[2] / "build"))

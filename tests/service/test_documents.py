@@ -33,12 +33,10 @@ def pattern(text):
 
 @pytest.mark.parametrize("language, code, expected", blocks())
 def test_block(tmp_path, servers, language, code, expected):
-    web = servers.web
-    places = {"OGC_SERVER_URL": web.service, "SECURE_URL": web.secure_service, "AUTHORITY": web.ca,
-              "GUARDED_URL": f"{web.url}/basic/cgi-bin/mapserv?map=earth", "PROXY": f"http://localhost:{servers.proxy.port}",
-              "HOME": tmp_path, "XDG_CONFIG_HOME": "", "ZEL_USER_DIR": tmp_path / "user", "TMPDIR": tmp_path}
+    places = {"PATH": f"{BUILD}:{os.environ['PATH']}", "HOME": str(tmp_path), "XDG_CONFIG_HOME": "",
+              "ZEL_USER_DIR": str(tmp_path / "user"), "TMPDIR": str(tmp_path), "PROXY": servers.proxy.url}
     done = subprocess.run(SHELL[language], input=code, cwd=tmp_path, capture_output=True, text=True, timeout=60,
-                          env=os.environ | {"PATH": f"{BUILD}:{os.environ['PATH']}"} | {k: str(v) for k, v in places.items()})
+                          env=os.environ | servers.web.variables() | places)
     assert done.returncode == 0, done.stderr
     assert re.fullmatch(pattern(expected or ""), done.stdout), done.stdout
 

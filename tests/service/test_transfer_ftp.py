@@ -1,9 +1,9 @@
 """FTP requests against a real server, and what only a script can play."""
 
 import pytest
-from ftp_proxy_servers import FTP_PASSWORD, FTP_USER
 from responder import HOLD, LINE, Responder
 from transfer import transfer
+from vsftpd import FTP_PASSWORD, FTP_USER
 
 LOGIN = ["scheme=ftp", f"user={FTP_USER}", f"password={FTP_PASSWORD}"]
 
