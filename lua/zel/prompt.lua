@@ -12,6 +12,7 @@ local prompt = {}
 --- The code for a line that is meant for the prompt itself, `help GetMap` say; false when it means to leave, nil for
 -- every other line. A script's own variable of that name comes first.
 function prompt.translate(line)
+  if match(line, "^%s*zel%.help[%s;]*$") then return "zel.help()" end
   local word, rest = match(line, "^%s*(%a+)(.-)[%s;]*$")
   if not word or rawget(globals, word) ~= nil then return nil end
   local name = match(rest, "^%s*%(?%s*[\"']?([%w_.: ]-)[\"']?%s*%)?$")

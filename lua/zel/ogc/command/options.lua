@@ -42,7 +42,8 @@ local function add_box(command)
   command:option("--bbox-crs", "Reference system of the box, when it is another."):argname("SYSTEM")
   command:option("--format", "Format of the file."):argname("FORMAT")
   command:option("--time", "Time, as the service writes it."):argname("TIME")
-  command:option("--to", "The file to write, NAME.png or .tif without it; its extension chooses the format."):argname("FILE")
+  command:option("--to", "The file to write, named after the layer without it; its extension chooses the format.")
+    :argname("FILE")
   command:option("--extra", "A further parameter of this server."):argname("NAME=VALUE"):convert(pair):count("*")
 end
 
