@@ -153,7 +153,7 @@ ZEL_Variable* ZEL_OgcWcsGetCapabilities(int argc, ZEL_Variable** argv, const ZEL
     const int validationMode = validationModeOf(keywords[table.slot("VALIDATION_MODE")]);
     const int schemaChecking = schemaCheckingOf(keywords[table.slot("SCHEMA_CHECKING")]);
     client.OgcWcsGetCap(orNull(fromFile), orNull(fromUrl), schemaChecking, validationMode);
-    return zel::Temp(ZEL_GettmpInt(static_cast<std::int16_t>(client.BriefCount())));
+    return zel::Temp(ZEL_GettmpInt(static_cast<std::int16_t>(client.briefCount())));
   });
 }
 
@@ -176,7 +176,7 @@ ZEL_Variable* ZEL_OgcWcsDescribeCoverage(int argc, ZEL_Variable** argv, const ZE
     std::transform(texts.begin(), texts.end(), names.begin(), [](const std::string& text) { return text.c_str(); });
     client.OgcWcsDescribeCoverage(given != nullptr ? names.data() : nullptr, static_cast<int>(names.size()),
                                   orNull(fromFile), schemaChecking, validationMode);
-    const int n = client.OfferingCount();
+    const int n = client.offeringCount();
     store(keywords[table.slot("COUNT")], n);
     if (n == 0) return zel::Temp(ZEL_StrToSTRING(""));
     char* data = nullptr;
@@ -198,7 +198,7 @@ ZEL_Variable* ZEL_OgcWcsGetCoverageOfferingBriefs(int argc, ZEL_Variable** argv,
     const Keywords keywords(listKeywords, argc, argv, argk);
     COgcWcs& client = clientOf(argv[0]);
     const Selection part =
-        select(keywords, client.BriefCount(),
+        select(keywords, client.briefCount(),
                "Error: Invalid Index keyword value. Index is greater than the total available briefs.");
     if (part.number == 0) return nothing();
     client.OgcWcsGetNextCOBSkip(part.start);

@@ -56,27 +56,26 @@ COgcWcs::COgcWcs() : COgcBase("1.0.0") {}
 void COgcWcs::OgcWcsSetVer(const char* version) { OgcBaseStringHandler(&m_version, version); }
 
 void COgcWcs::OgcWcsSetCapFN(const char* name) {
-  OgcBaseSetFileName(m_capFileName, name, "Error: Capabilities Filename can not be null.");
+  setFileName(m_capFileName, name, "Error: Capabilities Filename can not be null.");
 }
 
 void COgcWcs::OgcWcsSetDesCovFN(const char* name) {
-  OgcBaseSetFileName(m_desCovFileName, name, "Error: Describe Coverage Filename can not be null.");
+  setFileName(m_desCovFileName, name, "Error: Describe Coverage Filename can not be null.");
 }
 
 void COgcWcs::OgcWcsSetCovFN(const char* name) {
-  OgcBaseSetFileName(m_covFileName, name, "Error: Coverage Filename can not be null.");
+  setFileName(m_covFileName, name, "Error: Coverage Filename can not be null.");
 }
 
 void COgcWcs::OgcWcsGetCap(const char* fromFile, const char* fromUrl, int schemaChecking, int validationMode) {
   const auto read = [&] {
     COgcWcsSaxCapHandler handler(*this, m_capabilities);
-    if (!OgcBaseReadCapabilities(handler, "WCS", fromFile, fromUrl, m_capFileName, schemaChecking, validationMode))
-      return;
-    m_briefCursor = Briefs();
-    OgcBaseReportCount("Number of brief coverage decriptions found: ", BriefCount());
-    OgcBaseStatus("Get Capabilites request completed.");
+    if (!readCapabilities(handler, "WCS", fromFile, fromUrl, m_capFileName, schemaChecking, validationMode)) return;
+    m_briefCursor = briefs();
+    reportCount("Number of brief coverage decriptions found: ", briefCount());
+    reportStatus("Get Capabilites request completed.");
   };
-  OgcBaseRefill([this] { forgetCapabilities(); }, read);
+  refill([this] { forgetCapabilities(); }, read);
 }
 
 void COgcWcs::OgcWcsDescribeCoverage(const char* const* names, int nameCount, const char* fromFile, int schemaChecking,
@@ -87,33 +86,33 @@ void COgcWcs::OgcWcsDescribeCoverage(const char* const* names, int nameCount, co
                                        "Parsing Describe Coverage XML doc...",
                                        "Parsing describe coverage from an XML existing file:"};
   const auto read = [&] {
-    if (names != nullptr) OgcBaseSetQuery("WCS", "DescribeCoverage", coverageParameter(names, nameCount));
+    if (names != nullptr) setQuery("WCS", "DescribeCoverage", coverageParameter(names, nameCount));
     COgcWcsSaxDesCovHandler handler(*this, m_description);
-    OgcBaseReadDocument(handler, fromFile, m_desCovFileName, texts, schemaChecking, validationMode);
-    OgcBaseReportCount("Number of Describe Coverages found: ", OfferingCount());
-    OgcBaseStatus("Get DescribeCoverage request completed.");
+    readDocument(handler, fromFile, m_desCovFileName, texts, schemaChecking, validationMode);
+    reportCount("Number of Describe Coverages found: ", offeringCount());
+    reportStatus("Get DescribeCoverage request completed.");
   };
-  OgcBaseRefill([this] { forgetDescription(); }, read);
+  refill([this] { forgetDescription(); }, read);
 }
 
 void COgcWcs::OgcWcsGetCoverage(const char* query) {
   const Request request(*this);
   m_coverageCount = 0;
-  OgcBaseSetQuery("WCS", "GetCoverage", std::string("&").append(query != nullptr ? query : ""));
+  setQuery("WCS", "GetCoverage", std::string("&").append(query != nullptr ? query : ""));
   const std::string file =
-      OgcBaseFetch(m_covFileName.c_str(),
-                   {"Error: failed to get a coverage.", "Error: Get Coverage request failed to retrieve a data file.",
-                    "Coverage file written to: "});
+      fetchFile(m_covFileName.c_str(),
+                {"Error: failed to get a coverage.", "Error: Get Coverage request failed to retrieve a data file.",
+                 "Coverage file written to: "});
   m_coverageCount = 1;
-  if (OgcBaseAnswerIsXml()) {
-    COgcArena texts;
-    COgcSaxExceptionHandler handler(*this, texts);
-    OgcBaseParseAnswer(&handler, file.c_str(), 0, 0);
+  if (answerIsXml()) {
+    ogc::xml::Arena texts;
+    ogc::xml::ExceptionHandler handler(*this, texts);
+    parseAnswer(&handler, file.c_str(), 0, 0);
     throw CCurlException("Error: Received an XML file instead of a coverage.", Response().contentTypeText.c_str());
   }
   throwIfHtml();
-  OgcBaseReportCount("Number of Coverages retrieved: ", m_coverageCount);
-  OgcBaseStatus("Get Coverage request completed.");
+  reportCount("Number of Coverages retrieved: ", m_coverageCount);
+  reportStatus("Get Coverage request completed.");
 }
 
 const WcsBrief* COgcWcs::OgcWcsGetNextCOB() noexcept {
@@ -123,15 +122,15 @@ const WcsBrief* COgcWcs::OgcWcsGetNextCOB() noexcept {
 }
 
 void COgcWcs::OgcWcsGetNextCOBSkip(int count) {
-  m_briefCursor = itemOf(Briefs(), count);
-  if (count < 0 || count > BriefCount()) {
+  m_briefCursor = itemOf(briefs(), count);
+  if (count < 0 || count > briefCount()) {
     throw CCurlException("Error: unable to skip over the desired number of coverage briefs.");
   }
 }
 
 const WcsOffering* COgcWcs::OgcWcsGetCO(int index) const {
-  if (std::max(index, 0) >= OfferingCount()) throw CCurlException("Error: Invalid index in OgcWcsGetCO call.");
-  return itemOf(Offerings(), index);
+  if (std::max(index, 0) >= offeringCount()) throw CCurlException("Error: Invalid index in OgcWcsGetCO call.");
+  return itemOf(offerings(), index);
 }
 
 const WcsEnvelope* COgcWcs::OgcWcsGetCOSDLLE(int co, int n) const { return itemOf(OgcWcsGetCO(co)->envelopes.head, n); }
@@ -186,20 +185,20 @@ int COgcWcs::OgcWcsGetCORngAxisIntCount(int co, int axis) const {
 }
 
 void COgcWcs::OgcWcsCleanupNewCap() {
-  OgcBaseRequireIdle("The clean-up of the capabilities");
+  requireIdle("The clean-up of the capabilities");
   forgetCapabilities();
 }
 
 void COgcWcs::OgcWcsCleanupDesCov() {
-  OgcBaseRequireIdle("The clean-up of the coverage offerings");
+  requireIdle("The clean-up of the coverage offerings");
   forgetDescription();
 }
 
 int COgcWcs::OgcWcsCleanup() {
-  OgcBaseRequireIdle("The clean-up");
+  requireIdle("The clean-up");
   forgetCapabilities();
   forgetDescription();
-  OgcBaseClearExceptions();
+  clearExceptions();
   for (transfer::Text* name : {&m_capFileName, &m_desCovFileName, &m_covFileName}) OgcBaseCleanUpCharArray(name);
   CurlCleanup();
   return 1;

@@ -4,8 +4,8 @@
 /// texts and nodes belong to the client and live until the next request of their kind or its clean-up.
 #pragma once
 
-#include "client/arena.h"
 #include "client/base.h"
+#include "xml/arena.h"
 
 /// A list in document order. Reads as a pointer to its first item; items are linked by `next`.
 template <typename T>
@@ -106,7 +106,7 @@ struct WcsOffering {
 
 /// What a capabilities document holds.
 struct WcsCapabilities {
-  COgcArena arena;
+  ogc::xml::Arena arena;
   WcsService* pService = nullptr; ///< null until a child of `Service` was seen
   WcsBrief* pBriefHead = nullptr;
   int iBriefCount = 0;
@@ -114,7 +114,7 @@ struct WcsCapabilities {
 
 /// What a coverage description holds.
 struct WcsDescription {
-  COgcArena arena;
+  ogc::xml::Arena arena;
   WcsOffering* pCovOfferingHead = nullptr;
   int iCovOfferingCount = 0;
 };
@@ -183,24 +183,24 @@ public:
   void OgcWcsCleanupNewCap();
   void OgcWcsCleanupDesCov();
   /// Forgets the exception texts only.
-  void OgcWcsCleanupCov() noexcept { OgcBaseClearExceptions(); }
+  void OgcWcsCleanupCov() noexcept { clearExceptions(); }
   /// Forgets records, file names, exception texts and the transfer settings. \return 1
   int OgcWcsCleanup();
   /// @}
 
   /// Service section, null when none was read.
-  [[nodiscard]] const WcsService* Service() const noexcept { return m_capabilities.pService; }
-  [[nodiscard]] const WcsBrief* Briefs() const noexcept { return m_capabilities.pBriefHead; }
+  [[nodiscard]] const WcsService* service() const noexcept { return m_capabilities.pService; }
+  [[nodiscard]] const WcsBrief* briefs() const noexcept { return m_capabilities.pBriefHead; }
   /// Bytes of all records.
-  [[nodiscard]] std::size_t RecordSize() const noexcept {
+  [[nodiscard]] std::size_t recordSize() const noexcept {
     return m_capabilities.arena.size() + m_description.arena.size();
   }
-  [[nodiscard]] int BriefCount() const noexcept { return m_capabilities.iBriefCount; }
-  [[nodiscard]] const WcsOffering* Offerings() const noexcept { return m_description.pCovOfferingHead; }
-  [[nodiscard]] int OfferingCount() const noexcept { return m_description.iCovOfferingCount; }
-  [[nodiscard]] const transfer::Text& CapFN() const noexcept { return m_capFileName; }
-  [[nodiscard]] const transfer::Text& DesCovFN() const noexcept { return m_desCovFileName; }
-  [[nodiscard]] const transfer::Text& CovFN() const noexcept { return m_covFileName; }
+  [[nodiscard]] int briefCount() const noexcept { return m_capabilities.iBriefCount; }
+  [[nodiscard]] const WcsOffering* offerings() const noexcept { return m_description.pCovOfferingHead; }
+  [[nodiscard]] int offeringCount() const noexcept { return m_description.iCovOfferingCount; }
+  [[nodiscard]] const transfer::Text& capFile() const noexcept { return m_capFileName; }
+  [[nodiscard]] const transfer::Text& desCovFile() const noexcept { return m_desCovFileName; }
+  [[nodiscard]] const transfer::Text& covFile() const noexcept { return m_covFileName; }
 
 private:
   void forgetCapabilities() noexcept;

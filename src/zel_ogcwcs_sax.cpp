@@ -5,9 +5,12 @@
 
 namespace {
 
+using ogc::xml::Attribute;
+using ogc::xml::VersionRule;
+
 constexpr std::size_t indexTextLimit = 7;
 constexpr const char* supportedVersions[] = {"1.0.0"};
-constexpr OgcVersionRule wcsVersions{
+constexpr VersionRule wcsVersions{
     supportedVersions, "Error: The WCS_Capabilities Version number attribute is missing.",
     "Error: OGC WCS version number (%s) is not supported. This WCS Client supports OGC WCS version 1.0.0."};
 
@@ -29,23 +32,23 @@ enum Group : int { NONE, ENVELOPE, GRID, NULL_VALUES, AXIS };
 
 using H = COgcWcsSaxHelper;
 using Attributes = xercesc::Attributes;
-using Grammar = OgcGrammar<H>;
+using Grammar = ogc::xml::Grammar<H>;
 using Rule = Grammar::Rule;
-using Acts = OgcActs<H>;
+using Acts = ogc::xml::Acts<H>;
 
 template <auto Record>
 using Of = std::remove_pointer_t<std::remove_reference_t<decltype(std::declval<H&>().*Record)>>;
 
-constexpr OgcAttribute<WcsService> onlineAttributes[] = {{"href", &WcsService::onlineResource}};
-constexpr OgcAttribute<WcsBrief> briefEnvelopeAttributes[] = {{"srsname", &WcsBrief::lonLatSrsName}};
-constexpr OgcAttribute<WcsEnvelope> envelopeAttributes[] = {{"srsname", &WcsEnvelope::srsName}};
-constexpr OgcAttribute<WcsGrid> gridAttributes[] = {{"dimension", &WcsGrid::dimension}, {"srsname", &WcsGrid::srsName}};
+constexpr Attribute<WcsService> onlineAttributes[] = {{"href", &WcsService::onlineResource}};
+constexpr Attribute<WcsBrief> briefEnvelopeAttributes[] = {{"srsname", &WcsBrief::lonLatSrsName}};
+constexpr Attribute<WcsEnvelope> envelopeAttributes[] = {{"srsname", &WcsEnvelope::srsName}};
+constexpr Attribute<WcsGrid> gridAttributes[] = {{"dimension", &WcsGrid::dimension}, {"srsname", &WcsGrid::srsName}};
 template <typename T>
-constexpr OgcAttribute<T> timeAttributes[] = {{"frame", &T::frame},
-                                              {"calendareraname", &T::calendarEraName},
-                                              {"indeterminateposition", &T::indeterminatePosition}};
-constexpr OgcAttribute<WcsOffering> formatsAttributes[] = {{"nativeformat", &WcsOffering::nativeFormat}};
-constexpr OgcAttribute<WcsOffering> interpolationAttributes[] = {{"default", &WcsOffering::defaultInterpolation}};
+constexpr Attribute<T> timeAttributes[] = {{"frame", &T::frame},
+                                           {"calendareraname", &T::calendarEraName},
+                                           {"indeterminateposition", &T::indeterminatePosition}};
+constexpr Attribute<WcsOffering> formatsAttributes[] = {{"nativeformat", &WcsOffering::nativeFormat}};
+constexpr Attribute<WcsOffering> interpolationAttributes[] = {{"default", &WcsOffering::defaultInterpolation}};
 
 void version(H& h, const Attributes& attrs) { h.checkVersion(attrs); }
 void openService(H& h, const Attributes&) { h.openService(); }
@@ -78,7 +81,7 @@ template <auto Record>
 void corner(H& h, const Attributes& attrs) {
   using T = Of<Record>;
   auto* record = h.*Record;
-  static constexpr OgcAttribute<T> dimensions[] = {{"dimension", &T::pos1Dimension}, {"dimension", &T::pos2Dimension}};
+  static constexpr Attribute<T> dimensions[] = {{"dimension", &T::pos1Dimension}, {"dimension", &T::pos2Dimension}};
   if (record != nullptr && h.posCount < 2) h.store(std::array{dimensions[h.posCount]}, *record, attrs);
   h.collectRuns(record != nullptr ? &record->pos1 : nullptr, record != nullptr ? &record->pos2 : nullptr, &h.posCount);
 }
@@ -239,18 +242,18 @@ const Grammar& descriptionGrammar() {
 } // namespace
 
 COgcWcsSaxHelper::COgcWcsSaxHelper(COgcBase& owner, WcsCapabilities& document)
-    : OgcRuleHandler(owner, document.arena, wcsVersions, capabilitiesGrammar()),
+    : RuleHandler(owner, document.arena, wcsVersions, capabilitiesGrammar()),
       capabilities(&document),
       description(nullptr) {}
 
 COgcWcsSaxHelper::COgcWcsSaxHelper(COgcBase& owner, WcsDescription& document)
-    : OgcRuleHandler(owner, document.arena, wcsVersions, descriptionGrammar()),
+    : RuleHandler(owner, document.arena, wcsVersions, descriptionGrammar()),
       capabilities(nullptr),
       description(&document) {}
 
 template <typename T>
 void COgcWcsSaxHelper::addOffering(T** head, T** current, int* count) {
-  AddRecord(head, current, &T::next);
+  addRecord(head, current, &T::next);
   (*current)->index = m_arena.copy(std::to_string((*count)++).substr(0, indexTextLimit));
   (*current)->version = szVersion;
   (*current)->updateSequence = szUpdateSequence;

@@ -6,7 +6,7 @@
 #include "zel_ogcwcs_obj.h"
 
 /// Elements are recognised by local name and section alone. What has no record to go to is ignored.
-class COgcWcsSaxHelper : public OgcRuleHandler<COgcWcsSaxHelper> {
+class COgcWcsSaxHelper : public ogc::xml::RuleHandler<COgcWcsSaxHelper> {
 public:
   /// \name For rules: what is being read, null for the other document
   /// @{

@@ -13,8 +13,8 @@ namespace {
 
 /// Reads the reference system names of one layer after the other.
 struct LayerNames {
-  COgcWmsNames::Reader srs;
-  COgcWmsNames::Reader crs;
+  ogc::ReferenceSystems::Reader srs;
+  ogc::ReferenceSystems::Reader crs;
 };
 
 template <auto Reader>
@@ -217,7 +217,7 @@ ZEL_Variable* ZEL_OgcWmsGetCapabilities(int argc, ZEL_Variable** argv, const ZEL
     ZEL_Variable* disable = keywords[table.slot("DISABLE_INHERITANCE")];
     client.OgcWmsGetCap(orNull(fromFile), orNull(fromUrl), schemaChecking, validationMode,
                         disable != nullptr ? fixOf(disable) : 0);
-    return zel::Temp(ZEL_GettmpInt(static_cast<std::int16_t>(client.NumLayers())));
+    return zel::Temp(ZEL_GettmpInt(static_cast<std::int16_t>(client.layerCount())));
   });
 }
 
@@ -235,12 +235,14 @@ ZEL_Variable* ZEL_OgcWmsGetLayers(int argc, ZEL_Variable** argv, const ZEL_Keywo
   return runFunction([&] {
     COgcWms& client = clientOf(argv[0]);
     const Keywords keywords(listKeywords, argc, argv, argk);
-    const Selection part = select(keywords, client.NumLayers(), "Error: Invalid Index keyword value. It is too large.");
+    const Selection part =
+        select(keywords, client.layerCount(), "Error: Invalid Index keyword value. It is too large.");
     if (part.number == 0) return nothing();
     client.OgcWmsGetNextLayerSkip(part.start);
     std::vector<const void*> layers(static_cast<std::size_t>(part.number));
     for (const void*& layer : layers) layer = client.OgcWmsGetNextLayer();
-    LayerNames names{COgcWmsNames::Reader(client.SrsNames()), COgcWmsNames::Reader(client.CrsNames())};
+    LayerNames names{ogc::ReferenceSystems::Reader(client.srsNames()),
+                     ogc::ReferenceSystems::Reader(client.crsNames())};
     return structsOf(layerTags, layers, &names);
   });
 }

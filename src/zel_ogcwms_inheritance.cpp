@@ -51,7 +51,7 @@ void shareWhenMissing(Layer& child, const Layer& parent, T* Layer::*record, int 
 
 /// Gives the child a copy of the parent's first record when it has none of its own.
 template <typename T>
-void copyWhenMissing(COgcArena& arena, Layer& child, const Layer& parent, T* Layer::*list, int Layer::*count) {
+void copyWhenMissing(ogc::xml::Arena& arena, Layer& child, const Layer& parent, T* Layer::*list, int Layer::*count) {
   if (child.*count > 0 || parent.*count == 0) return;
   child.*list = arena.make<T>();
   *(child.*list) = *(parent.*list);
@@ -69,7 +69,7 @@ void shareValues(Layer& child, const Layer& parent) noexcept {
 /// What each layer hands down of its dimensions: of its own ones name, units and unit symbol, then what it took over.
 class DimensionHeritage {
 public:
-  DimensionHeritage(COgcArena& arena, std::size_t layers) : m_arena(arena), m_handedDown(layers, nullptr) {}
+  DimensionHeritage(ogc::xml::Arena& arena, std::size_t layers) : m_arena(arena), m_handedDown(layers, nullptr) {}
 
   /// Makes the list for the children of `layer`, whose first `own` dimensions are its own.
   void keep(const Layer& layer, int own) {
@@ -92,7 +92,7 @@ public:
   }
 
 private:
-  COgcArena& m_arena;
+  ogc::xml::Arena& m_arena;
   std::vector<xWmsDimension_t*> m_handedDown; ///< by layer
 };
 
@@ -103,9 +103,9 @@ bool hasVersion(const Layer& layer, const char* version) noexcept {
 } // namespace
 
 void COgcWms::OgcWmsApplyInheritance() {
-  if (NumLayers() < 2 || m_inherited) return;
-  const std::span layers(m_document.ppLayerCache.data(), static_cast<std::size_t>(NumLayers()));
-  for (int i = 0; i < NumLayers(); ++i) {
+  if (layerCount() < 2 || m_inherited) return;
+  const std::span layers(m_document.ppLayerCache.data(), static_cast<std::size_t>(layerCount()));
+  for (int i = 0; i < layerCount(); ++i) {
     if (const int parent = layerAt(i).iParent; parent != -1) (void)layerAt(parent);
   }
   m_inherited = true;

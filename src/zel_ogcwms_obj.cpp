@@ -60,9 +60,9 @@ void COgcWms::forgetCapabilities() noexcept {
 }
 
 void COgcWms::OgcWmsCleanupCap() {
-  OgcBaseRequireIdle("The clean-up of the capabilities");
+  requireIdle("The clean-up of the capabilities");
   forgetCapabilities();
-  OgcBaseClearExceptions();
+  clearExceptions();
 }
 
 int COgcWms::OgcWmsCleanup() {
@@ -74,15 +74,13 @@ int COgcWms::OgcWmsCleanup() {
 }
 
 void COgcWms::OgcWmsSetCapFN(const char* name) {
-  OgcBaseSetFileName(szCapFile, name, "Error: Capabilities Filename can not be null.");
+  setFileName(szCapFile, name, "Error: Capabilities Filename can not be null.");
 }
 
-void COgcWms::OgcWmsSetMapFN(const char* name) {
-  OgcBaseSetFileName(szMapFile, name, "Error: Map Filename can not be null.");
-}
+void COgcWms::OgcWmsSetMapFN(const char* name) { setFileName(szMapFile, name, "Error: Map Filename can not be null."); }
 
 void COgcWms::OgcWmsSetFeatFN(const char* name) {
-  OgcBaseSetFileName(szFeatFile, name, "Error: Feature Info Filename can not be null.");
+  setFileName(szFeatFile, name, "Error: Feature Info Filename can not be null.");
 }
 
 void COgcWms::OgcWmsSetVer(const char* version) { OgcBaseStringHandler(&m_version, version); }
@@ -91,13 +89,13 @@ void COgcWms::OgcWmsGetCap(const char* fromFile, const char* fromUrl, int schema
                            int disableInheritance) {
   const auto read = [&] {
     COgcWmsSaxCapHandler handler(*this, m_document);
-    if (!OgcBaseReadCapabilities(handler, "WMS", fromFile, fromUrl, szCapFile, schemaChecking, validationMode)) return;
+    if (!readCapabilities(handler, "WMS", fromFile, fromUrl, szCapFile, schemaChecking, validationMode)) return;
     pCurLayer = m_document.pLayers;
     if (disableInheritance == 0) OgcWmsApplyInheritance();
-    OgcBaseReportCount("Number of layers found: ", NumLayers());
-    OgcBaseStatus("Get Capabilites request completed.");
+    reportCount("Number of layers found: ", layerCount());
+    reportStatus("Get Capabilites request completed.");
   };
-  OgcBaseRefill([this] { forgetCapabilities(); }, read);
+  refill([this] { forgetCapabilities(); }, read);
 }
 
 void COgcWms::OgcWmsGetMap(const char* query) {
@@ -105,9 +103,9 @@ void COgcWms::OgcWmsGetMap(const char* query) {
   const std::string file = fetch("GetMap", query, szMapFile,
                                  {"Error: failed to get a Map.",
                                   "Error: Get Map request failed to retrieve a data file.", "Map file written to: "});
-  if (OgcBaseAnswerIsXml()) refuseXml(file);
+  if (answerIsXml()) refuseXml(file);
   throwIfHtml();
-  OgcBaseStatus("Get Map request completed.");
+  reportStatus("Get Map request completed.");
 }
 
 void COgcWms::OgcWmsGetFeature(const char* query) {
@@ -115,22 +113,22 @@ void COgcWms::OgcWmsGetFeature(const char* query) {
   fetch("GetFeatureInfo", query, szFeatFile,
         {"Error: failed to get a Feature Info.", "Error: GetFeatureInfo request failed to retrieve a data file.",
          "Feature Info file written to: "});
-  OgcBaseStatus("Get Feature Info request completed.");
+  reportStatus("Get Feature Info request completed.");
 }
 
 std::string COgcWms::fetch(const char* request, const char* query, const transfer::Text& file,
                            const RequestTexts& texts) {
-  OgcBaseSetQuery("WMS", request, std::string("&").append(query != nullptr ? query : ""));
-  return OgcBaseFetch(file.c_str(), texts);
+  setQuery("WMS", request, std::string("&").append(query != nullptr ? query : ""));
+  return fetchFile(file.c_str(), texts);
 }
 
 void COgcWms::refuseXml(const std::string& file) {
-  COgcArena texts;
-  COgcSaxExceptionHandler handler(*this, texts);
+  ogc::xml::Arena texts;
+  ogc::xml::ExceptionHandler handler(*this, texts);
   try {
-    OgcBaseParseAnswer(&handler, file.c_str(), 0, 0);
+    parseAnswer(&handler, file.c_str(), 0, 0);
   } catch (const CCurlException&) {
-    if (!handler.Complete()) throw; // the server's own words have reached the status routine, a parser's are the reason
+    if (!handler.complete()) throw; // the server's own words have reached the status routine, a parser's are the reason
   }
   throw CCurlException("Error: Recieved an XML file instead of a Map.", Response().contentTypeText.c_str());
 }
@@ -150,7 +148,7 @@ const xWmsLayer_t* COgcWms::OgcWmsGetNextLayer() noexcept {
 }
 
 xWmsLayer_t& COgcWms::layerAt(int i) const {
-  xWmsLayer_t* layer = i >= 0 && i < NumLayers() ? m_document.ppLayerCache[static_cast<std::size_t>(i)] : nullptr;
+  xWmsLayer_t* layer = i >= 0 && i < layerCount() ? m_document.ppLayerCache[static_cast<std::size_t>(i)] : nullptr;
   if (layer == nullptr) throw CCurlException("Error: Invalid index in OgcWcsGetLayer call.");
   return *layer;
 }

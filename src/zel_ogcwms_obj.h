@@ -3,8 +3,8 @@
 /// Documents: OGC Web Map Service 1.1.0, 1.1.1 and 1.3.0, https://www.ogc.org/standard/wms/.
 #pragma once
 
-#include "client/arena.h"
 #include "client/base.h"
+#include "xml/arena.h"
 #include "zel_ogcwms_reference_systems.h"
 
 #include <cstdint>
@@ -100,9 +100,9 @@ struct xWmsLayer_t {
   int nKeyword;
   xNodeStr_t* pKeyword;
   int nSrs;         ///< `SRS` elements, not names, and inherited names
-  xNodeStr_t* pSrs; ///< own names; all of them: COgcWms::SrsNames
+  xNodeStr_t* pSrs; ///< own names; all of them: COgcWms::srsNames
   int nCrs;
-  xNodeStr_t* pCrs; ///< own names; all of them: COgcWms::CrsNames
+  xNodeStr_t* pCrs; ///< own names; all of them: COgcWms::crsNames
   int nLatLonBBox;
   xWmsGeoBox_t* pLatLonBBox;
   int nExGeoBBox;
@@ -158,7 +158,7 @@ public:
   /// Forgets everything; the cache keeps its capacity.
   void clear() noexcept;
 
-  COgcArena arena;                   ///< owns the records
+  ogc::xml::Arena arena;             ///< owns the records
   xWmsService_t* pService = nullptr; ///< null until a child of `Service` was seen
   xWmsLayer_t* pLayers = nullptr;
   std::int64_t nLayers = 0;
@@ -206,9 +206,9 @@ public:
   void OgcWmsSetFeatFN(const char* name);
   /// WMS version sent in requests; not checked.
   void OgcWmsSetVer(const char* version);
-  [[nodiscard]] const transfer::Text& CapFile() const noexcept { return szCapFile; }
-  [[nodiscard]] const transfer::Text& MapFile() const noexcept { return szMapFile; }
-  [[nodiscard]] const transfer::Text& FeatFile() const noexcept { return szFeatFile; }
+  [[nodiscard]] const transfer::Text& capFile() const noexcept { return szCapFile; }
+  [[nodiscard]] const transfer::Text& mapFile() const noexcept { return szMapFile; }
+  [[nodiscard]] const transfer::Text& featFile() const noexcept { return szFeatFile; }
   /// @}
 
   /// \name Requests
@@ -232,16 +232,16 @@ public:
   /// \name Access to the capabilities
   /// @{
   /// Null until a `Service` element was parsed.
-  [[nodiscard]] const xWmsService_t* Service() const noexcept { return m_document.pService; }
+  [[nodiscard]] const xWmsService_t* service() const noexcept { return m_document.pService; }
   /// Bytes of all records.
-  [[nodiscard]] std::size_t RecordSize() const noexcept { return m_document.arena.size(); }
-  [[nodiscard]] std::int64_t NumLayers() const noexcept { return m_document.nLayers; }
-  [[nodiscard]] std::int64_t LayerCacheCapacity() const noexcept {
+  [[nodiscard]] std::size_t recordSize() const noexcept { return m_document.arena.size(); }
+  [[nodiscard]] std::int64_t layerCount() const noexcept { return m_document.nLayers; }
+  [[nodiscard]] std::int64_t layerCacheCapacity() const noexcept {
     return static_cast<std::int64_t>(m_document.ppLayerCache.size());
   }
-  /// All SRS or CRS names of layers, the inherited included: `COgcWmsNames::Reader names(client.SrsNames());`.
-  [[nodiscard]] const COgcWmsNames& SrsNames() const noexcept { return m_srsNames; }
-  [[nodiscard]] const COgcWmsNames& CrsNames() const noexcept { return m_crsNames; }
+  /// All SRS or CRS names of layers, the inherited included: `ogc::ReferenceSystems::Reader names(client.srsNames());`.
+  [[nodiscard]] const ogc::ReferenceSystems& srsNames() const noexcept { return m_srsNames; }
+  [[nodiscard]] const ogc::ReferenceSystems& crsNames() const noexcept { return m_crsNames; }
 
   /// Moves the cursor to layer `n`. \throws CCurlException when there are fewer than `n` layers.
   void OgcWmsGetNextLayerSkip(int n);
@@ -275,6 +275,6 @@ private:
   WmsCapabilities m_document;
   const xWmsLayer_t* pCurLayer = nullptr;
   bool m_inherited = false;
-  COgcWmsNames m_srsNames{&xWmsLayer_t::pSrs, &xWmsLayer_t::nSrs};
-  COgcWmsNames m_crsNames{&xWmsLayer_t::pCrs, &xWmsLayer_t::nCrs};
+  ogc::ReferenceSystems m_srsNames{&xWmsLayer_t::pSrs, &xWmsLayer_t::nSrs};
+  ogc::ReferenceSystems m_crsNames{&xWmsLayer_t::pCrs, &xWmsLayer_t::nCrs};
 };

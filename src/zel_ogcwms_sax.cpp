@@ -5,8 +5,12 @@
 
 namespace {
 
+using ogc::xml::Attribute;
+using ogc::xml::Place;
+using ogc::xml::VersionRule;
+
 constexpr const char* supportedVersions[] = {"1.1.0", "1.1.1", "1.3.0"};
-constexpr OgcVersionRule wmsVersions{
+constexpr VersionRule wmsVersions{
     supportedVersions, "Error: The WMS Capabilities Version number attribute is missing.",
     "Error: OGC WMS version number (%s) is not supported. This WMS Client supports OGC WMS version 1.1.0, 1.1.1, and "
     "1.3.0."};
@@ -39,7 +43,7 @@ enum Part : int { LOGO = 1, LEGEND, SHEET, STYLE_URL };
 
 using H = COgcWmsSaxHelper;
 using Attributes = xercesc::Attributes;
-using Grammar = OgcGrammar<H>;
+using Grammar = ogc::xml::Grammar<H>;
 using Layer = xWmsLayer_t;
 using Current = H::Current;
 
@@ -57,31 +61,31 @@ constexpr Flag layerFlags[] = {{"queryable", &Layer::bQueryable, &Layer::szQuery
                                {"fixedheight", &Layer::bFixedHeight, &Layer::szFixedHeight}};
 constexpr Flag scaleFlags[] = {{"min", &Layer::bMinScale, &Layer::szMinScale},
                                {"max", &Layer::bMaxScale, &Layer::szMaxScale}};
-constexpr OgcAttribute<xWmsGeoBox_t> latLonAttributes[] = {{"minx", &xWmsGeoBox_t::szMinX},
-                                                           {"miny", &xWmsGeoBox_t::szMinY},
-                                                           {"maxx", &xWmsGeoBox_t::szMaxX},
-                                                           {"maxy", &xWmsGeoBox_t::szMaxY}};
-constexpr OgcAttribute<xWmsBBox_t> bboxAttributes[] = {{"crs", &xWmsBBox_t::szCrs},   {"srs", &xWmsBBox_t::szSrs},
-                                                       {"minx", &xWmsBBox_t::szMinX}, {"miny", &xWmsBBox_t::szMinY},
-                                                       {"maxx", &xWmsBBox_t::szMaxX}, {"maxy", &xWmsBBox_t::szMaxY},
-                                                       {"resx", &xWmsBBox_t::szResX}, {"resy", &xWmsBBox_t::szResY}};
-constexpr OgcAttribute<xWmsExtent_t> extentAttributes[] = {{"name", &xWmsExtent_t::szName},
-                                                           {"default", &xWmsExtent_t::szDefault},
-                                                           {"nearestvalue", &xWmsExtent_t::szNearestValue}};
-constexpr OgcAttribute<xWmsDimension_t> dimensionAttributes[] = {{"name", &xWmsDimension_t::szName},
-                                                                 {"units", &xWmsDimension_t::szUnits},
-                                                                 {"unitsymbol", &xWmsDimension_t::szUnitSymbol},
-                                                                 {"default", &xWmsDimension_t::szDefault},
-                                                                 {"multiplevalues", &xWmsDimension_t::szMultipleValues},
-                                                                 {"nearestvalue", &xWmsDimension_t::szNearestValue},
-                                                                 {"current", &xWmsDimension_t::szCurrent}};
-constexpr OgcAttribute<xWmsAuthorityUrl_t> authorityAttributes[] = {{"name", &xWmsAuthorityUrl_t::szName}};
-constexpr OgcAttribute<xWmsIdentifier_t> identifierAttributes[] = {{"authority", &xWmsIdentifier_t::szAuthority}};
-constexpr OgcAttribute<xWmsMetadataUrl_t> metadataAttributes[] = {{"type", &xWmsMetadataUrl_t::szType}};
-constexpr OgcAttribute<xWmsAttribution_t> logoAttributes[] = {{"width", &xWmsAttribution_t::szLogoWidth},
-                                                              {"height", &xWmsAttribution_t::szLogoHeight}};
-constexpr OgcAttribute<xWmsStyle_t> legendAttributes[] = {{"width", &xWmsStyle_t::szLegendWidth},
-                                                          {"height", &xWmsStyle_t::szLegendHeight}};
+constexpr Attribute<xWmsGeoBox_t> latLonAttributes[] = {{"minx", &xWmsGeoBox_t::szMinX},
+                                                        {"miny", &xWmsGeoBox_t::szMinY},
+                                                        {"maxx", &xWmsGeoBox_t::szMaxX},
+                                                        {"maxy", &xWmsGeoBox_t::szMaxY}};
+constexpr Attribute<xWmsBBox_t> bboxAttributes[] = {{"crs", &xWmsBBox_t::szCrs},   {"srs", &xWmsBBox_t::szSrs},
+                                                    {"minx", &xWmsBBox_t::szMinX}, {"miny", &xWmsBBox_t::szMinY},
+                                                    {"maxx", &xWmsBBox_t::szMaxX}, {"maxy", &xWmsBBox_t::szMaxY},
+                                                    {"resx", &xWmsBBox_t::szResX}, {"resy", &xWmsBBox_t::szResY}};
+constexpr Attribute<xWmsExtent_t> extentAttributes[] = {{"name", &xWmsExtent_t::szName},
+                                                        {"default", &xWmsExtent_t::szDefault},
+                                                        {"nearestvalue", &xWmsExtent_t::szNearestValue}};
+constexpr Attribute<xWmsDimension_t> dimensionAttributes[] = {{"name", &xWmsDimension_t::szName},
+                                                              {"units", &xWmsDimension_t::szUnits},
+                                                              {"unitsymbol", &xWmsDimension_t::szUnitSymbol},
+                                                              {"default", &xWmsDimension_t::szDefault},
+                                                              {"multiplevalues", &xWmsDimension_t::szMultipleValues},
+                                                              {"nearestvalue", &xWmsDimension_t::szNearestValue},
+                                                              {"current", &xWmsDimension_t::szCurrent}};
+constexpr Attribute<xWmsAuthorityUrl_t> authorityAttributes[] = {{"name", &xWmsAuthorityUrl_t::szName}};
+constexpr Attribute<xWmsIdentifier_t> identifierAttributes[] = {{"authority", &xWmsIdentifier_t::szAuthority}};
+constexpr Attribute<xWmsMetadataUrl_t> metadataAttributes[] = {{"type", &xWmsMetadataUrl_t::szType}};
+constexpr Attribute<xWmsAttribution_t> logoAttributes[] = {{"width", &xWmsAttribution_t::szLogoWidth},
+                                                           {"height", &xWmsAttribution_t::szLogoHeight}};
+constexpr Attribute<xWmsStyle_t> legendAttributes[] = {{"width", &xWmsStyle_t::szLegendWidth},
+                                                       {"height", &xWmsStyle_t::szLegendHeight}};
 
 // Records of the current layer: the member of Current that points to the one being filled.
 template <auto Record>
@@ -152,11 +156,11 @@ void attributes(H& h, const Attributes& attrs) {
 }
 template <auto Which, auto Field>
 void online(H& h, const Attributes& attrs) {
-  static constexpr OgcAttribute<Of<Which>> href[] = {{"href", Field}};
+  static constexpr Attribute<Of<Which>> href[] = {{"href", Field}};
   attributes<Which, href>(h, attrs);
 }
 template <auto... acts>
-constexpr Grammar::Act all = OgcActs<H>::all<acts...>;
+constexpr Grammar::Act all = ogc::xml::Acts<H>::all<acts...>;
 
 const Grammar& grammar() {
   static const Grammar table{
@@ -168,13 +172,13 @@ const Grammar& grammar() {
        .act = openFormats<&H::mapFormats>,
        .opens = {REQUEST, GET_MAP, 0},
        .end = closeSection},
-      {"Format", {OgcPlace::any, GET_MAP}, format<&H::mapFormats>},
+      {"Format", {Place::any, GET_MAP}, format<&H::mapFormats>},
       {.name = "GetFeatureInfo",
        .in = {},
        .act = openFormats<&H::featureFormats>,
        .opens = {REQUEST, GET_FEATURE_INFO, 0},
        .end = closeSection},
-      {"Format", {OgcPlace::any, GET_FEATURE_INFO}, format<&H::featureFormats>},
+      {"Format", {Place::any, GET_FEATURE_INFO}, format<&H::featureFormats>},
 
       {.name = "Layer", .in = {}, .act = openLayer, .opens = {LAYER, LAYER_ITSELF, 0}, .end = closeLayer},
       {"Name", {LAYER}, layer<&Layer::szName>},
@@ -185,7 +189,7 @@ const Grammar& grammar() {
       {"ScaleHint", {LAYER}, [](H& h, const Attributes& attrs) { h.store(scaleFlags, *h.layer, attrs); }},
 
       {"KeywordList", {LAYER}, nullptr, {0, KEYWORDS, 0}},
-      {"Keyword", {OgcPlace::any, KEYWORDS}, entry<&Layer::nKeyword, &Layer::pKeyword, &Current::keyword>},
+      {"Keyword", {Place::any, KEYWORDS}, entry<&Layer::nKeyword, &Layer::pKeyword, &Current::keyword>},
       {"CRS", {LAYER}, entry<&Layer::nCrs, &Layer::pCrs, &Current::crs>, {0, CRS, 0}},
       {"SRS", {LAYER}, names<&Layer::nSrs, &Layer::pSrs, &Current::srs>, {0, SRS, 0}, nullptr},
 
@@ -195,15 +199,15 @@ const Grammar& grammar() {
        count<&Layer::nLatLonBBox, &Layer::pLatLonBBox, &Current::latLon>,
        {0, LAT_LON, 0},
        "LatLongBoundingBox"},
-      {"*", {OgcPlace::any, LAT_LON}, attributes<&Current::latLon, latLonAttributes>},
+      {"*", {Place::any, LAT_LON}, attributes<&Current::latLon, latLonAttributes>},
       {"EX_GeographicBoundingBox",
        {LAYER},
        count<&Layer::nExGeoBBox, &Layer::pExGeoBBox, &Current::geo>,
        {0, EX_GEO, 0}},
-      {"westBoundLongitude", {OgcPlace::any, EX_GEO}, text<&Current::geo, &xWmsGeoBox_t::szMinX>},
-      {"eastBoundLongitude", {OgcPlace::any, EX_GEO}, text<&Current::geo, &xWmsGeoBox_t::szMinY>},
-      {"southBoundLatitude", {OgcPlace::any, EX_GEO}, text<&Current::geo, &xWmsGeoBox_t::szMaxX>},
-      {"northBoundLatitude", {OgcPlace::any, EX_GEO}, text<&Current::geo, &xWmsGeoBox_t::szMaxY>},
+      {"westBoundLongitude", {Place::any, EX_GEO}, text<&Current::geo, &xWmsGeoBox_t::szMinX>},
+      {"eastBoundLongitude", {Place::any, EX_GEO}, text<&Current::geo, &xWmsGeoBox_t::szMinY>},
+      {"southBoundLatitude", {Place::any, EX_GEO}, text<&Current::geo, &xWmsGeoBox_t::szMaxX>},
+      {"northBoundLatitude", {Place::any, EX_GEO}, text<&Current::geo, &xWmsGeoBox_t::szMaxY>},
       {"BoundingBox",
        {LAYER},
        all<add<&Layer::nBBox, &Layer::pBBox, &Current::bbox>, attributes<&Current::bbox, bboxAttributes>>,
@@ -223,12 +227,12 @@ const Grammar& grammar() {
        {LAYER},
        count<&Layer::nAttribution, &Layer::pAttribution, &Current::attribution>,
        {0, ATTRIBUTION, 0}},
-      {"Title", {OgcPlace::any, ATTRIBUTION}, text<&Current::attribution, &xWmsAttribution_t::szTitle>},
-      {"OnlineResource", {OgcPlace::any, ATTRIBUTION, 0}, online<&Current::attribution, &xWmsAttribution_t::szOnline>},
-      {"LogoURL", {OgcPlace::any, ATTRIBUTION}, attributes<&Current::attribution, logoAttributes>, {0, 0, LOGO}},
-      {"Format", {OgcPlace::any, ATTRIBUTION, LOGO}, text<&Current::attribution, &xWmsAttribution_t::szLogoFormat>},
+      {"Title", {Place::any, ATTRIBUTION}, text<&Current::attribution, &xWmsAttribution_t::szTitle>},
+      {"OnlineResource", {Place::any, ATTRIBUTION, 0}, online<&Current::attribution, &xWmsAttribution_t::szOnline>},
+      {"LogoURL", {Place::any, ATTRIBUTION}, attributes<&Current::attribution, logoAttributes>, {0, 0, LOGO}},
+      {"Format", {Place::any, ATTRIBUTION, LOGO}, text<&Current::attribution, &xWmsAttribution_t::szLogoFormat>},
       {"OnlineResource",
-       {OgcPlace::any, ATTRIBUTION, LOGO},
+       {Place::any, ATTRIBUTION, LOGO},
        online<&Current::attribution, &xWmsAttribution_t::szLogoOnline>},
 
       {"AuthorityURL",
@@ -236,7 +240,7 @@ const Grammar& grammar() {
        all<add<&Layer::nAuthorityUrl, &Layer::pAuthorityUrl, &Current::authorityUrl>,
            attributes<&Current::authorityUrl, authorityAttributes>>,
        {0, AUTHORITY_URL, 0}},
-      {"OnlineResource", {OgcPlace::any, AUTHORITY_URL}, online<&Current::authorityUrl, &xWmsAuthorityUrl_t::szOnline>},
+      {"OnlineResource", {Place::any, AUTHORITY_URL}, online<&Current::authorityUrl, &xWmsAuthorityUrl_t::szOnline>},
       {"Identifier",
        {LAYER},
        all<add<&Layer::nIdentifier, &Layer::pIdentifier, &Current::identifier>,
@@ -248,31 +252,31 @@ const Grammar& grammar() {
        all<add<&Layer::nMetadataUrl, &Layer::pMetadataUrl, &Current::metadataUrl>,
            attributes<&Current::metadataUrl, metadataAttributes>>,
        {0, METADATA_URL, 0}},
-      {"Format", {OgcPlace::any, METADATA_URL}, text<&Current::metadataUrl, &xWmsMetadataUrl_t::szFormat>},
-      {"OnlineResource", {OgcPlace::any, METADATA_URL}, online<&Current::metadataUrl, &xWmsMetadataUrl_t::szOnline>},
+      {"Format", {Place::any, METADATA_URL}, text<&Current::metadataUrl, &xWmsMetadataUrl_t::szFormat>},
+      {"OnlineResource", {Place::any, METADATA_URL}, online<&Current::metadataUrl, &xWmsMetadataUrl_t::szOnline>},
       {"DataURL", {LAYER}, add<&Layer::nDataUrl, &Layer::pDataUrl, &Current::dataUrl>, {0, DATA_URL, 0}},
-      {"Format", {OgcPlace::any, DATA_URL}, text<&Current::dataUrl, &xWmsOnlineRes_t::szFormat>},
-      {"OnlineResource", {OgcPlace::any, DATA_URL}, online<&Current::dataUrl, &xWmsOnlineRes_t::szOnline>},
+      {"Format", {Place::any, DATA_URL}, text<&Current::dataUrl, &xWmsOnlineRes_t::szFormat>},
+      {"OnlineResource", {Place::any, DATA_URL}, online<&Current::dataUrl, &xWmsOnlineRes_t::szOnline>},
       {"FeatureListURL",
        {LAYER},
        add<&Layer::nFeatureUrl, &Layer::pFeatureUrl, &Current::featureUrl>,
        {0, FEATURE_URL, 0}},
-      {"Format", {OgcPlace::any, FEATURE_URL}, text<&Current::featureUrl, &xWmsOnlineRes_t::szFormat>},
-      {"OnlineResource", {OgcPlace::any, FEATURE_URL}, online<&Current::featureUrl, &xWmsOnlineRes_t::szOnline>},
+      {"Format", {Place::any, FEATURE_URL}, text<&Current::featureUrl, &xWmsOnlineRes_t::szFormat>},
+      {"OnlineResource", {Place::any, FEATURE_URL}, online<&Current::featureUrl, &xWmsOnlineRes_t::szOnline>},
 
       {"Style", {LAYER}, add<&Layer::nStyle, &Layer::pStyle, &Current::style>, {0, STYLE, 0}},
-      {"Name", {OgcPlace::any, STYLE}, text<&Current::style, &xWmsStyle_t::szName>},
-      {"Title", {OgcPlace::any, STYLE}, text<&Current::style, &xWmsStyle_t::szTitle>},
-      {"Abstract", {OgcPlace::any, STYLE}, text<&Current::style, &xWmsStyle_t::szAbstract>},
-      {"LegendURL", {OgcPlace::any, STYLE}, attributes<&Current::style, legendAttributes>, {0, 0, LEGEND}},
-      {"Format", {OgcPlace::any, STYLE, LEGEND}, text<&Current::style, &xWmsStyle_t::szLegendFormat>},
-      {"OnlineResource", {OgcPlace::any, STYLE, LEGEND}, online<&Current::style, &xWmsStyle_t::szLegendOnline>},
-      {"StyleSheetURL", {OgcPlace::any, STYLE}, nullptr, {0, 0, SHEET}},
-      {"Format", {OgcPlace::any, STYLE, SHEET}, text<&Current::style, &xWmsStyle_t::szSheetFormat>},
-      {"OnlineResource", {OgcPlace::any, STYLE, SHEET}, online<&Current::style, &xWmsStyle_t::szSheetOnline>},
-      {"StyleURL", {OgcPlace::any, STYLE}, nullptr, {0, 0, STYLE_URL}},
-      {"Format", {OgcPlace::any, STYLE, STYLE_URL}, text<&Current::style, &xWmsStyle_t::szStyleFormat>},
-      {"OnlineResource", {OgcPlace::any, STYLE, STYLE_URL}, online<&Current::style, &xWmsStyle_t::szStyleOnline>},
+      {"Name", {Place::any, STYLE}, text<&Current::style, &xWmsStyle_t::szName>},
+      {"Title", {Place::any, STYLE}, text<&Current::style, &xWmsStyle_t::szTitle>},
+      {"Abstract", {Place::any, STYLE}, text<&Current::style, &xWmsStyle_t::szAbstract>},
+      {"LegendURL", {Place::any, STYLE}, attributes<&Current::style, legendAttributes>, {0, 0, LEGEND}},
+      {"Format", {Place::any, STYLE, LEGEND}, text<&Current::style, &xWmsStyle_t::szLegendFormat>},
+      {"OnlineResource", {Place::any, STYLE, LEGEND}, online<&Current::style, &xWmsStyle_t::szLegendOnline>},
+      {"StyleSheetURL", {Place::any, STYLE}, nullptr, {0, 0, SHEET}},
+      {"Format", {Place::any, STYLE, SHEET}, text<&Current::style, &xWmsStyle_t::szSheetFormat>},
+      {"OnlineResource", {Place::any, STYLE, SHEET}, online<&Current::style, &xWmsStyle_t::szSheetOnline>},
+      {"StyleURL", {Place::any, STYLE}, nullptr, {0, 0, STYLE_URL}},
+      {"Format", {Place::any, STYLE, STYLE_URL}, text<&Current::style, &xWmsStyle_t::szStyleFormat>},
+      {"OnlineResource", {Place::any, STYLE, STYLE_URL}, online<&Current::style, &xWmsStyle_t::szStyleOnline>},
 
       {"Service", {}, nullptr, {SERVICE, 0, 0}},
       {"*", {SERVICE}, openService},
@@ -289,7 +293,7 @@ const Grammar& grammar() {
       {"OnlineResource",
        {SERVICE},
        [](H& h, const Attributes& attrs) {
-         static constexpr OgcAttribute<xWmsService_t> href[] = {{"href", &xWmsService_t::szOnline}};
+         static constexpr Attribute<xWmsService_t> href[] = {{"href", &xWmsService_t::szOnline}};
          service<&xWmsService_t::szOnline>(h, attrs);
          h.store(href, *h.service, attrs);
        }},
@@ -317,7 +321,7 @@ const Grammar& grammar() {
 } // namespace
 
 COgcWmsSaxHelper::COgcWmsSaxHelper(COgcBase& owner, WmsCapabilities& document)
-    : OgcRuleHandler(owner, document.arena, wmsVersions, grammar()), m_document(document) {}
+    : RuleHandler(owner, document.arena, wmsVersions, grammar()), m_document(document) {}
 
 int COgcWmsSaxHelper::CheckStringNode(const xNodeStr_t* list, const char* s) noexcept {
   if (s == nullptr) return 0;

@@ -10,7 +10,7 @@
 /// Elements are recognised by local name in any letter case, and by the section and group that they are in. One that is
 /// out of place is ignored, or stored by the rule it matches: all below a `Layer` goes to the layer that was opened
 /// last.
-class COgcWmsSaxHelper : public OgcRuleHandler<COgcWmsSaxHelper> {
+class COgcWmsSaxHelper : public ogc::xml::RuleHandler<COgcWmsSaxHelper> {
 public:
   /// 1 when some node of `list` holds `s`, in any letter case; 0 for a null `s`.
   [[nodiscard]] static int CheckStringNode(const xNodeStr_t* list, const char* s) noexcept;

@@ -31,13 +31,13 @@ COgcBase::COgcBase(const char* version) {
 }
 
 COgcBase::Request::Request(COgcBase& client) : m_client(client) {
-  client.OgcBaseRequireIdle("A new request");
+  client.requireIdle("A new request");
   client.m_busy = true;
   client.CurlHoldResponseFile(true);
-  client.OgcBaseClearExceptions();
+  client.clearExceptions();
 }
 
-void COgcBase::OgcBaseRequireIdle(const char* what) const {
+void COgcBase::requireIdle(const char* what) const {
   if (!m_busy && !CurlIsTransferring()) return;
   throw CCurlException(transfer::formatLimited(
                            transfer::messageLimit,
@@ -45,7 +45,7 @@ void COgcBase::OgcBaseRequireIdle(const char* what) const {
                            .c_str());
 }
 
-void COgcBase::OgcBaseClearExceptions() noexcept {
+void COgcBase::clearExceptions() noexcept {
   m_serviceException.clear();
   m_exceptionReport.clear();
 }
@@ -60,12 +60,12 @@ auto COgcBase::callOut(Call call) {
   }
 }
 
-int COgcBase::OgcBaseReport(const char* text, xProgressValues* figures) {
+int COgcBase::report(const char* text, xProgressValues* figures) {
   return m_quiet ? 1 : callOut([&] { return CurlReport(text, figures); });
 }
 
-void COgcBase::OgcBaseWarn(const char* text) {
-  OgcBaseStatus(text);
+void COgcBase::warn(const char* text) {
+  reportStatus(text);
   callOut([&] { OgcInfoMsg(transfer::shown(text).c_str()); });
 }
 
@@ -113,7 +113,7 @@ int COgcBase::OgcBaseFileExistsCheck(const char* path, const char* message) {
   if (path != nullptr && access(path, F_OK) == 0) return 0;
   const std::string text =
       transfer::formatLimited(transfer::messageLimit, "%s  file: (%s)", message, path != nullptr ? path : "");
-  OgcBaseStatus(text.c_str());
+  reportStatus(text.c_str());
   throw CCurlException(text.c_str());
 }
 
@@ -129,45 +129,45 @@ void COgcBase::OgcBaseServerErrorCheck() {
   } else {
     return;
   }
-  OgcBaseStatus(text.c_str());
+  reportStatus(text.c_str());
   throw CCurlException(text.c_str());
 }
 
-void COgcBase::OgcBaseSetQuery(const char* service, const char* request, std::string_view rest) {
-  CurlSetQuery(transfer::formatLimited(ogcQueryLimit, "Version=%s&Service=%s&Request=%s%s", m_version.c_str(), service,
-                                       request, std::string(rest).c_str())
+void COgcBase::setQuery(const char* service, const char* request, std::string_view rest) {
+  CurlSetQuery(transfer::formatLimited(ogc::queryLimit, "Version=%s&Service=%s&Request=%s%s", m_version.c_str(),
+                                       service, request, std::string(rest).c_str())
                    .c_str());
 }
 
-std::string COgcBase::OgcBaseFetch(const char* file, const RequestTexts& texts) {
+std::string COgcBase::fetchFile(const char* file, const RequestTexts& texts) {
   CurlSetFileNameHttpGetRsp(file);
-  std::array<char, ogcQueryLimit + 1> url{};
+  std::array<char, ogc::queryLimit + 1> url{};
   CurlBuildUrlRq(url.data(), static_cast<int>(url.size()));
-  OgcBaseGet(url.data());
+  sendGet(url.data());
   if (ResponseFile() == nullptr) throw CCurlException(texts.noFile);
   OgcBaseFileExistsCheck(ResponseFile(), texts.fileMissing);
   std::string written = ResponseFile();
-  OgcBaseStatus(texts.written);
-  OgcBaseStatus(written.c_str());
+  reportStatus(texts.written);
+  reportStatus(written.c_str());
   return written;
 }
 
-void COgcBase::OgcBaseFetchUrl(const char* url, const char* file) {
-  const std::string query(transfer::cutAt(url, ogcQueryLimit));
+void COgcBase::fetchUrl(const char* url, const char* file) {
+  const std::string query(transfer::cutAt(url, ogc::queryLimit));
   CurlSetQuery(query.c_str());
   CurlSetFileNameHttpGetRsp(file);
-  OgcBaseGet(query.c_str());
-  OgcBaseStatus("url response written to: ");
-  OgcBaseStatus(ResponseFile() != nullptr ? ResponseFile() : "");
+  sendGet(query.c_str());
+  reportStatus("url response written to: ");
+  reportStatus(ResponseFile() != nullptr ? ResponseFile() : "");
 }
 
-void COgcBase::OgcBaseGet(const char* url) {
-  OgcBaseStatus("Sending Http Get Request: ");
-  OgcBaseStatus(url);
+void COgcBase::sendGet(const char* url) {
+  reportStatus("Sending Http Get Request: ");
+  reportStatus(url);
   try {
     CurlProcessRequest(url, transfer::httpGet);
   } catch (const CCurlException&) {
-    if (Response().errorFile.present()) OgcBaseTellRefusal(Response().errorFile.c_str());
+    if (Response().errorFile.present()) reportRefusal(Response().errorFile.c_str());
     throw;
   }
 }
@@ -180,9 +180,9 @@ void COgcBase::throwIfHtml() {
                                        : "Error: Http Get did not succeed. See the HTML file for information.");
 }
 
-bool COgcBase::OgcBaseAnswerIsXml() const noexcept { return contains(Response().parsedContentType.str(), "xml"); }
+bool COgcBase::answerIsXml() const noexcept { return contains(Response().parsedContentType.str(), "xml"); }
 
-void COgcBase::OgcBaseRequireOurAnswer(const char* file) const {
+void COgcBase::requireOwnAnswer(const char* file) const {
   if (CurlResponseFileIsOurs()) return;
   throw CCurlException(
       transfer::formatLimited(transfer::messageLimit,
@@ -192,59 +192,59 @@ void COgcBase::OgcBaseRequireOurAnswer(const char* file) const {
           .c_str());
 }
 
-void COgcBase::OgcBaseParseAnswer(COgcSaxHelper* handler, const char* file, int schemaChecking, int validationMode) {
-  OgcBaseRequireOurAnswer(file);
+void COgcBase::parseAnswer(ogc::xml::Handler* handler, const char* file, int schemaChecking, int validationMode) {
+  requireOwnAnswer(file);
   try {
     OgcBaseParse(handler, file, schemaChecking, validationMode);
   } catch (const CCurlException&) {
-    OgcBaseRequireOurAnswer(file); // what is wrong with another's file says nothing
+    requireOwnAnswer(file); // what is wrong with another's file says nothing
     throw;
   }
-  OgcBaseRequireOurAnswer(file);
+  requireOwnAnswer(file);
 }
 
-void COgcBase::OgcBaseParseFile(COgcSaxHelper* handler, const char* file, const char* announce, const char* copyBase,
-                                int schemaChecking, int validationMode) {
+void COgcBase::parseFile(ogc::xml::Handler* handler, const char* file, const char* announce, const char* copyBase,
+                         int schemaChecking, int validationMode) {
   OgcBaseFileExistsCheck(file, "Error: File does not exist.");
-  OgcBaseStatus(announce);
-  OgcBaseStatus(file);
+  reportStatus(announce);
+  reportStatus(file);
   OgcBaseParse(handler, file, schemaChecking, validationMode);
   copyXMLFile(file, copyBase);
 }
 
-void COgcBase::OgcBaseReadDocument(COgcSaxHelper& handler, const char* fromFile, const transfer::Text& keptAs,
-                                   const DocumentTexts& texts, int schemaChecking, int validationMode) {
+void COgcBase::readDocument(ogc::xml::Handler& handler, const char* fromFile, const transfer::Text& keptAs,
+                            const DocumentTexts& texts, int schemaChecking, int validationMode) {
   if (fromFile != nullptr) {
     const std::string copyBase = keptAs.str(); // a status routine may set another one
-    OgcBaseParseFile(&handler, fromFile, texts.parsingFile, copyBase.c_str(), schemaChecking, validationMode);
+    parseFile(&handler, fromFile, texts.parsingFile, copyBase.c_str(), schemaChecking, validationMode);
     return;
   }
-  const std::string file = OgcBaseFetch(keptAs.c_str(), texts.request);
+  const std::string file = fetchFile(keptAs.c_str(), texts.request);
   throwIfHtml();
-  OgcBaseStatus(texts.parsing);
-  OgcBaseParseAnswer(&handler, file.c_str(), schemaChecking, validationMode);
+  reportStatus(texts.parsing);
+  parseAnswer(&handler, file.c_str(), schemaChecking, validationMode);
 }
 
-bool COgcBase::OgcBaseReadCapabilities(COgcSaxHelper& handler, const char* service, const char* fromFile,
-                                       const char* fromUrl, const transfer::Text& keptAs, int schemaChecking,
-                                       int validationMode) {
+bool COgcBase::readCapabilities(ogc::xml::Handler& handler, const char* service, const char* fromFile,
+                                const char* fromUrl, const transfer::Text& keptAs, int schemaChecking,
+                                int validationMode) {
   static constexpr DocumentTexts texts{{"Error: failed to get a capabilities doc",
                                         "Error: Get Capabilities request failed to retrieve an xml file.",
                                         "Get Capabilites response written to: "},
                                        "Parsing GetCapabilities XML doc...",
                                        "Parsing capabilities from an existing XML file:"};
-  OgcBaseSetQuery(service, "GetCapabilities", "");
+  setQuery(service, "GetCapabilities", "");
   if (fromFile != nullptr || fromUrl == nullptr)
-    OgcBaseReadDocument(handler, fromFile, keptAs, texts, schemaChecking, validationMode);
-  if (fromUrl != nullptr) OgcBaseFetchUrl(fromUrl, keptAs.c_str());
+    readDocument(handler, fromFile, keptAs, texts, schemaChecking, validationMode);
+  if (fromUrl != nullptr) fetchUrl(fromUrl, keptAs.c_str());
   return fromUrl == nullptr;
 }
 
-void COgcBase::OgcBaseSetFileName(transfer::Text& slot, const char* name, const char* refusal) {
+void COgcBase::setFileName(transfer::Text& slot, const char* name, const char* refusal) {
   if (name == nullptr || *name == '\0') throw CCurlException(refusal);
   slot.set(name);
 }
 
-void COgcBase::OgcBaseReportCount(const char* what, std::int64_t count) {
-  OgcBaseStatus((what + std::to_string(count) + '.').c_str());
+void COgcBase::reportCount(const char* what, std::int64_t count) {
+  reportStatus((what + std::to_string(count) + '.').c_str());
 }

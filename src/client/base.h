@@ -7,13 +7,17 @@
 #include <exception>
 #include <string>
 
-class COgcSaxHelper;
+namespace ogc::xml {
+class Handler;
+}
 
 /// 0 until the XML platform has been initialised in this process.
 extern int g_iOgcBaseSaxInitialized;
 
+namespace ogc {
 /// Longest composed query or URL that a request uses.
-constexpr std::size_t ogcQueryLimit = 4095;
+constexpr std::size_t queryLimit = 4095;
+} // namespace ogc
 
 class COgcBase : public CCurl {
 public:
@@ -31,7 +35,7 @@ public:
   /// Parses `file` into `handler`. \param schemaChecking 0 off, 1 on, otherwise with full constraint checking.
   /// \param validationMode 0 off, 1 when the document has a DTD, 2 always; others set nothing.
   /// \throws CCurlException for every failure, also for an exception report.
-  void OgcBaseParse(COgcSaxHelper* handler, const char* file, int schemaChecking, int validationMode);
+  void OgcBaseParse(ogc::xml::Handler* handler, const char* file, int schemaChecking, int validationMode);
 
   /// Content types that contain "xml" or "html" read just so.
   void CurlHttpParseContentType() override;
@@ -39,23 +43,23 @@ public:
   static void OgcBaseStringHandler(transfer::Text* slot, const char* text) { slot->set(text); }
   static void OgcBaseCleanUpCharArray(transfer::Text* slot) noexcept { slot->clear(); }
 
-  [[nodiscard]] const transfer::Text& Version() const noexcept { return m_version; }
+  [[nodiscard]] const transfer::Text& version() const noexcept { return m_version; }
   [[nodiscard]] const transfer::Text& ServiceExceptionText() const noexcept { return m_serviceException; }
   [[nodiscard]] const transfer::Text& ExceptionReportText() const noexcept { return m_exceptionReport; }
   /// Collects a piece of an exception text; pieces are joined by one space.
-  void AddServiceException(std::string_view piece) { m_serviceException.join(piece); }
-  void AddExceptionReport(std::string_view piece) { m_exceptionReport.join(piece); }
+  void addServiceException(std::string_view piece) { m_serviceException.join(piece); }
+  void addExceptionReport(std::string_view piece) { m_exceptionReport.join(piece); }
 
   /// Hands a line and transfer figures (null: none) to the status callback. \return its answer, 1 when there is none.
-  int OgcBaseReport(const char* text, xProgressValues* figures);
+  int report(const char* text, xProgressValues* figures);
   /// The same for a line alone; its answer cancels nothing.
-  void OgcBaseStatus(const char* text) { OgcBaseReport(text, nullptr); }
+  void reportStatus(const char* text) { report(text, nullptr); }
 
   /// The same as a warning: also an informational message.
-  void OgcBaseWarn(const char* text);
+  void warn(const char* text);
 
   /// Refuses to go on while a request of this client runs, its parse included. \throws CCurlException naming `what`.
-  void OgcBaseRequireIdle(const char* what) const;
+  void requireIdle(const char* what) const;
 
 protected:
   /// Marks the client busy for the time of one request. \throws CCurlException when it already is.
@@ -91,7 +95,7 @@ protected:
   /// Runs a request that fills records anew: whatever it had read by then is forgotten when it fails, since half a
   /// document must not pass for a whole one.
   template <typename Forget, typename Read>
-  void OgcBaseRefill(Forget forget, Read read) {
+  void refill(Forget forget, Read read) {
     const Request request(*this);
     forget();
     try {
@@ -117,42 +121,42 @@ protected:
   };
 
   /// Formats "Version=...&Service=...&Request=...rest" and makes it the query.
-  void OgcBaseSetQuery(const char* service, const char* request, std::string_view rest);
+  void setQuery(const char* service, const char* request, std::string_view rest);
   /// Composes the URL, performs the HTTP GET into `file`, checks that a file came. \return its name.
-  std::string OgcBaseFetch(const char* file, const RequestTexts& texts);
+  std::string fetchFile(const char* file, const RequestTexts& texts);
   /// Performs an HTTP GET of a URL given whole into `file`; nothing is parsed.
-  void OgcBaseFetchUrl(const char* url, const char* file);
+  void fetchUrl(const char* url, const char* file);
   /// \throws CCurlException with the server's error text when the answer is HTML.
   void throwIfHtml();
-  [[nodiscard]] bool OgcBaseAnswerIsXml() const noexcept;
+  [[nodiscard]] bool answerIsXml() const noexcept;
   /// Parses the answer just written; refuses it when another process replaced the file meanwhile.
-  void OgcBaseParseAnswer(COgcSaxHelper* handler, const char* file, int schemaChecking, int validationMode);
+  void parseAnswer(ogc::xml::Handler* handler, const char* file, int schemaChecking, int validationMode);
   /// Parses an existing file and keeps a copy under `copyBase`. \param announce status line before the file's name.
-  void OgcBaseParseFile(COgcSaxHelper* handler, const char* file, const char* announce, const char* copyBase,
-                        int schemaChecking, int validationMode);
+  void parseFile(ogc::xml::Handler* handler, const char* file, const char* announce, const char* copyBase,
+                 int schemaChecking, int validationMode);
   /// Reads a document into `handler`: the answer to the query, or `fromFile`, which is then kept as `keptAs`.
-  void OgcBaseReadDocument(COgcSaxHelper& handler, const char* fromFile, const transfer::Text& keptAs,
-                           const DocumentTexts& texts, int schemaChecking, int validationMode);
+  void readDocument(ogc::xml::Handler& handler, const char* fromFile, const transfer::Text& keptAs,
+                    const DocumentTexts& texts, int schemaChecking, int validationMode);
   /// Reads capabilities, and fetches `fromUrl` when it is given. \return whether the request was for records: a URL is
   /// only fetched.
-  bool OgcBaseReadCapabilities(COgcSaxHelper& handler, const char* service, const char* fromFile, const char* fromUrl,
-                               const transfer::Text& keptAs, int schemaChecking, int validationMode);
+  bool readCapabilities(ogc::xml::Handler& handler, const char* service, const char* fromFile, const char* fromUrl,
+                        const transfer::Text& keptAs, int schemaChecking, int validationMode);
   /// Stores the name of a response file. \throws CCurlException with `refusal` for an empty one.
-  static void OgcBaseSetFileName(transfer::Text& slot, const char* name, const char* refusal);
+  static void setFileName(transfer::Text& slot, const char* name, const char* refusal);
   /// Reports "what", the count and a full stop.
-  void OgcBaseReportCount(const char* what, std::int64_t count);
-  void OgcBaseClearExceptions() noexcept;
+  void reportCount(const char* what, std::int64_t count);
+  void clearExceptions() noexcept;
 
   transfer::Text m_version;
 
 private:
-  void OgcBaseRequireOurAnswer(const char* file) const;
+  void requireOwnAnswer(const char* file) const;
   template <typename Call>
   auto callOut(Call call);
-  void OgcBaseGet(const char* url);
+  void sendGet(const char* url);
   /// Reports the exception texts in the answer to a failed request, when there are any.
-  void OgcBaseTellRefusal(const char* file);
-  void parse(COgcSaxHelper* handler, const char* file, int schemaChecking, int validationMode);
+  void reportRefusal(const char* file);
+  void parse(ogc::xml::Handler* handler, const char* file, int schemaChecking, int validationMode);
   [[noreturn]] void failParse(const char* file);
 
   transfer::Text m_serviceException;

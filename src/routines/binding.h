@@ -36,7 +36,7 @@ class RecordsReport {
 public:
   RecordsReport(const ZEL_Variable* object, const Client& client) noexcept
       : m_object(object->value.hvid), m_client(client) {}
-  ~RecordsReport() { ZEL_ObjSetMemory(m_object, static_cast<std::int64_t>(m_client.RecordSize())); }
+  ~RecordsReport() { ZEL_ObjSetMemory(m_object, static_cast<std::int64_t>(m_client.recordSize())); }
   RecordsReport(const RecordsReport&) = delete;
   RecordsReport& operator=(const RecordsReport&) = delete;
 

@@ -32,7 +32,7 @@ template <typename Client, auto CleanUp>
 void release(std::int64_t* slot, const char* what) {
   auto* client = static_cast<Client*>(clientAt(slot));
   if (client == nullptr) return;
-  client->OgcBaseRequireIdle(what);
+  client->requireIdle(what);
   const std::unique_ptr<Client> owned(client);
   *slot = 0;
   releaseCallbackData(*client);

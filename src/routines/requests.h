@@ -64,7 +64,7 @@ ZEL_Variable* serviceSection(const Service& service, int argc, ZEL_Variable** ar
                              std::span<const Tag> tags) {
   return runFunction([&] {
     const Keywords none(noKeywords, argc, argv, argk);
-    const void* record = clientOf<Client>(service, argv[0]).Service();
+    const void* record = clientOf<Client>(service, argv[0]).service();
     return record != nullptr ? structsOf(tags, {&record, 1}) : nothing();
   });
 }

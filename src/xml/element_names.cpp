@@ -2,6 +2,8 @@
 
 #include <bit>
 
+namespace ogc::xml {
+
 namespace {
 
 constexpr XMLCh lower(XMLCh c) noexcept { return c >= u'A' && c <= u'Z' ? static_cast<XMLCh>(c + 32) : c; }
@@ -16,39 +18,41 @@ std::uint32_t hashOf(const Char* name) noexcept {
 
 } // namespace
 
-bool ogcNameEquals(const XMLCh* name, const char* ascii) noexcept {
+bool equalsIgnoringCase(const XMLCh* name, const char* ascii) noexcept {
   for (; *ascii != '\0'; ++name, ++ascii) {
     if (lower(*name) != static_cast<XMLCh>(*ascii)) return false;
   }
   return *name == 0;
 }
 
-bool ogcNameSpelled(const XMLCh* name, const char* ascii) noexcept {
+bool equalsExactly(const XMLCh* name, const char* ascii) noexcept {
   for (; *ascii != '\0'; ++name, ++ascii) {
     if (*name != static_cast<XMLCh>(*ascii)) return false;
   }
   return *name == 0;
 }
 
-std::string ogcLowerCase(const char* ascii) {
+std::string lowerCase(const char* ascii) {
   std::string name(ascii);
   for (char& c : name) c = static_cast<char>(lower(static_cast<XMLCh>(c)));
   return name;
 }
 
-COgcNames::COgcNames(const std::vector<Entry>& entries) : m_slots(std::bit_ceil(2 * entries.size() + 1)) {
+ElementNames::ElementNames(const std::vector<Entry>& entries) : m_slots(std::bit_ceil(2 * entries.size() + 1)) {
   for (const Entry& entry : entries) {
     const std::uint32_t hash = hashOf(entry.name);
     std::size_t at = hash & (m_slots.size() - 1);
     while (m_slots[at].code != 0) at = (at + 1) & (m_slots.size() - 1);
-    m_slots[at] = {hash, entry.code, ogcLowerCase(entry.name)};
+    m_slots[at] = {hash, entry.code, lowerCase(entry.name)};
   }
 }
 
-int COgcNames::find(const XMLCh* name) const noexcept {
+int ElementNames::find(const XMLCh* name) const noexcept {
   const std::uint32_t hash = hashOf(name);
   for (std::size_t at = hash & (m_slots.size() - 1); m_slots[at].code != 0; at = (at + 1) & (m_slots.size() - 1)) {
-    if (m_slots[at].hash == hash && ogcNameEquals(name, m_slots[at].name.c_str())) return m_slots[at].code;
+    if (m_slots[at].hash == hash && equalsIgnoringCase(name, m_slots[at].name.c_str())) return m_slots[at].code;
   }
   return 0;
 }
+
+} // namespace ogc::xml

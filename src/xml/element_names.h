@@ -8,17 +8,19 @@
 #include <vector>
 #include <xercesc/util/XercesDefs.hpp>
 
+namespace ogc::xml {
+
 /// A table from names to codes, looked up with the parser's own characters in any letter case. The cost of a look-up is
 /// one hash over the name and one comparison, whatever the size of the table.
-class COgcNames {
+class ElementNames {
 public:
   struct Entry {
     const char* name; ///< ASCII, any case
     int code;         ///< not 0
   };
 
-  COgcNames(std::initializer_list<Entry> entries) : COgcNames(std::vector<Entry>(entries)) {}
-  explicit COgcNames(const std::vector<Entry>& entries);
+  ElementNames(std::initializer_list<Entry> entries) : ElementNames(std::vector<Entry>(entries)) {}
+  explicit ElementNames(const std::vector<Entry>& entries);
 
   /// Code of a name, 0 when the table does not hold it.
   [[nodiscard]] int find(const XMLCh* name) const noexcept;
@@ -34,7 +36,9 @@ private:
 };
 
 /// True when the two names are equal without regard to case; `ascii` is lower case.
-[[nodiscard]] bool ogcNameEquals(const XMLCh* name, const char* ascii) noexcept;
+[[nodiscard]] bool equalsIgnoringCase(const XMLCh* name, const char* ascii) noexcept;
 /// True when the two names are equal, letter case included.
-[[nodiscard]] bool ogcNameSpelled(const XMLCh* name, const char* ascii) noexcept;
-[[nodiscard]] std::string ogcLowerCase(const char* ascii);
+[[nodiscard]] bool equalsExactly(const XMLCh* name, const char* ascii) noexcept;
+[[nodiscard]] std::string lowerCase(const char* ascii);
+
+} // namespace ogc::xml

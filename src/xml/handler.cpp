@@ -9,14 +9,16 @@
 #include <xercesc/util/XMLString.hpp>
 #include <xercesc/util/XMLUTF8Transcoder.hpp>
 
+namespace ogc::xml {
+
 namespace {
 
 constexpr std::size_t nameLimit = 1023;
 constexpr std::size_t versionMessageLimit = 511;
 
-constexpr OgcVersionRule anyVersion{{}, "", ""};
+constexpr VersionRule anyVersion{{}, "", ""};
 
-enum Element : int { SERVICE_EXCEPTION = 14, EXCEPTION = 16, EXCEPTION_TEXT = 17 };
+enum Element : int { serviceException = 14, exception = 16, exceptionText = 17 };
 
 /// Place of the first blank or comma.
 std::size_t endOfName(std::string_view s, std::size_t from) noexcept {
@@ -26,14 +28,14 @@ std::size_t endOfName(std::string_view s, std::size_t from) noexcept {
 
 } // namespace
 
-COgcUtf8::COgcUtf8() = default;
-COgcUtf8::~COgcUtf8() = default;
+Utf8::Utf8() = default;
+Utf8::~Utf8() = default;
 
-std::string_view COgcUtf8::operator()(const XMLCh* text) {
+std::string_view Utf8::operator()(const XMLCh* text) {
   return text == nullptr ? std::string_view{} : (*this)(text, xercesc::XMLString::stringLen(text));
 }
 
-std::string_view COgcUtf8::operator()(const XMLCh* chars, XMLSize_t length) {
+std::string_view Utf8::operator()(const XMLCh* chars, XMLSize_t length) {
   constexpr std::size_t longestSequence = 4;
   if (m_buffer.size() < length) m_buffer.resize(length);
   std::size_t done = 0;
@@ -59,19 +61,19 @@ std::string_view COgcUtf8::operator()(const XMLCh* chars, XMLSize_t length) {
   return {m_buffer.data(), used};
 }
 
-COgcSaxHelper::COgcSaxHelper(COgcBase& owner, COgcArena& arena, const OgcVersionRule& versions)
+Handler::Handler(COgcBase& owner, Arena& arena, const VersionRule& versions)
     : m_owner(owner), m_arena(arena), m_versions(versions) {}
 
-std::string_view COgcSaxHelper::RemoveTrailingLfCrSpacesCommas(std::string_view s) noexcept {
+std::string_view Handler::RemoveTrailingLfCrSpacesCommas(std::string_view s) noexcept {
   return s.substr(0, s.find_last_not_of("\n\r ,") + 1);
 }
 
-void COgcSaxHelper::AppendStrings(const char** dst, std::string_view src, int trimTrailing, int commaSeparated) {
+void Handler::AppendStrings(const char** dst, std::string_view src, int trimTrailing, int commaSeparated) {
   if (src.empty()) return;
   m_arena.append(dst, trimTrailing != 0 ? RemoveTrailingLfCrSpacesCommas(src) : src, commaSeparated != 0 ? ", " : " ");
 }
 
-void COgcSaxHelper::ParseConcatenatedValues(std::string_view s, int trimTrailing) {
+void Handler::ParseConcatenatedValues(std::string_view s, int trimTrailing) {
   if (pCurNode == nullptr) return;
   const std::size_t first = s.find_first_not_of(' ');
   std::size_t end = first == s.npos ? s.npos : endOfName(s, first);
@@ -80,35 +82,35 @@ void COgcSaxHelper::ParseConcatenatedValues(std::string_view s, int trimTrailing
     const std::size_t begin = s.find_first_not_of(' ', end + 1);
     if (begin == s.npos || s[begin] == ',') return;
     end = endOfName(s, begin);
-    AddCurrentNode(&pCurNode->next);
+    addCurrentNode(&pCurNode->next);
     AppendStrings(&pCurNode->str, transfer::cutAt(s.substr(begin, end - begin), nameLimit), trimTrailing, 0);
   }
 }
 
-xNodeStr_t* COgcSaxHelper::AddStringNode(xNodeStr_t** head, xNodeStr_t** tail) {
-  return AddRecord(head, tail, &xNodeStr_t::next);
+xNodeStr_t* Handler::AddStringNode(xNodeStr_t** head, xNodeStr_t** tail) {
+  return addRecord(head, tail, &xNodeStr_t::next);
 }
 
-xNodeStr_t* COgcSaxHelper::AddCurrentNode(xNodeStr_t** head) { return AddStringNode(head, &pCurNode); }
+xNodeStr_t* Handler::addCurrentNode(xNodeStr_t** head) { return AddStringNode(head, &pCurNode); }
 
-const XMLCh* COgcSaxHelper::FindAttribute(const xercesc::Attributes& attrs, const char* name) noexcept {
+const XMLCh* Handler::findAttribute(const xercesc::Attributes& attrs, const char* name) noexcept {
   for (XMLSize_t i = 0; i < attrs.getLength(); ++i) {
-    if (ogcNameEquals(attrs.getLocalName(i), name)) return attrs.getValue(i);
+    if (equalsIgnoringCase(attrs.getLocalName(i), name)) return attrs.getValue(i);
   }
   return nullptr;
 }
 
-bool COgcSaxHelper::GetAttributes(const xercesc::Attributes& attrs, const char* name, const char** dst) {
-  const XMLCh* value = FindAttribute(attrs, name);
+bool Handler::GetAttributes(const xercesc::Attributes& attrs, const char* name, const char** dst) {
+  const XMLCh* value = findAttribute(attrs, name);
   AppendStrings(dst, m_utf8(value), 0, 0);
   return value != nullptr;
 }
 
-int COgcSaxHelper::HandleVersion(const xercesc::Attributes& attrs) {
+int Handler::HandleVersion(const xercesc::Attributes& attrs) {
   GetAttributes(attrs, "version", &szVersion);
   GetAttributes(attrs, "updatesequence", &szUpdateSequence);
   const auto refuse = [this](const std::string& message) {
-    m_owner.OgcBaseStatus(message.c_str());
+    m_owner.reportStatus(message.c_str());
     throw CCurlException(message.c_str());
   };
   if (szVersion == nullptr || *szVersion == '\0') refuse(m_versions.missing);
@@ -118,88 +120,89 @@ int COgcSaxHelper::HandleVersion(const xercesc::Attributes& attrs) {
   return 0;
 }
 
-bool COgcSaxHelper::ExceptionStart(const XMLCh* localname, const xercesc::Attributes& attrs) {
-  const auto is = [&](int section, const char* name) { return iSection == section && ogcNameEquals(localname, name); };
-  if (ogcNameEquals(localname, "serviceexceptionreport")) {
-    iSection = OGC_SECTION_SERVICE_EXCEPTION_REPORT;
-  } else if (ogcNameEquals(localname, "exceptionreport")) {
-    iSection = OGC_SECTION_EXCEPTION_REPORT;
-  } else if (is(OGC_SECTION_SERVICE_EXCEPTION_REPORT, "serviceexception")) {
-    iElement = SERVICE_EXCEPTION;
-    m_owner.AddServiceException(" Code=");
-    m_owner.AddServiceException(m_utf8(FindAttribute(attrs, "code")));
-    m_owner.AddServiceException(" Locator=");
-    m_owner.AddServiceException(m_utf8(FindAttribute(attrs, "locator")));
-  } else if (is(OGC_SECTION_EXCEPTION_REPORT, "exception")) {
-    iElement = EXCEPTION;
-    m_owner.AddExceptionReport(" Code=");
-    m_owner.AddExceptionReport(m_utf8(FindAttribute(attrs, "exceptioncode")));
-  } else if (is(OGC_SECTION_EXCEPTION_REPORT, "exceptiontext")) {
-    iElement = EXCEPTION_TEXT;
+bool Handler::startReportElement(const XMLCh* localname, const xercesc::Attributes& attrs) {
+  const auto is = [&](int section, const char* name) {
+    return iSection == section && equalsIgnoringCase(localname, name);
+  };
+  if (equalsIgnoringCase(localname, "serviceexceptionreport")) {
+    iSection = serviceExceptionReport;
+  } else if (equalsIgnoringCase(localname, "exceptionreport")) {
+    iSection = exceptionReport;
+  } else if (is(serviceExceptionReport, "serviceexception")) {
+    iElement = serviceException;
+    m_owner.addServiceException(" Code=");
+    m_owner.addServiceException(m_utf8(findAttribute(attrs, "code")));
+    m_owner.addServiceException(" Locator=");
+    m_owner.addServiceException(m_utf8(findAttribute(attrs, "locator")));
+  } else if (is(exceptionReport, "exception")) {
+    iElement = exception;
+    m_owner.addExceptionReport(" Code=");
+    m_owner.addExceptionReport(m_utf8(findAttribute(attrs, "exceptioncode")));
+  } else if (is(exceptionReport, "exceptiontext")) {
+    iElement = exceptionText;
   } else {
     return false;
   }
   return true;
 }
 
-bool COgcSaxHelper::ExceptionText(const XMLCh* chars, XMLSize_t length) {
+bool Handler::addReportText(const XMLCh* chars, XMLSize_t length) {
   switch (iElement) {
-  case SERVICE_EXCEPTION:
-    m_owner.AddServiceException("Service Exception Text=");
-    m_owner.AddServiceException(m_utf8(chars, length));
+  case serviceException:
+    m_owner.addServiceException("Service Exception Text=");
+    m_owner.addServiceException(m_utf8(chars, length));
     return true;
-  case EXCEPTION_TEXT:
-    m_owner.AddExceptionReport("Exception Text=");
-    m_owner.AddExceptionReport(m_utf8(chars, length));
+  case exceptionText:
+    m_owner.addExceptionReport("Exception Text=");
+    m_owner.addExceptionReport(m_utf8(chars, length));
     return true;
   default:
-    return iElement == EXCEPTION;
+    return iElement == exception;
   }
 }
 
-bool COgcSaxHelper::ExceptionEnd(const XMLCh* localname) {
+bool Handler::endReportElement(const XMLCh* localname) {
   iElement = 0;
-  const bool service = iSection == OGC_SECTION_SERVICE_EXCEPTION_REPORT;
-  if (!service && iSection != OGC_SECTION_EXCEPTION_REPORT) return false;
-  if (ogcNameEquals(localname, service ? "serviceexceptionreport" : "exceptionreport")) {
-    iSection = OGC_SECTION_NONE;
+  const bool service = iSection == serviceExceptionReport;
+  if (!service && iSection != exceptionReport) return false;
+  if (equalsIgnoringCase(localname, service ? "serviceexceptionreport" : "exceptionreport")) {
+    iSection = noSection;
     iSubSection = 0;
     pCurNode = nullptr;
   }
   return true;
 }
 
-std::string COgcSaxHelper::describe(const xercesc::SAXParseException& e, const char* format) {
+std::string Handler::describe(const xercesc::SAXParseException& e, const char* format) {
   const std::string message(m_utf8(e.getMessage()));
   const std::string uri(m_utf8(e.getSystemId()));
   return transfer::formatLimited(transfer::messageLimit, format, message.c_str(), static_cast<int>(e.getLineNumber()),
                                  static_cast<int>(e.getColumnNumber()), uri.c_str());
 }
 
-void COgcSaxHelper::warning(const xercesc::SAXParseException& e) {
-  m_owner.OgcBaseWarn(describe(e, "Warning: SAX Parser: Message (%s), Line (%d), Column (%d), URI (%s).").c_str());
+void Handler::warning(const xercesc::SAXParseException& e) {
+  m_owner.warn(describe(e, "Warning: SAX Parser: Message (%s), Line (%d), Column (%d), URI (%s).").c_str());
 }
 
-void COgcSaxHelper::error(const xercesc::SAXParseException& e) {
-  m_owner.OgcBaseWarn(describe(e, "Error SAX Parser: Message (%s), Line (%d), Column (%d), URI (%s).").c_str());
+void Handler::error(const xercesc::SAXParseException& e) {
+  m_owner.warn(describe(e, "Error SAX Parser: Message (%s), Line (%d), Column (%d), URI (%s).").c_str());
 }
 
-void COgcSaxHelper::fatalError(const xercesc::SAXParseException& e) {
+void Handler::fatalError(const xercesc::SAXParseException& e) {
   const std::string text = describe(e, "Fatal Error: SAX Parser: Message (%s), Line (%d), Column( %d), URI (%s).");
-  m_owner.OgcBaseStatus(text.c_str());
+  m_owner.reportStatus(text.c_str());
   throw CCurlException(text.c_str());
 }
 
-COgcSaxExceptionHandler::COgcSaxExceptionHandler(COgcBase& owner, COgcArena& arena)
-    : COgcSaxHelper(owner, arena, anyVersion) {}
+ExceptionHandler::ExceptionHandler(COgcBase& owner, Arena& arena) : Handler(owner, arena, anyVersion) {}
 
-void COgcSaxExceptionHandler::startElement(const XMLCh*, const XMLCh* localname, const XMLCh*,
-                                           const xercesc::Attributes& attrs) {
-  ExceptionStart(localname, attrs);
+void ExceptionHandler::startElement(const XMLCh*, const XMLCh* localname, const XMLCh*,
+                                    const xercesc::Attributes& attrs) {
+  startReportElement(localname, attrs);
 }
 
-void COgcSaxExceptionHandler::endElement(const XMLCh*, const XMLCh* localname, const XMLCh*) {
-  ExceptionEnd(localname);
-}
+void ExceptionHandler::endElement(const XMLCh*, const XMLCh* localname, const XMLCh*) { endReportElement(localname); }
 
-void COgcSaxExceptionHandler::characters(const XMLCh* chars, XMLSize_t length) { ExceptionText(chars, length); }
+void ExceptionHandler::characters(const XMLCh* chars, XMLSize_t length) { addReportText(chars, length); }
+
+} // namespace ogc::xml

@@ -2,7 +2,7 @@
 /// The base of all SAX2 handlers: text, list and attribute helpers, version check, exception reports, error callbacks.
 #pragma once
 
-#include "client/arena.h"
+#include "xml/arena.h"
 #include "xml/element_names.h"
 #include "zel_curl_text.h"
 
@@ -19,11 +19,13 @@ XERCES_CPP_NAMESPACE_END
 
 class COgcBase;
 
+namespace ogc::xml {
+
 /// Converts the parser's characters to UTF-8.
-class COgcUtf8 {
+class Utf8 {
 public:
-  COgcUtf8();
-  ~COgcUtf8();
+  Utf8();
+  ~Utf8();
   /// UTF-8 of `length` characters; valid until the next call.
   [[nodiscard]] std::string_view operator()(const XMLCh* chars, XMLSize_t length);
   [[nodiscard]] std::string_view operator()(const XMLCh* text);
@@ -34,22 +36,18 @@ private:
 };
 
 /// Versions that a service's documents may have, and what is said about others.
-struct OgcVersionRule {
+struct VersionRule {
   std::span<const char* const> supported;
   const char* missing;
   const char* unsupported; ///< format with one %s, the version
 };
 
 /// Section codes that every handler knows; a handler's own codes start at 1001.
-enum OgcSaxSection : int {
-  OGC_SECTION_NONE = 0,
-  OGC_SECTION_SERVICE_EXCEPTION_REPORT = 13,
-  OGC_SECTION_EXCEPTION_REPORT = 15
-};
+enum Section : int { noSection = 0, serviceExceptionReport = 13, exceptionReport = 15 };
 
 /// Base of the handlers of one parse, on the stack of one request. A derived handler overrides the content callbacks
-/// and lets ExceptionStart, ExceptionText and ExceptionEnd see every event first.
-class COgcSaxHelper : public xercesc::DefaultHandler {
+/// and lets startReportElement, addReportText and endReportElement see every event first.
+class Handler : public xercesc::DefaultHandler {
 public:
   void warning(const xercesc::SAXParseException& e) override;
   void error(const xercesc::SAXParseException& e) override;
@@ -58,8 +56,8 @@ public:
 
 protected:
   /// \param arena  owns all texts and nodes; lives at least as long as the records being filled
-  COgcSaxHelper(COgcBase& owner, COgcArena& arena, const OgcVersionRule& versions);
-  ~COgcSaxHelper() override = default;
+  Handler(COgcBase& owner, Arena& arena, const VersionRule& versions);
+  ~Handler() override = default;
 
   /// Appends a run of text to `*dst`, behind one blank (or a comma and a blank) when `*dst` holds something. An empty
   /// source changes nothing; a source that trimming empties still becomes, or adds a blank to, the text.
@@ -73,36 +71,36 @@ protected:
   /// Appends an empty node to a list, by its head and tail slots.
   xNodeStr_t* AddStringNode(xNodeStr_t** head, xNodeStr_t** tail);
   /// Links an empty node behind pCurNode, or makes it the head when pCurNode is null; it becomes pCurNode.
-  xNodeStr_t* AddCurrentNode(xNodeStr_t** head);
+  xNodeStr_t* addCurrentNode(xNodeStr_t** head);
   /// Links a zero-filled record behind `*current`, or stores it in `*head` when `*current` is null; it becomes
   /// `*current`. \tparam Next the record's link.
   template <typename T>
-  T* AddRecord(T** head, T** current, T* T::*next) {
+  T* addRecord(T** head, T** current, T* T::*next) {
     T* record = m_arena.make<T>();
     (*current != nullptr ? (*current)->*next : *head) = record;
     return *current = record;
   }
-  /// Appends the value of the attribute that FindAttribute finds to `*dst`.
+  /// Appends the value of the attribute that findAttribute finds to `*dst`.
   /// \return whether the attribute is there.
   bool GetAttributes(const xercesc::Attributes& attrs, const char* name, const char** dst);
   /// Value of the first attribute of that local name (lower case given, any case matched), null when there is none.
-  [[nodiscard]] static const XMLCh* FindAttribute(const xercesc::Attributes& attrs, const char* name) noexcept;
+  [[nodiscard]] static const XMLCh* findAttribute(const xercesc::Attributes& attrs, const char* name) noexcept;
   /// Reads and checks the root element's version. \return 0. \throws CCurlException
   int HandleVersion(const xercesc::Attributes& attrs);
 
   /// \name Exception reports, of both forms
   /// @{
   /// Opens a report's section and collects its attributes. \return true when the element belongs to a report.
-  bool ExceptionStart(const XMLCh* localname, const xercesc::Attributes& attrs);
+  bool startReportElement(const XMLCh* localname, const xercesc::Attributes& attrs);
   /// Collects a run of text. \return true when it belongs to a report.
-  bool ExceptionText(const XMLCh* chars, XMLSize_t length);
+  bool addReportText(const XMLCh* chars, XMLSize_t length);
   /// Closes the report's section. \return true when the element belongs to a report.
-  bool ExceptionEnd(const XMLCh* localname);
+  bool endReportElement(const XMLCh* localname);
   /// @}
 
   COgcBase& m_owner;
-  COgcArena& m_arena;
-  COgcUtf8 m_utf8;
+  Arena& m_arena;
+  Utf8 m_utf8;
   int iElement = 0; ///< what the current element's text is for, 0 nothing
   int iSection = 0;
   int iSubSection = 0;
@@ -114,21 +112,23 @@ private:
   /// Message, line, column and document of a parser's report, in that order.
   std::string describe(const xercesc::SAXParseException& e, const char* format);
 
-  const OgcVersionRule& m_versions;
+  const VersionRule& m_versions;
 };
 
 /// Collects the exception texts of a document and nothing else: for XML answers where a map or a coverage was expected.
-class COgcSaxExceptionHandler final : public COgcSaxHelper {
+class ExceptionHandler final : public Handler {
 public:
-  COgcSaxExceptionHandler(COgcBase& owner, COgcArena& arena);
+  ExceptionHandler(COgcBase& owner, Arena& arena);
   void startElement(const XMLCh* uri, const XMLCh* localname, const XMLCh* qname,
                     const xercesc::Attributes& attrs) override;
   void endElement(const XMLCh* uri, const XMLCh* localname, const XMLCh* qname) override;
   void characters(const XMLCh* chars, XMLSize_t length) override;
   void endDocument() override { m_complete = true; }
   /// True once the whole document was read.
-  [[nodiscard]] bool Complete() const noexcept { return m_complete; }
+  [[nodiscard]] bool complete() const noexcept { return m_complete; }
 
 private:
   bool m_complete = false;
 };
+
+} // namespace ogc::xml

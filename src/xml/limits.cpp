@@ -13,6 +13,8 @@
 #include <xercesc/util/XMLString.hpp>
 #include <xercesc/util/XMLUni.hpp>
 
+namespace ogc::xml {
+
 namespace {
 
 constexpr std::size_t textLimit = 8 << 20;     // characters between two tags
@@ -21,18 +23,18 @@ constexpr std::size_t expansionCost = 400;     // characters that could be read 
 constexpr std::size_t entityLimit = 8 << 10;   // characters of one entity
 constexpr std::size_t entitiesLimit = 1 << 20; // characters of all entities, each expanded once
 
-// Work is counted in steps of a few nanoseconds. Xerces looks names up one by one, so the elements of a document cost
+// Work is counted in units of a few nanoseconds. Xerces looks names up one by one, so the elements of a document cost
 //
 //   sum over elements (depth + model / 4 + prefixes * (attributes + 1) / 8 + sum over declared attributes (8 + text))
 //
-// steps, with model the characters of the longest content model, prefixes those in scope, and text the characters of an
+// units, with model the characters of the longest content model, prefixes those in scope, and text the characters of an
 // attribute's declared type, which may list its values, and of its default. A document of n elements may cost
 // 50,000,000 + 200 n; real ones need a few dozen for each.
-constexpr std::size_t workAtOnce = 50'000'000;
+constexpr std::size_t workAllowance = 50'000'000;
 constexpr std::size_t workPerElement = 200;
 constexpr std::size_t workPerAttribute = 8;
-constexpr std::size_t modelPerStep = 4; // characters
-constexpr std::size_t prefixesPerStep = 8;
+constexpr std::size_t modelCharsPerUnit = 4;
+constexpr std::size_t prefixesPerUnit = 8;
 // A content model becomes an automaton, and the values of an attribute are compared with each other: the cost of both
 // grows with the square of their length.
 constexpr std::size_t modelWork = 32'000'000;
@@ -48,24 +50,22 @@ bool isReader(XMLSize_t size) noexcept {
 
 } // namespace
 
-OgcXmlString ogcXmlChars(std::string_view text) {
+String fromUtf8(std::string_view text) {
   try {
     const xercesc::TranscodeFromStr chars(reinterpret_cast<const XMLByte*>(text.data()), text.size(), "UTF-8");
     return {chars.str(), chars.length()};
   } catch (const xercesc::XMLException&) {
-    OgcXmlString chars;
+    String chars;
     for (const char c : text) chars += static_cast<unsigned char>(c);
     return chars;
   }
 }
 
-xercesc::MemoryManager* COgcXmlMemory::getExceptionMemoryManager() {
-  return xercesc::XMLPlatformUtils::fgMemoryManager;
-}
+xercesc::MemoryManager* Memory::getExceptionMemoryManager() { return xercesc::XMLPlatformUtils::fgMemoryManager; }
 
-COgcXmlMemory::COgcXmlMemory(std::size_t limit) : m_limit(limit) {}
+Memory::Memory(std::size_t limit) : m_limit(limit) {}
 
-void* COgcXmlMemory::allocate(XMLSize_t size) {
+void* Memory::allocate(XMLSize_t size) {
   if (size > m_limit - std::min(m_held, m_limit) && !m_refused) {
     refuse("reading it takes more than " + std::to_string(m_limit >> 20) + " MiB of memory");
   }
@@ -81,17 +81,17 @@ void* COgcXmlMemory::allocate(XMLSize_t size) {
 
 // The parser is left in the middle of something: what it frees on the way out may be a block that it has freed before.
 // From the refusal on everything stays until the end.
-void COgcXmlMemory::refuse(std::string reason) {
+void Memory::refuse(std::string reason) {
   m_refused = true;
-  throw COgcXmlRefusal(std::move(reason));
+  throw Refusal(std::move(reason));
 }
 
-void COgcXmlMemory::settleExpansions(std::size_t characters) noexcept {
+void Memory::settleExpansions(std::size_t characters) noexcept {
   m_expanded += m_unsettled * expansionCost + characters;
   m_unsettled = 0;
 }
 
-void COgcXmlMemory::deallocate(void* block) noexcept {
+void Memory::deallocate(void* block) noexcept {
   if (block == nullptr || m_refused) return;
   auto* start = static_cast<std::byte*>(block) - header;
   const std::size_t size = *reinterpret_cast<std::size_t*>(start);
@@ -99,49 +99,49 @@ void COgcXmlMemory::deallocate(void* block) noexcept {
   m_pool.deallocate(start, size, header);
 }
 
-COgcXmlGuard::COgcXmlGuard(xercesc::ContentHandler* handler, COgcXmlMemory& memory, const OgcXmlReading& reading)
+LimitFilter::LimitFilter(xercesc::ContentHandler* handler, Memory& memory, const Reading& reading)
     : m_next(handler != nullptr ? *handler : m_nobody), m_memory(memory), m_reading(reading) {}
 
-void COgcXmlGuard::startElement(const XMLCh* uri, const XMLCh* localname, const XMLCh* qname,
-                                const xercesc::Attributes& attrs) {
+void LimitFilter::startElement(const XMLCh* uri, const XMLCh* localname, const XMLCh* qname,
+                               const xercesc::Attributes& attrs) {
   deliverText();
   if (m_memory.hasUnsettledExpansions()) settleExpansions(attrs);
   if (++m_depth > m_reading.limits.depth) {
-    throw COgcXmlRefusal("its elements are nested more than " + std::to_string(m_reading.limits.depth) + " deep");
+    throw Refusal("its elements are nested more than " + std::to_string(m_reading.limits.depth) + " deep");
   }
-  m_work += m_depth + m_longestModel / modelPerStep + m_prefixes * (attrs.getLength() + 1) / prefixesPerStep;
+  m_work += m_depth + m_longestModel / modelCharsPerUnit + m_prefixes * (attrs.getLength() + 1) / prefixesPerUnit;
   if (!m_attributeWork.empty()) {
     const auto attributes = m_attributeWork.find(qname);
     if (attributes != m_attributeWork.end()) m_work += attributes->second;
   }
-  if (m_work > workAtOnce + workPerElement * ++m_elements) {
-    throw COgcXmlRefusal("too many of its elements are deeply nested, have long default attributes or choices, or many "
-                         "prefixes");
+  if (m_work > workAllowance + workPerElement * ++m_elements) {
+    throw Refusal("too many of its elements are deeply nested, have long default attributes or choices, or many "
+                  "prefixes");
   }
   m_next.startElement(uri, localname, qname, attrs);
 }
 
-void COgcXmlGuard::endElement(const XMLCh* uri, const XMLCh* localname, const XMLCh* qname) {
+void LimitFilter::endElement(const XMLCh* uri, const XMLCh* localname, const XMLCh* qname) {
   deliverText();
   --m_depth;
   m_next.endElement(uri, localname, qname);
 }
 
-void COgcXmlGuard::characters(const XMLCh* chars, XMLSize_t length) {
+void LimitFilter::characters(const XMLCh* chars, XMLSize_t length) {
   if (length > textLimit - m_text.size()) {
-    throw COgcXmlRefusal("it has a text of more than " + std::to_string(textLimit) + " characters");
+    throw Refusal("it has a text of more than " + std::to_string(textLimit) + " characters");
   }
   m_text.append(chars, length);
 }
 
-void COgcXmlGuard::deliverText() {
+void LimitFilter::deliverText() {
   if (m_text.empty()) return;
   m_next.characters(m_text.data(), m_text.size());
   m_text.clear();
 }
 
 // What was expanded in attributes is in their values now. Other types than CDATA lose their blanks.
-void COgcXmlGuard::settleExpansions(const xercesc::Attributes& attrs) {
+void LimitFilter::settleExpansions(const xercesc::Attributes& attrs) {
   std::size_t length = 0;
   for (XMLSize_t i = 0; i < attrs.getLength(); ++i) {
     if (!xercesc::XMLString::equals(attrs.getType(i), xercesc::XMLUni::fgCDATAString)) return;
@@ -150,18 +150,18 @@ void COgcXmlGuard::settleExpansions(const xercesc::Attributes& attrs) {
   m_memory.settleExpansions(length);
 }
 
-void COgcXmlGuard::startEntity(const XMLCh* name) {
+void LimitFilter::startEntity(const XMLCh* name) {
   const auto entity = m_entities.find(name);
   if (entity != m_entities.end()) m_memory.settleExpansions(entity->second.length);
 }
 
-void COgcXmlGuard::startDTD(const XMLCh*, const XMLCh*, const XMLCh* systemId) {
+void LimitFilter::startDTD(const XMLCh*, const XMLCh*, const XMLCh* systemId) {
   if (systemId != nullptr) m_dtd = systemId;
 }
 
-void COgcXmlGuard::internalEntityDecl(const XMLCh* name, const XMLCh* value) {
+void LimitFilter::internalEntityDecl(const XMLCh* name, const XMLCh* value) {
   Entity& entity = m_entities[name];
-  const OgcXmlString text(value != nullptr ? value : u"");
+  const String text(value != nullptr ? value : u"");
   entity.length = text.size();
   std::size_t size = 0;
   for (std::size_t at = 0; at < text.size(); ++size) {
@@ -178,63 +178,63 @@ void COgcXmlGuard::internalEntityDecl(const XMLCh* name, const XMLCh* value) {
   }
   try {
     grow(entity, size);
-  } catch (const COgcXmlRefusal& refusal) {
-    COgcUtf8 utf8;
-    throw COgcXmlRefusal("with entity (" + std::string(utf8(name)) + ") " + refusal.reason());
+  } catch (const Refusal& refusal) {
+    Utf8 utf8;
+    throw Refusal("with entity (" + std::string(utf8(name)) + ") " + refusal.reason());
   }
   m_memory.setLargestEntity(m_largest);
 }
 
-void COgcXmlGuard::grow(Entity& entity, std::size_t by) {
+void LimitFilter::grow(Entity& entity, std::size_t by) {
   if (by == 0) return;
   entity.size += by;
   m_expandable += by;
   m_largest = std::max(m_largest, entity.size);
   if (entity.size > entityLimit) {
-    throw COgcXmlRefusal("an entity expands to more than " + std::to_string(entityLimit) + " characters");
+    throw Refusal("an entity expands to more than " + std::to_string(entityLimit) + " characters");
   }
   if (m_expandable > entitiesLimit) {
-    throw COgcXmlRefusal("its entities expand to more than " + std::to_string(entitiesLimit) + " characters");
+    throw Refusal("its entities expand to more than " + std::to_string(entitiesLimit) + " characters");
   }
   for (Entity* user : entity.users) grow(*user, by);
 }
 
-void COgcXmlGuard::elementDecl(const XMLCh*, const XMLCh* model) {
+void LimitFilter::elementDecl(const XMLCh*, const XMLCh* model) {
   if (!m_reading.validates) return;
   const std::size_t length = xercesc::XMLString::stringLen(model);
   m_longestModel = std::max(m_longestModel, length);
   addModel(length);
 }
 
-void COgcXmlGuard::attributeDecl(const XMLCh* element, const XMLCh* name, const XMLCh* type, const XMLCh*,
-                                 const XMLCh* value) {
+void LimitFilter::attributeDecl(const XMLCh* element, const XMLCh* name, const XMLCh* type, const XMLCh*,
+                                const XMLCh* value) {
   using xercesc::XMLString;
   const bool isNamespace = XMLString::equals(name, u"xmlns") || XMLString::startsWith(name, u"xmlns:");
-  if (isNamespace && m_reading.fast) throw OgcXmlNamespaceDeclared{};
+  if (isNamespace && m_reading.fast) throw NamespaceDeclared{};
   const std::size_t length = m_reading.validates ? XMLString::stringLen(type) : 0;
   addModel(length);
   m_attributeWork[element] += workPerAttribute + length + XMLString::stringLen(value);
 }
 
-void COgcXmlGuard::addModel(std::size_t length) {
+void LimitFilter::addModel(std::size_t length) {
   m_modelWork += length * length;
-  if (m_modelWork > modelWork) throw COgcXmlRefusal("the content models or the choices in its DTD are too long");
+  if (m_modelWork > modelWork) throw Refusal("the content models or the choices in its DTD are too long");
 }
 
-COgcXmlReader::COgcXmlReader(xercesc::ContentHandler* handler, const OgcXmlReading& reading)
-    : m_memory(reading.limits.memory), m_guard(handler, m_memory, reading), m_reader(&m_memory) {
-  m_reader.setContentHandler(&m_guard);
-  m_reader.setLexicalHandler(&m_guard);
-  m_reader.setDeclarationHandler(&m_guard);
+Reader::Reader(xercesc::ContentHandler* handler, const Reading& reading)
+    : m_memory(reading.limits.memory), m_filter(handler, m_memory, reading), m_reader(&m_memory) {
+  m_reader.setContentHandler(&m_filter);
+  m_reader.setLexicalHandler(&m_filter);
+  m_reader.setDeclarationHandler(&m_filter);
   m_reader.setFeature(xercesc::XMLUni::fgXercesDisableDefaultEntityResolution, true);
   if (reading.fast) {
     m_reader.setProperty(xercesc::XMLUni::fgXercesScannerName, const_cast<XMLCh*>(xercesc::XMLUni::fgDGXMLScanner));
   }
 }
 
-COgcXmlFile::COgcXmlFile(std::string path) : InputSource(ogcXmlChars(path).c_str()), m_path(std::move(path)) {}
+FileSource::FileSource(std::string path) : InputSource(fromUtf8(path).c_str()), m_path(std::move(path)) {}
 
-xercesc::BinInputStream* COgcXmlFile::makeStream() const {
+xercesc::BinInputStream* FileSource::makeStream() const {
   xercesc::MemoryManager* memory = getMemoryManager();
   transfer::FilePtr file(std::fopen(m_path.c_str(), "rbe")); // as the parser opens files, but for this process alone
   if (!file) return nullptr;
@@ -242,3 +242,5 @@ xercesc::BinInputStream* COgcXmlFile::makeStream() const {
   static_cast<void>(file.release());
   return stream;
 }
+
+} // namespace ogc::xml

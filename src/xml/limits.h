@@ -13,37 +13,39 @@
 #include <xercesc/sax/InputSource.hpp>
 #include <xercesc/sax2/DefaultHandler.hpp>
 
-using OgcXmlString = std::basic_string<XMLCh>;
+namespace ogc::xml {
+
+using String = std::basic_string<XMLCh>;
 
 /// The parser's characters of a UTF-8 text; a text that is not UTF-8 is taken byte by byte.
-[[nodiscard]] OgcXmlString ogcXmlChars(std::string_view text);
+[[nodiscard]] String fromUtf8(std::string_view text);
 
 /// Thrown through the parser when a document asks for more than it may have.
-class COgcXmlRefusal {
+class Refusal {
 public:
-  explicit COgcXmlRefusal(std::string reason) : m_reason(std::move(reason)) {}
+  explicit Refusal(std::string reason) : m_reason(std::move(reason)) {}
   [[nodiscard]] const std::string& reason() const noexcept { return m_reason; }
 
 private:
   std::string m_reason;
 };
 
-struct OgcXmlLimits {
+struct Limits {
   std::size_t memory; ///< bytes that the parser may hold at a time
   std::size_t depth;  ///< of nested elements
 };
 
 /// The parser holds no document, only what it is reading: there is room for texts of millions of characters.
-constexpr OgcXmlLimits ogcXmlDocumentLimits{40UL << 20, 10'000};
+constexpr Limits documentLimits{40UL << 20, 10'000};
 /// It holds whole schemas, when it reads any.
-constexpr OgcXmlLimits ogcXmlSchemaLimits{128UL << 20, 10'000};
+constexpr Limits schemaLimits{128UL << 20, 10'000};
 
 /// All memory of one reader, freed with it, also what the parser itself forgets.
-class COgcXmlMemory final : public xercesc::MemoryManager {
+class Memory final : public xercesc::MemoryManager {
 public:
-  explicit COgcXmlMemory(std::size_t limit);
+  explicit Memory(std::size_t limit);
 
-  /// \throws COgcXmlRefusal once, when there is too much, or when the entities expanded are too large.
+  /// \throws Refusal once, when there is too much, or when the entities expanded are too large.
   void* allocate(XMLSize_t size) override;
   void deallocate(void* block) noexcept override;
   MemoryManager* getExceptionMemoryManager() override;
@@ -67,11 +69,11 @@ private:
 };
 
 /// Thrown through the parser when a DTD declares a namespace for elements, which the fast scanner would ignore.
-struct OgcXmlNamespaceDeclared {};
+struct NamespaceDeclared {};
 
 /// How a document is to be read.
-struct OgcXmlReading {
-  OgcXmlLimits limits;
+struct Reading {
+  Limits limits;
   bool validates; ///< against a DTD: its content models cost time
   bool fast;      ///< with the scanner that is a quarter faster than the default one, but knows no schemas
 };
@@ -79,13 +81,13 @@ struct OgcXmlReading {
 /// Watches a document on its way to the handler: how deep its elements nest, how large its entities can get, and what
 /// each element costs the parser beyond the characters it has. Joins the pieces in which the parser delivers a text:
 /// all characters between two tags reach the handler as one.
-class COgcXmlGuard final : public xercesc::DefaultHandler {
+class LimitFilter final : public xercesc::DefaultHandler {
 public:
   /// \param handler  gets the content; null for nobody
-  COgcXmlGuard(xercesc::ContentHandler* handler, COgcXmlMemory& memory, const OgcXmlReading& reading);
+  LimitFilter(xercesc::ContentHandler* handler, Memory& memory, const Reading& reading);
 
   /// System identifier of the external DTD subset, empty when the document names none.
-  [[nodiscard]] const OgcXmlString& dtd() const noexcept { return m_dtd; }
+  [[nodiscard]] const String& dtd() const noexcept { return m_dtd; }
 
   /// \name Content, handed on
   /// @{
@@ -135,43 +137,45 @@ private:
 
   xercesc::DefaultHandler m_nobody;
   xercesc::ContentHandler& m_next;
-  COgcXmlMemory& m_memory;
-  OgcXmlReading m_reading;
-  OgcXmlString m_text; ///< since the last tag
+  Memory& m_memory;
+  Reading m_reading;
+  String m_text; ///< since the last tag
   std::size_t m_depth = 0;
   std::size_t m_elements = 0;
   std::size_t m_prefixes = 0; ///< in scope
   std::size_t m_work = 0;     ///< for all elements so far: what the parser does beyond reading their characters
-  OgcXmlString m_dtd;
-  std::unordered_map<OgcXmlString, Entity> m_entities; ///< by name, of parameter entities with the "%"
-  std::size_t m_largest = 1;                           ///< size of the largest
-  std::size_t m_expandable = 0;                        ///< size of all together
-  std::size_t m_modelWork = 0;                         ///< for the content models and the choices
+  String m_dtd;
+  std::unordered_map<String, Entity> m_entities; ///< by name, of parameter entities with the "%"
+  std::size_t m_largest = 1;                     ///< size of the largest
+  std::size_t m_expandable = 0;                  ///< size of all together
+  std::size_t m_modelWork = 0;                   ///< for the content models and the choices
   std::size_t m_longestModel = 0;
-  std::unordered_map<OgcXmlString, std::size_t> m_attributeWork; ///< of an element of that name
+  std::unordered_map<String, std::size_t> m_attributeWork; ///< of an element of that name
 };
 
 /// A SAX2 reader with its limits. Resolver and features are the caller's to set; Xerces itself opens nothing.
-class COgcXmlReader {
+class Reader {
 public:
-  COgcXmlReader(xercesc::ContentHandler* handler, const OgcXmlReading& reading);
+  Reader(xercesc::ContentHandler* handler, const Reading& reading);
 
   xercesc::SAX2XMLReaderImpl* operator->() noexcept { return &m_reader; }
-  [[nodiscard]] COgcXmlMemory& memory() noexcept { return m_memory; }
-  [[nodiscard]] const COgcXmlGuard& guard() const noexcept { return m_guard; }
+  [[nodiscard]] Memory& memory() noexcept { return m_memory; }
+  [[nodiscard]] const LimitFilter& filter() const noexcept { return m_filter; }
 
 private:
-  COgcXmlMemory m_memory;
-  COgcXmlGuard m_guard;
+  Memory m_memory;
+  LimitFilter m_filter;
   xercesc::SAX2XMLReaderImpl m_reader;
 };
 
 /// A local file as the parser's input, by a name in the bytes of the file system, whatever the locale.
-class COgcXmlFile final : public xercesc::InputSource {
+class FileSource final : public xercesc::InputSource {
 public:
-  explicit COgcXmlFile(std::string path);
+  explicit FileSource(std::string path);
   [[nodiscard]] xercesc::BinInputStream* makeStream() const override;
 
 private:
   std::string m_path;
 };
+
+} // namespace ogc::xml

@@ -17,6 +17,7 @@ int g_iOgcBaseSaxInitialized = 0;
 namespace {
 
 using xercesc::XMLUni;
+using namespace ogc::xml;
 
 constexpr std::size_t parserMessageLimit = 255;
 
@@ -72,14 +73,14 @@ private:
 };
 
 [[noreturn]] void failParser(const char* kind, const XMLCh* message) {
-  COgcUtf8 utf8;
+  Utf8 utf8;
   const std::string text(transfer::cutAt(utf8(message), parserMessageLimit));
   throw CCurlException(kind, text.c_str());
 }
 
 } // namespace
 
-void COgcBase::OgcBaseParse(COgcSaxHelper* handler, const char* file, int schemaChecking, int validationMode) {
+void COgcBase::OgcBaseParse(Handler* handler, const char* file, int schemaChecking, int validationMode) {
   m_hostError = nullptr;
   try {
     parse(handler, file, schemaChecking, validationMode);
@@ -90,9 +91,9 @@ void COgcBase::OgcBaseParse(COgcSaxHelper* handler, const char* file, int schema
   }
 }
 
-void COgcBase::OgcBaseTellRefusal(const char* file) {
-  COgcArena texts;
-  COgcSaxExceptionHandler handler(*this, texts);
+void COgcBase::reportRefusal(const char* file) {
+  Arena texts;
+  ExceptionHandler handler(*this, texts);
   try {
     const Quiet quiet(*this);
     OgcBaseParse(&handler, file, 0, 0);
@@ -104,7 +105,7 @@ void COgcBase::OgcBaseTellRefusal(const char* file) {
   }
 }
 
-void COgcBase::parse(COgcSaxHelper* handler, const char* file, int schemaChecking, int validationMode) {
+void COgcBase::parse(Handler* handler, const char* file, int schemaChecking, int validationMode) {
   if (g_iOgcBaseSaxInitialized == 0) {
     xercesc::XMLPlatformUtils::Initialize();
     g_iOgcBaseSaxInitialized = 1;
@@ -112,27 +113,26 @@ void COgcBase::parse(COgcSaxHelper* handler, const char* file, int schemaCheckin
   const DtdMode* dtd = dtdMode(validationMode);
   const SchemaMode& schema = schemaMode(schemaChecking);
   const std::string path = std::filesystem::absolute(file).string();
-  if (dtd != nullptr) OgcBaseStatus(dtd->status);
-  OgcBaseStatus(schema.status);
+  if (dtd != nullptr) reportStatus(dtd->status);
+  reportStatus(schema.status);
 
   const bool loadsDtd = dtd != nullptr && dtd->load;
-  OgcXmlReading reading{schema.process ? ogcXmlSchemaLimits : ogcXmlDocumentLimits, dtd == nullptr || dtd->validate,
-                        !schema.process};
-  OgcXmlValues values;
-  COgcXmlResolver resolver(*this, path, {loadsDtd, schema.process}, values);
+  Reading reading{schema.process ? schemaLimits : documentLimits, dtd == nullptr || dtd->validate, !schema.process};
+  DocumentValues values;
+  Resolver resolver(*this, path, {loadsDtd, schema.process}, values);
   if (schema.process && reading.validates) {
-    COgcXmlReader reader(&values, reading);
+    Reader reader(&values, reading);
     resolver.serve(reader);
     reader->setXMLEntityResolver(&resolver);
     reader->setErrorHandler(&values);
     reader->setFeature(XMLUni::fgXercesLoadExternalDTD, loadsDtd);
     reader->setFeature(XMLUni::fgSAX2CoreValidation, false);
     reader->setFeature(XMLUni::fgXercesSchema, false);
-    reader->parse(COgcXmlFile(path));
+    reader->parse(FileSource(path));
   }
   Reports reports(handler);
   const auto read = [&] {
-    COgcXmlReader reader(handler, reading);
+    Reader reader(handler, reading);
     resolver.serve(reader);
     reader->setXMLEntityResolver(&resolver);
     reader->setErrorHandler(&reports);
@@ -143,11 +143,11 @@ void COgcBase::parse(COgcSaxHelper* handler, const char* file, int schemaCheckin
     }
     reader->setFeature(XMLUni::fgXercesSchema, schema.process);
     reader->setFeature(XMLUni::fgXercesSchemaFullChecking, schema.full);
-    reader->parse(COgcXmlFile(path));
+    reader->parse(FileSource(path));
   };
   try {
     read();
-  } catch (const OgcXmlNamespaceDeclared&) { // a DTD comes before any content
+  } catch (const NamespaceDeclared&) { // a DTD comes before any content
     reading.fast = false;
     reports.beginAnew();
     read();
@@ -160,10 +160,10 @@ void COgcBase::failParse(const char* file) {
     throw;
   } catch (const CCurlException&) {
     throw;
-  } catch (const COgcXmlRefusal& refusal) {
+  } catch (const Refusal& refusal) {
     const std::string text = transfer::formatLimited(transfer::messageLimit, "Error: XML document (%s) refused: %s",
                                                      file, refusal.reason().c_str());
-    OgcBaseStatus(text.c_str());
+    reportStatus(text.c_str());
     throw CCurlException(text.c_str());
   } catch (const xercesc::XMLException& e) {
     failParser("Error: XML parse error", e.getMessage());

@@ -6,6 +6,8 @@
 #include <cmath>
 #include <utility>
 
+namespace ogc::xml {
+
 namespace {
 
 constexpr std::size_t patternLimit = 2'000;   // characters
@@ -15,8 +17,8 @@ constexpr std::size_t noEnd = static_cast<std::size_t>(-1);
 
 /// What a part of a pattern matches, and at what cost.
 struct Part {
-  OgcPatternCost cost;
-  OgcCharSet first; ///< characters that it can begin with
+  PatternCost cost;
+  CharSet first; ///< characters that it can begin with
   std::size_t atoms = 0;
   bool canBeEmpty = true;
   bool repeats = false; ///< something in it, a varying number of times
@@ -26,11 +28,11 @@ struct Part {
 
 class Parser {
 public:
-  explicit Parser(const OgcXmlString& pattern) : m_pattern(pattern) {}
+  explicit Parser(const String& pattern) : m_pattern(pattern) {}
 
   Part alternatives(std::size_t depth) {
     if (depth > nestingLimit)
-      throw COgcXmlRefusal("parentheses are nested more than " + std::to_string(nestingLimit) + " deep");
+      throw Refusal("parentheses are nested more than " + std::to_string(nestingLimit) + " deep");
     Part all = branch(depth);
     std::size_t count = 1;
     for (; peek() == u'|'; ++count) {
@@ -72,12 +74,12 @@ private:
   Part piece(std::size_t depth) {
     Part part = atom(depth);
     const auto [least, most] = quantity();
-    const OgcPatternCost once = std::exchange(part.cost, {});
+    const PatternCost once = std::exchange(part.cost, {});
     if (most != noEnd) {
       part.cost.add(once, most);
       part.cost.choiceBits += std::log2(most - std::min(least, most) + 1);
     } else if (part.canBeEmpty) {
-      throw COgcXmlRefusal("a repetition contains what can be empty");
+      throw Refusal("a repetition contains what can be empty");
     } else if (part.repeats || part.ambiguous) {
       part.cost.repeated.push_back({part.first, 1, once});
     } else {
@@ -86,7 +88,7 @@ private:
     part.atoms *= most == noEnd ? least + 1 : most;
     part.repeats = part.repeats || least != most;
     part.canBeEmpty = part.canBeEmpty || least == 0;
-    if (part.atoms > expandedLimit) throw COgcXmlRefusal("its repetitions are too large");
+    if (part.atoms > expandedLimit) throw Refusal("its repetitions are too large");
     return part;
   }
 
@@ -113,7 +115,7 @@ private:
       ++m_at;
       most = peek() == u'}' ? noEnd : number();
     }
-    if (take() != u'}') throw COgcXmlRefusal("a repetition is not understood");
+    if (take() != u'}') throw Refusal("a repetition is not understood");
     return {least, most};
   }
 
@@ -121,7 +123,7 @@ private:
     std::size_t value = 0;
     while (peek() >= u'0' && peek() <= u'9') {
       value = value * 10 + (take() - u'0');
-      if (value > expandedLimit) throw COgcXmlRefusal("its repetitions are too large");
+      if (value > expandedLimit) throw Refusal("its repetitions are too large");
     }
     return value;
   }
@@ -130,7 +132,7 @@ private:
     const XMLCh c = take();
     if (c == u'(') {
       Part inner = alternatives(depth + 1);
-      if (take() != u')') throw COgcXmlRefusal("a parenthesis is not closed");
+      if (take() != u')') throw Refusal("a parenthesis is not closed");
       return inner;
     }
     Part part;
@@ -147,18 +149,18 @@ private:
     return part;
   }
 
-  static void add(OgcCharSet& set, XMLCh from, XMLCh to) {
-    for (std::size_t c = ogcCharKind(from); c <= ogcCharKind(to); ++c) set.set(c);
+  static void add(CharSet& set, XMLCh from, XMLCh to) {
+    for (std::size_t c = charKind(from); c <= charKind(to); ++c) set.set(c);
   }
 
   /// The characters of an escape behind its backslash; all of them for those that name a set other than digits.
-  OgcCharSet escape() {
-    OgcCharSet set;
+  CharSet escape() {
+    CharSet set;
     const XMLCh c = take();
     switch (c) {
     case u'd':
       add(set, u'0', u'9');
-      set.set(ogcCharKinds - 1);
+      set.set(charKinds - 1);
       break;
     case u'n':
       add(set, u'\n', u'\n');
@@ -195,13 +197,13 @@ private:
   }
 
   /// The characters of a class behind its bracket. What is subtracted from it counts as well.
-  OgcCharSet charClass(std::size_t depth) {
-    if (depth > nestingLimit) throw COgcXmlRefusal("classes are nested too deep");
-    OgcCharSet set;
+  CharSet charClass(std::size_t depth) {
+    if (depth > nestingLimit) throw Refusal("classes are nested too deep");
+    CharSet set;
     const bool negated = peek() == u'^';
     if (negated) ++m_at;
     while (peek() != u']') {
-      if (m_at >= m_pattern.size()) throw COgcXmlRefusal("a class is not closed");
+      if (m_at >= m_pattern.size()) throw Refusal("a class is not closed");
       const XMLCh from = take();
       if (from == u'\\') {
         set |= escape();
@@ -222,40 +224,41 @@ private:
     return set;
   }
 
-  const OgcXmlString& m_pattern;
+  const String& m_pattern;
   std::size_t m_at = 0;
 };
 
 } // namespace
 
-void OgcValues::add(const XMLCh* chars, std::size_t length) {
+void ValueExtent::add(const XMLCh* chars, std::size_t length) {
   ++count;
   longest = std::max(longest, length);
-  std::array<std::size_t, ogcCharKinds> these{};
-  for (std::size_t i = 0; i < length; ++i) ++these[ogcCharKind(chars[i])];
-  for (std::size_t kind = 0; kind < ogcCharKinds; ++kind) most[kind] = std::max(most[kind], these[kind]);
+  std::array<std::size_t, charKinds> these{};
+  for (std::size_t i = 0; i < length; ++i) ++these[charKind(chars[i])];
+  for (std::size_t kind = 0; kind < charKinds; ++kind) most[kind] = std::max(most[kind], these[kind]);
 }
 
-double OgcPatternCost::bits(const OgcValues& values) const {
+double PatternCost::bits(const ValueExtent& values) const {
   double all = choiceBits;
   // A single loop is left only once.
   if (loops > 1) all += static_cast<double>(loops) * std::log2(std::max<std::size_t>(values.longest, 1));
   for (const Repeated& part : repeated) {
     std::size_t begins = 0;
-    for (std::size_t kind = 0; kind < ogcCharKinds; ++kind) begins += part.first[kind] ? values.most[kind] : 0;
+    for (std::size_t kind = 0; kind < charKinds; ++kind) begins += part.first[kind] ? values.most[kind] : 0;
     all += static_cast<double>(part.times * begins) * std::max(part.inner.bits(values), 1.0);
   }
   return all;
 }
 
-void OgcPatternCost::add(const OgcPatternCost& next, std::size_t times) {
+void PatternCost::add(const PatternCost& next, std::size_t times) {
   choiceBits += next.choiceBits * static_cast<double>(times);
   loops += next.loops * times;
   for (const Repeated& part : next.repeated) repeated.push_back({part.first, part.times * times, part.inner});
 }
 
-OgcPatternCost ogcPatternCost(const OgcXmlString& pattern) {
-  if (pattern.size() > patternLimit)
-    throw COgcXmlRefusal("it has more than " + std::to_string(patternLimit) + " characters");
+PatternCost patternCost(const String& pattern) {
+  if (pattern.size() > patternLimit) throw Refusal("it has more than " + std::to_string(patternLimit) + " characters");
   return Parser(pattern).alternatives(0).cost;
 }
+
+} // namespace ogc::xml

@@ -10,23 +10,25 @@
 #include <vector>
 #include <xercesc/util/XercesDefs.hpp>
 
+namespace ogc::xml {
+
 /// ASCII characters, and one for all others.
-constexpr std::size_t ogcCharKinds = 129;
-constexpr std::size_t ogcCharKind(XMLCh c) noexcept { return c < ogcCharKinds - 1 ? c : ogcCharKinds - 1; }
-using OgcCharSet = std::bitset<ogcCharKinds>;
+constexpr std::size_t charKinds = 129;
+constexpr std::size_t charKind(XMLCh c) noexcept { return c < charKinds - 1 ? c : charKinds - 1; }
+using CharSet = std::bitset<charKinds>;
 
 /// What is known of some values together: how many there are, and the most that one of them has of anything.
-struct OgcValues {
+struct ValueExtent {
   std::size_t count = 0;
   std::size_t longest = 0;
-  std::array<std::size_t, ogcCharKinds> most{}; ///< of each kind of character
+  std::array<std::size_t, charKinds> most{}; ///< of each kind of character
 
   void add(const XMLCh* chars, std::size_t length);
 };
 
 /// The ways that a matcher which backtracks can take through a value, at worst: one for each choice, for each place
 /// where a repetition can end, and again for each time that a repetition is repeated.
-struct OgcPatternCost {
+struct PatternCost {
   /// A repetition of what varies itself begins again only at one of these characters.
   struct Repeated;
 
@@ -35,16 +37,18 @@ struct OgcPatternCost {
   std::vector<Repeated> repeated;
 
   /// Binary logarithm of the number of ways.
-  [[nodiscard]] double bits(const OgcValues& values) const;
+  [[nodiscard]] double bits(const ValueExtent& values) const;
   /// Adds the cost of what follows, so many times.
-  void add(const OgcPatternCost& next, std::size_t times);
+  void add(const PatternCost& next, std::size_t times);
 };
-struct OgcPatternCost::Repeated {
-  OgcCharSet first;
+struct PatternCost::Repeated {
+  CharSet first;
   std::size_t times;
-  OgcPatternCost inner;
+  PatternCost inner;
 };
 
-/// \throws COgcXmlRefusal for a pattern that no value can be matched against in reasonable time: too long, nested too
+/// \throws Refusal for a pattern that no value can be matched against in reasonable time: too long, nested too
 /// deep, or with a repetition without an end of what can be empty.
-[[nodiscard]] OgcPatternCost ogcPatternCost(const std::basic_string<XMLCh>& pattern);
+[[nodiscard]] PatternCost patternCost(const std::basic_string<XMLCh>& pattern);
+
+} // namespace ogc::xml

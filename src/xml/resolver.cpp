@@ -11,6 +11,8 @@
 #include <xercesc/framework/MemBufInputSource.hpp>
 #include <xercesc/util/XMLUni.hpp>
 
+namespace ogc::xml {
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -18,7 +20,7 @@ namespace fs = std::filesystem;
 constexpr std::size_t sizeLimit = 8UL << 20; // of all grammars together
 constexpr std::size_t countLimit = 256;
 // The parser walks through a schema by recursion.
-constexpr OgcXmlLimits schemaTextLimits{48UL << 20, 256};
+constexpr Limits schemaTextLimits{48UL << 20, 256};
 
 /// A URL taken apart and resolved by libcurl.
 class Url {
@@ -27,7 +29,7 @@ public:
 
   void apply(const std::string& reference) {
     if (curl_url_set(m_url.get(), CURLUPART_URL, reference.c_str(), CURLU_URLENCODE) != CURLUE_OK) {
-      throw COgcXmlRefusal("(" + reference + ") is neither a relative name nor an address that can be read");
+      throw Refusal("(" + reference + ") is neither a relative name nor an address that can be read");
     }
   }
   /// A part in its full form, empty when there is none.
@@ -68,21 +70,20 @@ fs::path directoryOf(const fs::path& file) {
 }
 
 std::string utf8(const XMLCh* text) {
-  COgcUtf8 convert;
+  Utf8 convert;
   return std::string(convert(text));
 }
 
 } // namespace
 
-COgcXmlResolver::COgcXmlResolver(COgcBase& client, const std::string& path, OgcXmlGrammars wanted,
-                                 const OgcXmlValues& values)
+Resolver::Resolver(COgcBase& client, const std::string& path, WantedGrammars wanted, const DocumentValues& values)
     : m_client(client),
       m_directory(directoryOf(path)),
       m_document(Url::ofFile(m_directory / fs::path(path).filename())),
       m_wanted(wanted),
       m_limits(values) {}
 
-xercesc::InputSource* COgcXmlResolver::resolveEntity(xercesc::XMLResourceIdentifier* resource) {
+xercesc::InputSource* Resolver::resolveEntity(xercesc::XMLResourceIdentifier* resource) {
   using Resource = xercesc::XMLResourceIdentifier;
   const std::string name = utf8(resource->getSystemId());
   const std::string base = utf8(resource->getBaseURI());
@@ -91,19 +92,19 @@ xercesc::InputSource* COgcXmlResolver::resolveEntity(xercesc::XMLResourceIdentif
     return m_wanted.schema && !name.empty() ? schema(name, base) : nullptr;
   }
   if (m_schemas.contains(base)) return source({}, name); // schemas do without
-  if (name != utf8(m_reader->guard().dtd().c_str())) {
-    throw COgcXmlRefusal("it refers to the external entity (" + name + "), which is never read");
+  if (name != utf8(m_reader->filter().dtd().c_str())) {
+    throw Refusal("it refers to the external entity (" + name + "), which is never read");
   }
   if (!m_wanted.dtd) return source({}, name);
   try {
     const std::string id = locate(name, base);
     return source(load(id), id);
-  } catch (const COgcXmlRefusal& refusal) {
-    throw COgcXmlRefusal("its DTD cannot be read: " + refusal.reason() + ". VALIDATION_MODE 0 does without it");
+  } catch (const Refusal& refusal) {
+    throw Refusal("its DTD cannot be read: " + refusal.reason() + ". VALIDATION_MODE 0 does without it");
   }
 }
 
-xercesc::InputSource* COgcXmlResolver::schema(const std::string& name, const std::string& base) {
+xercesc::InputSource* Resolver::schema(const std::string& name, const std::string& base) {
   std::string id = name;
   try {
     id = locate(name, base);
@@ -111,18 +112,18 @@ xercesc::InputSource* COgcXmlResolver::schema(const std::string& name, const std
     const std::string& content = load(id);
     if (m_schemas.insert(id).second) check(content, id);
     return source(content, id);
-  } catch (const COgcXmlRefusal& refusal) {
+  } catch (const Refusal& refusal) {
     if (!m_unused.insert(id).second) return nullptr;
-    m_client.OgcBaseWarn(transfer::formatLimited(transfer::messageLimit, "Warning: XML Schema is not used: %s.",
-                                                 refusal.reason().c_str())
-                             .c_str());
+    m_client.warn(transfer::formatLimited(transfer::messageLimit, "Warning: XML Schema is not used: %s.",
+                                          refusal.reason().c_str())
+                      .c_str());
     return nullptr;
   }
 }
 
 // The parser reads schemas with a reader that knows no guard, and the same scanner.
-void COgcXmlResolver::check(const std::string& content, const std::string& id) {
-  COgcXmlReader reader(&m_limits, {schemaTextLimits, false, false});
+void Resolver::check(const std::string& content, const std::string& id) {
+  Reader reader(&m_limits, {schemaTextLimits, false, false});
   reader->setErrorHandler(&m_limits);
   reader->setFeature(xercesc::XMLUni::fgSAX2CoreValidation, false);
   reader->setFeature(xercesc::XMLUni::fgXercesSchema, false);
@@ -130,67 +131,67 @@ void COgcXmlResolver::check(const std::string& content, const std::string& id) {
   const std::unique_ptr<xercesc::InputSource> input(source(content, id));
   try {
     reader->parse(*input);
-  } catch (const COgcXmlRefusal& refusal) {
-    throw COgcXmlRefusal("(" + id + ") is not safe to read: " + refusal.reason());
+  } catch (const Refusal& refusal) {
+    throw Refusal("(" + id + ") is not safe to read: " + refusal.reason());
   }
 }
 
-xercesc::InputSource* COgcXmlResolver::source(const std::string& content, const std::string& id) {
+xercesc::InputSource* Resolver::source(const std::string& content, const std::string& id) {
   xercesc::MemoryManager* memory = &m_reader->memory();
   return new (memory) xercesc::MemBufInputSource(reinterpret_cast<const XMLByte*>(content.data()), content.size(),
-                                                 ogcXmlChars(id).c_str(), false, memory);
+                                                 fromUtf8(id).c_str(), false, memory);
 }
 
-std::string COgcXmlResolver::locate(const std::string& name, const std::string& base) const {
+std::string Resolver::locate(const std::string& name, const std::string& base) const {
   Url url(m_schemas.contains(base) ? base : m_document);
   url.apply(name);
   const std::string scheme = url.get(CURLUPART_SCHEME);
   if (url.isFile()) {
     const fs::path path = url.get(CURLUPART_PATH, CURLU_URLDECODE);
     if (*path.lexically_normal().lexically_relative(m_directory).begin() == "..") {
-      throw COgcXmlRefusal("(" + path.string() + ") is outside the document's directory. Put it beside the document");
+      throw Refusal("(" + path.string() + ") is outside the document's directory. Put it beside the document");
     }
   } else if (scheme != "http" && scheme != "https") {
-    throw COgcXmlRefusal("(" + name + ") is neither a local file nor on an HTTP server");
+    throw Refusal("(" + name + ") is neither a local file nor on an HTTP server");
   }
   url.dropFragment();
   return url.get(CURLUPART_URL);
 }
 
-const std::string& COgcXmlResolver::load(const std::string& id) {
+const std::string& Resolver::load(const std::string& id) {
   const auto known = m_contents.find(id);
   if (known != m_contents.end()) return known->second;
   std::string content = read(id);
   m_loaded += content.size();
   if (m_loaded > sizeLimit || m_contents.size() == countLimit) {
-    throw COgcXmlRefusal("(" + id + ") is too much: at most " + std::to_string(sizeLimit >> 20) + " MiB in " +
-                         std::to_string(countLimit) + " files are read");
+    throw Refusal("(" + id + ") is too much: at most " + std::to_string(sizeLimit >> 20) + " MiB in " +
+                  std::to_string(countLimit) + " files are read");
   }
   return m_contents.emplace(id, std::move(content)).first->second;
 }
 
-std::string COgcXmlResolver::read(const std::string& id) {
+std::string Resolver::read(const std::string& id) {
   const Url url(id);
   return url.isFile() ? readFile(url.get(CURLUPART_PATH, CURLU_URLDECODE)) : fetch(id);
 }
 
-std::string COgcXmlResolver::readFile(const std::string& path) const {
+std::string Resolver::readFile(const std::string& path) const {
   std::error_code none;
-  if (!fs::is_regular_file(path, none)) throw COgcXmlRefusal("(" + path + ") is not there, or not a file");
+  if (!fs::is_regular_file(path, none)) throw Refusal("(" + path + ") is not there, or not a file");
   std::string content(std::min<std::uintmax_t>(fs::file_size(path, none), sizeLimit + 1), '\0');
   std::ifstream file(path, std::ios::binary);
   if (!file.read(content.data(), static_cast<std::streamsize>(content.size()))) {
-    throw COgcXmlRefusal("(" + path + ") cannot be read");
+    throw Refusal("(" + path + ") cannot be read");
   }
   return content;
 }
 
-std::string COgcXmlResolver::fetch(const std::string& url) {
+std::string Resolver::fetch(const std::string& url) {
   CCurl transfer;
   transfer.CurlCopySettings(m_client);
   transfer.CurlSetPath(nullptr);
   transfer.CurlSetQuery(nullptr);
-  std::array<char, ogcQueryLimit + 1> server{};
+  std::array<char, ogc::queryLimit + 1> server{};
   const transfer::Settings& settings = m_client.Settings();
   if (settings.scheme.present() && settings.host.present()) {
     transfer.CurlBuildUrlRqSimple(server.data(), static_cast<int>(server.size()));
@@ -201,26 +202,28 @@ std::string COgcXmlResolver::fetch(const std::string& url) {
   }
   transfer.CurlSetEncode(0); // what arrives is what is counted
   transfer.CurlSetToBuf(1);
-  transfer.CurlSetCallback("COgcXmlResolver");
+  transfer.CurlSetCallback("Resolver");
   transfer.CurlSetCallbackData(reinterpret_cast<unsigned long>(this));
   transfer.CurlSetCallbackFunc(report);
-  m_client.OgcBaseStatus("Sending Http Get Request: ");
-  m_client.OgcBaseStatus(url.c_str());
+  m_client.reportStatus("Sending Http Get Request: ");
+  m_client.reportStatus(url.c_str());
   m_overlong = false;
   try {
     transfer.CurlProcessRequest(url.c_str(), transfer::httpGet);
   } catch (const CCurlException& e) {
     if (transfer.Response().statusCode == CURLE_ABORTED_BY_CALLBACK && !m_overlong) throw; // by the user
-    throw COgcXmlRefusal(m_overlong ? "(" + url + ") is too long" : "(" + url + ") " + e.ErrMsg());
+    throw Refusal(m_overlong ? "(" + url + ") is too long" : "(" + url + ") " + e.ErrMsg());
   }
   return transfer.Buffer() != nullptr ? std::string(transfer.Buffer(), transfer.BufferLength()) : std::string();
 }
 
-int COgcXmlResolver::report(char*, unsigned long self, const char* text, xProgressValues* figures) {
-  auto& resolver = *reinterpret_cast<COgcXmlResolver*>(self); // NOLINT(performance-no-int-to-ptr)
+int Resolver::report(char*, unsigned long self, const char* text, xProgressValues* figures) {
+  auto& resolver = *reinterpret_cast<Resolver*>(self); // NOLINT(performance-no-int-to-ptr)
   if (figures != nullptr && figures->dlNow > static_cast<double>(sizeLimit)) {
     resolver.m_overlong = true;
     return 0;
   }
-  return resolver.m_client.OgcBaseReport(text, figures);
+  return resolver.m_client.report(text, figures);
 }
+
+} // namespace ogc::xml

@@ -16,8 +16,10 @@
 class COgcBase;
 struct xProgressValues;
 
+namespace ogc::xml {
+
 /// What the caller asked the parser to validate against.
-struct OgcXmlGrammars {
+struct WantedGrammars {
   bool dtd;
   bool schema;
 };
@@ -27,16 +29,16 @@ struct OgcXmlGrammars {
 /// Local files are read from the document's own directory and below, so that a document from elsewhere cannot reach
 /// into the rest of the machine. What lies on a server is fetched with the client's settings; its credentials go to its
 /// own server only.
-class COgcXmlResolver final : public xercesc::XMLEntityResolver {
+class Resolver final : public xercesc::XMLEntityResolver {
 public:
   /// \param path  the document, absolute. \param values  what is in it
-  COgcXmlResolver(COgcBase& client, const std::string& path, OgcXmlGrammars wanted, const OgcXmlValues& values);
+  Resolver(COgcBase& client, const std::string& path, WantedGrammars wanted, const DocumentValues& values);
 
   /// Gives the sources to `reader` from now on. What was loaded for another one is not loaded again.
-  void serve(COgcXmlReader& reader) noexcept { m_reader = &reader; }
+  void serve(Reader& reader) noexcept { m_reader = &reader; }
 
   /// \return the source, an empty one, or null for a schema that cannot be had, after a warning.
-  /// \throws COgcXmlRefusal for an entity, or for a DTD that cannot be had.
+  /// \throws Refusal for an entity, or for a DTD that cannot be had.
   xercesc::InputSource* resolveEntity(xercesc::XMLResourceIdentifier* resource) override;
 
 private:
@@ -51,14 +53,16 @@ private:
   static int report(char* name, unsigned long self, const char* text, xProgressValues* figures);
 
   COgcBase& m_client;
-  COgcXmlReader* m_reader = nullptr;
+  Reader* m_reader = nullptr;
   std::filesystem::path m_directory; ///< of the document
   std::string m_document;            ///< its URL
-  OgcXmlGrammars m_wanted;
+  WantedGrammars m_wanted;
   std::map<std::string, std::string> m_contents; ///< of DTD and schemas, by URL
   std::size_t m_loaded = 0;                      ///< their bytes
   std::set<std::string> m_schemas;               ///< URLs of what was read as a schema
   std::set<std::string> m_unused;                ///< URLs of schemas that cannot be had
-  OgcSchemaLimits m_limits;
+  SchemaLimits m_limits;
   bool m_overlong = false; ///< what is being fetched
 };
+
+} // namespace ogc::xml

@@ -12,15 +12,17 @@
 #include <utility>
 #include <vector>
 
+namespace ogc::xml {
+
 /// Where the reader is in a document. Codes are the handler's own, 0 is none.
-struct OgcPlace {
+struct Place {
   static constexpr int any = -1;
 
   int section = any; ///< opened and closed by one element, wherever it is
   int group = any;   ///< within a section
   int part = any;    ///< within a group
 
-  [[nodiscard]] bool holds(const OgcPlace& now) const noexcept {
+  [[nodiscard]] bool holds(const Place& now) const noexcept {
     return (section == any || section == now.section) && (group == any || group == now.group) &&
            (part == any || part == now.part);
   }
@@ -28,15 +30,15 @@ struct OgcPlace {
 
 /// The rules of one kind of document for a handler of type `H`.
 template <typename H>
-class OgcGrammar {
+class Grammar {
 public:
   using Act = void (*)(H&, const xercesc::Attributes&);
 
   struct Rule {
     const char* name; ///< local name of the element, in any letter case; "*" for every one that opens no section
-    OgcPlace in;      ///< where the rule holds
+    Place in;         ///< where the rule holds
     Act act = nullptr;
-    OgcPlace opens{0, 0, 0};     ///< for the elements inside, before `act`
+    Place opens{0, 0, 0};        ///< for the elements inside, before `act`
     const char* closedBy = name; ///< the element whose end tag closes what is opened, null for none
     void (*end)(H&) = nullptr;   ///< at the end tag, instead of closing anything
     bool exact = false;          ///< the letter case of the name counts
@@ -45,14 +47,14 @@ public:
   struct Element {
     std::string name;
     std::vector<Rule> rules; ///< in the order of the table
-    OgcPlace closes{0, 0, 0};
+    Place closes{0, 0, 0};
     void (*end)(H&) = nullptr;
     bool exact = false;
     bool opensSection = false;
     bool ofReport = false; ///< may belong to an exception report
   };
 
-  OgcGrammar(std::initializer_list<Rule> rules) : m_elements(1), m_names(entries(rules)) {
+  Grammar(std::initializer_list<Rule> rules) : m_elements(1), m_names(entries(rules)) {
     m_elements.resize(m_codes.size() + 1);
     for (const char* name : reportNames) {
       Element& element = m_elements[code(name)];
@@ -72,7 +74,7 @@ public:
       if (rule.end != nullptr) element.end = rule.end;
       if (rule.closedBy == nullptr) continue;
       Element& closing = m_elements[code(rule.closedBy)];
-      for (const auto place : {&OgcPlace::section, &OgcPlace::group, &OgcPlace::part})
+      for (const auto place : {&Place::section, &Place::group, &Place::part})
         if (rule.opens.*place != 0) closing.closes.*place = rule.opens.*place;
     }
   }
@@ -80,7 +82,7 @@ public:
   /// The element of that name; an element without rules for other names.
   [[nodiscard]] const Element& find(const XMLCh* name) const noexcept {
     const Element& element = m_elements[static_cast<std::size_t>(m_names.find(name))];
-    return !element.exact || ogcNameSpelled(name, element.name.c_str()) ? element : m_elements[0];
+    return !element.exact || equalsExactly(name, element.name.c_str()) ? element : m_elements[0];
   }
   /// What every element does that opens no section, after its own rules.
   [[nodiscard]] const std::vector<Rule>& everywhere() const noexcept { return m_everywhere; }
@@ -89,13 +91,13 @@ private:
   static constexpr const char* reportNames[] = {"ServiceExceptionReport", "ServiceException", "ExceptionReport",
                                                 "Exception", "ExceptionText"};
 
-  std::size_t code(const char* name) { return static_cast<std::size_t>(m_codes.at(ogcLowerCase(name))); }
-  std::vector<COgcNames::Entry> entries(std::initializer_list<Rule> rules) {
-    std::vector<COgcNames::Entry> all;
+  std::size_t code(const char* name) { return static_cast<std::size_t>(m_codes.at(lowerCase(name))); }
+  std::vector<ElementNames::Entry> entries(std::initializer_list<Rule> rules) {
+    std::vector<ElementNames::Entry> all;
     const auto add = [&](const char* name) {
       if (name == nullptr || std::string_view(name) == "*") return;
       const int next = static_cast<int>(m_codes.size()) + 1;
-      if (m_codes.emplace(ogcLowerCase(name), next).second) all.push_back({name, next});
+      if (m_codes.emplace(lowerCase(name), next).second) all.push_back({name, next});
     };
     for (const char* name : reportNames) add(name);
     for (const Rule& rule : rules) {
@@ -108,20 +110,20 @@ private:
   std::map<std::string, int> m_codes; ///< by lower-case name
   std::vector<Element> m_elements;    ///< by code
   std::vector<Rule> m_everywhere;
-  COgcNames m_names;
+  ElementNames m_names;
 };
 
 /// Reads a document by the rules of a grammar. `H` is the handler itself; its rules reach what is public here.
 template <typename H>
-class OgcRuleHandler : public COgcSaxHelper {
+class RuleHandler : public Handler {
 public:
-  using Grammar = OgcGrammar<H>;
+  using Grammar = xml::Grammar<H>;
   using Act = typename Grammar::Act;
 
   void startElement(const XMLCh*, const XMLCh* localname, const XMLCh*, const xercesc::Attributes& attrs) override {
     const auto& element = m_grammar.find(localname);
     m_open.push_back(&element);
-    if (element.ofReport && ExceptionStart(localname, attrs)) return forgetText();
+    if (element.ofReport && startReportElement(localname, attrs)) return forgetText();
     H& self = static_cast<H&>(*this);
     for (const auto& rule : element.rules) {
       if (!rule.in.holds(place())) continue;
@@ -134,7 +136,7 @@ public:
   }
 
   void characters(const XMLCh* chars, XMLSize_t length) override {
-    if (iElement != 0 && ExceptionText(chars, length)) return;
+    if (iElement != 0 && addReportText(chars, length)) return;
     if (m_names) return ParseConcatenatedValues(m_utf8(chars, length), 1);
     const char** text = m_text;
     if (m_runs != nullptr) {
@@ -148,15 +150,15 @@ public:
     const auto& element = *m_open.back();
     m_open.pop_back();
     collect(nullptr);
-    if (element.ofReport) ExceptionEnd(localname);
+    if (element.ofReport) endReportElement(localname);
     if (element.end != nullptr) return element.end(static_cast<H&>(*this));
     if (element.closes.section != 0 && element.closes.section == iSection) {
       iSection = 0;
       closeGroup();
     } else if (element.closes.group != 0 && element.closes.group == iSubSection) {
       closeGroup();
-    } else if (element.closes.part != 0 && element.closes.part == iPart) {
-      iPart = 0;
+    } else if (element.closes.part != 0 && element.closes.part == m_part) {
+      m_part = 0;
     }
   }
 
@@ -180,7 +182,7 @@ public:
     m_names = pCurNode != nullptr;
   }
   void closeGroup() noexcept {
-    iSubSection = iPart = 0;
+    iSubSection = m_part = 0;
     pCurNode = nullptr;
   }
   void openSection(int section) noexcept { iSection = section; }
@@ -198,7 +200,7 @@ public:
     for (XMLSize_t i = 0; i < attrs.getLength(); ++i) {
       const XMLCh* name = attrs.getLocalName(i);
       for (std::size_t row = 0; row < std::size(rows); ++row) {
-        if ((found >> row & 1U) != 0 || !ogcNameEquals(name, rows[row].name)) continue;
+        if ((found >> row & 1U) != 0 || !equalsIgnoringCase(name, rows[row].name)) continue;
         found |= 1U << row;
         AppendStrings(&(record.*rows[row].text), m_utf8(attrs.getValue(i)), 0, 0);
         if constexpr (requires { rows[row].flag; }) record.*rows[row].flag = 1;
@@ -208,7 +210,7 @@ public:
   /// Appends a record to a list of `current`'s kind, which it becomes.
   template <typename T>
   void append(T** head, T** current, T* T::*next) {
-    AddRecord(head, current, next);
+    addRecord(head, current, next);
   }
   /// Appends a node to a list of texts; this element's text goes there.
   void appendText(xNodeStr_t** head, xNodeStr_t** tail) {
@@ -219,11 +221,9 @@ public:
   /// @}
 
 protected:
-  OgcRuleHandler(COgcBase& owner, COgcArena& arena, const OgcVersionRule& versions, const Grammar& grammar)
-      : COgcSaxHelper(owner, arena, versions), m_grammar(grammar) {}
-  ~OgcRuleHandler() override = default;
-
-  int iPart = 0;
+  RuleHandler(COgcBase& owner, Arena& arena, const VersionRule& versions, const Grammar& grammar)
+      : Handler(owner, arena, versions), m_grammar(grammar) {}
+  ~RuleHandler() override = default;
 
 private:
   void forgetText() noexcept {
@@ -231,17 +231,18 @@ private:
     m_runs = nullptr;
     m_names = false;
   }
-  [[nodiscard]] OgcPlace place() const noexcept { return {iSection, iSubSection, iPart}; }
-  void open(const OgcPlace& opens) noexcept {
+  [[nodiscard]] Place place() const noexcept { return {iSection, iSubSection, m_part}; }
+  void open(const Place& opens) noexcept {
     m_sectionIsNew = opens.section != 0 && iSection != opens.section;
     if (opens.section != 0) iSection = opens.section;
     if (opens.group != 0) iSubSection = opens.group;
-    if (opens.part != 0) iPart = opens.part;
+    if (opens.part != 0) m_part = opens.part;
     if (m_sectionIsNew || opens.section == 0) pCurNode = nullptr;
   }
 
   const Grammar& m_grammar;
   std::vector<const typename Grammar::Element*> m_open;
+  int m_part = 0;
   bool m_sectionIsNew = false;
   const char** m_text = nullptr;
   const char** m_second = nullptr;
@@ -251,7 +252,7 @@ private:
 
 /// An attribute and where it goes.
 template <typename T>
-struct OgcAttribute {
+struct Attribute {
   const char* name; ///< lower case
   const char* T::*text;
 };
@@ -259,7 +260,7 @@ struct OgcAttribute {
 /// What the rules of a handler `H` do. `Record` is its pointer to the record that is being filled; nothing is done
 /// while that is null.
 template <typename H>
-struct OgcActs {
+struct Acts {
   using Attributes = xercesc::Attributes;
 
   template <auto... acts>
@@ -279,3 +280,5 @@ struct OgcActs {
     h.*Record = nullptr;
   }
 };
+
+} // namespace ogc::xml

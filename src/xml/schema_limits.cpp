@@ -8,6 +8,8 @@
 #include <xercesc/util/XMLString.hpp>
 #include <xercesc/validators/schema/SchemaSymbols.hpp>
 
+namespace ogc::xml {
+
 namespace {
 
 using xercesc::SchemaSymbols;
@@ -40,52 +42,53 @@ XMLCh kindOf(const XMLCh* localname) noexcept {
   return otherKind;
 }
 
-OgcXmlString localPart(const OgcXmlString& name) { return name.substr(name.find(u':') + 1); }
+String localPart(const String& name) { return name.substr(name.find(u':') + 1); }
 
-OgcXmlString key(XMLCh kind, const OgcXmlString& name) { return kind + name; }
+String key(XMLCh kind, const String& name) { return kind + name; }
 
 std::string utf8(const XMLCh* text) {
-  COgcUtf8 convert;
+  Utf8 convert;
   return std::string(convert(text));
 }
 
 } // namespace
 
-OgcXmlValues::Named& OgcXmlValues::named(const XMLCh* name) {
+DocumentValues::Named& DocumentValues::named(const XMLCh* name) {
   const auto known = m_named.find(name);
   if (known != m_named.end()) return known->second;
   return m_named[m_named.size() < nameLimit ? name : u""];
 }
 
-const OgcXmlValues::Named* OgcXmlValues::find(const OgcXmlString& name) const {
+const DocumentValues::Named* DocumentValues::find(const String& name) const {
   auto known = m_named.find(name);
   if (known == m_named.end()) known = m_named.find({});
   return known != m_named.end() ? &known->second : nullptr;
 }
 
-void OgcXmlValues::startElement(const XMLCh*, const XMLCh* localname, const XMLCh*, const xercesc::Attributes& attrs) {
+void DocumentValues::startElement(const XMLCh*, const XMLCh* localname, const XMLCh*,
+                                  const xercesc::Attributes& attrs) {
   for (XMLSize_t i = 0; i < attrs.getLength(); ++i) {
     named(attrs.getLocalName(i)).values.add(attrs.getValue(i), XMLString::stringLen(attrs.getValue(i)));
   }
   m_open = &named(localname);
   const XMLCh* type = attrs.getValue(SchemaSymbols::fgURI_XSI, SchemaSymbols::fgATT_TYPE);
   if (type == nullptr) return;
-  const OgcXmlString name = localPart(type);
+  const String name = localPart(type);
   if (std::ranges::find(m_open->types, name) == m_open->types.end()) m_open->types.push_back(name);
 }
 
-void OgcXmlValues::characters(const XMLCh* chars, XMLSize_t length) {
+void DocumentValues::characters(const XMLCh* chars, XMLSize_t length) {
   if (m_open != nullptr) m_open->values.add(chars, length);
 }
 
-void OgcSchemaLimits::startDocument() {
+void SchemaLimits::startDocument() {
   m_open.clear();
   m_annotation = 0;
   m_component = nullptr;
 }
 
-void OgcSchemaLimits::startElement(const XMLCh* uri, const XMLCh* localname, const XMLCh*,
-                                   const xercesc::Attributes& attrs) {
+void SchemaLimits::startElement(const XMLCh* uri, const XMLCh* localname, const XMLCh*,
+                                const xercesc::Attributes& attrs) {
   const auto is = [&](const XMLCh* name) { return XMLString::equals(localname, name); };
   if (m_annotation > 0 || is(SchemaSymbols::fgELT_ANNOTATION) ||
       !XMLString::equals(uri, SchemaSymbols::fgURI_SCHEMAFORSCHEMA)) {
@@ -121,9 +124,9 @@ void OgcSchemaLimits::startElement(const XMLCh* uri, const XMLCh* localname, con
   }
 }
 
-void OgcSchemaLimits::openComponent(const XMLCh* localname, const xercesc::Attributes& attrs) {
+void SchemaLimits::openComponent(const XMLCh* localname, const xercesc::Attributes& attrs) {
   if (++m_components > componentLimit) {
-    throw COgcXmlRefusal("the schemas have more than " + std::to_string(componentLimit) + " components");
+    throw Refusal("the schemas have more than " + std::to_string(componentLimit) + " components");
   }
   const XMLCh* name = attrs.getValue(SchemaSymbols::fgATT_NAME);
   m_component = &m_nodes[key(kindOf(localname), name != nullptr ? name : u"")];
@@ -131,7 +134,7 @@ void OgcSchemaLimits::openComponent(const XMLCh* localname, const xercesc::Attri
   m_deepest = 0;
 }
 
-void OgcSchemaLimits::endElement(const XMLCh*, const XMLCh*, const XMLCh*) {
+void SchemaLimits::endElement(const XMLCh*, const XMLCh*, const XMLCh*) {
   if (m_annotation > 0) {
     --m_annotation;
     return;
@@ -141,45 +144,45 @@ void OgcSchemaLimits::endElement(const XMLCh*, const XMLCh*, const XMLCh*) {
   m_component = nullptr;
   m_levels += m_deepest;
   if (m_levels > levelLimit) {
-    throw COgcXmlRefusal("the schemas are nested too deep, more than " + std::to_string(levelLimit) +
-                         " levels in all components together");
+    throw Refusal("the schemas are nested too deep, more than " + std::to_string(levelLimit) +
+                  " levels in all components together");
   }
 }
 
-OgcSchemaLimits::Node* OgcSchemaLimits::declaredValues() noexcept {
+SchemaLimits::Node* SchemaLimits::declaredValues() noexcept {
   const auto declared = std::find_if(m_open.rbegin(), m_open.rend(), [](const Open& o) { return o.values != nullptr; });
   return declared != m_open.rend() ? declared->values : nullptr;
 }
 
 /// \param ofValues  the values of the element or attribute have the type, the component does not contain it
-void OgcSchemaLimits::addUses(XMLCh kind, const XMLCh* names, bool ofValues) {
+void SchemaLimits::addUses(XMLCh kind, const XMLCh* names, bool ofValues) {
   if (names == nullptr) return;
-  const OgcXmlString list(names);
+  const String list(names);
   Node* values = kind == typeKind ? declaredValues() : nullptr;
   constexpr const XMLCh* blanks = u" \t\r\n";
   for (std::size_t at = list.find_first_not_of(blanks); at != list.npos;) {
     const std::size_t end = std::min(list.find_first_of(blanks, at), list.size());
-    const OgcXmlString used = key(kind, localPart(list.substr(at, end - at)));
+    const String used = key(kind, localPart(list.substr(at, end - at)));
     if (!ofValues) m_component->uses.push_back(used);
     if (values != nullptr) values->uses.push_back(used);
     at = list.find_first_not_of(blanks, end);
   }
 }
 
-void OgcSchemaLimits::addPattern(const XMLCh* pattern) {
+void SchemaLimits::addPattern(const XMLCh* pattern) {
   try {
-    const OgcPatternCost cost = ogcPatternCost(pattern);
+    const PatternCost cost = patternCost(pattern);
     m_component->patterns.push_back(cost);
     if (Node* values = declaredValues()) values->patterns.push_back(cost);
     m_hasPatterns = true;
-  } catch (const COgcXmlRefusal& refusal) {
+  } catch (const Refusal& refusal) {
     constexpr std::size_t shown = 60;
-    throw COgcXmlRefusal("its pattern (" + utf8(OgcXmlString(pattern).substr(0, shown).c_str()) +
-                         ") takes too long to match: " + refusal.reason());
+    throw Refusal("its pattern (" + utf8(String(pattern).substr(0, shown).c_str()) +
+                  ") takes too long to match: " + refusal.reason());
   }
 }
 
-void OgcSchemaLimits::endDocument() {
+void SchemaLimits::endDocument() {
   for (auto& [name, node] : m_nodes) node.state = Node::unknown;
   std::size_t work = 0;
   for (auto& [name, node] : m_nodes) {
@@ -187,7 +190,7 @@ void OgcSchemaLimits::endDocument() {
     const std::size_t size = sizeOf(node);
     work += size * size;
     if (size < sizeLimit && work <= workLimit) continue;
-    throw COgcXmlRefusal("too much in the schemas is derived from each other, or the groups are too large");
+    throw Refusal("too much in the schemas is derived from each other, or the groups are too large");
   }
   if (!m_hasPatterns) return;
   for (auto& [name, node] : m_nodes) {
@@ -197,19 +200,19 @@ void OgcSchemaLimits::endDocument() {
     if (named != nullptr) checkPatterns(name, node, named->values);
   }
   for (const auto& [name, named] : m_document.all()) {
-    for (const OgcXmlString& type : named.types) {
+    for (const String& type : named.types) {
       const auto used = m_nodes.find(key(typeKind, type));
       if (used != m_nodes.end()) checkPatterns(used->first, used->second, named.values);
     }
   }
 }
 
-std::size_t OgcSchemaLimits::sizeOf(Node& node) {
+std::size_t SchemaLimits::sizeOf(Node& node) {
   if (node.state == Node::open) return 0;
   if (node.state == Node::known) return node.size;
   node.state = Node::open;
   node.size = node.own;
-  for (const OgcXmlString& use : node.uses) {
+  for (const String& use : node.uses) {
     const auto used = m_nodes.find(use);
     if (used != m_nodes.end()) node.size = std::min(node.size + sizeOf(used->second), sizeLimit);
   }
@@ -217,20 +220,20 @@ std::size_t OgcSchemaLimits::sizeOf(Node& node) {
   return node.size;
 }
 
-void OgcSchemaLimits::checkPatterns(const OgcXmlString& name, Node& node, const OgcValues& values) {
+void SchemaLimits::checkPatterns(const String& name, Node& node, const ValueExtent& values) {
   const double bits = patternBits(node, values);
   if (bits > valueBits || bits + std::log2(std::max<std::size_t>(values.count, 1)) > documentBits) {
-    throw COgcXmlRefusal("the values of (" + utf8(name.c_str() + 1) + ") are too long, or too many, for their pattern");
+    throw Refusal("the values of (" + utf8(name.c_str() + 1) + ") are too long, or too many, for their pattern");
   }
 }
 
 /// Nodes that use each other in a ring are gone through once.
-double OgcSchemaLimits::patternBits(Node& node, const OgcValues& values) {
+double SchemaLimits::patternBits(Node& node, const ValueExtent& values) {
   if (node.state == Node::open) return 0;
   node.state = Node::open;
   double bits = 0;
-  for (const OgcPatternCost& pattern : node.patterns) bits = std::max(bits, pattern.bits(values));
-  for (const OgcXmlString& use : node.uses) {
+  for (const PatternCost& pattern : node.patterns) bits = std::max(bits, pattern.bits(values));
+  for (const String& use : node.uses) {
     const auto used = m_nodes.find(use);
     if (used != m_nodes.end()) bits = std::max(bits, patternBits(used->second, values));
   }
@@ -238,6 +241,8 @@ double OgcSchemaLimits::patternBits(Node& node, const OgcValues& values) {
   return bits;
 }
 
-void OgcSchemaLimits::error(const xercesc::SAXParseException& e) {
-  throw COgcXmlRefusal("line " + std::to_string(e.getLineNumber()) + ": " + utf8(e.getMessage()));
+void SchemaLimits::error(const xercesc::SAXParseException& e) {
+  throw Refusal("line " + std::to_string(e.getLineNumber()) + ": " + utf8(e.getMessage()));
 }
+
+} // namespace ogc::xml

@@ -28,35 +28,35 @@ class Client : public COgcBase {
 public:
   Client() : COgcBase("1.1.1") { CurlSetCallback("on_status"); }
 
-  using COgcBase::OgcBaseAnswerIsXml;
-  using COgcBase::OgcBaseParseAnswer;
-  using COgcBase::OgcBaseParseFile;
-  using COgcBase::OgcBaseSetQuery;
+  using COgcBase::answerIsXml;
+  using COgcBase::parseAnswer;
+  using COgcBase::parseFile;
   using COgcBase::Request;
+  using COgcBase::setQuery;
   using COgcBase::throwIfHtml;
 };
 
 /// Joins all texts of a document, and those of its attributes named "a"; counts elements.
-class TextHandler : public COgcSaxHelper {
+class TextHandler : public ogc::xml::Handler {
 public:
-  explicit TextHandler(Client& client) : COgcSaxHelper(client, arena, versions) {}
+  explicit TextHandler(Client& client) : Handler(client, arena, versions) {}
 
   void startElement(const XMLCh*, const XMLCh* localname, const XMLCh*, const xercesc::Attributes& attrs) override {
     ++elements;
-    if (!ExceptionStart(localname, attrs)) GetAttributes(attrs, "a", &attribute);
+    if (!startReportElement(localname, attrs)) GetAttributes(attrs, "a", &attribute);
   }
-  void endElement(const XMLCh*, const XMLCh* localname, const XMLCh*) override { ExceptionEnd(localname); }
+  void endElement(const XMLCh*, const XMLCh* localname, const XMLCh*) override { endReportElement(localname); }
   void characters(const XMLCh* chars, XMLSize_t length) override {
-    if (!ExceptionText(chars, length)) AppendStrings(&text, m_utf8(chars, length), 0, 0);
+    if (!addReportText(chars, length)) AppendStrings(&text, m_utf8(chars, length), 0, 0);
   }
 
-  COgcArena arena;
+  ogc::xml::Arena arena;
   const char* text = nullptr;
   const char* attribute = nullptr;
   int elements = 0;
 
 private:
-  static constexpr OgcVersionRule versions{{}, "", ""};
+  static constexpr ogc::xml::VersionRule versions{{}, "", ""};
 };
 
 class Ogc : public ::testing::Test {

@@ -31,21 +31,21 @@ protected:
 TEST_F(Clients, StartWithDefaultsAndForgetThemWithTheirDocuments) {
   COgcWms maps;
   COgcWcs coverages;
-  EXPECT_EQ(maps.Version().str() + ' ' + maps.CapFile().str() + ' ' + maps.MapFile().str() + ' ' +
-                maps.FeatFile().str(),
+  EXPECT_EQ(maps.version().str() + ' ' + maps.capFile().str() + ' ' + maps.mapFile().str() + ' ' +
+                maps.featFile().str(),
             "1.1.1 cap map map");
-  EXPECT_EQ(coverages.Version().str() + ' ' + coverages.CapFN().str() + ' ' + coverages.DesCovFN().str() + ' ' +
-                coverages.CovFN().str(),
+  EXPECT_EQ(coverages.version().str() + ' ' + coverages.capFile().str() + ' ' + coverages.desCovFile().str() + ' ' +
+                coverages.covFile().str(),
             "1.0.0 cap descov cov");
   const std::string file =
       write("offering.xml", "<CoverageDescription version='1.0.0'><CoverageOffering/></CoverageDescription>");
   wcs.OgcWcsDescribeCoverage(nullptr, 0, file.c_str(), 0, 0);
   EXPECT_EQ(readBriefs(2) + readLayers("<Layer/>"), "");
-  EXPECT_TRUE(wcs.BriefCount() == 2 && wcs.OfferingCount() == 1 && wms.NumLayers() == 1);
+  EXPECT_TRUE(wcs.briefCount() == 2 && wcs.offeringCount() == 1 && wms.layerCount() == 1);
   EXPECT_TRUE(wms.OgcWmsCleanup() == 1 && wcs.OgcWcsCleanup() == 1);
-  EXPECT_EQ(wcs.BriefCount() + wcs.OfferingCount() + wms.NumLayers() + wms.LayerCacheCapacity(), 0);
-  for (const transfer::Text* text :
-       {&wms.Version(), &wms.CapFile(), &wms.MapFile(), &wms.FeatFile(), &wcs.CapFN(), &wcs.DesCovFN(), &wcs.CovFN()})
+  EXPECT_EQ(wcs.briefCount() + wcs.offeringCount() + wms.layerCount() + wms.layerCacheCapacity(), 0);
+  for (const transfer::Text* text : {&wms.version(), &wms.capFile(), &wms.mapFile(), &wms.featFile(), &wcs.capFile(),
+                                     &wcs.desCovFile(), &wcs.covFile()})
     EXPECT_FALSE(text->present());
   wms.OgcWmsSetCapFN(path("kept").c_str());
   EXPECT_EQ(readLayers("<Layer/>"), "") << "a client that was cleaned up works again";
@@ -122,7 +122,7 @@ TEST_F(Clients, CacheOfLayersGrowsBeforeItIsFull) {
     const std::string file =
         write("many.xml", "<WMS_Capabilities version='1.3.0'>" + times(layers, "<Layer/>") + "</WMS_Capabilities>");
     client.OgcWmsGetCap(file.c_str(), nullptr, 0, 0, 0);
-    EXPECT_EQ(client.LayerCacheCapacity(), capacity);
+    EXPECT_EQ(client.layerCacheCapacity(), capacity);
     EXPECT_EQ(client.OgcWmsGetLayer(layers - 1)->iIndex, layers - 1);
   }
 }

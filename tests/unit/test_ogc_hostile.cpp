@@ -75,17 +75,17 @@ protected:
              "<Style><Name>s</Name></Style><Layer><Name>a\u00e4&e;<![CDATA[b]]></Name></Layer></Layer></Capability>"
              "</WMS_Capabilities>",
              [this](const char* file) { wms.OgcWmsGetCap(file, nullptr, 0, 0, 0); },
-             [this] { return wms.NumLayers() == 2 ? wms.OgcWmsGetLayer(1)->szName : ""; }},
+             [this] { return wms.layerCount() == 2 ? wms.OgcWmsGetLayer(1)->szName : ""; }},
             {"<WCS_Capabilities version='1.0.0'><Service><name>n</name></Service><ContentMetadata>"
              "<CoverageOfferingBrief><name>c</name><lonLatEnvelope srsName='s'><pos>1 2</pos><pos>3 4</pos>"
              "</lonLatEnvelope></CoverageOfferingBrief></ContentMetadata></WCS_Capabilities>",
              [this](const char* file) { wcs.OgcWcsGetCap(file, nullptr, 0, 0); },
-             [this] { return wcs.BriefCount() == 1 ? wcs.Briefs()->name : ""; }},
+             [this] { return wcs.briefCount() == 1 ? wcs.briefs()->name : ""; }},
             {"<CoverageDescription version='1.0.0'><CoverageOffering><name>o</name><rangeSet><RangeSet><name>r</name>"
              "<nullValues><interval><min>0</min></interval></nullValues></RangeSet></rangeSet><supportedCRSs>"
              "<requestCRSs>a b,c</requestCRSs></supportedCRSs></CoverageOffering></CoverageDescription>",
              [this](const char* file) { wcs.OgcWcsDescribeCoverage(nullptr, 0, file, 0, 0); },
-             [this] { return wcs.OfferingCount() == 1 ? wcs.Offerings()->name : ""; }}};
+             [this] { return wcs.offeringCount() == 1 ? wcs.offerings()->name : ""; }}};
   }
 
   COgcWms wms;
@@ -429,7 +429,7 @@ TEST_F(OgcHostile, LayersInThousandsOfLevelsAreRead) {
 }
 
 TEST(OgcXmlMemory, BlocksAreAligned) {
-  COgcXmlMemory memory(1 << 20);
+  ogc::xml::Memory memory(1 << 20);
   for (XMLSize_t size = 0; size < 1800; ++size)
     EXPECT_EQ(reinterpret_cast<std::uintptr_t>(memory.allocate(size / 3)) % alignof(std::max_align_t), 0U) << size;
 }

@@ -27,8 +27,8 @@ public:
     CurlBuildUrlRq(url, sizeof url);
     return url;
   }
-  using COgcBase::OgcBaseFetchUrl;
-  using COgcBase::OgcBaseSetQuery;
+  using COgcBase::fetchUrl;
+  using COgcBase::setQuery;
 };
 
 struct Limit {
@@ -84,7 +84,7 @@ TEST_F(OgcLimits, TextsAreCutBehindTheLastCharacterThatFits) {
        [](const std::string& text) { return std::string(CCurlException("", text.c_str()).ErrMsg()); }},
       {"service exception", 1023, "Error: Remote OGC server returned a service exception: (",
        [&](const std::string& text) {
-         client.AddServiceException(text);
+         client.addServiceException(text);
          EXPECT_THROW(client.OgcBaseServerErrorCheck(), CCurlException);
          const Client::Request forgets(client);
          return told();
@@ -109,12 +109,12 @@ TEST_F(OgcLimits, TextsAreCutBehindTheLastCharacterThatFits) {
        }},
       {"query", 4095, "Version=1.1.1&Service=WMS&Request=GetMap&",
        [&](const std::string& text) {
-         transfer.OgcBaseSetQuery("WMS", "GetMap", "&" + text);
+         transfer.setQuery("WMS", "GetMap", "&" + text);
          return transfer.Settings().query.str();
        }},
       {"URL given whole", 4095, "",
        [&](const std::string& text) {
-         EXPECT_THROW(transfer.OgcBaseFetchUrl(text.c_str(), path("answer").c_str()), CCurlException);
+         EXPECT_THROW(transfer.fetchUrl(text.c_str(), path("answer").c_str()), CCurlException);
          return transfer.Settings().query.str();
        }},
       {"prefix", 1023, "",

@@ -13,15 +13,15 @@ struct Unwinding {
 };
 
 /// Does something at the first element.
-class ActingHandler : public COgcSaxHelper {
+class ActingHandler : public ogc::xml::Handler {
 public:
   ActingHandler(Client& client, std::function<void()> action)
-      : COgcSaxHelper(client, arena, versions), m_action(std::move(action)) {}
+      : Handler(client, arena, versions), m_action(std::move(action)) {}
   void startElement(const XMLCh*, const XMLCh*, const XMLCh*, const xercesc::Attributes&) override { m_action(); }
 
 private:
-  static constexpr OgcVersionRule versions{{}, "", ""};
-  COgcArena arena;
+  static constexpr ogc::xml::VersionRule versions{{}, "", ""};
+  ogc::xml::Arena arena;
   std::function<void()> m_action;
 };
 

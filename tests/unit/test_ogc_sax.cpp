@@ -7,17 +7,17 @@
 namespace {
 
 /// Opens the helpers to tests.
-class Helper : public COgcSaxHelper {
+class Helper : public ogc::xml::Handler {
 public:
-  explicit Helper(Client& client, const OgcVersionRule& rule = versions) : COgcSaxHelper(client, arena, rule) {}
-  using COgcSaxHelper::AddCurrentNode;
-  using COgcSaxHelper::AddStringNode;
-  using COgcSaxHelper::AppendStrings;
-  using COgcSaxHelper::iElement;
-  using COgcSaxHelper::iSection;
-  using COgcSaxHelper::ParseConcatenatedValues;
-  using COgcSaxHelper::pCurNode;
-  using COgcSaxHelper::szUpdateSequence;
+  explicit Helper(Client& client, const ogc::xml::VersionRule& rule = versions) : Handler(client, arena, rule) {}
+  using Handler::addCurrentNode;
+  using Handler::AddStringNode;
+  using Handler::AppendStrings;
+  using Handler::iElement;
+  using Handler::iSection;
+  using Handler::ParseConcatenatedValues;
+  using Handler::pCurNode;
+  using Handler::szUpdateSequence;
 
   void startElement(const XMLCh*, const XMLCh*, const XMLCh*, const xercesc::Attributes& attrs) override {
     HandleVersion(attrs);
@@ -25,8 +25,8 @@ public:
   }
 
   static constexpr const char* supported[] = {"1.1.0", "1.1.1"};
-  static constexpr OgcVersionRule versions{supported, "no version", "version (%s)"};
-  COgcArena arena;
+  static constexpr ogc::xml::VersionRule versions{supported, "no version", "version (%s)"};
+  ogc::xml::Arena arena;
   const char* href = nullptr;
   bool found = false;
 };
@@ -68,7 +68,7 @@ TEST_F(Ogc, RunsOfNamesAreSplit) {
   for (const auto& c : cases) {
     Helper helper(client);
     xNodeStr_t* head = nullptr;
-    helper.AddCurrentNode(&head);
+    helper.addCurrentNode(&head);
     for (const std::string& run : c.runs) helper.ParseConcatenatedValues(run, 0);
     Lines names;
     for (const xNodeStr_t* node = head; node != nullptr; node = node->next) names.push_back(shown(node->str));
@@ -109,7 +109,7 @@ TEST(OgcUtf8, ConvertsEveryCharacterAndHalvesOfPairs) {
                {u"h\u00e4 \u20ac \U0001F30D!", "h\u00e4 \u20ac \U0001F30D!"},
                {u"a\xD83C", "a\uFFFD"},
                {u"\xDF0D z", "\uFFFD z"}};
-  COgcUtf8 utf8;
+  ogc::xml::Utf8 utf8;
   for (const auto& c : cases) EXPECT_EQ(utf8(c.chars.c_str()), c.utf8);
   const std::u16string many(100'000, u'\u20ac');
   EXPECT_EQ(utf8(many.data(), many.size()).size(), 300'000U);
@@ -117,7 +117,7 @@ TEST(OgcUtf8, ConvertsEveryCharacterAndHalvesOfPairs) {
 }
 
 TEST(OgcNames, AreFoundInAnyCase) {
-  const COgcNames names{{"Layer", 1}, {"srs", 2}, {"BoundingBox", 3}};
+  const ogc::xml::ElementNames names{{"Layer", 1}, {"srs", 2}, {"BoundingBox", 3}};
   EXPECT_EQ(names.find(u"layer"), 1);
   EXPECT_EQ(names.find(u"SRS"), 2);
   EXPECT_EQ(names.find(u"BOUNDINGbox"), 3);
@@ -125,7 +125,7 @@ TEST(OgcNames, AreFoundInAnyCase) {
 }
 
 TEST(OgcArena, TextsThatGrowInTurnKeepTheirContent) {
-  COgcArena arena;
+  ogc::xml::Arena arena;
   std::vector<const char*> texts(5, nullptr);
   std::vector<std::string> expected(texts.size());
   for (std::size_t round = 0; round < 3000; ++round) {

@@ -9,12 +9,14 @@
 #include <unordered_map>
 #include <vector>
 
+namespace ogc::xml {
+
 /// Hands out zero-filled records and texts that live until release() or the arena's end. Nothing is freed singly.
-class COgcArena {
+class Arena {
 public:
-  COgcArena() = default;
-  COgcArena(const COgcArena&) = delete;
-  COgcArena& operator=(const COgcArena&) = delete;
+  Arena() = default;
+  Arena(const Arena&) = delete;
+  Arena& operator=(const Arena&) = delete;
 
   /// New zero-filled record, or `n` consecutive ones.
   template <typename T>
@@ -54,3 +56,5 @@ private:
   std::size_t m_openLength = 0;
   std::unordered_map<const char*, Extent> m_grown; ///< texts that had to move; they have room to grow
 };
+
+} // namespace ogc::xml

@@ -1,16 +1,18 @@
-#include "client/arena.h"
+#include "xml/arena.h"
 
 #include <algorithm>
 #include <cstring>
+
+namespace ogc::xml {
 
 namespace {
 constexpr std::size_t firstChunk = std::size_t{16} * 1024;
 constexpr std::size_t largestChunk = std::size_t{1024} * 1024;
 } // namespace
 
-char* COgcArena::reserve(std::size_t bytes) { return static_cast<char*>(allocate(bytes, 1)); }
+char* Arena::reserve(std::size_t bytes) { return static_cast<char*>(allocate(bytes, 1)); }
 
-void* COgcArena::allocate(std::size_t bytes, std::size_t align) {
+void* Arena::allocate(std::size_t bytes, std::size_t align) {
   m_open = nullptr;
   std::size_t room = static_cast<std::size_t>(m_end - m_top);
   void* place = m_top;
@@ -27,7 +29,7 @@ void* COgcArena::allocate(std::size_t bytes, std::size_t align) {
   return place;
 }
 
-const char* COgcArena::copy(std::string_view text) {
+const char* Arena::copy(std::string_view text) {
   char* place = reserve(text.size() + 1);
   place[text.copy(place, text.size())] = '\0';
   m_open = place;
@@ -35,7 +37,7 @@ const char* COgcArena::copy(std::string_view text) {
   return place;
 }
 
-void COgcArena::append(const char** dst, std::string_view text, std::string_view separator) {
+void Arena::append(const char** dst, std::string_view text, std::string_view separator) {
   if (*dst == nullptr) {
     *dst = copy(text);
     return;
@@ -67,7 +69,7 @@ void COgcArena::append(const char** dst, std::string_view text, std::string_view
   grown->second.length += added;
 }
 
-void COgcArena::release() noexcept {
+void Arena::release() noexcept {
   m_chunks.clear();
   m_grown.clear();
   m_top = m_end = nullptr;
@@ -75,3 +77,5 @@ void COgcArena::release() noexcept {
   m_size = 0;
   m_open = nullptr;
 }
+
+} // namespace ogc::xml
