@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <filesystem>
 #include <thread>
 
 #include <sys/ioctl.h>
@@ -104,6 +105,19 @@ int columns(lua_State* L) {
   return 2;
 }
 
+/// zel.is_file(path): true for a regular file, false for anything else that has that name, nil for nothing. Unlike
+/// io.open, it never waits for the other end of a pipe.
+int isFile(lua_State* L) {
+  namespace fs = std::filesystem;
+  std::error_code unreadable;
+  const fs::file_status status = fs::status(luaL_checkstring(L, 1), unreadable);
+  if (fs::exists(status))
+    lua_pushboolean(L, static_cast<int>(fs::is_regular_file(status)));
+  else
+    luaL_pushfail(L);
+  return 1;
+}
+
 /// A function of the library that is written in Lua; its module is loaded on first use.
 template <const char* module>
 int callModule(lua_State* L) {
@@ -127,6 +141,7 @@ constexpr luaL_Reg libraryFunctions[] = {{"new", newObject},
                                          {"clock", clockSeconds},
                                          {"sleep", sleep},
                                          {"columns", columns},
+                                         {"is_file", isFile},
                                          {"methods", objectMethods},
                                          {"show", callModule<showModule>},
                                          {"help", callModule<helpModule>},

@@ -187,7 +187,7 @@ void COgcBase::requireOwnAnswer(const char* file) const {
   throw CCurlException(
       transfer::formatLimited(transfer::messageLimit,
                               "Error: the response file (%s) was replaced by another process before it was "
-                              "read. Repeat the request, with a file name of its own for each object",
+                              "read. Let each process write to a different file, and repeat the request",
                               file)
           .c_str());
 }

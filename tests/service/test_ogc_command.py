@@ -44,6 +44,7 @@ LINES = [
     ("info http://localhost", 1, "", '"http://localhost" has no path'),
     ("info http://localhost:1/wms --retries 0", 1, "", "zel-ogc: Http Get Request Failed."),
     ("info SERVICE --user anna --password-file nosuch", 1, "", "zel-ogc: there is no password in nosuch\n"),
+    ("map SERVICE earth --size 64 --tile 32 --to 'a\n\tb.png'", 1, "", 'contain a control character: "a  b.png"\n'),
     ("map SERVICE eart", 1, "", 'zel-ogc: there is no layer "eart"; did you mean "earth"?'),
     ("map SERVICE earth --wms 1.2.0", 1, "", 'no version "1.2.0"; did you mean "1.3.0"?'),
     ("info --help", 0, "Usage: zel-ogc info ", ""),

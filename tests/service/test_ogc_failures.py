@@ -1,5 +1,6 @@
 """The library zel.ogc where things go wrong: the server's own words, tries that are repeated, odd services, defaults."""
 
+import os
 import signal
 import subprocess
 import time
@@ -165,6 +166,7 @@ def test_version_is_agreed_upon(zel):
     assert done.out == "1.1.1\n" and "SRS=EPSG:4326" in server.requests[2] and "BBOX=0,0,2,1&" in server.requests[2]
 
 
+PIPE = "a pipe that nobody writes to"
 # What ~/.config/zel/ogc.lua holds, and what is said about it.
 DEFAULTS = {
     "return {retries = 0, timeout = 7, USERNAME = 'x', proxy = 'http://me:pw@localhost:3128'}": "0 7 x localhost 3128 me",
@@ -174,13 +176,18 @@ DEFAULTS = {
     "io.open('x')": "your defaults cannot be read: ",
     "return {NO_SUCH = 1}": "Keyword NO_SUCH is not allowed",
     "return {proxy = 'ftp://x/y'}": '"ftp://x/y" is no proxy',
+    PIPE: "/zel/ogc.lua is no regular file",
 }
 
 
 @pytest.mark.parametrize("text", DEFAULTS)
 def test_defaults(zel, tmp_path, text):
     (tmp_path / "config/zel").mkdir(parents=True)
-    (tmp_path / "config/zel/ogc.lua").write_text(text)
+    config = tmp_path / "config/zel/ogc.lua"
+    if text == PIPE:
+        os.mkfifo(config)
+    else:
+        config.write_text(text)
     (tmp_path / "caps.xml").write_text('<WMS_Capabilities version="1.3.0"/>')
     done = zel("""
       local done, s = pcall(require "zel.ogc".wms, "caps.xml")

@@ -24,9 +24,9 @@ end
 --- Returns the table, an empty one without a file, and the path.
 return function()
   local where = path()
-  local file = io.open(where)
-  if not file then return {}, where end
-  file:close()
+  local is_file = zel.is_file(where)
+  if is_file == nil then return {}, where end
+  if not is_file then errors.raise("your defaults cannot be read: " .. where .. " is no regular file") end
   local chunk, why = loadfile(where, "t", surroundings())
   if not chunk then errors.raise("your defaults cannot be read: " .. why) end
   local done, options = pcall(chunk)

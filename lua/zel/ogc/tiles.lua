@@ -6,6 +6,7 @@
 local errors = require "zel.ogc.errors"
 local files = require "zel.ogc.files"
 local georeference = require "zel.ogc.georeference"
+local printable = require "zel.ogc.printable"
 local programs = require "zel.ogc.programs"
 local progress = require "zel.ogc.tile_progress"
 
@@ -89,6 +90,9 @@ function tiles.fetch(s, plan, map, largest, to)
   local extension = georeference.extension(plan.format)
   if not extension then errors.raise(plan.format .. " cannot be joined from tiles: ask for a format of pictures") end
   if not to then errors.raise("a map of several tiles needs a name: say where with to") end
+  if to:find("%c") then -- programs get the names of the tiles line by line
+    errors.raise(('the name of a map of several tiles must not contain a control character: "%s"'):format(printable(to)))
+  end
   if to:sub(1, 1) == "-" then to = "./" .. to end -- programs would take it for an option
   local directory = files.stem(to) .. ".tiles/"
   local list = cut(map, largest, extension)
