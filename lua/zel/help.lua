@@ -90,12 +90,30 @@ local function print_entries(name)
       end
     end
     if rows[1] then
-      print_title(section)
+      print(paint("title", section.level > 2 and section.topic .. ": " .. section.title or section.title))
       print_rows(rows)
       found = true
     end
   end
   return found
+end
+
+-- Prints which other names and titles hold a name.
+local function print_related(name)
+  name = name:lower()
+  local related, seen = {}, {[name] = true, ["zel." .. name] = true}
+  local function look(other)
+    local lower = other:lower()
+    if lower:find(name, 1, true) and not seen[lower] then related[#related + 1] = other end
+    seen[lower] = true
+  end
+  for _, section in ipairs(reference.sections) do
+    for _, row in ipairs(reference.rows(section)) do
+      for _, entry in ipairs(reference.names(row)) do look(entry) end
+    end
+    look(section.title)
+  end
+  if related[1] and #related <= MOST then print("See also: " .. wrap(table.concat(related, ", "), 10)) end
 end
 
 -- Prints the section whose title has the name as a word, or the titles when several have it.
@@ -195,7 +213,9 @@ return function(name)
   local last = name:match("[:.](%a%w*)$")
   local section = reference.find(name) or last and reference.find(last)
   if section and not print_class(name) then return print_section(section) end
-  if section or print_class(name) or print_entries(last or name) or print_titled(name) then return end
+  if section or print_class(name) then return end
+  if print_entries(last or name) then return print_related(last or name) end
+  if print_titled(name) then return end
   if name ~= "" and print_quotations(name) then return end
   print("There is nothing about " .. name .. "; zel.help() lists the names.")
 end

@@ -209,6 +209,7 @@ HELP = [
     ("'ZELnetOGCWCS'", ["Methods of ZELnetOGCWCS\n", "WCS_VERSION"]),
     ("'STYLE'", ["Layer structure\n  NUM_STYLE, STYLE[] {NAME,"]),
     ("'num_srs'", ["Layer structure\n  NUM_SRS, SRS[]  reference systems in 1.1.0"]),
+    ("'proxy'", ["Maps and coverages by name: wms\n  proxy", "See also: PROXY_AUTHENTICATION, PROXY_HOSTNAME"]),
     ("'status routine'", ["Status routine\n", "CALLBACK_FUNCTION"]),
     ("'structure'", ["Topics:\n  Layer structure\n"]),
     ("'cookie'", ["Proxies, credentials and certificates\n  When a server redirects"]),

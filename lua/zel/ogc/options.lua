@@ -43,7 +43,8 @@ local function proxy_properties(text)
           PROXY_PASSWORD = password ~= "" and password or nil}
 end
 
---- The options of a new service: its own over the user's defaults over ours.
+--- The options of a new service: its own over the user's defaults over ours; proxy_file is where its proxy was given,
+-- unless the script gave it.
 function options.merge(call, given)
   given = given or {}
   if type(given) ~= "table" then errors.raise(call .. " wants a table of options") end
@@ -54,6 +55,7 @@ function options.merge(call, given)
   for _, source in ipairs{DEFAULTS, defaults, given} do
     for name, value in pairs(source) do merged[name] = value end
   end
+  merged.proxy_file = not given.proxy and defaults.proxy and path or nil
   return merged
 end
 

@@ -17,6 +17,14 @@ local function without_frame(why)
   return (text:gsub("^Error: ", ""):gsub("%.%.+$", "."))
 end
 
+-- A method's error as people read it. A connection that failed was one to the proxy, if there is one.
+local function told(s, why)
+  local options, text = s.options, without_frame(why)
+  if not options.proxy or not why:find("Curl Error Code = [57]%D") then return text end
+  return ("%s The proxy is %s%s."):format(text, options.proxy:gsub("^.*@", ""), options.proxy_file and
+    ", from " .. options.proxy_file or "")
+end
+
 -- Whether a failure may pass when one tries again.
 local function passing(why)
   local status, curl = why:match("Http ErrCode%((%d+)%)"), why:match("Curl Error Code = (%d+)")
@@ -45,12 +53,12 @@ end
 
 -- Raises what went wrong in a method; what is no failure of the request (Ctrl-C, an error of the script's own status
 -- routine, a cancel) goes on as it is.
-local function fail(object, why)
+local function fail(s, why)
   if type(why) ~= "string" or not why:find("ZELNETOGC", 1, true) or why:find("Cancel request detected", 1, true) then
     error(why, 0)
   end
-  service.check_answer{object = object}
-  errors.raise(without_frame(why))
+  service.check_answer(s)
+  errors.raise(told(s, why))
 end
 
 --- Calls a method of the service's object, several times where that may help.
@@ -61,9 +69,9 @@ function service.request(s, method, ...)
     local results = table.pack(pcall(s.object[method], s.object, ...))
     if results[1] then return table.unpack(results, 2, results.n) end
     local why = results[2]
-    if try > s.options.retries or type(why) ~= "string" or not passing(why) then fail(s.object, why) end
+    if try > s.options.retries or type(why) ~= "string" or not passing(why) then fail(s, why) end
     local seconds = pause_after(s.object, try)
-    service.tell(s, ("%s Trying again in %g s."):format(without_frame(why), seconds))
+    service.tell(s, ("%s Trying again in %g s."):format(told(s, why), seconds))
     zel.sleep(seconds)
   end
 end
