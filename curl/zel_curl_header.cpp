@@ -76,6 +76,8 @@ std::size_t CCurl::takeHeader(std::string_view data) {
   m_rsp.headerLength = std::min(m_rsp.headerLength, INT_MAX / 2) + size;
   if (size > room && !m_headerTruncated) {
     m_headerTruncated = true;
+    const auto kept = transfer::cutAt(m_rsp.header.data() + std::string(data.substr(room, 3)), lastIndex).size();
+    std::fill(m_rsp.header.begin() + kept, m_rsp.header.end(), '\0');
     tell("http: Response Header truncated.");
   }
 

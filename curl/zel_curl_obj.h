@@ -332,7 +332,7 @@ private:
   void nameAfterType(transfer::Text& name) const;
   std::size_t splitServer(std::string_view url, bool needsPath);
   const RequestKind& checkRequest(const char* url);
-  void refuseLineBreaks();
+  void refuseControls(std::string_view url);
   CURLcode transfer(const RequestKind& kind, const char* url);
   void setLimits(Options& set);
   void setTrust(Options& set);

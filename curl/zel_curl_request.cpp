@@ -120,6 +120,24 @@ std::string escapedLogin(const transfer::Text& user, const transfer::Text& passw
   return escape(user) + ':' + escape(password);
 }
 
+/// A setting that becomes part of a URL, and the name by which people know it.
+struct AddressPart {
+  transfer::Text transfer::Settings::*text;
+  const char* name;
+};
+
+constexpr AddressPart addressParts[] = {{&transfer::Settings::scheme, "URL_SCHEME"},
+                                        {&transfer::Settings::host, "URL_HOSTNAME"},
+                                        {&transfer::Settings::port, "URL_PORT"},
+                                        {&transfer::Settings::path, "URL_PATH"},
+                                        {&transfer::Settings::queryPrefix, "URL_QUERY_PREFIX"},
+                                        {&transfer::Settings::query, "query"},
+                                        {&transfer::Settings::querySuffix, "URL_QUERY_SUFFIX"}};
+
+bool hasControls(std::string_view text) noexcept {
+  return std::ranges::any_of(text, [](unsigned char c) { return c < ' ' || c == 0x7f; });
+}
+
 // Programs that a status routine starts must not inherit sockets.
 curl_socket_t openSocket(void*, curlsocktype, curl_sockaddr* address) noexcept {
   return ::socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
@@ -194,7 +212,7 @@ void CCurl::CurlProcessRequest(char const* url, int requestType) {
   m_thrown = nullptr;
   m_tracedLine.clear();
   RequestEnd end(*this);
-  refuseLineBreaks();
+  refuseControls(text);
   const CURLcode code = finish(transfer(kind, target.data()));
   if (m_thrown || code != CURLE_OK) {
     CurlReleaseToBuf();
@@ -356,11 +374,22 @@ void CCurl::setUpload(Options& set, const RequestKind& kind) {
   set.pointer(CURLOPT_SEEKDATA, static_cast<void*>(this));
 }
 
-// A line break would begin a line of the protocol that nobody meant to send.
-void CCurl::refuseLineBreaks() {
+// A line break would begin a line of the protocol that nobody meant to send; libcurl refuses control characters in a
+// URL without a word about which part they are in.
+void CCurl::refuseControls(std::string_view url) {
   const auto check = [this](std::string_view text, const std::string& what) {
     if (text.find_first_of("\r\n") != text.npos) fail("Error: The %s must not contain a line break.", what.c_str());
   };
+  const auto checkAddress = [&](std::string_view text, const char* what) {
+    check(text, what);
+    if (hasControls(text)) fail("Error: The %s must not contain a control character.", what);
+  };
+  if (hasControls(url)) {
+    for (const AddressPart& part : addressParts)
+      if (const std::string& text = (m_set.*part.text).str(); text != url) checkAddress(text, part.name);
+    checkAddress(url, "URL");
+  }
+  checkAddress(m_set.proxy.str(), "PROXY_HOSTNAME");
   check(m_set.user.str(), "user name");
   check(m_set.passwd.str(), "password");
   check(m_set.proxyUser.str(), "proxy user name");

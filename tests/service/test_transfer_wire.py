@@ -154,11 +154,18 @@ def test_credentials_of_a_location_do_not_show(tmp_path):
 
 @pytest.mark.parametrize("setting, name", [
     ("header=X: y\r\nInjected: 1", "header line 2"), ("header=\nX: y", "header line 2"), ("user=me\r\nX: y", "user name"),
-    ("password=pw\n", "password"), ("proxyuser=me\r", "proxy user name"), ("proxypassword=\n", "proxy password")])
+    ("password=pw\n", "password"), ("proxyuser=me\r", "proxy user name"), ("proxypassword=\n", "proxy password"),
+    ("proxy=a\r\nb", "PROXY_HOSTNAME"), ("url=http://127.0.0.1:1/x\r\ny", "URL"),
+    *[(f"url= {name}=a\nb", called) for name, called in (
+        ("scheme", "URL_SCHEME"), ("host", "URL_HOSTNAME"), ("path", "URL_PATH"), ("prefix", "URL_QUERY_PREFIX"),
+        ("query", "query"), ("suffix", "URL_QUERY_SUFFIX"))]])
 def test_line_breaks_are_refused_by_name(tmp_path, setting, name):
-    outcome, got = fetch([HEAD, answer()], tmp_path, "header=A: b", setting)
+    parts = ["path=p", "query=q"] if setting.startswith("url= ") else []
+    outcome, got = fetch([HEAD, answer()], tmp_path, "header=A: b", *parts, *setting.split(" ", len(parts) // 2))
     text = f"Error: The {name} must not contain a line break."
     assert (outcome.result, outcome.lines, got) == (text + ".", [text], "")
+    outcome = transfer("getfile=/dev/null", "url=http://127.0.0.1:1/\x7f", "request=get")
+    assert outcome.result == "Error: The URL must not contain a control character.."
     outcome = transfer("ftpfile=/dev/null", "header=PWD\r\nDELE x", "url=ftp://127.0.0.1:1/", "request=ftpcmd")
     assert outcome.result == "Error: The FTP command 1 must not contain a line break..", outcome.result
 
