@@ -14,8 +14,6 @@
 #include <string>
 #include <vector>
 
-using Lines = std::vector<std::string>;
-
 inline std::string shown(const char* text) { return text != nullptr ? text : "-"; }
 
 inline std::string times(std::size_t count, const std::string& text) {
