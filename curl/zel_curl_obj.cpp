@@ -167,15 +167,10 @@ void CCurl::CurlCleanUpStrNodes(transfer::TextList* list) noexcept {
   if (list != nullptr) list->clear();
 }
 
-int CCurl::CurlGetStrNodeCount(const xNodeStr_t* head) noexcept {
-  int count = 0;
-  for (; head != nullptr; head = head->next) ++count;
-  return count;
-}
+int CCurl::CurlGetStrNodeCount(const xNodeStr_t* head) noexcept { return transfer::length(head); }
 
 const xNodeStr_t* CCurl::CurlGetStrNode(const xNodeStr_t* head, int index) noexcept {
-  for (; head != nullptr && index > 0; --index) head = head->next;
-  return head;
+  return transfer::itemAt(head, index);
 }
 
 void CCurl::CurlAddHeader(char const* line) { m_headers.append(line != nullptr ? line : ""); }

@@ -44,6 +44,20 @@ private:
   std::string m_text;
 };
 
+/// Item `n` of a list that is linked by `next`, null after its end; the first for an `n` below 1.
+template <typename T>
+[[nodiscard]] T* itemAt(T* head, int n) noexcept {
+  for (; n > 0 && head != nullptr; --n) head = head->next;
+  return head;
+}
+/// Number of items of a list that is linked by `next`.
+template <typename T>
+[[nodiscard]] int length(const T* head) noexcept {
+  int n = 0;
+  for (; head != nullptr; head = head->next) ++n;
+  return n;
+}
+
 /// A list of texts that owns its nodes.
 class TextList {
 public:

@@ -5,35 +5,25 @@
 #include <algorithm>
 #include <string>
 
+using namespace ogc;
+using transfer::itemAt;
+using transfer::length;
+
 namespace {
 
 constexpr std::size_t joinedNamesLimit = 2047;
 constexpr std::size_t nameLimit = 2048;
 constexpr int allItems = -1;
 
-/// Item `n` of a linked list, null after its end.
-template <typename T>
-const T* itemOf(const T* head, int n) noexcept {
-  for (; n > 0 && head != nullptr; --n) head = head->next;
-  return head;
-}
-
-template <typename T>
-int lengthOf(const T* head) noexcept {
-  int n = 0;
-  for (; head != nullptr; head = head->next) ++n;
-  return n;
-}
-
 /// Length of a list of item `n`, or the largest among all items.
 template <typename T, typename U>
 int lengthIn(const T* head, int n, WcsList<U> T::*list) noexcept {
   if (n != allItems) {
-    const T* item = itemOf(head, n);
-    return item != nullptr ? lengthOf<U>(item->*list) : 0;
+    const T* item = itemAt(head, n);
+    return item != nullptr ? length((item->*list).head) : 0;
   }
   int largest = 0;
-  for (; head != nullptr; head = head->next) largest = std::max(largest, lengthOf<U>(head->*list));
+  for (; head != nullptr; head = head->next) largest = std::max(largest, length((head->*list).head));
   return largest;
 }
 
@@ -56,21 +46,21 @@ COgcWcs::COgcWcs() : COgcBase("1.0.0") {}
 void COgcWcs::OgcWcsSetVer(const char* version) { OgcBaseStringHandler(&m_version, version); }
 
 void COgcWcs::OgcWcsSetCapFN(const char* name) {
-  setFileName(m_capFileName, name, "Error: Capabilities Filename can not be null.");
+  setFileName(m_capFile, name, "Error: Capabilities Filename can not be null.");
 }
 
 void COgcWcs::OgcWcsSetDesCovFN(const char* name) {
-  setFileName(m_desCovFileName, name, "Error: Describe Coverage Filename can not be null.");
+  setFileName(m_desCovFile, name, "Error: Describe Coverage Filename can not be null.");
 }
 
 void COgcWcs::OgcWcsSetCovFN(const char* name) {
-  setFileName(m_covFileName, name, "Error: Coverage Filename can not be null.");
+  setFileName(m_covFile, name, "Error: Coverage Filename can not be null.");
 }
 
 void COgcWcs::OgcWcsGetCap(const char* fromFile, const char* fromUrl, int schemaChecking, int validationMode) {
   const auto read = [&] {
     COgcWcsSaxCapHandler handler(*this, m_capabilities);
-    if (!readCapabilities(handler, "WCS", fromFile, fromUrl, m_capFileName, schemaChecking, validationMode)) return;
+    if (!readCapabilities(handler, "WCS", fromFile, fromUrl, m_capFile, schemaChecking, validationMode)) return;
     m_briefCursor = briefs();
     reportCount("Number of brief coverage decriptions found: ", briefCount());
     reportStatus("Get Capabilites request completed.");
@@ -88,7 +78,7 @@ void COgcWcs::OgcWcsDescribeCoverage(const char* const* names, int nameCount, co
   const auto read = [&] {
     if (names != nullptr) setQuery("WCS", "DescribeCoverage", coverageParameter(names, nameCount));
     COgcWcsSaxDesCovHandler handler(*this, m_description);
-    readDocument(handler, fromFile, m_desCovFileName, texts, schemaChecking, validationMode);
+    readDocument(handler, fromFile, m_desCovFile, texts, schemaChecking, validationMode);
     reportCount("Number of Describe Coverages found: ", offeringCount());
     reportStatus("Get DescribeCoverage request completed.");
   };
@@ -99,10 +89,9 @@ void COgcWcs::OgcWcsGetCoverage(const char* query) {
   const Request request(*this);
   m_coverageCount = 0;
   setQuery("WCS", "GetCoverage", std::string("&").append(query != nullptr ? query : ""));
-  const std::string file =
-      fetchFile(m_covFileName.c_str(),
-                {"Error: failed to get a coverage.", "Error: Get Coverage request failed to retrieve a data file.",
-                 "Coverage file written to: "});
+  const std::string file = fetchFile(m_covFile.c_str(), {"Error: failed to get a coverage.",
+                                                         "Error: Get Coverage request failed to retrieve a data file.",
+                                                         "Coverage file written to: "});
   m_coverageCount = 1;
   if (answerIsXml()) {
     ogc::xml::Arena texts;
@@ -122,7 +111,7 @@ const WcsBrief* COgcWcs::OgcWcsGetNextCOB() noexcept {
 }
 
 void COgcWcs::OgcWcsGetNextCOBSkip(int count) {
-  m_briefCursor = itemOf(briefs(), count);
+  m_briefCursor = itemAt(briefs(), count);
   if (count < 0 || count > briefCount()) {
     throw CCurlException("Error: unable to skip over the desired number of coverage briefs.");
   }
@@ -130,16 +119,16 @@ void COgcWcs::OgcWcsGetNextCOBSkip(int count) {
 
 const WcsOffering* COgcWcs::OgcWcsGetCO(int index) const {
   if (std::max(index, 0) >= offeringCount()) throw CCurlException("Error: Invalid index in OgcWcsGetCO call.");
-  return itemOf(offerings(), index);
+  return itemAt(offerings(), index);
 }
 
-const WcsEnvelope* COgcWcs::OgcWcsGetCOSDLLE(int co, int n) const { return itemOf(OgcWcsGetCO(co)->envelopes.head, n); }
+const WcsEnvelope* COgcWcs::OgcWcsGetCOSDLLE(int co, int n) const { return itemAt(OgcWcsGetCO(co)->envelopes.head, n); }
 
-int COgcWcs::OgcWcsGetCOSDLLECount(int co) const { return lengthOf(OgcWcsGetCO(co)->envelopes.head); }
+int COgcWcs::OgcWcsGetCOSDLLECount(int co) const { return length(OgcWcsGetCO(co)->envelopes.head); }
 
-const WcsGrid* COgcWcs::OgcWcsGetCOSDGrid(int co, int n) const { return itemOf(OgcWcsGetCO(co)->grids.head, n); }
+const WcsGrid* COgcWcs::OgcWcsGetCOSDGrid(int co, int n) const { return itemAt(OgcWcsGetCO(co)->grids.head, n); }
 
-int COgcWcs::OgcWcsGetCOSDGridCount(int co) const { return lengthOf(OgcWcsGetCO(co)->grids.head); }
+int COgcWcs::OgcWcsGetCOSDGridCount(int co) const { return length(OgcWcsGetCO(co)->grids.head); }
 
 int COgcWcs::OgcWcsGetCOSDGridAxisNameCount(int co, int grid) const {
   return lengthIn(OgcWcsGetCO(co)->grids.head, grid, &WcsGrid::axisNames);
@@ -150,26 +139,26 @@ int COgcWcs::OgcWcsGetCOSDGridOffsetVectorCount(int co, int grid) const {
 }
 
 const WcsTimePosition* COgcWcs::OgcWcsGetCOTempTimePos(int co, int n) const {
-  return itemOf(OgcWcsGetCO(co)->timePositions.head, n);
+  return itemAt(OgcWcsGetCO(co)->timePositions.head, n);
 }
 
-int COgcWcs::OgcWcsGetCOTempTimePosCount(int co) const { return lengthOf(OgcWcsGetCO(co)->timePositions.head); }
+int COgcWcs::OgcWcsGetCOTempTimePosCount(int co) const { return length(OgcWcsGetCO(co)->timePositions.head); }
 
 const WcsTimePeriod* COgcWcs::OgcWcsGetCOTempTimePeriod(int co, int n) const {
-  return itemOf(OgcWcsGetCO(co)->timePeriods.head, n);
+  return itemAt(OgcWcsGetCO(co)->timePeriods.head, n);
 }
 
-int COgcWcs::OgcWcsGetCOTempTimePeriodCount(int co) const { return lengthOf(OgcWcsGetCO(co)->timePeriods.head); }
+int COgcWcs::OgcWcsGetCOTempTimePeriodCount(int co) const { return length(OgcWcsGetCO(co)->timePeriods.head); }
 
 const WcsInterval* COgcWcs::OgcWcsGetCORngNullInterval(int co, int n) const {
-  return itemOf(OgcWcsGetCO(co)->rangeSet.nullIntervals.head, n);
+  return itemAt(OgcWcsGetCO(co)->rangeSet.nullIntervals.head, n);
 }
 
-int COgcWcs::OgcWcsGetCORngNullIntervalCount(int co) const { return lengthOf(OgcWcsGetCORngNullInterval(co, 0)); }
+int COgcWcs::OgcWcsGetCORngNullIntervalCount(int co) const { return length(OgcWcsGetCORngNullInterval(co, 0)); }
 
-const WcsAxis* COgcWcs::OgcWcsGetCORngAxis(int co, int n) const { return itemOf(OgcWcsGetCO(co)->axes.head, n); }
+const WcsAxis* COgcWcs::OgcWcsGetCORngAxis(int co, int n) const { return itemAt(OgcWcsGetCO(co)->axes.head, n); }
 
-int COgcWcs::OgcWcsGetCORngAxisCount(int co) const { return lengthOf(OgcWcsGetCO(co)->axes.head); }
+int COgcWcs::OgcWcsGetCORngAxisCount(int co) const { return length(OgcWcsGetCO(co)->axes.head); }
 
 int COgcWcs::OgcWcsGetCORngAxisSingleCount(int co, int axis) const {
   return lengthIn(OgcWcsGetCO(co)->axes.head, axis, &WcsAxis::singleValues);
@@ -177,7 +166,7 @@ int COgcWcs::OgcWcsGetCORngAxisSingleCount(int co, int axis) const {
 
 const WcsInterval* COgcWcs::OgcWcsGetCORngAxisInt(int co, int axis, int n) const {
   const WcsAxis* item = OgcWcsGetCORngAxis(co, axis);
-  return item != nullptr ? itemOf<WcsInterval>(item->intervals, n) : nullptr;
+  return item != nullptr ? itemAt(item->intervals.head, n) : nullptr;
 }
 
 int COgcWcs::OgcWcsGetCORngAxisIntCount(int co, int axis) const {
@@ -199,7 +188,7 @@ int COgcWcs::OgcWcsCleanup() {
   forgetCapabilities();
   forgetDescription();
   clearExceptions();
-  for (transfer::Text* name : {&m_capFileName, &m_desCovFileName, &m_covFileName}) OgcBaseCleanUpCharArray(name);
+  for (transfer::Text* name : {&m_capFile, &m_desCovFile, &m_covFile}) OgcBaseCleanUpCharArray(name);
   CurlCleanup();
   return 1;
 }

@@ -7,6 +7,8 @@
 #include "client/base.h"
 #include "xml/arena.h"
 
+namespace ogc {
+
 /// A list in document order. Reads as a pointer to its first item; items are linked by `next`.
 template <typename T>
 struct WcsList {
@@ -109,15 +111,17 @@ struct WcsCapabilities {
   ogc::xml::Arena arena;
   WcsService* pService = nullptr; ///< null until a child of `Service` was seen
   WcsBrief* pBriefHead = nullptr;
-  int iBriefCount = 0;
+  std::int64_t iBriefCount = 0;
 };
 
 /// What a coverage description holds.
 struct WcsDescription {
   ogc::xml::Arena arena;
   WcsOffering* pCovOfferingHead = nullptr;
-  int iCovOfferingCount = 0;
+  std::int64_t iCovOfferingCount = 0;
 };
+
+} // namespace ogc
 
 /// Requests, and what they found. Failures are CCurlExceptions; a request for records that fails leaves none. While a
 /// request runs, a second one and the clean-ups of records are refused.
@@ -148,7 +152,7 @@ public:
   void OgcWcsGetCoverage(const char* query);
 
   /// Brief at the cursor, null at the end; the cursor goes on. A capabilities request puts it at the first brief.
-  const WcsBrief* OgcWcsGetNextCOB() noexcept;
+  const ogc::WcsBrief* OgcWcsGetNextCOB() noexcept;
   /// Moves the cursor past the first `count` briefs. \throws CCurlException when there are fewer or `count` is
   /// negative.
   void OgcWcsGetNextCOBSkip(int count);
@@ -158,23 +162,23 @@ public:
   /// is null, a list of an absent item has no length. \throws CCurlException when `co` is not below the number of
   /// offerings, and when there are none. Counts of a grid or an axis take -1 for the largest among all.
   /// @{
-  [[nodiscard]] const WcsOffering* OgcWcsGetCO(int index) const;
-  [[nodiscard]] const WcsEnvelope* OgcWcsGetCOSDLLE(int co, int n) const;
+  [[nodiscard]] const ogc::WcsOffering* OgcWcsGetCO(int index) const;
+  [[nodiscard]] const ogc::WcsEnvelope* OgcWcsGetCOSDLLE(int co, int n) const;
   [[nodiscard]] int OgcWcsGetCOSDLLECount(int co) const;
-  [[nodiscard]] const WcsGrid* OgcWcsGetCOSDGrid(int co, int n) const;
+  [[nodiscard]] const ogc::WcsGrid* OgcWcsGetCOSDGrid(int co, int n) const;
   [[nodiscard]] int OgcWcsGetCOSDGridCount(int co) const;
   [[nodiscard]] int OgcWcsGetCOSDGridAxisNameCount(int co, int grid) const;
   [[nodiscard]] int OgcWcsGetCOSDGridOffsetVectorCount(int co, int grid) const;
-  [[nodiscard]] const WcsTimePosition* OgcWcsGetCOTempTimePos(int co, int n) const;
+  [[nodiscard]] const ogc::WcsTimePosition* OgcWcsGetCOTempTimePos(int co, int n) const;
   [[nodiscard]] int OgcWcsGetCOTempTimePosCount(int co) const;
-  [[nodiscard]] const WcsTimePeriod* OgcWcsGetCOTempTimePeriod(int co, int n) const;
+  [[nodiscard]] const ogc::WcsTimePeriod* OgcWcsGetCOTempTimePeriod(int co, int n) const;
   [[nodiscard]] int OgcWcsGetCOTempTimePeriodCount(int co) const;
-  [[nodiscard]] const WcsInterval* OgcWcsGetCORngNullInterval(int co, int n) const;
+  [[nodiscard]] const ogc::WcsInterval* OgcWcsGetCORngNullInterval(int co, int n) const;
   [[nodiscard]] int OgcWcsGetCORngNullIntervalCount(int co) const;
-  [[nodiscard]] const WcsAxis* OgcWcsGetCORngAxis(int co, int n) const;
+  [[nodiscard]] const ogc::WcsAxis* OgcWcsGetCORngAxis(int co, int n) const;
   [[nodiscard]] int OgcWcsGetCORngAxisCount(int co) const;
   [[nodiscard]] int OgcWcsGetCORngAxisSingleCount(int co, int axis) const;
-  [[nodiscard]] const WcsInterval* OgcWcsGetCORngAxisInt(int co, int axis, int n) const;
+  [[nodiscard]] const ogc::WcsInterval* OgcWcsGetCORngAxisInt(int co, int axis, int n) const;
   [[nodiscard]] int OgcWcsGetCORngAxisIntCount(int co, int axis) const;
   /// @}
 
@@ -189,26 +193,26 @@ public:
   /// @}
 
   /// Service section, null when none was read.
-  [[nodiscard]] const WcsService* service() const noexcept { return m_capabilities.pService; }
-  [[nodiscard]] const WcsBrief* briefs() const noexcept { return m_capabilities.pBriefHead; }
+  [[nodiscard]] const ogc::WcsService* service() const noexcept { return m_capabilities.pService; }
+  [[nodiscard]] const ogc::WcsBrief* briefs() const noexcept { return m_capabilities.pBriefHead; }
   /// Bytes of all records.
   [[nodiscard]] std::size_t recordSize() const noexcept {
     return m_capabilities.arena.size() + m_description.arena.size();
   }
-  [[nodiscard]] int briefCount() const noexcept { return m_capabilities.iBriefCount; }
-  [[nodiscard]] const WcsOffering* offerings() const noexcept { return m_description.pCovOfferingHead; }
-  [[nodiscard]] int offeringCount() const noexcept { return m_description.iCovOfferingCount; }
-  [[nodiscard]] const transfer::Text& capFile() const noexcept { return m_capFileName; }
-  [[nodiscard]] const transfer::Text& desCovFile() const noexcept { return m_desCovFileName; }
-  [[nodiscard]] const transfer::Text& covFile() const noexcept { return m_covFileName; }
+  [[nodiscard]] std::int64_t briefCount() const noexcept { return m_capabilities.iBriefCount; }
+  [[nodiscard]] const ogc::WcsOffering* offerings() const noexcept { return m_description.pCovOfferingHead; }
+  [[nodiscard]] std::int64_t offeringCount() const noexcept { return m_description.iCovOfferingCount; }
+  [[nodiscard]] const transfer::Text& capFile() const noexcept { return m_capFile; }
+  [[nodiscard]] const transfer::Text& desCovFile() const noexcept { return m_desCovFile; }
+  [[nodiscard]] const transfer::Text& covFile() const noexcept { return m_covFile; }
 
 private:
   void forgetCapabilities() noexcept;
   void forgetDescription() noexcept;
 
-  transfer::Text m_capFileName{"cap"}, m_desCovFileName{"descov"}, m_covFileName{"cov"};
-  WcsCapabilities m_capabilities;
-  const WcsBrief* m_briefCursor = nullptr;
-  WcsDescription m_description;
+  transfer::Text m_capFile{"cap"}, m_desCovFile{"descov"}, m_covFile{"cov"};
+  ogc::WcsCapabilities m_capabilities;
+  const ogc::WcsBrief* m_briefCursor = nullptr;
+  ogc::WcsDescription m_description;
   int m_coverageCount = 0;
 };

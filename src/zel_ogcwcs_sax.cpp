@@ -3,10 +3,12 @@
 #include <string>
 #include <type_traits>
 
+namespace ogc {
+
 namespace {
 
-using ogc::xml::Attribute;
-using ogc::xml::VersionRule;
+using xml::Attribute;
+using xml::VersionRule;
 
 constexpr std::size_t indexTextLimit = 7;
 constexpr const char* supportedVersions[] = {"1.0.0"};
@@ -32,9 +34,9 @@ enum Group : int { NONE, ENVELOPE, GRID, NULL_VALUES, AXIS };
 
 using H = COgcWcsSaxHelper;
 using Attributes = xercesc::Attributes;
-using Grammar = ogc::xml::Grammar<H>;
+using Grammar = xml::Grammar<H>;
 using Rule = Grammar::Rule;
-using Acts = ogc::xml::Acts<H>;
+using Acts = xml::Acts<H>;
 
 template <auto Record>
 using Of = std::remove_pointer_t<std::remove_reference_t<decltype(std::declval<H&>().*Record)>>;
@@ -241,20 +243,22 @@ const Grammar& descriptionGrammar() {
 
 } // namespace
 
-COgcWcsSaxHelper::COgcWcsSaxHelper(COgcBase& owner, WcsCapabilities& document)
-    : RuleHandler(owner, document.arena, wcsVersions, capabilitiesGrammar()),
+} // namespace ogc
+
+COgcWcsSaxHelper::COgcWcsSaxHelper(COgcBase& owner, ogc::WcsCapabilities& document)
+    : RuleHandler(owner, document.arena, ogc::wcsVersions, ogc::capabilitiesGrammar()),
       capabilities(&document),
       description(nullptr) {}
 
-COgcWcsSaxHelper::COgcWcsSaxHelper(COgcBase& owner, WcsDescription& document)
-    : RuleHandler(owner, document.arena, wcsVersions, descriptionGrammar()),
+COgcWcsSaxHelper::COgcWcsSaxHelper(COgcBase& owner, ogc::WcsDescription& document)
+    : RuleHandler(owner, document.arena, ogc::wcsVersions, ogc::descriptionGrammar()),
       capabilities(nullptr),
       description(&document) {}
 
 template <typename T>
-void COgcWcsSaxHelper::addOffering(T** head, T** current, int* count) {
+void COgcWcsSaxHelper::addOffering(T** head, T** current, std::int64_t* count) {
   addRecord(head, current, &T::next);
-  (*current)->index = m_arena.copy(std::to_string((*count)++).substr(0, indexTextLimit));
+  (*current)->index = m_arena.copy(std::to_string((*count)++).substr(0, ogc::indexTextLimit));
   (*current)->version = szVersion;
   (*current)->updateSequence = szUpdateSequence;
   pCurNode = nullptr;
@@ -262,7 +266,7 @@ void COgcWcsSaxHelper::addOffering(T** head, T** current, int* count) {
 }
 
 void COgcWcsSaxHelper::openService() {
-  if (service == nullptr) service = capabilities->pService = m_arena.make<WcsService>();
+  if (service == nullptr) service = capabilities->pService = m_arena.make<ogc::WcsService>();
 }
 
 void COgcWcsSaxHelper::openBrief() {

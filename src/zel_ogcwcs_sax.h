@@ -10,23 +10,23 @@ class COgcWcsSaxHelper : public ogc::xml::RuleHandler<COgcWcsSaxHelper> {
 public:
   /// \name For rules: what is being read, null for the other document
   /// @{
-  WcsCapabilities* const capabilities;
-  WcsDescription* const description;
+  ogc::WcsCapabilities* const capabilities;
+  ogc::WcsDescription* const description;
   /// @}
   /// \name The records being filled, null when there is none
   /// @{
-  WcsService* service = nullptr;
-  WcsBrief* brief = nullptr;
-  WcsOffering* offering = nullptr;
-  WcsEnvelope* lonLat = nullptr;
-  WcsEnvelope* envelope = nullptr;
-  WcsGrid* grid = nullptr;
-  WcsTimePosition* timePosition = nullptr;
-  WcsTimePeriod* timePeriod = nullptr;
-  WcsRangeSet* rangeSet = nullptr;
-  WcsAxis* axis = nullptr;
-  WcsInterval* interval = nullptr;
-  WcsCrs* crs = nullptr;
+  ogc::WcsService* service = nullptr;
+  ogc::WcsBrief* brief = nullptr;
+  ogc::WcsOffering* offering = nullptr;
+  ogc::WcsEnvelope* lonLat = nullptr;
+  ogc::WcsEnvelope* envelope = nullptr;
+  ogc::WcsGrid* grid = nullptr;
+  ogc::WcsTimePosition* timePosition = nullptr;
+  ogc::WcsTimePeriod* timePeriod = nullptr;
+  ogc::WcsRangeSet* rangeSet = nullptr;
+  ogc::WcsAxis* axis = nullptr;
+  ogc::WcsInterval* interval = nullptr;
+  ogc::WcsCrs* crs = nullptr;
   /// @}
   int posCount = 0;     ///< texts of `pos` seen
   int timePosCount = 0; ///< texts of `timePosition` seen
@@ -36,24 +36,24 @@ public:
   void openOffering();
 
 protected:
-  COgcWcsSaxHelper(COgcBase& owner, WcsCapabilities& document);
-  COgcWcsSaxHelper(COgcBase& owner, WcsDescription& document);
+  COgcWcsSaxHelper(COgcBase& owner, ogc::WcsCapabilities& document);
+  COgcWcsSaxHelper(COgcBase& owner, ogc::WcsDescription& document);
   ~COgcWcsSaxHelper() override = default;
 
 private:
   /// Appends a brief or an offering, with its index text and the document's version.
   template <typename T>
-  void addOffering(T** head, T** current, int* count);
+  void addOffering(T** head, T** current, std::int64_t* count);
 };
 
 /// Reads a capabilities document. The first two texts of `timePosition` of the whole document are kept.
 class COgcWcsSaxCapHandler final : public COgcWcsSaxHelper {
 public:
-  COgcWcsSaxCapHandler(COgcBase& owner, WcsCapabilities& document) : COgcWcsSaxHelper(owner, document) {}
+  COgcWcsSaxCapHandler(COgcBase& owner, ogc::WcsCapabilities& document) : COgcWcsSaxHelper(owner, document) {}
 };
 
 /// Reads a coverage description.
 class COgcWcsSaxDesCovHandler final : public COgcWcsSaxHelper {
 public:
-  COgcWcsSaxDesCovHandler(COgcBase& owner, WcsDescription& document) : COgcWcsSaxHelper(owner, document) {}
+  COgcWcsSaxDesCovHandler(COgcBase& owner, ogc::WcsDescription& document) : COgcWcsSaxHelper(owner, document) {}
 };

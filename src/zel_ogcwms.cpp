@@ -40,85 +40,85 @@ constexpr Tag layerNames(const char* name) {
 }
 
 constexpr Tag latLonTags[] = {
-    text<&xWmsGeoBox_t::szMinX>("MINX"),
-    text<&xWmsGeoBox_t::szMinY>("MINY"),
-    text<&xWmsGeoBox_t::szMaxX>("MAXX"),
-    text<&xWmsGeoBox_t::szMaxY>("MAXY"),
+    text<&xWmsGeoBox_t::minX>("MINX"),
+    text<&xWmsGeoBox_t::minY>("MINY"),
+    text<&xWmsGeoBox_t::maxX>("MAXX"),
+    text<&xWmsGeoBox_t::maxY>("MAXY"),
 };
 
 constexpr Tag geoBoxTags[] = {
-    text<&xWmsGeoBox_t::szMinX>("WEST"),
-    text<&xWmsGeoBox_t::szMinY>("EAST"),
-    text<&xWmsGeoBox_t::szMaxX>("SOUTH"),
-    text<&xWmsGeoBox_t::szMaxY>("NORTH"),
+    text<&xWmsGeoBox_t::minX>("WEST"),
+    text<&xWmsGeoBox_t::minY>("EAST"),
+    text<&xWmsGeoBox_t::maxX>("SOUTH"),
+    text<&xWmsGeoBox_t::maxY>("NORTH"),
 };
 
 constexpr Tag boundingBoxTags[] = {
-    text<&xWmsBBox_t::szSrs>("SRS"),   text<&xWmsBBox_t::szCrs>("CRS"),   text<&xWmsBBox_t::szMinX>("MINX"),
-    text<&xWmsBBox_t::szMinY>("MINY"), text<&xWmsBBox_t::szMaxX>("MAXX"), text<&xWmsBBox_t::szMaxY>("MAXY"),
-    text<&xWmsBBox_t::szResX>("RESX"), text<&xWmsBBox_t::szResY>("RESY"),
+    text<&xWmsBBox_t::srs>("SRS"),   text<&xWmsBBox_t::crs>("CRS"),   text<&xWmsBBox_t::minX>("MINX"),
+    text<&xWmsBBox_t::minY>("MINY"), text<&xWmsBBox_t::maxX>("MAXX"), text<&xWmsBBox_t::maxY>("MAXY"),
+    text<&xWmsBBox_t::resX>("RESX"), text<&xWmsBBox_t::resY>("RESY"),
 };
 
 constexpr Tag extentTags[] = {
-    text<&xWmsExtent_t::szName>("NAME"),
-    text<&xWmsExtent_t::szDefault>("DEFAULT"),
-    text<&xWmsExtent_t::szNearestValue>("NEAREST_VALUE"),
-    text<&xWmsExtent_t::szValue>("EXTENT"),
+    text<&xWmsExtent_t::name>("NAME"),
+    text<&xWmsExtent_t::defaultValue>("DEFAULT"),
+    text<&xWmsExtent_t::nearestValue>("NEAREST_VALUE"),
+    text<&xWmsExtent_t::value>("EXTENT"),
 };
 
 constexpr Tag dimensionTags[] = {
-    text<&xWmsDimension_t::szName>("NAME"),
-    text<&xWmsDimension_t::szUnits>("UNITS"),
-    text<&xWmsDimension_t::szUnitSymbol>("UNIT_SYMBOL"),
-    text<&xWmsDimension_t::szDefault>("DEFAULT"),
-    text<&xWmsDimension_t::szMultipleValues>("MULTIPLE_VALUES"),
-    text<&xWmsDimension_t::szNearestValue>("NEAREST_VALUE"),
-    text<&xWmsDimension_t::szCurrent>("CURRENT"),
-    text<&xWmsDimension_t::szValue>("EXTENT"),
+    text<&xWmsDimension_t::name>("NAME"),
+    text<&xWmsDimension_t::units>("UNITS"),
+    text<&xWmsDimension_t::unitSymbol>("UNIT_SYMBOL"),
+    text<&xWmsDimension_t::defaultValue>("DEFAULT"),
+    text<&xWmsDimension_t::multipleValues>("MULTIPLE_VALUES"),
+    text<&xWmsDimension_t::nearestValue>("NEAREST_VALUE"),
+    text<&xWmsDimension_t::current>("CURRENT"),
+    text<&xWmsDimension_t::value>("EXTENT"),
 };
 
 constexpr Tag attributionTags[] = {
-    text<&xWmsAttribution_t::szTitle>("TITLE"),
-    text<&xWmsAttribution_t::szOnline>("ONLINE"),
-    text<&xWmsAttribution_t::szLogoFormat>("LOGO_FORMAT"),
-    text<&xWmsAttribution_t::szLogoOnline>("LOGO_ONLINE"),
-    text<&xWmsAttribution_t::szLogoWidth>("LOGO_WIDTH"),
-    text<&xWmsAttribution_t::szLogoHeight>("LOGO_HEIGHT"),
+    text<&xWmsAttribution_t::title>("TITLE"),
+    text<&xWmsAttribution_t::onlineResource>("ONLINE"),
+    text<&xWmsAttribution_t::logoFormat>("LOGO_FORMAT"),
+    text<&xWmsAttribution_t::logoOnlineResource>("LOGO_ONLINE"),
+    text<&xWmsAttribution_t::logoWidth>("LOGO_WIDTH"),
+    text<&xWmsAttribution_t::logoHeight>("LOGO_HEIGHT"),
 };
 
 constexpr Tag authorityTags[] = {
-    text<&xWmsAuthorityUrl_t::szName>("NAME"),
-    text<&xWmsAuthorityUrl_t::szOnline>("ONLINE"),
+    text<&xWmsAuthorityUrl_t::name>("NAME"),
+    text<&xWmsAuthorityUrl_t::onlineResource>("ONLINE"),
 };
 
 constexpr Tag identifierTags[] = {
-    text<&xWmsIdentifier_t::szValue>("ID"),
-    text<&xWmsIdentifier_t::szAuthority>("AUTHORITY"),
+    text<&xWmsIdentifier_t::value>("ID"),
+    text<&xWmsIdentifier_t::authority>("AUTHORITY"),
 };
 
 constexpr Tag metadataTags[] = {
-    text<&xWmsMetadataUrl_t::szType>("TYPE"),
-    text<&xWmsMetadataUrl_t::szFormat>("FORMAT"),
-    text<&xWmsMetadataUrl_t::szOnline>("ONLINE"),
+    text<&xWmsMetadataUrl_t::type>("TYPE"),
+    text<&xWmsMetadataUrl_t::format>("FORMAT"),
+    text<&xWmsMetadataUrl_t::onlineResource>("ONLINE"),
 };
 
 constexpr Tag onlineTags[] = {
-    text<&xWmsOnlineRes_t::szFormat>("FORMAT"),
-    text<&xWmsOnlineRes_t::szOnline>("ONLINE"),
+    text<&xWmsOnlineRes_t::format>("FORMAT"),
+    text<&xWmsOnlineRes_t::onlineResource>("ONLINE"),
 };
 
 constexpr Tag styleTags[] = {
-    text<&xWmsStyle_t::szName>("NAME"),
-    text<&xWmsStyle_t::szTitle>("TITLE"),
-    text<&xWmsStyle_t::szAbstract>("ABSTRACT"),
-    text<&xWmsStyle_t::szLegendFormat>("LEGEND_FORMAT"),
-    text<&xWmsStyle_t::szLegendOnline>("LEGEND_ONLINE"),
-    text<&xWmsStyle_t::szLegendWidth>("LEGEND_WIDTH"),
-    text<&xWmsStyle_t::szLegendHeight>("LEGEND_HEIGHT"),
-    text<&xWmsStyle_t::szSheetFormat>("SHEET_FORMAT"),
-    text<&xWmsStyle_t::szSheetOnline>("SHEET_ONLINE"),
-    text<&xWmsStyle_t::szStyleFormat>("STYLE_FORMAT"),
-    text<&xWmsStyle_t::szStyleOnline>("STYLE_ONLINE"),
+    text<&xWmsStyle_t::name>("NAME"),
+    text<&xWmsStyle_t::title>("TITLE"),
+    text<&xWmsStyle_t::abstract>("ABSTRACT"),
+    text<&xWmsStyle_t::legendFormat>("LEGEND_FORMAT"),
+    text<&xWmsStyle_t::legendOnlineResource>("LEGEND_ONLINE"),
+    text<&xWmsStyle_t::legendWidth>("LEGEND_WIDTH"),
+    text<&xWmsStyle_t::legendHeight>("LEGEND_HEIGHT"),
+    text<&xWmsStyle_t::sheetFormat>("SHEET_FORMAT"),
+    text<&xWmsStyle_t::sheetOnlineResource>("SHEET_ONLINE"),
+    text<&xWmsStyle_t::styleFormat>("STYLE_FORMAT"),
+    text<&xWmsStyle_t::styleOnlineResource>("STYLE_ONLINE"),
 };
 
 using Layer = xWmsLayer_t;
@@ -174,29 +174,29 @@ constexpr Tag layerTags[] = {
 
 using Service = xWmsService_t;
 constexpr Tag serviceTags[] = {
-    text<&Service::szName>("NAME"),
-    text<&Service::szTitle>("TITLE"),
-    text<&Service::szAbstract>("ABSTRACT"),
-    number<&Service::nKeyword>("NUM_KEYWORD"),
-    texts<&Service::pKeyword>("KEYWORD"),
-    text<&Service::szOnline>("ONLINE"),
-    text<&Service::szContactPerson>("PERSON"),
-    text<&Service::szContactOrganization>("ORGANIZATION"),
-    text<&Service::szContactPosition>("POSITION"),
-    text<&Service::szAddressType>("ADDRESS_TYPE"),
-    text<&Service::szAddress>("ADDRESS"),
-    text<&Service::szCity>("CITY"),
-    text<&Service::szStateOrProvince>("STATE"),
-    text<&Service::szPostCode>("POSTAL_CODE"),
-    text<&Service::szCountry>("COUNTRY"),
-    text<&Service::szVoiceTelephone>("VOICE"),
-    text<&Service::szFacsimileTelephone>("FAX"),
-    text<&Service::szElectronicMailAddress>("EMAIL"),
-    text<&Service::szFees>("FEES"),
-    text<&Service::szAccessConstraints>("ACCESS"),
-    text<&Service::szLayerLimit>("LAYER_LIMIT"),
-    text<&Service::szMaxWidth>("MAX_WIDTH"),
-    text<&Service::szMaxHeight>("MAX_HEIGHT"),
+    text<&Service::name>("NAME"),
+    text<&Service::title>("TITLE"),
+    text<&Service::abstract>("ABSTRACT"),
+    number<&Service::keywordCount>("NUM_KEYWORD"),
+    texts<&Service::keywords>("KEYWORD"),
+    text<&Service::onlineResource>("ONLINE"),
+    text<&Service::contactPerson>("PERSON"),
+    text<&Service::contactOrganization>("ORGANIZATION"),
+    text<&Service::contactPosition>("POSITION"),
+    text<&Service::addressType>("ADDRESS_TYPE"),
+    text<&Service::address>("ADDRESS"),
+    text<&Service::city>("CITY"),
+    text<&Service::stateOrProvince>("STATE"),
+    text<&Service::postCode>("POSTAL_CODE"),
+    text<&Service::country>("COUNTRY"),
+    text<&Service::voiceTelephone>("VOICE"),
+    text<&Service::facsimileTelephone>("FAX"),
+    text<&Service::electronicMailAddress>("EMAIL"),
+    text<&Service::fees>("FEES"),
+    text<&Service::accessConstraints>("ACCESS"),
+    text<&Service::layerLimit>("LAYER_LIMIT"),
+    text<&Service::maxWidth>("MAX_WIDTH"),
+    text<&Service::maxHeight>("MAX_HEIGHT"),
 };
 
 COgcWms& clientOf(ZEL_Variable* object) { return ogc::clientOf<COgcWms>(wmsService, object); }

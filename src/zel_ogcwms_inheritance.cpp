@@ -20,19 +20,12 @@ constexpr ValueRow values[] = {
     {&Layer::bOpaque, &Layer::szOpaque},         {&Layer::bNoSubsets, &Layer::szNoSubsets},
     {&Layer::bFixedWidth, &Layer::szFixedWidth}, {&Layer::bFixedHeight, &Layer::szFixedHeight}};
 
-/// Last of the first `count` entries of a list.
-template <typename T>
-T* lastOf(T* head, int count) noexcept {
-  for (; count > 1; --count) head = head->pNext;
-  return head;
-}
-
 /// Lets the child's list go on with `inherited`, a list of `inheritedCount` entries that both layers share from then
 /// on.
 template <typename T>
 void merge(T*& head, int& count, T* inherited, int inheritedCount) noexcept {
   if (inheritedCount == 0) return;
-  (count > 0 ? lastOf(head, count)->pNext : head) = inherited;
+  (count > 0 ? transfer::itemAt(head, count - 1)->next : head) = inherited;
   count += inheritedCount;
 }
 
@@ -55,7 +48,7 @@ void copyWhenMissing(ogc::xml::Arena& arena, Layer& child, const Layer& parent, 
   if (child.*count > 0 || parent.*count == 0) return;
   child.*list = arena.make<T>();
   *(child.*list) = *(parent.*list);
-  (child.*list)->pNext = nullptr;
+  (child.*list)->next = nullptr;
   child.*count = 1;
 }
 
@@ -76,13 +69,13 @@ public:
     xWmsDimension_t*& head = m_handedDown[static_cast<std::size_t>(layer.iIndex)];
     xWmsDimension_t** link = &head;
     const xWmsDimension_t* dimension = layer.pDimension;
-    for (; own > 0; --own, dimension = dimension->pNext) {
+    for (; own > 0; --own, dimension = dimension->next) {
       auto* copy = m_arena.make<xWmsDimension_t>();
-      copy->szName = dimension->szName;
-      copy->szUnits = dimension->szUnits;
-      copy->szUnitSymbol = dimension->szUnitSymbol;
+      copy->name = dimension->name;
+      copy->units = dimension->units;
+      copy->unitSymbol = dimension->unitSymbol;
       *link = copy;
-      link = &copy->pNext;
+      link = &copy->next;
     }
     *link = const_cast<xWmsDimension_t*>(dimension);
   }

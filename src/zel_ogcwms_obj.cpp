@@ -5,16 +5,13 @@
 #include <algorithm>
 #include <string>
 
+using ogc::WmsCapabilities;
+using transfer::itemAt;
+
 namespace {
 
 constexpr long firstCacheCapacity = 2000;
 constexpr long cacheGrowth = 4000;
-
-template <typename T>
-const T* entryOf(const T* head, int k) noexcept {
-  for (; k > 0 && head != nullptr; --k) head = head->pNext;
-  return head;
-}
 
 } // namespace
 
@@ -54,7 +51,7 @@ void WmsCapabilities::clear() noexcept {
 void COgcWms::forgetCapabilities() noexcept {
   m_srsNames.clear();
   m_crsNames.clear();
-  pCurLayer = nullptr;
+  m_layerCursor = nullptr;
   m_inherited = false;
   m_document.clear();
 }
@@ -67,20 +64,20 @@ void COgcWms::OgcWmsCleanupCap() {
 
 int COgcWms::OgcWmsCleanup() {
   OgcWmsCleanupCap();
-  for (transfer::Text* text : {&szCapFile, &szMapFile, &szFeatFile, &m_version}) OgcBaseCleanUpCharArray(text);
+  for (transfer::Text* text : {&m_capFile, &m_mapFile, &m_featFile, &m_version}) OgcBaseCleanUpCharArray(text);
   m_document.ppLayerCache = {};
   CurlCleanup();
   return 1;
 }
 
 void COgcWms::OgcWmsSetCapFN(const char* name) {
-  setFileName(szCapFile, name, "Error: Capabilities Filename can not be null.");
+  setFileName(m_capFile, name, "Error: Capabilities Filename can not be null.");
 }
 
-void COgcWms::OgcWmsSetMapFN(const char* name) { setFileName(szMapFile, name, "Error: Map Filename can not be null."); }
+void COgcWms::OgcWmsSetMapFN(const char* name) { setFileName(m_mapFile, name, "Error: Map Filename can not be null."); }
 
 void COgcWms::OgcWmsSetFeatFN(const char* name) {
-  setFileName(szFeatFile, name, "Error: Feature Info Filename can not be null.");
+  setFileName(m_featFile, name, "Error: Feature Info Filename can not be null.");
 }
 
 void COgcWms::OgcWmsSetVer(const char* version) { OgcBaseStringHandler(&m_version, version); }
@@ -89,8 +86,8 @@ void COgcWms::OgcWmsGetCap(const char* fromFile, const char* fromUrl, int schema
                            int disableInheritance) {
   const auto read = [&] {
     COgcWmsSaxCapHandler handler(*this, m_document);
-    if (!readCapabilities(handler, "WMS", fromFile, fromUrl, szCapFile, schemaChecking, validationMode)) return;
-    pCurLayer = m_document.pLayers;
+    if (!readCapabilities(handler, "WMS", fromFile, fromUrl, m_capFile, schemaChecking, validationMode)) return;
+    m_layerCursor = m_document.pLayers;
     if (disableInheritance == 0) OgcWmsApplyInheritance();
     reportCount("Number of layers found: ", layerCount());
     reportStatus("Get Capabilites request completed.");
@@ -100,7 +97,7 @@ void COgcWms::OgcWmsGetCap(const char* fromFile, const char* fromUrl, int schema
 
 void COgcWms::OgcWmsGetMap(const char* query) {
   const Request request(*this);
-  const std::string file = fetch("GetMap", query, szMapFile,
+  const std::string file = fetch("GetMap", query, m_mapFile,
                                  {"Error: failed to get a Map.",
                                   "Error: Get Map request failed to retrieve a data file.", "Map file written to: "});
   if (answerIsXml()) refuseXml(file);
@@ -110,7 +107,7 @@ void COgcWms::OgcWmsGetMap(const char* query) {
 
 void COgcWms::OgcWmsGetFeature(const char* query) {
   const Request request(*this);
-  fetch("GetFeatureInfo", query, szFeatFile,
+  fetch("GetFeatureInfo", query, m_featFile,
         {"Error: failed to get a Feature Info.", "Error: GetFeatureInfo request failed to retrieve a data file.",
          "Feature Info file written to: "});
   reportStatus("Get Feature Info request completed.");
@@ -134,16 +131,16 @@ void COgcWms::refuseXml(const std::string& file) {
 }
 
 void COgcWms::OgcWmsGetNextLayerSkip(int n) {
-  pCurLayer = m_document.pLayers;
+  m_layerCursor = m_document.pLayers;
   for (; n > 0; --n) {
-    if (pCurLayer == nullptr) throw CCurlException("Error: unable to skip over the desired number of layers.");
-    pCurLayer = pCurLayer->pNext;
+    if (m_layerCursor == nullptr) throw CCurlException("Error: unable to skip over the desired number of layers.");
+    m_layerCursor = m_layerCursor->pNext;
   }
 }
 
 const xWmsLayer_t* COgcWms::OgcWmsGetNextLayer() noexcept {
-  const xWmsLayer_t* layer = pCurLayer;
-  if (layer != nullptr) pCurLayer = layer->pNext;
+  const xWmsLayer_t* layer = m_layerCursor;
+  if (layer != nullptr) m_layerCursor = layer->pNext;
   return layer;
 }
 
@@ -155,15 +152,15 @@ xWmsLayer_t& COgcWms::layerAt(int i) const {
 
 const xWmsLayer_t* COgcWms::OgcWmsGetLayer(int i) const { return &layerAt(i); }
 
-const xWmsStyle_t* COgcWms::OgcWmsGetLyrStyle(int i, int k) const { return entryOf(layerAt(i).pStyle, k); }
-const xWmsDimension_t* COgcWms::OgcWmsGetLyrDim(int i, int k) const { return entryOf(layerAt(i).pDimension, k); }
-const xWmsAuthorityUrl_t* COgcWms::OgcWmsGetLyrAuth(int i, int k) const { return entryOf(layerAt(i).pAuthorityUrl, k); }
-const xWmsBBox_t* COgcWms::OgcWmsGetLyrBBox(int i, int k) const { return entryOf(layerAt(i).pBBox, k); }
-const xWmsExtent_t* COgcWms::OgcWmsGetLyrExt(int i, int k) const { return entryOf(layerAt(i).pExtent, k); }
-const xWmsIdentifier_t* COgcWms::OgcWmsGetLyrId(int i, int k) const { return entryOf(layerAt(i).pIdentifier, k); }
-const xWmsMetadataUrl_t* COgcWms::OgcWmsGetLyrMeta(int i, int k) const { return entryOf(layerAt(i).pMetadataUrl, k); }
-const xWmsOnlineRes_t* COgcWms::OgcWmsGetLyrData(int i, int k) const { return entryOf(layerAt(i).pDataUrl, k); }
-const xWmsOnlineRes_t* COgcWms::OgcWmsGetLyrFeat(int i, int k) const { return entryOf(layerAt(i).pFeatureUrl, k); }
+const xWmsStyle_t* COgcWms::OgcWmsGetLyrStyle(int i, int k) const { return itemAt(layerAt(i).pStyle, k); }
+const xWmsDimension_t* COgcWms::OgcWmsGetLyrDim(int i, int k) const { return itemAt(layerAt(i).pDimension, k); }
+const xWmsAuthorityUrl_t* COgcWms::OgcWmsGetLyrAuth(int i, int k) const { return itemAt(layerAt(i).pAuthorityUrl, k); }
+const xWmsBBox_t* COgcWms::OgcWmsGetLyrBBox(int i, int k) const { return itemAt(layerAt(i).pBBox, k); }
+const xWmsExtent_t* COgcWms::OgcWmsGetLyrExt(int i, int k) const { return itemAt(layerAt(i).pExtent, k); }
+const xWmsIdentifier_t* COgcWms::OgcWmsGetLyrId(int i, int k) const { return itemAt(layerAt(i).pIdentifier, k); }
+const xWmsMetadataUrl_t* COgcWms::OgcWmsGetLyrMeta(int i, int k) const { return itemAt(layerAt(i).pMetadataUrl, k); }
+const xWmsOnlineRes_t* COgcWms::OgcWmsGetLyrData(int i, int k) const { return itemAt(layerAt(i).pDataUrl, k); }
+const xWmsOnlineRes_t* COgcWms::OgcWmsGetLyrFeat(int i, int k) const { return itemAt(layerAt(i).pFeatureUrl, k); }
 
 xWmsLayer_t& WmsCapabilities::addLayer(int parent, int level) {
   if (ppLayerCache.empty()) allocateCache(firstCacheCapacity, 0);

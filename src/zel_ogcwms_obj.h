@@ -18,72 +18,72 @@
 
 /// A lat-lon box, or the west, east, south and north bounds of a geographic box, in degrees.
 struct xWmsGeoBox_t {
-  const char* szMinX; ///< or west
-  const char* szMinY; ///< or east
-  const char* szMaxX; ///< or south
-  const char* szMaxY; ///< or north
+  const char* minX; ///< or west
+  const char* minY; ///< or east
+  const char* maxX; ///< or south
+  const char* maxY; ///< or north
 };
 
 struct xWmsBBox_t {
-  const char *szCrs, *szSrs;
-  const char *szMinX, *szMinY, *szMaxX, *szMaxY; ///< in units of the reference system
-  const char *szResX, *szResY;
-  xWmsBBox_t* pNext;
+  const char *crs, *srs;
+  const char *minX, *minY, *maxX, *maxY; ///< in units of the reference system
+  const char *resX, *resY;
+  xWmsBBox_t* next;
 };
 
 struct xWmsExtent_t {
-  const char *szName, *szDefault, *szNearestValue, *szValue;
-  xWmsExtent_t* pNext;
+  const char *name, *defaultValue, *nearestValue, *value;
+  xWmsExtent_t* next;
 };
 
 struct xWmsDimension_t {
-  const char *szName, *szUnits, *szUnitSymbol, *szDefault, *szMultipleValues, *szNearestValue, *szCurrent, *szValue;
-  xWmsDimension_t* pNext;
+  const char *name, *units, *unitSymbol, *defaultValue, *multipleValues, *nearestValue, *current, *value;
+  xWmsDimension_t* next;
 };
 
 struct xWmsAttribution_t {
-  const char *szTitle, *szOnline, *szLogoFormat, *szLogoOnline, *szLogoWidth, *szLogoHeight;
+  const char *title, *onlineResource, *logoFormat, *logoOnlineResource, *logoWidth, *logoHeight;
 };
 
 struct xWmsAuthorityUrl_t {
-  const char *szName, *szOnline;
-  xWmsAuthorityUrl_t* pNext;
+  const char *name, *onlineResource;
+  xWmsAuthorityUrl_t* next;
 };
 
 struct xWmsIdentifier_t {
-  const char *szValue, *szAuthority;
-  xWmsIdentifier_t* pNext;
+  const char *value, *authority;
+  xWmsIdentifier_t* next;
 };
 
 struct xWmsMetadataUrl_t {
-  const char *szType, *szFormat, *szOnline;
-  xWmsMetadataUrl_t* pNext;
+  const char *type, *format, *onlineResource;
+  xWmsMetadataUrl_t* next;
 };
 
 struct xWmsOnlineRes_t {
-  const char *szFormat, *szOnline;
-  xWmsOnlineRes_t* pNext;
+  const char *format, *onlineResource;
+  xWmsOnlineRes_t* next;
 };
 
 struct xWmsStyle_t {
-  const char *szName, *szTitle, *szAbstract;
-  const char *szLegendFormat, *szLegendOnline, *szLegendWidth, *szLegendHeight;
-  const char *szSheetFormat, *szSheetOnline;
-  const char *szStyleFormat, *szStyleOnline;
-  xWmsStyle_t* pNext;
+  const char *name, *title, *abstract;
+  const char *legendFormat, *legendOnlineResource, *legendWidth, *legendHeight;
+  const char *sheetFormat, *sheetOnlineResource;
+  const char *styleFormat, *styleOnlineResource;
+  xWmsStyle_t* next;
 };
 
 /// Content of the `Service` element.
 struct xWmsService_t {
-  const char *szName, *szTitle, *szAbstract;
-  int nKeyword;
-  xNodeStr_t* pKeyword;
-  const char* szOnline;
-  const char *szContactPerson, *szContactOrganization, *szContactPosition;
-  const char *szAddressType, *szAddress, *szCity, *szStateOrProvince, *szPostCode, *szCountry;
-  const char *szVoiceTelephone, *szFacsimileTelephone, *szElectronicMailAddress;
-  const char *szFees, *szAccessConstraints;
-  const char *szLayerLimit, *szMaxWidth, *szMaxHeight;
+  const char *name, *title, *abstract;
+  int keywordCount;
+  xNodeStr_t* keywords;
+  const char* onlineResource;
+  const char *contactPerson, *contactOrganization, *contactPosition;
+  const char *addressType, *address, *city, *stateOrProvince, *postCode, *country;
+  const char *voiceTelephone, *facsimileTelephone, *electronicMailAddress;
+  const char *fees, *accessConstraints;
+  const char *layerLimit, *maxWidth, *maxHeight;
 };
 
 /// One `Layer` element. A flag is 1 when the attribute or element was there, also with an empty text.
@@ -147,6 +147,8 @@ struct xWmsLayer_t {
 };
 /// @}
 
+namespace ogc {
+
 /// What a capabilities document holds.
 class WmsCapabilities {
 public:
@@ -184,6 +186,8 @@ private:
   xWmsLayer_t m_newLayer{}; ///< as layers are before anything was read into them
 };
 
+} // namespace ogc
+
 class COgcWms final : public COgcBase {
 public:
   COgcWms() : COgcBase("1.1.1") {}
@@ -206,9 +210,9 @@ public:
   void OgcWmsSetFeatFN(const char* name);
   /// WMS version sent in requests; not checked.
   void OgcWmsSetVer(const char* version);
-  [[nodiscard]] const transfer::Text& capFile() const noexcept { return szCapFile; }
-  [[nodiscard]] const transfer::Text& mapFile() const noexcept { return szMapFile; }
-  [[nodiscard]] const transfer::Text& featFile() const noexcept { return szFeatFile; }
+  [[nodiscard]] const transfer::Text& capFile() const noexcept { return m_capFile; }
+  [[nodiscard]] const transfer::Text& mapFile() const noexcept { return m_mapFile; }
+  [[nodiscard]] const transfer::Text& featFile() const noexcept { return m_featFile; }
   /// @}
 
   /// \name Requests
@@ -269,11 +273,11 @@ private:
   /// Refuses an XML answer after its exception texts were collected.
   [[noreturn]] void refuseXml(const std::string& file);
   [[nodiscard]] xWmsLayer_t& layerAt(int i) const;
-  transfer::Text szCapFile{"cap"};
-  transfer::Text szMapFile{"map"};
-  transfer::Text szFeatFile{"map"};
-  WmsCapabilities m_document;
-  const xWmsLayer_t* pCurLayer = nullptr;
+  transfer::Text m_capFile{"cap"};
+  transfer::Text m_mapFile{"map"};
+  transfer::Text m_featFile{"map"};
+  ogc::WmsCapabilities m_document;
+  const xWmsLayer_t* m_layerCursor = nullptr;
   bool m_inherited = false;
   ogc::ReferenceSystems m_srsNames{&xWmsLayer_t::pSrs, &xWmsLayer_t::nSrs};
   ogc::ReferenceSystems m_crsNames{&xWmsLayer_t::pCrs, &xWmsLayer_t::nCrs};

@@ -3,11 +3,13 @@
 #include <strings.h>
 #include <type_traits>
 
+namespace ogc {
+
 namespace {
 
-using ogc::xml::Attribute;
-using ogc::xml::Place;
-using ogc::xml::VersionRule;
+using xml::Attribute;
+using xml::Place;
+using xml::VersionRule;
 
 constexpr const char* supportedVersions[] = {"1.1.0", "1.1.1", "1.3.0"};
 constexpr VersionRule wmsVersions{
@@ -43,7 +45,7 @@ enum Part : int { LOGO = 1, LEGEND, SHEET, STYLE_URL };
 
 using H = COgcWmsSaxHelper;
 using Attributes = xercesc::Attributes;
-using Grammar = ogc::xml::Grammar<H>;
+using Grammar = xml::Grammar<H>;
 using Layer = xWmsLayer_t;
 using Current = H::Current;
 
@@ -61,31 +63,30 @@ constexpr Flag layerFlags[] = {{"queryable", &Layer::bQueryable, &Layer::szQuery
                                {"fixedheight", &Layer::bFixedHeight, &Layer::szFixedHeight}};
 constexpr Flag scaleFlags[] = {{"min", &Layer::bMinScale, &Layer::szMinScale},
                                {"max", &Layer::bMaxScale, &Layer::szMaxScale}};
-constexpr Attribute<xWmsGeoBox_t> latLonAttributes[] = {{"minx", &xWmsGeoBox_t::szMinX},
-                                                        {"miny", &xWmsGeoBox_t::szMinY},
-                                                        {"maxx", &xWmsGeoBox_t::szMaxX},
-                                                        {"maxy", &xWmsGeoBox_t::szMaxY}};
-constexpr Attribute<xWmsBBox_t> bboxAttributes[] = {{"crs", &xWmsBBox_t::szCrs},   {"srs", &xWmsBBox_t::szSrs},
-                                                    {"minx", &xWmsBBox_t::szMinX}, {"miny", &xWmsBBox_t::szMinY},
-                                                    {"maxx", &xWmsBBox_t::szMaxX}, {"maxy", &xWmsBBox_t::szMaxY},
-                                                    {"resx", &xWmsBBox_t::szResX}, {"resy", &xWmsBBox_t::szResY}};
-constexpr Attribute<xWmsExtent_t> extentAttributes[] = {{"name", &xWmsExtent_t::szName},
-                                                        {"default", &xWmsExtent_t::szDefault},
-                                                        {"nearestvalue", &xWmsExtent_t::szNearestValue}};
-constexpr Attribute<xWmsDimension_t> dimensionAttributes[] = {{"name", &xWmsDimension_t::szName},
-                                                              {"units", &xWmsDimension_t::szUnits},
-                                                              {"unitsymbol", &xWmsDimension_t::szUnitSymbol},
-                                                              {"default", &xWmsDimension_t::szDefault},
-                                                              {"multiplevalues", &xWmsDimension_t::szMultipleValues},
-                                                              {"nearestvalue", &xWmsDimension_t::szNearestValue},
-                                                              {"current", &xWmsDimension_t::szCurrent}};
-constexpr Attribute<xWmsAuthorityUrl_t> authorityAttributes[] = {{"name", &xWmsAuthorityUrl_t::szName}};
-constexpr Attribute<xWmsIdentifier_t> identifierAttributes[] = {{"authority", &xWmsIdentifier_t::szAuthority}};
-constexpr Attribute<xWmsMetadataUrl_t> metadataAttributes[] = {{"type", &xWmsMetadataUrl_t::szType}};
-constexpr Attribute<xWmsAttribution_t> logoAttributes[] = {{"width", &xWmsAttribution_t::szLogoWidth},
-                                                           {"height", &xWmsAttribution_t::szLogoHeight}};
-constexpr Attribute<xWmsStyle_t> legendAttributes[] = {{"width", &xWmsStyle_t::szLegendWidth},
-                                                       {"height", &xWmsStyle_t::szLegendHeight}};
+constexpr Attribute<xWmsGeoBox_t> latLonAttributes[] = {{"minx", &xWmsGeoBox_t::minX},
+                                                        {"miny", &xWmsGeoBox_t::minY},
+                                                        {"maxx", &xWmsGeoBox_t::maxX},
+                                                        {"maxy", &xWmsGeoBox_t::maxY}};
+constexpr Attribute<xWmsBBox_t> bboxAttributes[] = {
+    {"crs", &xWmsBBox_t::crs},   {"srs", &xWmsBBox_t::srs},   {"minx", &xWmsBBox_t::minX}, {"miny", &xWmsBBox_t::minY},
+    {"maxx", &xWmsBBox_t::maxX}, {"maxy", &xWmsBBox_t::maxY}, {"resx", &xWmsBBox_t::resX}, {"resy", &xWmsBBox_t::resY}};
+constexpr Attribute<xWmsExtent_t> extentAttributes[] = {{"name", &xWmsExtent_t::name},
+                                                        {"default", &xWmsExtent_t::defaultValue},
+                                                        {"nearestvalue", &xWmsExtent_t::nearestValue}};
+constexpr Attribute<xWmsDimension_t> dimensionAttributes[] = {{"name", &xWmsDimension_t::name},
+                                                              {"units", &xWmsDimension_t::units},
+                                                              {"unitsymbol", &xWmsDimension_t::unitSymbol},
+                                                              {"default", &xWmsDimension_t::defaultValue},
+                                                              {"multiplevalues", &xWmsDimension_t::multipleValues},
+                                                              {"nearestvalue", &xWmsDimension_t::nearestValue},
+                                                              {"current", &xWmsDimension_t::current}};
+constexpr Attribute<xWmsAuthorityUrl_t> authorityAttributes[] = {{"name", &xWmsAuthorityUrl_t::name}};
+constexpr Attribute<xWmsIdentifier_t> identifierAttributes[] = {{"authority", &xWmsIdentifier_t::authority}};
+constexpr Attribute<xWmsMetadataUrl_t> metadataAttributes[] = {{"type", &xWmsMetadataUrl_t::type}};
+constexpr Attribute<xWmsAttribution_t> logoAttributes[] = {{"width", &xWmsAttribution_t::logoWidth},
+                                                           {"height", &xWmsAttribution_t::logoHeight}};
+constexpr Attribute<xWmsStyle_t> legendAttributes[] = {{"width", &xWmsStyle_t::legendWidth},
+                                                       {"height", &xWmsStyle_t::legendHeight}};
 
 // Records of the current layer: the member of Current that points to the one being filled.
 template <auto Record>
@@ -143,7 +144,7 @@ void count(H& h, const Attributes&) {
 /// A record of a list of the layer, with its attributes.
 template <auto Count, auto List, auto Which>
 void add(H& h, const Attributes&) {
-  h.append(&(h.layer->*List), &(h.current.*Which), &Of<Which>::pNext);
+  h.append(&(h.layer->*List), &(h.current.*Which), &Of<Which>::next);
   ++(h.layer->*Count);
 }
 template <auto Which, auto Field>
@@ -160,7 +161,7 @@ void online(H& h, const Attributes& attrs) {
   attributes<Which, href>(h, attrs);
 }
 template <auto... acts>
-constexpr Grammar::Act all = ogc::xml::Acts<H>::all<acts...>;
+constexpr Grammar::Act all = xml::Acts<H>::all<acts...>;
 
 const Grammar& grammar() {
   static const Grammar table{
@@ -204,10 +205,10 @@ const Grammar& grammar() {
        {LAYER},
        count<&Layer::nExGeoBBox, &Layer::pExGeoBBox, &Current::geo>,
        {0, EX_GEO, 0}},
-      {"westBoundLongitude", {Place::any, EX_GEO}, text<&Current::geo, &xWmsGeoBox_t::szMinX>},
-      {"eastBoundLongitude", {Place::any, EX_GEO}, text<&Current::geo, &xWmsGeoBox_t::szMinY>},
-      {"southBoundLatitude", {Place::any, EX_GEO}, text<&Current::geo, &xWmsGeoBox_t::szMaxX>},
-      {"northBoundLatitude", {Place::any, EX_GEO}, text<&Current::geo, &xWmsGeoBox_t::szMaxY>},
+      {"westBoundLongitude", {Place::any, EX_GEO}, text<&Current::geo, &xWmsGeoBox_t::minX>},
+      {"eastBoundLongitude", {Place::any, EX_GEO}, text<&Current::geo, &xWmsGeoBox_t::minY>},
+      {"southBoundLatitude", {Place::any, EX_GEO}, text<&Current::geo, &xWmsGeoBox_t::maxX>},
+      {"northBoundLatitude", {Place::any, EX_GEO}, text<&Current::geo, &xWmsGeoBox_t::maxY>},
       {"BoundingBox",
        {LAYER},
        all<add<&Layer::nBBox, &Layer::pBBox, &Current::bbox>, attributes<&Current::bbox, bboxAttributes>>,
@@ -215,113 +216,119 @@ const Grammar& grammar() {
       {"Extent",
        {LAYER},
        all<add<&Layer::nExtent, &Layer::pExtent, &Current::extent>, attributes<&Current::extent, extentAttributes>,
-           text<&Current::extent, &xWmsExtent_t::szValue>>,
+           text<&Current::extent, &xWmsExtent_t::value>>,
        {0, EXTENT, 0}},
       {"Dimension",
        {LAYER},
        all<add<&Layer::nDimension, &Layer::pDimension, &Current::dimension>,
-           attributes<&Current::dimension, dimensionAttributes>, text<&Current::dimension, &xWmsDimension_t::szValue>>,
+           attributes<&Current::dimension, dimensionAttributes>, text<&Current::dimension, &xWmsDimension_t::value>>,
        {0, DIMENSION, 0}},
 
       {"Attribution",
        {LAYER},
        count<&Layer::nAttribution, &Layer::pAttribution, &Current::attribution>,
        {0, ATTRIBUTION, 0}},
-      {"Title", {Place::any, ATTRIBUTION}, text<&Current::attribution, &xWmsAttribution_t::szTitle>},
-      {"OnlineResource", {Place::any, ATTRIBUTION, 0}, online<&Current::attribution, &xWmsAttribution_t::szOnline>},
+      {"Title", {Place::any, ATTRIBUTION}, text<&Current::attribution, &xWmsAttribution_t::title>},
+      {"OnlineResource",
+       {Place::any, ATTRIBUTION, 0},
+       online<&Current::attribution, &xWmsAttribution_t::onlineResource>},
       {"LogoURL", {Place::any, ATTRIBUTION}, attributes<&Current::attribution, logoAttributes>, {0, 0, LOGO}},
-      {"Format", {Place::any, ATTRIBUTION, LOGO}, text<&Current::attribution, &xWmsAttribution_t::szLogoFormat>},
+      {"Format", {Place::any, ATTRIBUTION, LOGO}, text<&Current::attribution, &xWmsAttribution_t::logoFormat>},
       {"OnlineResource",
        {Place::any, ATTRIBUTION, LOGO},
-       online<&Current::attribution, &xWmsAttribution_t::szLogoOnline>},
+       online<&Current::attribution, &xWmsAttribution_t::logoOnlineResource>},
 
       {"AuthorityURL",
        {LAYER},
        all<add<&Layer::nAuthorityUrl, &Layer::pAuthorityUrl, &Current::authorityUrl>,
            attributes<&Current::authorityUrl, authorityAttributes>>,
        {0, AUTHORITY_URL, 0}},
-      {"OnlineResource", {Place::any, AUTHORITY_URL}, online<&Current::authorityUrl, &xWmsAuthorityUrl_t::szOnline>},
+      {"OnlineResource",
+       {Place::any, AUTHORITY_URL},
+       online<&Current::authorityUrl, &xWmsAuthorityUrl_t::onlineResource>},
       {"Identifier",
        {LAYER},
        all<add<&Layer::nIdentifier, &Layer::pIdentifier, &Current::identifier>,
            attributes<&Current::identifier, identifierAttributes>,
-           text<&Current::identifier, &xWmsIdentifier_t::szValue>>,
+           text<&Current::identifier, &xWmsIdentifier_t::value>>,
        {0, IDENTIFIER, 0}},
       {"MetadataURL",
        {LAYER},
        all<add<&Layer::nMetadataUrl, &Layer::pMetadataUrl, &Current::metadataUrl>,
            attributes<&Current::metadataUrl, metadataAttributes>>,
        {0, METADATA_URL, 0}},
-      {"Format", {Place::any, METADATA_URL}, text<&Current::metadataUrl, &xWmsMetadataUrl_t::szFormat>},
-      {"OnlineResource", {Place::any, METADATA_URL}, online<&Current::metadataUrl, &xWmsMetadataUrl_t::szOnline>},
+      {"Format", {Place::any, METADATA_URL}, text<&Current::metadataUrl, &xWmsMetadataUrl_t::format>},
+      {"OnlineResource", {Place::any, METADATA_URL}, online<&Current::metadataUrl, &xWmsMetadataUrl_t::onlineResource>},
       {"DataURL", {LAYER}, add<&Layer::nDataUrl, &Layer::pDataUrl, &Current::dataUrl>, {0, DATA_URL, 0}},
-      {"Format", {Place::any, DATA_URL}, text<&Current::dataUrl, &xWmsOnlineRes_t::szFormat>},
-      {"OnlineResource", {Place::any, DATA_URL}, online<&Current::dataUrl, &xWmsOnlineRes_t::szOnline>},
+      {"Format", {Place::any, DATA_URL}, text<&Current::dataUrl, &xWmsOnlineRes_t::format>},
+      {"OnlineResource", {Place::any, DATA_URL}, online<&Current::dataUrl, &xWmsOnlineRes_t::onlineResource>},
       {"FeatureListURL",
        {LAYER},
        add<&Layer::nFeatureUrl, &Layer::pFeatureUrl, &Current::featureUrl>,
        {0, FEATURE_URL, 0}},
-      {"Format", {Place::any, FEATURE_URL}, text<&Current::featureUrl, &xWmsOnlineRes_t::szFormat>},
-      {"OnlineResource", {Place::any, FEATURE_URL}, online<&Current::featureUrl, &xWmsOnlineRes_t::szOnline>},
+      {"Format", {Place::any, FEATURE_URL}, text<&Current::featureUrl, &xWmsOnlineRes_t::format>},
+      {"OnlineResource", {Place::any, FEATURE_URL}, online<&Current::featureUrl, &xWmsOnlineRes_t::onlineResource>},
 
       {"Style", {LAYER}, add<&Layer::nStyle, &Layer::pStyle, &Current::style>, {0, STYLE, 0}},
-      {"Name", {Place::any, STYLE}, text<&Current::style, &xWmsStyle_t::szName>},
-      {"Title", {Place::any, STYLE}, text<&Current::style, &xWmsStyle_t::szTitle>},
-      {"Abstract", {Place::any, STYLE}, text<&Current::style, &xWmsStyle_t::szAbstract>},
+      {"Name", {Place::any, STYLE}, text<&Current::style, &xWmsStyle_t::name>},
+      {"Title", {Place::any, STYLE}, text<&Current::style, &xWmsStyle_t::title>},
+      {"Abstract", {Place::any, STYLE}, text<&Current::style, &xWmsStyle_t::abstract>},
       {"LegendURL", {Place::any, STYLE}, attributes<&Current::style, legendAttributes>, {0, 0, LEGEND}},
-      {"Format", {Place::any, STYLE, LEGEND}, text<&Current::style, &xWmsStyle_t::szLegendFormat>},
-      {"OnlineResource", {Place::any, STYLE, LEGEND}, online<&Current::style, &xWmsStyle_t::szLegendOnline>},
+      {"Format", {Place::any, STYLE, LEGEND}, text<&Current::style, &xWmsStyle_t::legendFormat>},
+      {"OnlineResource", {Place::any, STYLE, LEGEND}, online<&Current::style, &xWmsStyle_t::legendOnlineResource>},
       {"StyleSheetURL", {Place::any, STYLE}, nullptr, {0, 0, SHEET}},
-      {"Format", {Place::any, STYLE, SHEET}, text<&Current::style, &xWmsStyle_t::szSheetFormat>},
-      {"OnlineResource", {Place::any, STYLE, SHEET}, online<&Current::style, &xWmsStyle_t::szSheetOnline>},
+      {"Format", {Place::any, STYLE, SHEET}, text<&Current::style, &xWmsStyle_t::sheetFormat>},
+      {"OnlineResource", {Place::any, STYLE, SHEET}, online<&Current::style, &xWmsStyle_t::sheetOnlineResource>},
       {"StyleURL", {Place::any, STYLE}, nullptr, {0, 0, STYLE_URL}},
-      {"Format", {Place::any, STYLE, STYLE_URL}, text<&Current::style, &xWmsStyle_t::szStyleFormat>},
-      {"OnlineResource", {Place::any, STYLE, STYLE_URL}, online<&Current::style, &xWmsStyle_t::szStyleOnline>},
+      {"Format", {Place::any, STYLE, STYLE_URL}, text<&Current::style, &xWmsStyle_t::styleFormat>},
+      {"OnlineResource", {Place::any, STYLE, STYLE_URL}, online<&Current::style, &xWmsStyle_t::styleOnlineResource>},
 
       {"Service", {}, nullptr, {SERVICE, 0, 0}},
       {"*", {SERVICE}, openService},
-      {"Name", {SERVICE}, service<&xWmsService_t::szName>},
-      {"Title", {SERVICE}, service<&xWmsService_t::szTitle>},
-      {"Abstract", {SERVICE}, service<&xWmsService_t::szAbstract>},
+      {"Name", {SERVICE}, service<&xWmsService_t::name>},
+      {"Title", {SERVICE}, service<&xWmsService_t::title>},
+      {"Abstract", {SERVICE}, service<&xWmsService_t::abstract>},
       {"Keyword",
        {SERVICE},
        [](H& h, const Attributes&) {
          h.openService();
-         ++h.service->nKeyword;
-         h.appendText(&h.service->pKeyword, &h.serviceKeyword);
+         ++h.service->keywordCount;
+         h.appendText(&h.service->keywords, &h.serviceKeyword);
        }},
       {"OnlineResource",
        {SERVICE},
        [](H& h, const Attributes& attrs) {
-         static constexpr Attribute<xWmsService_t> href[] = {{"href", &xWmsService_t::szOnline}};
-         service<&xWmsService_t::szOnline>(h, attrs);
+         static constexpr Attribute<xWmsService_t> href[] = {{"href", &xWmsService_t::onlineResource}};
+         service<&xWmsService_t::onlineResource>(h, attrs);
          h.store(href, *h.service, attrs);
        }},
-      {"ContactPerson", {SERVICE}, service<&xWmsService_t::szContactPerson>},
-      {"ContactOrganization", {SERVICE}, service<&xWmsService_t::szContactOrganization>},
-      {"ContactPosition", {SERVICE}, service<&xWmsService_t::szContactPosition>},
-      {"AddressType", {SERVICE}, service<&xWmsService_t::szAddressType>},
-      {"Address", {SERVICE}, service<&xWmsService_t::szAddress>},
-      {"City", {SERVICE}, service<&xWmsService_t::szCity>},
-      {"StateOrProvince", {SERVICE}, service<&xWmsService_t::szStateOrProvince>},
-      {"PostCode", {SERVICE}, service<&xWmsService_t::szPostCode>},
-      {"Country", {SERVICE}, service<&xWmsService_t::szCountry>},
-      {"ContactVoiceTelephone", {SERVICE}, service<&xWmsService_t::szVoiceTelephone>},
-      {"ContactFacsimileTelephone", {SERVICE}, service<&xWmsService_t::szFacsimileTelephone>},
-      {"ContactElectronicMailAddress", {SERVICE}, service<&xWmsService_t::szElectronicMailAddress>},
-      {"Fees", {SERVICE}, service<&xWmsService_t::szFees>},
-      {"AccessConstraints", {SERVICE}, service<&xWmsService_t::szAccessConstraints>},
-      {"LayerLimit", {SERVICE}, service<&xWmsService_t::szLayerLimit>},
-      {"MaxWidth", {SERVICE}, service<&xWmsService_t::szMaxWidth>},
-      {"MaxHeight", {SERVICE}, service<&xWmsService_t::szMaxHeight>},
+      {"ContactPerson", {SERVICE}, service<&xWmsService_t::contactPerson>},
+      {"ContactOrganization", {SERVICE}, service<&xWmsService_t::contactOrganization>},
+      {"ContactPosition", {SERVICE}, service<&xWmsService_t::contactPosition>},
+      {"AddressType", {SERVICE}, service<&xWmsService_t::addressType>},
+      {"Address", {SERVICE}, service<&xWmsService_t::address>},
+      {"City", {SERVICE}, service<&xWmsService_t::city>},
+      {"StateOrProvince", {SERVICE}, service<&xWmsService_t::stateOrProvince>},
+      {"PostCode", {SERVICE}, service<&xWmsService_t::postCode>},
+      {"Country", {SERVICE}, service<&xWmsService_t::country>},
+      {"ContactVoiceTelephone", {SERVICE}, service<&xWmsService_t::voiceTelephone>},
+      {"ContactFacsimileTelephone", {SERVICE}, service<&xWmsService_t::facsimileTelephone>},
+      {"ContactElectronicMailAddress", {SERVICE}, service<&xWmsService_t::electronicMailAddress>},
+      {"Fees", {SERVICE}, service<&xWmsService_t::fees>},
+      {"AccessConstraints", {SERVICE}, service<&xWmsService_t::accessConstraints>},
+      {"LayerLimit", {SERVICE}, service<&xWmsService_t::layerLimit>},
+      {"MaxWidth", {SERVICE}, service<&xWmsService_t::maxWidth>},
+      {"MaxHeight", {SERVICE}, service<&xWmsService_t::maxHeight>},
   };
   return table;
 }
 
 } // namespace
 
-COgcWmsSaxHelper::COgcWmsSaxHelper(COgcBase& owner, WmsCapabilities& document)
-    : RuleHandler(owner, document.arena, wmsVersions, grammar()), m_document(document) {}
+} // namespace ogc
+
+COgcWmsSaxHelper::COgcWmsSaxHelper(COgcBase& owner, ogc::WmsCapabilities& document)
+    : RuleHandler(owner, document.arena, ogc::wmsVersions, ogc::grammar()), m_document(document) {}
 
 int COgcWmsSaxHelper::CheckStringNode(const xNodeStr_t* list, const char* s) noexcept {
   if (s == nullptr) return 0;
@@ -344,13 +351,13 @@ void COgcWmsSaxHelper::openService() {
 void COgcWmsSaxHelper::openLayer(const xercesc::Attributes& attrs) {
   collect(nullptr);
   current = {};
-  const int parent = FindParent(iLayerDepth);
-  layer = &m_document.addLayer(parent, ++iLayerDepth);
-  m_lastOfLevel.resize(std::max(m_lastOfLevel.size(), static_cast<std::size_t>(iLayerDepth)), -1);
-  m_lastOfLevel[static_cast<std::size_t>(iLayerDepth) - 1] = layer->iIndex;
+  const int parent = FindParent(m_layerDepth);
+  layer = &m_document.addLayer(parent, ++m_layerDepth);
+  m_lastOfLevel.resize(std::max(m_lastOfLevel.size(), static_cast<std::size_t>(m_layerDepth)), -1);
+  m_lastOfLevel[static_cast<std::size_t>(m_layerDepth) - 1] = layer->iIndex;
   layer->szVersion = szVersion;
   layer->szUpdateSequence = szUpdateSequence;
-  store(layerFlags, *layer, attrs);
+  store(ogc::layerFlags, *layer, attrs);
   layer->nMapFormat = mapFormats.count;
   layer->pMapFormat = mapFormats.head;
   layer->nFeatureFormat = featureFormats.count;
@@ -358,6 +365,6 @@ void COgcWmsSaxHelper::openLayer(const xercesc::Attributes& attrs) {
 }
 
 void COgcWmsSaxHelper::closeLayer() noexcept {
-  --iLayerDepth;
+  --m_layerDepth;
   closeGroup();
 }

@@ -58,17 +58,17 @@ public:
   /// @}
 
 protected:
-  COgcWmsSaxHelper(COgcBase& owner, WmsCapabilities& document);
+  COgcWmsSaxHelper(COgcBase& owner, ogc::WmsCapabilities& document);
   ~COgcWmsSaxHelper() override = default;
 
 private:
-  WmsCapabilities& m_document;
-  int iLayerDepth = 0;
+  ogc::WmsCapabilities& m_document;
+  int m_layerDepth = 0;
   std::vector<int> m_lastOfLevel; ///< by level: index of the last layer
 };
 
 /// Reads a capabilities document.
 class COgcWmsSaxCapHandler final : public COgcWmsSaxHelper {
 public:
-  COgcWmsSaxCapHandler(COgcBase& owner, WmsCapabilities& document) : COgcWmsSaxHelper(owner, document) {}
+  COgcWmsSaxCapHandler(COgcBase& owner, ogc::WmsCapabilities& document) : COgcWmsSaxHelper(owner, document) {}
 };

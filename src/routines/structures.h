@@ -59,14 +59,6 @@ const char* textOf(const void* record) noexcept {
   return field<Member>(record);
 }
 
-template <typename Entry>
-const Entry* nextOf(const Entry* entry) noexcept {
-  if constexpr (requires { entry->next; })
-    return entry->next;
-  else
-    return entry->pNext;
-}
-
 /// The first entry of the list that a field holds.
 template <auto Head>
 const auto* headOf(const void* record) noexcept {
@@ -81,9 +73,7 @@ std::int64_t countOf(const void* record) noexcept {
   if constexpr (std::integral<std::remove_cvref_t<decltype(field<Member>(record))>>) {
     return field<Member>(record);
   } else {
-    std::int64_t n = 0;
-    for (const auto* entry = headOf<Member>(record); entry != nullptr; entry = nextOf(entry)) ++n;
-    return n;
+    return transfer::length(headOf<Member>(record));
   }
 }
 
@@ -93,7 +83,7 @@ const void* firstOf(const void* record, void*) noexcept {
 }
 template <typename Entry>
 const void* following(const void* entry, void*) noexcept {
-  return nextOf(static_cast<const Entry*>(entry));
+  return static_cast<const Entry*>(entry)->next;
 }
 
 /// A nested record, which a field holds or points to.

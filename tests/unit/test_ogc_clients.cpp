@@ -65,13 +65,13 @@ TEST_F(Clients, CursorsAndIndexesKnowTheirLimits) {
     EXPECT_EQ(errorOf([&] { wms.OgcWmsGetNextLayerSkip(c.skip); }), c.layers ? "" : noLayer) << c.skip;
     EXPECT_EQ(errorOf([&] { wcs.OgcWcsGetNextCOBSkip(c.skip); }), c.briefs ? "" : noBrief) << c.skip;
     const xWmsLayer_t* layer = wms.OgcWmsGetNextLayer();
-    const WcsBrief* brief = wcs.OgcWcsGetNextCOB();
+    const ogc::WcsBrief* brief = wcs.OgcWcsGetNextCOB();
     EXPECT_EQ(layer != nullptr ? layer->iIndex : -1, c.next);
     EXPECT_EQ(brief != nullptr ? std::stoi(brief->index) : -1, c.next);
   }
   for (const int i : {3, -1})
     EXPECT_EQ(errorOf([&] { (void)wms.OgcWmsGetLayer(i); }), "Error: Invalid index in OgcWcsGetLayer call..");
-  EXPECT_EQ(wms.OgcWmsGetLyrStyle(0, 1), wms.OgcWmsGetLyrStyle(0, 0)->pNext);
+  EXPECT_EQ(wms.OgcWmsGetLyrStyle(0, 1), wms.OgcWmsGetLyrStyle(0, 0)->next);
   EXPECT_EQ(wms.OgcWmsGetLyrStyle(0, -1), wms.OgcWmsGetLyrStyle(0, 0));
   EXPECT_EQ(wms.OgcWmsGetLyrStyle(0, 5), nullptr);
   EXPECT_TRUE(wms.OgcWmsGetLyrStyle(1, 0) && wms.OgcWmsGetLyrDim(1, 0) && wms.OgcWmsGetLyrFeat(1, 0))
