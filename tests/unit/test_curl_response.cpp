@@ -2,6 +2,7 @@
 #include "curl_test.h"
 #include "zel_curl_obj.h"
 
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <sstream>

@@ -3,6 +3,7 @@
 #include "zel_curl_shown.h"
 
 #include <array>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 
