@@ -40,7 +40,8 @@ REFUSALS = {
                                  'exceptionCode="Y" locator="z"><ows:ExceptionText>new</ows:ExceptionText></ows:Exception>'
                                  '</ows:ExceptionReport>', status="400 Bad Request"), "new|Y|z"),
     "no refusal": (answer("<html>gone</html>", "text/html", "404 Not Found"), "nil|nil|nil"),
-    "broken": (answer("<ServiceExceptionReport><ServiceException>x", status="500 Oops"), "nil|nil|nil"),
+    "cut": (answer("<ServiceExceptionReport><ServiceException>x", status="500 Oops"), "nil|nil|nil"),
+    "ill-formed": (answer("<ServiceExceptionReport><a></b>", status="500 Oops"), "nil|nil|nil"),
 }
 
 

@@ -37,7 +37,7 @@ local function exceptions(document)
   local found = {}
   local parser = lxp.new(handlers(found))
   local well = parser:parse(document) and parser:parse()
-  parser:close()
+  pcall(parser.close, parser) -- which raises what made the document ill-formed
   if not well or not found.report or #found == 0 then return nil end
   for _, exception in ipairs(found) do exception.text = trimmed(exception.text) end
   return found
