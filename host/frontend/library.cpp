@@ -11,11 +11,14 @@
 #include "host/session.h"
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
+#include <memory>
 #include <thread>
 
+#include <openssl/evp.h>
 #include <sys/ioctl.h>
 
 namespace zel::lua {
@@ -118,6 +121,36 @@ int isFile(lua_State* L) {
   return 1;
 }
 
+/// zel.digest(text or open file): the SHA-256 of a text, or of what is left to read in a file, in hexadecimal digits.
+int digest(lua_State* L) {
+  const std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> context(EVP_MD_CTX_new(), &EVP_MD_CTX_free);
+  bool done = context != nullptr && EVP_DigestInit_ex(context.get(), EVP_sha256(), nullptr) == 1;
+  if (lua_type(L, 1) == LUA_TSTRING) {
+    std::size_t length = 0;
+    const char* text = lua_tolstring(L, 1, &length);
+    done = done && EVP_DigestUpdate(context.get(), text, length) == 1;
+  } else {
+    const auto* stream = static_cast<luaL_Stream*>(luaL_checkudata(L, 1, LUA_FILEHANDLE));
+    luaL_argcheck(L, stream->closef != nullptr, 1, "the file is closed");
+    std::array<char, 16384> part;
+    while (const std::size_t size = std::fread(part.data(), 1, part.size(), stream->f))
+      done = done && EVP_DigestUpdate(context.get(), part.data(), size) == 1;
+    done = done && std::ferror(stream->f) == 0;
+  }
+  std::array<unsigned char, EVP_MAX_MD_SIZE> bytes;
+  unsigned int size = 0;
+  if (!done || EVP_DigestFinal_ex(context.get(), bytes.data(), &size) != 1)
+    return luaL_error(L, "the digest cannot be made");
+  constexpr const char* digits = "0123456789abcdef";
+  std::array<char, std::size_t{2} * EVP_MAX_MD_SIZE> text;
+  for (std::size_t i = 0; i < size; ++i) {
+    text[2 * i] = digits[bytes[i] >> 4U];
+    text[2 * i + 1] = digits[bytes[i] & 15U];
+  }
+  lua_pushlstring(L, text.data(), std::size_t{2} * size);
+  return 1;
+}
+
 /// A function of the library that is written in Lua; its module is loaded on first use.
 template <const char* module>
 int callModule(lua_State* L) {
@@ -142,6 +175,7 @@ constexpr luaL_Reg libraryFunctions[] = {{"new", newObject},
                                          {"sleep", sleep},
                                          {"columns", columns},
                                          {"is_file", isFile},
+                                         {"digest", digest},
                                          {"methods", objectMethods},
                                          {"show", callModule<showModule>},
                                          {"help", callModule<helpModule>},
