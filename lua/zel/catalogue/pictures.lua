@@ -1,8 +1,6 @@
 --- Fetches many pictures by several processes at once.
 
-local html = require "zel.catalogue.html"
-
-local TERMINAL_PAUSE, PLAIN_PAUSE = 0.1, 5 -- seconds between two lines of progress
+local new_progress = require "zel.work_progress"
 
 -- Ctrl-C is for this process alone: the shell and the workers ignore it, SIGTERM to the shell ends them. When this
 -- process was killed the shell clears away what it left.
@@ -29,41 +27,6 @@ local function code(values)
     parts[#parts + 1] = ("[%q]=%s"):format(name, type(value) == "table" and code(value) or ("%q"):format(value))
   end
   return "{" .. table.concat(parts, ",") .. "}"
-end
-
-local function duration(seconds)
-  local s = math.ceil(seconds)
-  return s < 3600 and ("%d:%02d"):format(s // 60, s % 60) or ("%d:%02d:%02d"):format(s // 3600, s // 60 % 60, s % 60)
-end
-
--- Draws how far the work is: one line on a terminal that is drawn anew, a line now and then elsewhere.
-local function new_progress(total)
-  local width = os.getenv("TERM") ~= "dumb" and zel.columns(io.stderr) or nil
-  local pause = width and TERMINAL_PAUSE or PLAIN_PAUSE
-  local began, drawn = zel.clock(), nil
-  local function line(done, failed, now)
-    local text = ("%s of %s pictures"):format(html.number(done), html.number(total))
-    if failed > 0 then text = text .. (", %s without"):format(html.number(failed)) end
-    if done == 0 or done == total then return text end
-    return text .. (", %s left"):format(duration((now - began) / done * (total - done)))
-  end
-  local function bar(done, room)
-    if room < 8 then return "" end
-    local full = room * done // total
-    return "[" .. ("#"):rep(full) .. ("."):rep(room - full) .. "] "
-  end
-  return function(done, failed)
-    local now = zel.clock()
-    if drawn and now - drawn < pause and done < total then return end
-    local text = line(done, failed, now)
-    if width then
-      text = (bar(done, math.min(30, width - #text - 4)) .. text):sub(1, width - 1)
-      io.stderr:write(drawn and "\27[A\r\27[K" or "", text, "\n")
-    elseif drawn then -- the first line would say nothing
-      io.stderr:write("  ", text, "\n")
-    end
-    drawn = now
-  end
 end
 
 local Pictures = {}
@@ -103,7 +66,7 @@ return function(tasks, settings)
   write(self.directory .. "/settings", "return " .. code{
     url = settings.url, options = settings.options, version = settings.version, tasks = #tasks})
   for number, task in ipairs(tasks) do write(("%s/%d.task"):format(self.directory, number), task) end
-  local progress = settings.quiet and function() end or new_progress(#tasks)
+  local progress = settings.quiet and function() end or new_progress(#tasks, "pictures", "without")
   local complete, count = pcall(function()
     self.pipe = assert(io.popen(COMMAND:format(self.directory, math.min(settings.jobs, #tasks))))
     if #tasks > 0 then progress(0, 0) end

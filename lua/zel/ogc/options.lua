@@ -43,16 +43,16 @@ local function proxy_properties(text)
           PROXY_PASSWORD = password ~= "" and password or nil}
 end
 
---- The options of a new service: its own over the user's defaults over ours; proxy_file is where its proxy was given,
--- unless the script gave it.
-function options.merge(call, given)
+--- The options of a new service: its own over the user's defaults over ours, or over those of `usual`; proxy_file is
+-- where its proxy was given, unless the script gave it.
+function options.merge(call, given, usual)
   given = given or {}
   if type(given) ~= "table" then errors.raise(call .. " wants a table of options") end
   local defaults, path = config()
   check(path, defaults)
   check(call, given)
   local merged = {}
-  for _, source in ipairs{DEFAULTS, defaults, given} do
+  for _, source in ipairs{DEFAULTS, usual or {}, defaults, given} do
     for name, value in pairs(source) do merged[name] = value end
   end
   merged.proxy_file = not given.proxy and defaults.proxy and path or nil

@@ -17,8 +17,8 @@ local function without_frame(why)
   return (text:gsub("^Error: ", ""):gsub("%.%.+$", "."))
 end
 
--- A method's error as people read it. A connection that failed was one to the proxy, if there is one.
-local function told(s, why)
+--- A method's error as people read it. A connection that failed was one to the proxy, if there is one.
+function service.told(s, why)
   local options, text = s.options, without_frame(why)
   if not options.proxy or not why:find("Curl Error Code = [57]%D") then return text end
   return ("%s The proxy is %s%s."):format(text, options.proxy:gsub("^.*@", ""), options.proxy_file and
@@ -31,8 +31,8 @@ local function passing(why)
   return RETRIED_STATUS[tonumber(status)] or RETRIED_CURL[tonumber(curl)] or false
 end
 
--- Seconds that the server asks to wait, or else twice as long from try to try.
-local function pause_after(object, try)
+--- Seconds that the server asks to wait, or else twice as long from try to try.
+function service.pause_after(object, try)
   local header = object:GetProperty{"RESPONSE_HEADER"}.RESPONSE_HEADER
   local asked = tonumber(header:lower():match("\nretry%-after:%s*(%d+)"))
   return math.min(asked or FIRST_PAUSE * 2 ^ (try - 1), LONGEST_PAUSE)
@@ -51,14 +51,18 @@ function service.check_answer(s)
   errors.raise("the server refused: " .. refused.text .. (place ~= "" and " (" .. place .. ")" or ""), refused)
 end
 
--- Raises what went wrong in a method; what is no failure of the request (Ctrl-C, an error of the script's own status
--- routine, a cancel) goes on as it is.
+--- Whether a method failed by what it asked for, and not by Ctrl-C, an error of the script's own status routine or a
+-- cancel.
+function service.is_failure(why)
+  return type(why) == "string" and why:find("ZELNETOGC", 1, true) ~= nil
+         and not why:find("Cancel request detected", 1, true)
+end
+
+-- Raises what went wrong in a method; what is no failure of the request goes on as it is.
 local function fail(s, why)
-  if type(why) ~= "string" or not why:find("ZELNETOGC", 1, true) or why:find("Cancel request detected", 1, true) then
-    error(why, 0)
-  end
+  if not service.is_failure(why) then error(why, 0) end
   service.check_answer(s)
-  errors.raise(told(s, why))
+  errors.raise(service.told(s, why))
 end
 
 --- Calls a method of the service's object, several times where that may help.
@@ -70,8 +74,8 @@ function service.request(s, method, ...)
     if results[1] then return table.unpack(results, 2, results.n) end
     local why = results[2]
     if try > s.options.retries or type(why) ~= "string" or not passing(why) then fail(s, why) end
-    local seconds = pause_after(s.object, try)
-    service.tell(s, ("%s Trying again in %g s."):format(told(s, why), seconds))
+    local seconds = service.pause_after(s.object, try)
+    service.tell(s, ("%s Trying again in %g s."):format(service.told(s, why), seconds))
     zel.sleep(seconds)
   end
 end
@@ -80,15 +84,23 @@ local function unescaped(text)
   return (text:gsub("%%(%x%x)", function(digits) return string.char(tonumber(digits, 16)) end))
 end
 
--- Takes a URL as people have it: with or without "?", with a user in it.
-local function set_url(object, url)
+--- What is wrong with the URL of a service; nil when nothing is.
+function service.url_fault(url)
   local scheme, rest = url:match("^(%a+)://(.+)$")
+  local shown = url:gsub("//[^/?@]*@", "//")
   if not scheme or not scheme:lower():find("^https?$") then
-    errors.raise(('"%s" is no URL: it should begin with http:// or https://'):format((url:gsub("//[^/?@]*@", "//"))))
+    return ('"%s" is no URL: it should begin with http:// or https://'):format(shown)
   end
   if not rest:find("^[^/?]+/[^?]") then
-    errors.raise(('"%s" has no path: a service is at an address like http://host/path'):format(url))
+    return ('"%s" has no path: a service is at an address like http://host/path'):format(shown)
   end
+end
+
+--- Takes a URL as people have it: with or without "?", with a user in it.
+function service.set_url(object, url)
+  local wrong = service.url_fault(url)
+  if wrong then errors.raise(wrong) end
+  local rest = url:match("^%a+://(.+)$")
   local user, password = rest:match("^([^/?@:]*):?([^/?@]*)@")
   if user then
     object:SetProperty{USERNAME = unescaped(user), PASSWORD = password ~= "" and unescaped(password) or nil}
@@ -108,7 +120,7 @@ function service.open(class, call, url, given)
   local made, object, why = pcall(zel.new, class, options.properties(s.options))
   if not made or not object then errors.raise(without_frame(tostring(why or object))) end
   s.object = object
-  if is_file(url) then s.file = url else set_url(object, url) end
+  if is_file(url) then s.file = url else service.set_url(object, url) end
   return s
 end
 

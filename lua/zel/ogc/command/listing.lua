@@ -7,7 +7,8 @@ local printable = require "zel.ogc.printable"
 
 local listing = {}
 
-local function box_text(box)
+--- A box for people.
+function listing.box_text(box)
   if not box then return "no box" end
   local edges = {}
   for i, edge in ipairs(box) do edges[i] = ("%g"):format(edge) end
@@ -24,7 +25,7 @@ end
 local function line(item)
   local name = item.name and " [" .. item.name .. "]" or ""
   local queryable = item.queryable and ", queryable" or ""
-  return ("  "):rep(item.level or 1) .. (item.title or "") .. name .. queryable .. ", " .. box_text(item.box)
+  return ("  "):rep(item.level or 1) .. (item.title or "") .. name .. queryable .. ", " .. listing.box_text(item.box)
 end
 
 --- Prints a service, an item a line.
@@ -91,14 +92,18 @@ local function footprint(box)
   return {type = "MultiPolygon", coordinates = {ring{b[1], b[2], 180, b[4]}, ring{-180, b[2], b[3] - 360, b[4]}}}
 end
 
-local function feature(item)
-  return {type = "Feature", properties = {name = item.name, title = item.title, abstract = item.abstract},
-          geometry = footprint(item.box)}
+--- Prints items with their boxes as GeoJSON; `properties(item)` are those of its feature.
+function listing.features(found, properties)
+  write{type = "FeatureCollection", features = mapped(found, function(item)
+    return {type = "Feature", properties = properties(item), geometry = footprint(item.box)}
+  end)}
 end
 
 --- Prints the boxes of the service's layers or coverages as GeoJSON.
 function listing.geojson(s, list)
-  write{type = "FeatureCollection", features = mapped(list or items(s), feature)}
+  listing.features(list or items(s), function(item)
+    return {name = item.name, title = item.title, abstract = item.abstract}
+  end)
 end
 
 local function is_plain_list(value)

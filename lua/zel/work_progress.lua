@@ -1,0 +1,48 @@
+--- How far a work of many parts is, on standard error: one line on a terminal that is drawn anew, a line now and then
+-- elsewhere.
+--
+--   local progress = require "zel.work_progress"(40, "pictures", "without")
+--   progress(12, 3)      "12 of 40 pictures, 3 without, 0:05 left"
+
+local TERMINAL_PAUSE, PLAIN_PAUSE = 0.1, 5 -- seconds between two lines
+local WIDEST_BAR, NARROWEST_BAR = 30, 8
+
+local function count(n)
+  return (("%.0f"):format(n):reverse():gsub("(%d%d%d)", "%1,"):reverse():gsub("^,", ""))
+end
+
+local function duration(seconds)
+  local s = math.ceil(seconds)
+  return s < 3600 and ("%d:%02d"):format(s // 60, s % 60) or ("%d:%02d:%02d"):format(s // 3600, s // 60 % 60, s % 60)
+end
+
+local function bar(part, room)
+  if room < NARROWEST_BAR then return "" end
+  local full = math.floor(room * part)
+  return "[" .. ("#"):rep(full) .. ("."):rep(room - full) .. "] "
+end
+
+--- A function that draws how many parts are done, and how many of them failed.
+return function(total, parts, failing)
+  local width = os.getenv("TERM") ~= "dumb" and zel.columns(io.stderr) or nil
+  local pause = width and TERMINAL_PAUSE or PLAIN_PAUSE
+  local began, drawn = zel.clock(), nil
+  local function line(done, failed, now)
+    local text = ("%s of %s %s"):format(count(done), count(total), parts)
+    if failed > 0 then text = text .. (", %s %s"):format(count(failed), failing) end
+    if done == 0 or done == total then return text end
+    return text .. (", %s left"):format(duration((now - began) / done * (total - done)))
+  end
+  return function(done, failed)
+    local now = zel.clock()
+    if drawn and now - drawn < pause and done < total then return end
+    local text = line(done, failed, now)
+    if width then
+      text = (bar(done / total, math.min(WIDEST_BAR, width - #text - 4)) .. text):sub(1, width - 1)
+      io.stderr:write(drawn and "\27[A\r\27[K" or "", text, "\n")
+    elseif drawn then -- the first line would say nothing
+      io.stderr:write("  ", text, "\n")
+    end
+    drawn = now
+  end
+end
