@@ -120,6 +120,14 @@ function commands.catalogue(o)
   if result.stopped then exit(INTERRUPTED, "interrupted: the page has the pictures that came") end
 end
 
+function commands.harvest(o)
+  local options = service_options(o)
+  options.version, options.quiet = o.wms, not o.verbose
+  require "zel.ogc.command.harvest"(o, options)
+end
+
+function commands.search(o) require "zel.ogc.command.findings"(o) end
+
 -- What went wrong as one line.
 local function one_line(why)
   local text = errors.is(why) and why.message or tostring(why):gsub("^[^\n]-:%d+: ", "")
@@ -129,7 +137,7 @@ end
 return function(words)
   local o, wrong = read_options.parse(words)
   if not o then exit(BAD_USAGE, wrong) end
-  check_url(o)
+  if o.url then check_url(o) end
   local done, why = pcall(commands[o.command], o)
   if done then exit(0) end
   if tostring(why):find("interrupted!", 1, true) or tostring(why):find("Cancel request detected", 1, true) then

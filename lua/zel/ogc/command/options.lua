@@ -2,7 +2,8 @@
 
 local argparse = require "argparse"
 
-local COMMANDS = {info = true, map = true, feature = true, coverage = true, catalogue = true}
+local COMMANDS = {info = true, map = true, feature = true, coverage = true, catalogue = true,
+                  harvest = true, search = true, merge = true}
 
 local function positive(text)
   local number = tonumber(text)
@@ -20,6 +21,26 @@ local function number(text)
   local value = tonumber(text)
   if value then return value end
   return nil, ("'%s' is not a number"):format(text:match("%S+") or "")
+end
+
+local function not_negative(text)
+  local value = tonumber(text)
+  if value and value >= 0 and value < math.huge then return value end
+  return nil, ("'%s' is not a number from 0 on"):format(text:match("%S+") or "")
+end
+
+local KINDS = {wms = "WMS", wcs = "WCS"}
+
+local function kind(text)
+  return KINDS[text:lower()], ("'%s' is no kind of service: wms and wcs are known"):format(text)
+end
+
+-- I/N: the Ith of N parts.
+local function part(text)
+  local number_of, parts = text:match("^(%d+)/(%d+)$")
+  number_of, parts = math.tointeger(number_of), math.tointeger(parts)
+  if number_of and number_of >= 1 and number_of <= parts then return {number_of, parts} end
+  return nil, ("'%s' is no part like 3/8, the third of eight"):format(text)
 end
 
 -- WIDTHxHEIGHT, or the width alone.
@@ -102,7 +123,23 @@ local function add_commands(parser)
   catalogue:option("--jobs", "Pictures that are fetched at once; 4 without it."):argname("COUNT"):convert(positive)
   catalogue:option("--pictures", "How many layers get a picture; all without it."):argname("COUNT"):convert(positive)
 
-  for _, command in ipairs{info, map, feature, coverage, catalogue} do add_common(command) end
+  local harvest = parser:command("harvest", "Read many services into a database.")
+  harvest:argument("list", "File with a URL a line, \"-\" for standard input."):argname("LIST")
+  harvest:argument("database", "SQLite database to make or to bring up to date."):argname("DATABASE")
+  harvest:option("--older", "Ask only what was not read within so many days."):argname("DAYS"):convert(not_negative)
+  harvest:option("--pause", "Seconds between two requests to a host."):argname("SECONDS"):convert(not_negative)
+  harvest:option("--jobs", "Processes that ask; 1 without it."):argname("COUNT"):convert(positive)
+  harvest:option("--shard", "Only the Ith of N parts, cut by hosts."):argname("I/N"):convert(part)
+
+  for _, command in ipairs{info, map, feature, coverage, catalogue, harvest} do add_common(command) end
+
+  local search = parser:command("search", "Find services, layers and coverages in a database.")
+  search:argument("database", "Database of a harvest."):argname("DATABASE")
+  search:argument("words", "Words of titles, names, keywords and abstracts."):args("*"):argname("WORD")
+  search:option("--bbox", "Box in degrees that is to be touched."):args(4):argname{"W", "S", "E N"}:convert(number)
+  search:option("--kind", "Only services of this kind: wms, wcs."):argname("KIND"):convert(kind)
+  search:option("--limit", "Results at most; 20 without it."):argname("COUNT"):convert(positive)
+  search:mutex(search:flag("--json", "Print JSON."), search:flag("--geojson", "Print the boxes as GeoJSON."))
 end
 
 local options = {}

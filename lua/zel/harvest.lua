@@ -1,0 +1,86 @@
+--- A harvest: the capabilities of many services, in a database.
+--
+--   require("zel.harvest").run{list = "services.txt", database = "services.db"}
+--
+--   list          file with a URL a line, "-" for standard input
+--   database      the file; made when it is not there
+--   older         days: services that were read within them are not asked again; 0
+--   retries       tries after a failure that may pass; 1
+--   pause         seconds between two requests to one host; 0
+--   jobs          how many processes ask; 1
+--   shard         {2, 8}: only the second of eight parts, cut by hosts
+--   options       options of zel.ogc and properties of its objects
+--   quiet         true: nothing on standard error
+--
+-- Returns {services, new, changed, unchanged, failed, seconds}.
+
+local arguments = require "zel.ogc.arguments"
+local clock = require "zel.harvest.clock"
+local database = require "zel.harvest.database"
+local new_progress = require "zel.work_progress"
+local ogc_options = require "zel.ogc.options"
+local read_list = require "zel.harvest.list"
+local run = require "zel.harvest.run"
+local work = require "zel.harvest.work"
+
+local DEFAULTS = {timeout = 60, connect_timeout = 20, retries = 1} -- patience with one of thousands
+local TYPES = {
+  list = "string", database = "string", older = "number", jobs = "number", shard = "table", options = "table",
+  quiet = "boolean",
+}
+
+-- Whether a host belongs to a part: the same on every machine.
+local function in_shard(host, shard)
+  return tonumber(zel.digest(host):sub(1, 12), 16) % shard[2] == shard[1] - 1
+end
+
+local function select_hosts(entries, shard)
+  local chosen = {}
+  for _, entry in ipairs(entries) do
+    if in_shard(entry.host, shard) then chosen[#chosen + 1] = entry end
+  end
+  return chosen
+end
+
+local function temporary_directory()
+  local pipe <close> = assert(io.popen("umask 077; mktemp -d"))
+  local path = assert(pipe:read("l"), "There is no place for temporary files")
+  return setmetatable({path = path}, {__close = function() os.execute("rm -rf '" .. path .. "'") end})
+end
+
+local harvest = {}
+
+--- Harvests a list.
+function harvest.run(given)
+  arguments.check("harvest.run", given, TYPES)
+  local say = function(text) if not given.quiet then io.stderr:write("zel-ogc: ", text, "\n") end end
+  local options = ogc_options.merge("harvest.run", given.options, DEFAULTS)
+  local began = zel.clock()
+  local entries = read_list(given.list, say)
+  if given.shard then entries = select_hosts(entries, given.shard) end
+
+  local store <close> = database.open(given.database, true)
+  local directory <close> = temporary_directory()
+  local offset = clock.offset(store)
+  local now = clock.new(offset)
+  local part = given.shard and ("%d/%d"):format(table.unpack(given.shard)) or ""
+  local id, left = run.begin(store, entries, part, given.older or 0, options.retries, clock, now)
+  local counts = {services = #entries, new = 0, changed = 0, unchanged = 0, refused = 0, failed = 0}
+  local progress = given.quiet and function() end or new_progress(#left, "services", "failed")
+  local done = 0
+  if #left > 0 then progress(0, 0) end
+  work(left, {run = id, file = directory.path .. "/document", options = options, offset = offset,
+              properties = ogc_options.properties(options)}, function(_, tried, statements, last)
+    store:transaction(statements)
+    if not last then return end
+    counts[tried.result] = counts[tried.result] + 1
+    done = done + 1
+    progress(done, counts.failed + counts.refused)
+  end)
+  run.finish(store, id, now)
+  store:run("PRAGMA journal_mode = DELETE") -- one file, which a read-only place can hold
+  counts.seconds = zel.clock() - began
+  return counts
+end
+
+return harvest

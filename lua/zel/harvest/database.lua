@@ -1,0 +1,97 @@
+--- The database of a harvest: opened, made, refused.
+
+local errors = require "zel.ogc.errors"
+local files = require "zel.ogc.files"
+local schema = require "zel.harvest.schema"
+
+local PATIENCE = 30000 -- ms that another process may hold the database
+
+local Database = {}
+Database.__index = Database
+
+--- Runs a statement that returns no rows.
+function Database:run(statement)
+  local done, why = self.connection:execute(statement)
+  if not done then errors.raise(("%s: %s"):format(self.path, (why:gsub("^LuaSQL: ", "")))) end
+  if type(done) == "userdata" then done:close() end
+end
+
+--- The rows of a query, as tables by column name, in a loop.
+function Database:rows(query)
+  local cursor, why = self.connection:execute(query)
+  if not cursor then errors.raise(("%s: %s"):format(self.path, (why:gsub("^LuaSQL: ", "")))) end
+  return function()
+    local row = cursor:fetch({}, "a")
+    if not row then cursor:close() end
+    return row
+  end
+end
+
+--- The first value of a query's first row.
+function Database:value(query)
+  local value
+  for row in self:rows(query) do value = value == nil and select(2, next(row)) or value end
+  return value
+end
+
+--- Runs statements as one transaction: all of them or none.
+function Database:transaction(statements)
+  self:run("BEGIN IMMEDIATE")
+  local done, why = pcall(function()
+    for _, statement in ipairs(statements) do self:run(statement) end
+    self:run("COMMIT")
+  end)
+  if not done then
+    self.connection:execute("ROLLBACK")
+    error(why, 0)
+  end
+end
+
+function Database:__close()
+  self.connection:close()
+  self.environment:close()
+end
+
+-- Makes the tables in an empty file, and refuses what is none of these databases.
+local function prepare(database, create)
+  local application, version = database:value("PRAGMA application_id"), database:value("PRAGMA user_version")
+  if application == 0 and version == 0 and create and database:value("SELECT count(*) AS n FROM sqlite_master") == 0 then
+    database:run("PRAGMA journal_mode = WAL")
+    database:transaction(schema.STATEMENTS)
+    database:run(("PRAGMA application_id = %d"):format(schema.APPLICATION))
+    database:run(("PRAGMA user_version = %d"):format(schema.VERSION))
+  elseif application ~= schema.APPLICATION then
+    errors.raise(database.path .. " is no database of a harvest; name another file, zel-ogc harvest makes it")
+  elseif version ~= schema.VERSION then
+    errors.raise(("%s has tables of version %d, and this program knows version %d: harvest into a new file"):format(
+      database.path, version, schema.VERSION))
+  end
+end
+
+local database = {}
+
+--- Opens a database; with `create` it is made where there is none, and written to.
+function database.open(path, create)
+  if files.exists(path .. "/.") then errors.raise(path .. " is a directory, not a database") end
+  if not create and not files.exists(path) then
+    errors.raise(("there is no database %s; zel-ogc harvest makes one"):format(path))
+  end
+  files.check_directory(path)
+  local environment = require("luasql.sqlite3").sqlite3()
+  local place = path:find("^/") and path or "./" .. path -- a name that begins with "file:" or ":" is a file's, too
+  local connection, why = environment:connect(place, PATIENCE)
+  if not connection then errors.raise(("%s cannot be opened: %s"):format(path, (why:gsub("^LuaSQL: ", "")))) end
+  local opened = setmetatable({path = path, environment = environment, connection = connection}, Database)
+  local done, wrong = pcall(prepare, opened, create)
+  if not done then
+    opened:__close()
+    error(wrong, 0)
+  end
+  if create then
+    opened:run("PRAGMA journal_mode = WAL")
+    opened:run("PRAGMA synchronous = NORMAL") -- enough when the process is killed
+  end
+  return opened
+end
+
+return database

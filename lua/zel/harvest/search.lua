@@ -1,0 +1,82 @@
+--- Finds services, layers and coverages in a harvest's database.
+
+local boxes = require "zel.ogc.boxes"
+local errors = require "zel.ogc.errors"
+local sql = require "zel.harvest.sql"
+
+local SIZE = "(box.east - box.west) * (box.north - box.south)"
+
+-- Words as people type them as a query of the index. Texts in double quotes are phrases, a "*" at the end of a word
+-- stands for any ending; all else is looked for as it is.
+local function query(words, prefix)
+  local terms = {}
+  local function add(text, star)
+    if text:find("[%w\x80-\xFF]") then terms[#terms + 1] = '"' .. text:gsub('"', '""') .. '"' .. star end
+  end
+  for before, phrase in (words .. '""'):gmatch('([^"]*)"([^"]*)"?') do
+    for word in before:gmatch("%S+") do
+      local stem, star = word:match("^(.-)(%**)$")
+      add(stem, (star ~= "" or prefix) and " *" or "")
+    end
+    add(phrase, prefix and " *" or "")
+  end
+  return #terms > 0 and table.concat(terms, " AND ") or nil
+end
+
+-- Conditions on the box of an item: it shares a place with one of the boxes that lie a turn of the Earth apart.
+local function touching(bbox)
+  local west, south, east, north = table.unpack(boxes.unrolled(bbox))
+  local turns = {}
+  for turn = -360, 360, 360 do
+    turns[#turns + 1] = ("(box.west <= %s AND box.east >= %s)"):format(sql.number(east + turn), sql.number(west + turn))
+  end
+  return ("(%s) AND box.south <= %s AND box.north >= %s"):format(table.concat(turns, " OR "), sql.number(north),
+                                                                 sql.number(south))
+end
+
+-- How little a box and the one asked for share, from -1 (they are the same) to 0.
+local function unlike(bbox)
+  local west, south, east, north = table.unpack(boxes.unrolled(bbox))
+  local shared = ("max(0.0, min(box.east, %s) - max(box.west, %s)) * max(0.0, min(box.north, %s) - max(box.south, %s))"):format(
+    sql.number(east), sql.number(west), sql.number(north), sql.number(south))
+  local area = sql.number((east - west) * (north - south) + 1e-9)
+  return ("-(%s) / (%s + %s - %s)"):format(shared, SIZE, area, shared)
+end
+
+local function statement(match, bbox, kind, limit)
+  local from, where, order = "words", {}, "words.rank"
+  if match then
+    where[1] = "words MATCH " .. sql.text(match)
+    if bbox then from = "words JOIN box ON box.id = words.rowid" end
+  else
+    from, order = "box", unlike(bbox)
+  end
+  if bbox then where[#where + 1] = touching(bbox) end
+  local id = match and "words.rowid" or "box.id"
+  if kind then
+    where[#where + 1] = ("(SELECT kind FROM service WHERE service.id = %s - %s %% 1000000) = %s"):format(id, id, sql.text(kind))
+  end
+  return ("SELECT found.score, item.*, service.url, service.kind AS type, service.title AS service_title FROM "
+          .. "(SELECT %s AS id, %s AS score FROM %s WHERE %s ORDER BY score LIMIT %d) AS found "
+          .. "JOIN item ON item.id = found.id JOIN service ON service.id = item.service ORDER BY found.score, item.id"):format(
+            id, order, from, table.concat(where, " AND "), limit)
+end
+
+local function collect(database, text)
+  local found = {}
+  for row in database:rows(text) do
+    row.box = row.west and {row.west, row.south, row.east, row.north} or nil
+    found[#found + 1] = row
+  end
+  return found
+end
+
+--- The best of what has all the words and touches the box, at most `limit`; words that are found nowhere as they are
+-- are taken as the beginnings of words. Rows of the view `item` with url, type and title of their service, and box.
+return function(database, words, bbox, kind, limit)
+  local match = query(words, false)
+  if not match and not bbox then errors.raise("search wants words to look for, or --bbox") end
+  local found = collect(database, statement(match, bbox, kind, limit))
+  if #found == 0 and match then found = collect(database, statement(query(words, true), bbox, kind, limit)) end
+  return found
+end
