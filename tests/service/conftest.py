@@ -5,9 +5,12 @@
     zel(script, ...)   runs a Lua script with the runner
 """
 
+import contextlib
 import dataclasses
 import os
 import pathlib
+import resource
+import signal
 import subprocess
 
 import pytest
@@ -45,6 +48,16 @@ class Run:
     user_dir: pathlib.Path
 
 
+def limited(size):
+    """For a process to call: its files cannot grow beyond this many bytes, as on a small disk."""
+
+    def limit():
+        resource.setrlimit(resource.RLIMIT_FSIZE, (size, size))
+        signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
+
+    return limit
+
+
 # Around the code of a script: once its objects are gone the host must hold nothing of them.
 NO_LEAK = """local function script(...) {}
 end
@@ -58,23 +71,40 @@ end
 
 @pytest.fixture
 def zel(tmp_path):
-    """zel(script, *arguments, ok=True, no_leak=False, env={}): runs a script, given as a path or as Lua code.
+    """zel(script, *arguments, ok=True, no_leak=False, env={}, wrap=[], ...): runs a script, a path or Lua code.
 
     Every test has its own directory for user files. With `ok` a failing script fails the test, with `no_leak` also
-    Lua code that leaves variables or objects in the host.
+    Lua code that leaves variables or objects in the host. `wrap` runs the runner, other options are those of subprocess.
     """
 
-    def run(script, *arguments, ok=True, no_leak=False, env=None, timeout=120):
+    def run(script, *arguments, ok=True, no_leak=False, env=None, wrap=(), timeout=120, **options):
         if not isinstance(script, pathlib.Path):
             code, script = script, tmp_path / "script.lua"
             script.write_text(NO_LEAK.replace("{}", code) if no_leak else code)
         user_dir = tmp_path / "user"
         user_dir.mkdir(exist_ok=True)
-        done = subprocess.run([BUILD / "zel", script, *map(str, arguments)], cwd=tmp_path, timeout=timeout,
+        done = subprocess.run([*wrap, BUILD / "zel", script, *map(str, arguments)], cwd=tmp_path, timeout=timeout,
                               capture_output=True, text=True, stdin=subprocess.DEVNULL,
-                              env=os.environ | {"ZEL_USER_DIR": str(user_dir)} | (env or {}))
-        if ok:
-            assert done.returncode == 0, done.stdout + done.stderr
+                              env=os.environ | {"ZEL_USER_DIR": str(user_dir)} | (env or {}), **options)
+        assert not ok or done.returncode == 0, done.stdout + done.stderr
         return Run(done.returncode, done.stdout, done.stderr, user_dir)
 
     return run
+
+
+@pytest.fixture
+def zel_running(tmp_path):
+    """zel_running(script, *arguments): a runner that is not waited for; it ends with the test."""
+    with contextlib.ExitStack() as ends:
+
+        def run(script, *arguments, program="zel", **options):
+            (tmp_path / "script.lua").write_text(script)
+            words = [tmp_path / "script.lua"] if program == "zel" else []
+            running = ends.enter_context(subprocess.Popen(
+                [BUILD / program, *words, *map(str, arguments)], cwd=tmp_path, text=True, stdin=subprocess.DEVNULL,
+                stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                env=os.environ | {"ZEL_USER_DIR": str(tmp_path / "user")} | options.pop("env", {}), **options))
+            ends.callback(running.kill)
+            return running
+
+        yield run

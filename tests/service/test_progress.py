@@ -1,10 +1,9 @@
-"""The status routine that comes with the runner, on a terminal and elsewhere, and what Ctrl-C leaves behind."""
+"""The status routine that comes with the runner, on a terminal and elsewhere."""
 
 import fcntl
 import os
 import pty
 import re
-import signal
 import struct
 import subprocess
 import termios
@@ -12,7 +11,6 @@ import termios
 import pytest
 
 from conftest import BUILD, SOURCE
-from responder import HEAD, HOLD, Responder
 
 # One transfer on a clock of the test's own: {seconds, total, now} or a status text, one after the other.
 PLAY = """
@@ -94,27 +92,6 @@ def test_elsewhere_at_most_a_line_a_second(zel):
 def test_error_begins_on_a_line_of_its_own():
     _, lines = on_terminal(PLAY % ("{" + HALF + "}") + ' error("failed")')
     assert re.fullmatch(r"zel: \(command line\):\d+: failed", lines[1]), lines
-
-
-def test_interrupt_cancels_cleanly(tmp_path):
-    """Ctrl-C in the middle of a map: no partial file, the runner's status for an error, and no delay."""
-    head = b"HTTP/1.1 200 OK\r\nContent-Type: image/png\r\nContent-Length: 100000\r\n\r\n"
-    script = tmp_path / "script.lua"
-    script.write_text("""
-      local wms <close> = zel.new("ZELnetOGCWMS", {URL_HOSTNAME = "127.0.0.1", URL_PORT = arg[1], URL_PATH = "ogc",
-                                                  CALLBACK_FUNCTION = require "zel.progress", MAP_FILENAME = "map"})
-      wms:GetMap("a=b")
-    """)
-    with Responder([HEAD, head + b"x" * 5000, HOLD]) as server, \
-            subprocess.Popen([BUILD / "zel", script, str(server.port)], cwd=tmp_path, stderr=subprocess.PIPE, text=True,
-                             env=os.environ | {"ZEL_USER_DIR": str(tmp_path / "user")}) as run:
-        for line in run.stderr:
-            if "5.0 kB" in line:
-                break
-        run.send_signal(signal.SIGINT)
-        rest = run.communicate(timeout=20)[1]
-    assert run.returncode == 1 and "interrupted!" in rest
-    assert not (tmp_path / "map.png").exists()
 
 
 @pytest.mark.parametrize("runner, share", [("bin", "share"), ("build", "build/share")])

@@ -1,6 +1,6 @@
 """Runs the transfer driver and sorts what it prints."""
 
-import json
+import collections
 import os
 import subprocess
 
@@ -8,37 +8,30 @@ from conftest import BUILD
 
 
 class Outcome:
-    """What happened: `lines` told to the status routine, `figures` of progress, `result` and `response` of the last
-    request (`results`, `responses` of all), `did` what actions inside the routine gave."""
+    """Each name that the driver printed is an attribute, its last value; `all` has the values that were printed before."""
 
     def __init__(self, output):
-        self.lines, self.figures, self.results, self.responses, self.did = [], [], [], [], {}
-        for record in map(json.loads, output.splitlines()):
-            if "line" in record:
-                self.lines.append(record["line"])
-                if "figures" in record:
-                    self.figures.append([int(value) for value in record["figures"].split()])
-            elif "result" in record:
-                self.results.append(record["result"])
-            elif "status" in record:
-                self.responses.append(record)
-            else:
-                self.did |= record
-        self.result, self.response = self.results[-1], self.responses[-1]
+        self.all = collections.defaultdict(list)
+        for record in output.split("\x1e")[:-1]:
+            name, value = record.split("\x1f")
+            self.all[name].append(value)
+
+    def __getattr__(self, name):
+        return self.all[name][-1]
 
     @property
-    def status(self):
-        return int(self.response["status"])
+    def lines(self):
+        return self.all["line"]
 
     @property
-    def trace(self):
-        return "\n".join(line for line in self.lines if line.startswith("Verbose: "))
+    def told(self):
+        """All that is shown to anyone."""
+        return "".join([*self.lines, *self.all["result"], *self.all["message"]])
 
 
 def transfer(*arguments, environment=None, preexec_fn=None):
     """transfer("url=...", "request=get", ...): see transfer_driver.cpp for what it understands."""
-    done = subprocess.run([BUILD / "tests" / "transfer_driver", *map(str, arguments)], capture_output=True, text=True,
-                          timeout=120, stdin=subprocess.DEVNULL, preexec_fn=preexec_fn,
-                          env=os.environ | (environment or {}))
+    done = subprocess.run([BUILD / "tests" / "transfer_driver", *map(str, arguments)], capture_output=True, timeout=120,
+                          stdin=subprocess.DEVNULL, preexec_fn=preexec_fn, env=os.environ | (environment or {}))
     assert done.returncode == 0 and not done.stderr, done.stdout + done.stderr
-    return Outcome(done.stdout)
+    return Outcome(done.stdout.decode("latin-1"))

@@ -15,41 +15,17 @@ from mapserver.lighttpd import make_certificates
 LEASH = ["setpriv", "--pdeathsig", "KILL"]
 PATH = os.environ["PATH"] + ":/usr/sbin"
 
-VSFTPD = """
-listen=NO
-run_as_launching_user=YES
-seccomp_sandbox=NO
-anonymous_enable=YES
-local_enable=NO
-anon_root={root}
-write_enable=YES
-anon_upload_enable=YES
-anon_mkdir_write_enable=YES
-anon_other_write_enable=YES
-anon_world_readable_only=NO
-anon_umask=022
-ascii_download_enable=YES
-ascii_upload_enable=YES
-secure_email_list_enable=YES
-email_password_file={directory}/passwords
-xferlog_enable=YES
-vsftpd_log_file={directory}/log
-log_ftp_protocol=YES
-connect_from_port_20=NO
+CONFIG = """
+listen=NO run_as_launching_user=YES seccomp_sandbox=NO connect_from_port_20=NO delay_failed_login=0
+anonymous_enable=YES local_enable=NO anon_root={root} anon_umask=022 anon_world_readable_only=NO
+write_enable=YES anon_upload_enable=YES anon_mkdir_write_enable=YES anon_other_write_enable=YES
+ascii_download_enable=YES ascii_upload_enable=YES secure_email_list_enable=YES email_password_file={directory}/passwords
+xferlog_enable=YES vsftpd_log_file={directory}/log log_ftp_protocol=YES
 """
-
-VSFTPD_TLS = """
-ssl_enable=YES
-allow_anon_ssl=YES
-force_anon_logins_ssl=YES
-force_anon_data_ssl=YES
-require_ssl_reuse=NO
-ssl_ciphers=HIGH
-rsa_cert_file={directory}/server.pem
-rsa_private_key_file={directory}/server.pem
-implicit_ssl={implicit}
+CONFIG_TLS = """
+ssl_enable=YES allow_anon_ssl=YES force_anon_logins_ssl=YES force_anon_data_ssl=YES require_ssl_reuse=NO ssl_ciphers=HIGH
+rsa_cert_file={directory}/server.pem rsa_private_key_file={directory}/server.pem implicit_ssl={implicit}
 """
-
 # The session tickets of TLS 1.3, which nobody reads on a data connection, turn the end of an upload into a reset.
 OPENSSL = """
 openssl_conf = all
@@ -76,18 +52,14 @@ class Vsftpd:
         self.root = self.directory / "root"
         self.root.mkdir(parents=True)
         self.ca = self.directory / "ca.pem"
-        self._config = self.directory / "vsftpd.conf"
-        text = VSFTPD
         if tls:
             make_certificates(self.directory)
-            text += VSFTPD_TLS
-        self._config.write_text(text.format(directory=self.directory, root=self.root,
-                                            implicit="YES" if tls == "implicit" else "NO"))
-        self._config.chmod(0o600)
-        openssl = self.directory / "openssl.cnf"
-        openssl.write_text(OPENSSL)
-        self._environment = os.environ | {"PATH": PATH, "OPENSSL_CONF": str(openssl)}
-        (self.directory / "passwords").write_text(FTP_PASSWORD + "\n")
+        config = (CONFIG + CONFIG_TLS * bool(tls)).format(directory=self.directory, root=self.root,
+                                                          implicit="YES" if tls == "implicit" else "NO")
+        for name, text in (("vsftpd.conf", "\n".join(config.split())), ("openssl.cnf", OPENSSL),
+                           ("passwords", FTP_PASSWORD + "\n")):
+            (self.directory / name).write_text(text)
+        (self.directory / "vsftpd.conf").chmod(0o600)
         self._servers = []
         self._listener = socket.create_server(("127.0.0.1", 0))
         self.port = self._listener.getsockname()[1]
@@ -96,15 +68,16 @@ class Vsftpd:
         self._thread.start()
 
     def _accept(self):
+        environment = os.environ | {"PATH": PATH, "OPENSSL_CONF": str(self.directory / "openssl.cnf")}
         while True:
             try:
                 connection, _ = self._listener.accept()
             except OSError:
                 return
             with connection:
-                self._servers.append(subprocess.Popen([*LEASH, "vsftpd", self._config], stdin=connection,
+                self._servers.append(subprocess.Popen([*LEASH, "vsftpd", self.directory / "vsftpd.conf"], stdin=connection,
                                                       stdout=connection, stderr=subprocess.DEVNULL,
-                                                      start_new_session=True, env=self._environment))
+                                                      start_new_session=True, env=environment))
 
     def log(self):
         log = self.directory / "log"
