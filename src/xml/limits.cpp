@@ -4,9 +4,11 @@
 #include "zel_curl_file.h"
 
 #include <algorithm>
+#include <cstring>
 #include <memory>
 #include <xercesc/internal/XMLReader.hpp>
 #include <xercesc/util/BinFileInputStream.hpp>
+#include <xercesc/util/BinMemInputStream.hpp>
 #include <xercesc/util/PlatformUtils.hpp>
 #include <xercesc/util/TransService.hpp>
 #include <xercesc/util/XMLException.hpp>
@@ -42,10 +44,24 @@ constexpr std::size_t modelWork = 32'000'000;
 // Each block begins with its size, and takes whole units: pools of other sizes hand out blocks that are not aligned.
 constexpr std::size_t header = alignof(std::max_align_t);
 
-// Xerces makes a new XMLReader for every entity that it expands, of any kind and anywhere: what no callback tells of
-// parameter entities and attribute values shows in the size of the allocation, with room for XMemory's own header.
-bool isReader(XMLSize_t size) noexcept {
-  return size >= sizeof(xercesc::XMLReader) && size <= sizeof(xercesc::XMLReader) + 4 * header;
+// No callback tells of expansions in attribute values and of parameter entities. But for every entity that it expands,
+// of any kind and anywhere, Xerces makes a stream over the entity's characters, and right after it a reader of the
+// stream.
+
+/// Size of the block of an object, which begins with XMemory's own header.
+template <typename T>
+XMLSize_t blockSize() noexcept {
+  return xercesc::XMLPlatformUtils::alignPointerForNewBlockAllocation(sizeof(xercesc::MemoryManager*)) + sizeof(T);
+}
+
+/// Characters of the stream in a block, 0 when there is something else in it.
+std::size_t streamLength(const std::byte* block, XMLSize_t size) noexcept {
+  using Stream = xercesc::BinMemInputStream;
+  if (block == nullptr || size != blockSize<Stream>()) return 0;
+  static const Stream known(nullptr, 0, Stream::BufOpt_Reference);
+  const std::byte* object = block + size - sizeof(Stream);
+  const bool sameClass = std::memcmp(object, static_cast<const void*>(&known), sizeof(void*)) == 0;
+  return sameClass ? reinterpret_cast<const Stream*>(object)->getSize() / sizeof(XMLCh) : 0;
 }
 
 } // namespace
@@ -69,13 +85,17 @@ void* Memory::allocate(XMLSize_t size) {
   if (size > m_limit - std::min(m_held, m_limit) && !m_refused) {
     refuse("reading it takes more than " + std::to_string(m_limit >> 20) + " MiB of memory");
   }
-  if (isReader(size) && m_expanded + ++m_unsettled * (expansionCost + m_largestEntity) > expandedLimit && !m_refused) {
-    refuse("it expands more than " + std::to_string(expandedLimit) + " characters of entities, or too many of them");
+  if (size == blockSize<xercesc::XMLReader>()) {
+    m_expanded += expansionCost + streamLength(m_last.start, m_last.size);
+    if (m_expanded > expandedLimit && !m_refused)
+      refuse("it expands more than " + std::to_string(expandedLimit) + " characters of entities, or too many of them");
   }
+  m_last.size = size;
   size = (size + 2 * header - 1) / header * header;
   auto* block = static_cast<std::byte*>(m_pool.allocate(size, header));
   *reinterpret_cast<std::size_t*>(block) = size;
   m_held += size;
+  m_last.start = block + header;
   return block + header;
 }
 
@@ -86,26 +106,21 @@ void Memory::refuse(std::string reason) {
   throw Refusal(std::move(reason));
 }
 
-void Memory::settleExpansions(std::size_t characters) noexcept {
-  m_expanded += m_unsettled * expansionCost + characters;
-  m_unsettled = 0;
-}
-
 void Memory::deallocate(void* block) noexcept {
   if (block == nullptr || m_refused) return;
+  if (block == m_last.start) m_last = {};
   auto* start = static_cast<std::byte*>(block) - header;
   const std::size_t size = *reinterpret_cast<std::size_t*>(start);
   m_held -= size;
   m_pool.deallocate(start, size, header);
 }
 
-LimitFilter::LimitFilter(xercesc::ContentHandler* handler, Memory& memory, const Reading& reading)
-    : m_next(handler != nullptr ? *handler : m_nobody), m_memory(memory), m_reading(reading) {}
+LimitFilter::LimitFilter(xercesc::ContentHandler* handler, const Reading& reading)
+    : m_next(handler != nullptr ? *handler : m_nobody), m_reading(reading) {}
 
 void LimitFilter::startElement(const XMLCh* uri, const XMLCh* localname, const XMLCh* qname,
                                const xercesc::Attributes& attrs) {
   deliverText();
-  if (m_memory.hasUnsettledExpansions()) settleExpansions(attrs);
   if (++m_depth > m_reading.limits.depth) {
     throw Refusal("its elements are nested more than " + std::to_string(m_reading.limits.depth) + " deep");
   }
@@ -140,21 +155,6 @@ void LimitFilter::deliverText() {
   m_text.clear();
 }
 
-// What was expanded in attributes is in their values now. Other types than CDATA lose their blanks.
-void LimitFilter::settleExpansions(const xercesc::Attributes& attrs) {
-  std::size_t length = 0;
-  for (XMLSize_t i = 0; i < attrs.getLength(); ++i) {
-    if (!xercesc::XMLString::equals(attrs.getType(i), xercesc::XMLUni::fgCDATAString)) return;
-    length += xercesc::XMLString::stringLen(attrs.getValue(i));
-  }
-  m_memory.settleExpansions(length);
-}
-
-void LimitFilter::startEntity(const XMLCh* name) {
-  const auto entity = m_entities.find(name);
-  if (entity != m_entities.end()) m_memory.settleExpansions(entity->second.length);
-}
-
 void LimitFilter::startDTD(const XMLCh*, const XMLCh*, const XMLCh* systemId) {
   if (systemId != nullptr) m_dtd = systemId;
 }
@@ -162,7 +162,6 @@ void LimitFilter::startDTD(const XMLCh*, const XMLCh*, const XMLCh* systemId) {
 void LimitFilter::internalEntityDecl(const XMLCh* name, const XMLCh* value) {
   Entity& entity = m_entities[name];
   const String text(value != nullptr ? value : u"");
-  entity.length = text.size();
   std::size_t size = 0;
   for (std::size_t at = 0; at < text.size(); ++size) {
     const std::size_t end = text[at] == u'&' || text[at] == u'%' ? text.find(u';', at) : text.npos;
@@ -182,14 +181,12 @@ void LimitFilter::internalEntityDecl(const XMLCh* name, const XMLCh* value) {
     Utf8 utf8;
     throw Refusal("with entity (" + std::string(utf8(name)) + ") " + refusal.reason());
   }
-  m_memory.setLargestEntity(m_largest);
 }
 
 void LimitFilter::grow(Entity& entity, std::size_t by) {
   if (by == 0) return;
   entity.size += by;
   m_expandable += by;
-  m_largest = std::max(m_largest, entity.size);
   if (entity.size > entityLimit) {
     throw Refusal("an entity expands to more than " + std::to_string(entityLimit) + " characters");
   }
@@ -222,7 +219,7 @@ void LimitFilter::addModel(std::size_t length) {
 }
 
 Reader::Reader(xercesc::ContentHandler* handler, const Reading& reading)
-    : m_memory(reading.limits.memory), m_filter(handler, m_memory, reading), m_reader(&m_memory) {
+    : m_memory(reading.limits.memory), m_filter(handler, reading), m_reader(&m_memory) {
   m_reader.setContentHandler(&m_filter);
   m_reader.setLexicalHandler(&m_filter);
   m_reader.setDeclarationHandler(&m_filter);

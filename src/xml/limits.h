@@ -49,22 +49,20 @@ public:
   void* allocate(XMLSize_t size) override;
   void deallocate(void* block) noexcept override;
   MemoryManager* getExceptionMemoryManager() override;
-  /// Until it is known which entities are expanded, each counts as one of `characters`: the largest.
-  void setLargestEntity(std::size_t characters) noexcept { m_largestEntity = characters; }
-  /// The entities expanded since the last call had so many characters together.
-  void settleExpansions(std::size_t characters) noexcept;
-  /// Is there an expansion that was not settled?
-  [[nodiscard]] bool hasUnsettledExpansions() const noexcept { return m_unsettled > 0; }
 
 private:
+  struct Block {
+    const std::byte* start = nullptr;
+    XMLSize_t size = 0; ///< as asked for
+  };
+
   [[noreturn]] void refuse(std::string reason);
 
   std::pmr::unsynchronized_pool_resource m_pool;
   std::size_t m_limit;
   std::size_t m_held = 0;
-  std::size_t m_expanded = 0;  ///< characters of the expansions that were settled
-  std::size_t m_unsettled = 0; ///< number of the others
-  std::size_t m_largestEntity = 1;
+  std::size_t m_expanded = 0; ///< characters of all expansions, and what setting them up costs
+  Block m_last;               ///< of the allocations
   bool m_refused = false;
 };
 
@@ -84,7 +82,7 @@ struct Reading {
 class LimitFilter final : public xercesc::DefaultHandler {
 public:
   /// \param handler  gets the content; null for nobody
-  LimitFilter(xercesc::ContentHandler* handler, Memory& memory, const Reading& reading);
+  LimitFilter(xercesc::ContentHandler* handler, const Reading& reading);
 
   /// System identifier of the external DTD subset, empty when the document names none.
   [[nodiscard]] const String& dtd() const noexcept { return m_dtd; }
@@ -116,7 +114,6 @@ public:
   /// \name Declarations
   /// @{
   void startDTD(const XMLCh* name, const XMLCh* publicId, const XMLCh* systemId) override;
-  void startEntity(const XMLCh* name) override;
   void internalEntityDecl(const XMLCh* name, const XMLCh* value) override;
   void elementDecl(const XMLCh* name, const XMLCh* model) override;
   void attributeDecl(const XMLCh* element, const XMLCh* name, const XMLCh* type, const XMLCh* mode,
@@ -125,19 +122,16 @@ public:
 
 private:
   struct Entity {
-    std::size_t length = 0;     ///< characters of its own value
     std::size_t size = 0;       ///< characters of the full expansion, and one for each reference in it
     std::vector<Entity*> users; ///< whose values refer to it, once for each reference
   };
 
   void grow(Entity& entity, std::size_t by);
-  void settleExpansions(const xercesc::Attributes& attrs);
   void deliverText();
   void addModel(std::size_t length);
 
   xercesc::DefaultHandler m_nobody;
   xercesc::ContentHandler& m_next;
-  Memory& m_memory;
   Reading m_reading;
   String m_text; ///< since the last tag
   std::size_t m_depth = 0;
@@ -146,7 +140,6 @@ private:
   std::size_t m_work = 0;     ///< for all elements so far: what the parser does beyond reading their characters
   String m_dtd;
   std::unordered_map<String, Entity> m_entities; ///< by name, of parameter entities with the "%"
-  std::size_t m_largest = 1;                     ///< size of the largest
   std::size_t m_expandable = 0;                  ///< size of all together
   std::size_t m_modelWork = 0;                   ///< for the content models and the choices
   std::size_t m_longestModel = 0;
