@@ -82,8 +82,9 @@ xercesc::MemoryManager* Memory::getExceptionMemoryManager() { return xercesc::XM
 Memory::Memory(std::size_t limit) : m_limit(limit) {}
 
 void* Memory::allocate(XMLSize_t size) {
-  if (size > m_limit - std::min(m_held, m_limit) && !m_refused) {
-    refuse("reading it takes more than " + std::to_string(m_limit >> 20) + " MiB of memory");
+  const std::size_t limit = m_limit + (m_document ? grammarMemory : m_grammars);
+  if (size > limit - std::min(m_held, limit) && !m_refused) {
+    refuse("reading it takes more than " + std::to_string((m_document ? limit : m_limit) >> 20) + " MiB of memory");
   }
   if (size == blockSize<xercesc::XMLReader>()) {
     m_expanded += expansionCost + streamLength(m_last.start, m_last.size);
@@ -97,6 +98,16 @@ void* Memory::allocate(XMLSize_t size) {
   m_held += size;
   m_last.start = block + header;
   return block + header;
+}
+
+void Memory::beginGrammar() noexcept {
+  if (!m_document) m_document = m_held - std::min(m_grammars, m_held);
+}
+
+void Memory::endGrammar() noexcept {
+  if (!m_document) return;
+  m_grammars = std::min(m_held - std::min(*m_document, m_held), grammarMemory);
+  m_document.reset();
 }
 
 // The parser is left in the middle of something: what it frees on the way out may be a block that it has freed before.
@@ -115,12 +126,13 @@ void Memory::deallocate(void* block) noexcept {
   m_pool.deallocate(start, size, header);
 }
 
-LimitFilter::LimitFilter(xercesc::ContentHandler* handler, const Reading& reading)
-    : m_next(handler != nullptr ? *handler : m_nobody), m_reading(reading) {}
+LimitFilter::LimitFilter(xercesc::ContentHandler* handler, Memory& memory, const Reading& reading)
+    : m_next(handler != nullptr ? *handler : m_nobody), m_memory(memory), m_reading(reading) {}
 
 void LimitFilter::startElement(const XMLCh* uri, const XMLCh* localname, const XMLCh* qname,
                                const xercesc::Attributes& attrs) {
   deliverText();
+  m_memory.endGrammar();
   if (++m_depth > m_reading.limits.depth) {
     throw Refusal("its elements are nested more than " + std::to_string(m_reading.limits.depth) + " deep");
   }
@@ -219,7 +231,7 @@ void LimitFilter::addModel(std::size_t length) {
 }
 
 Reader::Reader(xercesc::ContentHandler* handler, const Reading& reading)
-    : m_memory(reading.limits.memory), m_filter(handler, reading), m_reader(&m_memory) {
+    : m_memory(reading.limits.memory), m_filter(handler, m_memory, reading), m_reader(&m_memory) {
   m_reader.setContentHandler(&m_filter);
   m_reader.setLexicalHandler(&m_filter);
   m_reader.setDeclarationHandler(&m_filter);

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <memory_resource>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -31,14 +32,14 @@ private:
 };
 
 struct Limits {
-  std::size_t memory; ///< bytes that the parser may hold at a time
+  std::size_t memory; ///< bytes that the parser may hold at a time, without the grammars
   std::size_t depth;  ///< of nested elements
 };
 
 /// The parser holds no document, only what it is reading: there is room for texts of millions of characters.
 constexpr Limits documentLimits{40UL << 20, 10'000};
-/// It holds whole schemas, when it reads any.
-constexpr Limits schemaLimits{128UL << 20, 10'000};
+/// It holds whole grammars, when it reads any.
+constexpr std::size_t grammarMemory = 88UL << 20;
 
 /// All memory of one reader, freed with it, also what the parser itself forgets.
 class Memory final : public xercesc::MemoryManager {
@@ -49,6 +50,9 @@ public:
   void* allocate(XMLSize_t size) override;
   void deallocate(void* block) noexcept override;
   MemoryManager* getExceptionMemoryManager() override;
+  /// A grammar is read from now on, until the document goes on.
+  void beginGrammar() noexcept;
+  void endGrammar() noexcept;
 
 private:
   struct Block {
@@ -61,6 +65,8 @@ private:
   std::pmr::unsynchronized_pool_resource m_pool;
   std::size_t m_limit;
   std::size_t m_held = 0;
+  std::size_t m_grammars = 0;            ///< bytes of the grammars that were read
+  std::optional<std::size_t> m_document; ///< bytes without the grammar that is being read
   std::size_t m_expanded = 0; ///< characters of all expansions, and what setting them up costs
   Block m_last;               ///< of the allocations
   bool m_refused = false;
@@ -82,7 +88,7 @@ struct Reading {
 class LimitFilter final : public xercesc::DefaultHandler {
 public:
   /// \param handler  gets the content; null for nobody
-  LimitFilter(xercesc::ContentHandler* handler, const Reading& reading);
+  LimitFilter(xercesc::ContentHandler* handler, Memory& memory, const Reading& reading);
 
   /// System identifier of the external DTD subset, empty when the document names none.
   [[nodiscard]] const String& dtd() const noexcept { return m_dtd; }
@@ -132,6 +138,7 @@ private:
 
   xercesc::DefaultHandler m_nobody;
   xercesc::ContentHandler& m_next;
+  Memory& m_memory;
   Reading m_reading;
   String m_text; ///< since the last tag
   std::size_t m_depth = 0;

@@ -117,7 +117,7 @@ void COgcBase::parse(Handler* handler, const char* file, int schemaChecking, int
   reportStatus(schema.status);
 
   const bool loadsDtd = dtd != nullptr && dtd->load;
-  Reading reading{schema.process ? schemaLimits : documentLimits, dtd == nullptr || dtd->validate, !schema.process};
+  Reading reading{documentLimits, dtd == nullptr || dtd->validate, !schema.process};
   DocumentValues values;
   Resolver resolver(*this, path, {loadsDtd, schema.process}, values);
   if (schema.process && reading.validates) {

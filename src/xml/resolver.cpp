@@ -111,6 +111,7 @@ xercesc::InputSource* Resolver::schema(const std::string& name, const std::strin
     if (m_unused.contains(id)) return nullptr;
     const std::string& content = load(id);
     if (m_schemas.insert(id).second) check(content, id);
+    m_reader->memory().beginGrammar();
     return source(content, id);
   } catch (const Refusal& refusal) {
     if (!m_unused.insert(id).second) return nullptr;
