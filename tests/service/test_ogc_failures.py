@@ -123,15 +123,16 @@ ODD = {
     "no boxes, box given": (capabilities(LAYER), "s:map{layers = 'a', bbox = {0, 0, 2, 1}}.size[2]", "512"),
     "two names alike": (capabilities("<Layer><Layer><Name>a</Name><Title>1</Title></Layer><Layer><Name>a</Name></Layer>"
                                      "</Layer>"), "s.layer.a.title, #s.layers[1].children", "1\t2"),
-    "scales": (capabilities("<Layer><Name>a</Name><MinScaleDenominator>1000</MinScaleDenominator><CRS>EPSG:3857</CRS></Layer>"),
-               "s.layer.a.scale.min, #s:map{layers = 'a', bbox = {0, 0, 1, 1}}.notes", "1000\t1"),
+    "scales, times": (capabilities("<Layer><Name>a</Name><MinScaleDenominator>1000</MinScaleDenominator><CRS>EPSG:3857</CRS>"
+                                   "<Dimension name='time' units='ISO8601'>2020,2021</Dimension></Layer>"),
+                      "s.layer.a.scale.min, #s:map{layers = 'a', bbox = {0, 0, 1, 1}, time = '2022'}.notes", "1000\t2"),
     "scale hints": (capabilities('<Layer><Name>a</Name><ScaleHint min="0.39598" max="3.9598"/></Layer>', "1.1.1"),
                     "('%.0f %.0f'):format(s.layer.a.scale.min, s.layer.a.scale.max)", "1000 10000"),
     "over the date line": (capabilities(
         "<Layer><Name>a</Name><CRS>EPSG:4326</CRS><CRS>EPSG:3832</CRS><EX_GeographicBoundingBox><westBoundLongitude>170"
         "</westBoundLongitude><eastBoundLongitude>-170</eastBoundLongitude><southBoundLatitude>-10</southBoundLatitude>"
         "<northBoundLatitude>10</northBoundLatitude></EX_GeographicBoundingBox></Layer>"),
-        "s.layer.a.box[3], s:map{layers = 'a'}.box[3], ('%.0f'):format(s:map{layers = 'a', crs = 3832}.box[3])",
+        "s.layer.a.box[3], s:map{layers = 'a'}.box[3], ('%.0f'):format(s:map{layers = 'a', crs = '3832'}.box[3])",
         "-170\t190\t4452780"),
     "dimensions of 1.1.1": (capabilities(
         '<Layer><Name>a</Name><Dimension name="time" units="ISO8601"/><Extent name="time" default="2">1,2, 3</Extent></Layer>',

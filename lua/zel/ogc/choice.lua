@@ -63,7 +63,7 @@ end
 --- The reference system: the one asked for (a name, or the number of EPSG's), or degrees where the layers have them.
 function choice.system(s, layers, given)
   local offered = common_systems(layers)
-  local name = math.type(given) == "integer" and "EPSG:" .. given or given
+  local name = crs.name(given)
   if not name then
     for _, preferred in ipairs(PREFERRED_SYSTEMS) do
       if not offered or arguments.find(offered, preferred) then return preferred end
@@ -100,6 +100,7 @@ function choice.box(given, given_in, system, own)
     choice.check_box(given, system)
     return given
   end
+  given_in = crs.name(given_in)
   choice.check_box(given, given_in)
   local box = crs.describe(given_in).geographic and crs.from_degrees(given, system) or
     crs.transform_box(given, given_in, system)

@@ -30,7 +30,7 @@ local MOST_CELLS = 100 * 1000 * 1000 -- that are fetched without anyone having s
 local USUAL = 1024                   -- cells of the longer side, for a system that the coverage has no grid in
 
 local TYPES = {
-  name = "string", crs = "string|number", bbox = "table", bbox_crs = "string", width = "number",
+  name = "string", crs = "string|number", bbox = "table", bbox_crs = "string|number", width = "number",
   height = "number", resx = "number", resy = "number", format = "string", to = "string", time = "string|table", interpolation = "string", ranges = "table",
   extra = "table",
 }
@@ -45,7 +45,7 @@ local function system_of(d, given)
     return own and (#d.systems == 0 or arguments.find(d.systems, own)) and own or d.native_systems[1] or d.systems[1]
       or own or "EPSG:4326"
   end
-  local name = math.type(given) == "integer" and "EPSG:" .. given or given
+  local name = crs.name(given)
   if #d.systems > 0 and not arguments.find(d.systems, name) then
     errors.unknown("reference system", name, d.systems, "for coverage " .. d.name)
   end

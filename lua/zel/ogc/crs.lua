@@ -38,6 +38,11 @@ local function rows(query, ...)
   return found
 end
 
+--- The name of a system that was given by it or by EPSG's number.
+function crs.name(given)
+  return (math.type(given) == "integer" or given and given:find("^%d+$")) and "EPSG:" .. given or given
+end
+
 local function authority_and_code(name)
   local upper = name:upper()
   local code = upper:match("^CRS:(%d+)$") or upper:match("^URN:OGC:DEF:CRS:OGC:[%d.]*:CRS(%d+)$")

@@ -30,8 +30,10 @@ local tiles = require "zel.ogc.tiles"
 
 local USUAL = 1024 -- pixels of a map's longer side
 
+local MOST_TIMES = 10 -- that a note names
+
 local TYPES = {
-  layers = "table|string", styles = "table|string", crs = "string|number", bbox = "table", bbox_crs = "string",
+  layers = "table|string", styles = "table|string", crs = "string|number", bbox = "table", bbox_crs = "string|number",
   width = "number", height = "number", to = "string", format = "string", transparent = "boolean", bgcolor = "string",
   time = "string|table", elevation = "string|number|table", dimensions = "table", extra = "table", tile = "number",
 }
@@ -58,8 +60,7 @@ local function choose_size(s, o, box)
 end
 
 -- A map beyond a layer's scales comes back without it: that is worth saying.
-local function scale_notes(layers, scale)
-  local notes = {}
+local function note_scales(notes, layers, scale)
   for _, layer in ipairs(layers) do
     local least, most = layer.scale.min or 0, layer.scale.max or math.huge
     if scale < least or scale >= most then
@@ -67,7 +68,21 @@ local function scale_notes(layers, scale)
         :format(layer.name, least, most == math.huge and "any" or ("%.0f"):format(most), scale)
     end
   end
-  return notes
+end
+
+-- Servers draw some time of their choice for one that a layer does not have, or refuse.
+local function note_times(notes, layers, time)
+  if type(time) ~= "string" or time:find("[,/]") then return end
+  for _, layer in ipairs(layers) do
+    for _, dimension in ipairs(layer.dimensions) do
+      local times = dimension.values
+      local listed = dimension.name:lower() == "time" and times[1] and not table.concat(times):find("/", 1, true)
+      if listed and not arguments.find(times, time) then
+        local others = #times > MOST_TIMES and #times .. " others" or table.concat(times, ", ")
+        notes[#notes + 1] = ("layer %s does not list the time %s, only %s"):format(layer.name, time, others)
+      end
+    end
+  end
 end
 
 -- Fetches a part to a file, complete and placed under its name or not there. Returns the name.
@@ -93,7 +108,9 @@ return function(s, o)
   local scale = map_query.scale((box[3] - box[1]) / width, system)
   local plan = {crs = system, format = format, parameters = map_query.parameters(s, layers, o, system, format)}
   local result = {size = {width, height}, box = box, crs = system, format = format, scale = scale,
-                  notes = scale_notes(layers, scale)}
+                  notes = {}}
+  note_scales(result.notes, layers, scale)
+  note_times(result.notes, layers, o.time)
   if needs_tiles(s, o, width, height) then
     local largest = arguments.check_count("tile", o.tile) or math.huge
     plan.describe = function(...) return map_query.part(s, plan, ...) end
