@@ -65,6 +65,7 @@ int COgcBase::report(const char* text, xProgressValues* figures) {
 }
 
 void COgcBase::warn(const char* text) {
+  if (m_quiet) return;
   reportStatus(text);
   callOut([&] { OgcInfoMsg(transfer::shown(text).c_str()); });
 }

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstring>
 #include <memory>
+#include <xercesc/framework/XMLErrorCodes.hpp>
 #include <xercesc/internal/XMLReader.hpp>
 #include <xercesc/util/BinFileInputStream.hpp>
 #include <xercesc/util/BinMemInputStream.hpp>
@@ -239,6 +240,13 @@ Reader::Reader(xercesc::ContentHandler* handler, const Reading& reading)
   if (reading.fast) {
     m_reader.setProperty(xercesc::XMLUni::fgXercesScannerName, const_cast<XMLCh*>(xercesc::XMLUni::fgDGXMLScanner));
   }
+}
+
+void Reader::Parser::error(unsigned int code, const XMLCh* domain, ErrTypes type, const XMLCh* text,
+                           const XMLCh* systemId, const XMLCh* publicId, XMLFileLoc line, XMLFileLoc column) {
+  foundUnknownPrefix |=
+      code == xercesc::XMLErrs::UnknownPrefix && xercesc::XMLString::equals(domain, xercesc::XMLUni::fgXMLErrDomain);
+  SAX2XMLReaderImpl::error(code, domain, type, text, systemId, publicId, line, column);
 }
 
 FileSource::FileSource(std::string path) : InputSource(fromUtf8(path).c_str()), m_path(std::move(path)) {}

@@ -67,8 +67,8 @@ private:
   std::size_t m_held = 0;
   std::size_t m_grammars = 0;            ///< bytes of the grammars that were read
   std::optional<std::size_t> m_document; ///< bytes without the grammar that is being read
-  std::size_t m_expanded = 0; ///< characters of all expansions, and what setting them up costs
-  Block m_last;               ///< of the allocations
+  std::size_t m_expanded = 0;            ///< characters of all expansions, and what setting them up costs
+  Block m_last;                          ///< of the allocations
   bool m_refused = false;
 };
 
@@ -161,11 +161,21 @@ public:
   xercesc::SAX2XMLReaderImpl* operator->() noexcept { return &m_reader; }
   [[nodiscard]] Memory& memory() noexcept { return m_memory; }
   [[nodiscard]] const LimitFilter& filter() const noexcept { return m_filter; }
+  /// Was there a namespace prefix that nothing read so far declares?
+  [[nodiscard]] bool foundUnknownPrefix() const noexcept { return m_reader.foundUnknownPrefix; }
 
 private:
+  struct Parser final : xercesc::SAX2XMLReaderImpl {
+    using SAX2XMLReaderImpl::SAX2XMLReaderImpl;
+    void error(unsigned int code, const XMLCh* domain, ErrTypes type, const XMLCh* text, const XMLCh* systemId,
+               const XMLCh* publicId, XMLFileLoc line, XMLFileLoc column) override;
+
+    bool foundUnknownPrefix = false;
+  };
+
   Memory m_memory;
   LimitFilter m_filter;
-  xercesc::SAX2XMLReaderImpl m_reader;
+  Parser m_reader;
 };
 
 /// A local file as the parser's input, by a name in the bytes of the file system, whatever the locale.

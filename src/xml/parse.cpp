@@ -5,9 +5,11 @@
 #include "xml/resolver.h"
 
 #include <filesystem>
+#include <new>
 #include <utility>
 #include <xercesc/sax/ErrorHandler.hpp>
 #include <xercesc/sax/SAXParseException.hpp>
+#include <xercesc/util/OutOfMemoryException.hpp>
 #include <xercesc/util/PlatformUtils.hpp>
 #include <xercesc/util/XMLException.hpp>
 #include <xercesc/util/XMLUni.hpp>
@@ -71,6 +73,19 @@ private:
   std::size_t m_seen = 0;
   std::size_t m_known = 0; ///< of the reports that come first
 };
+
+/// Is the exception that is being handled for want of memory?
+bool isOutOfMemory() {
+  try {
+    throw;
+  } catch (const std::bad_alloc&) {
+    return true;
+  } catch (const xercesc::OutOfMemoryException&) {
+    return true;
+  } catch (...) {
+    return false;
+  }
+}
 
 [[noreturn]] void failParser(const char* kind, const XMLCh* message) {
   Utf8 utf8;
@@ -143,7 +158,19 @@ void COgcBase::parse(Handler* handler, const char* file, int schemaChecking, int
     }
     reader->setFeature(XMLUni::fgXercesSchema, schema.process);
     reader->setFeature(XMLUni::fgXercesSchemaFullChecking, schema.full);
-    reader->parse(FileSource(path));
+    try {
+      reader->parse(FileSource(path));
+    } catch (const CCurlException&) {
+      if (reader.foundUnknownPrefix() && !loadsDtd && !reader.filter().dtd().empty()) {
+        const std::string name(Utf8()(reader.filter().dtd().c_str()));
+        warn(transfer::formatLimited(transfer::messageLimit,
+                                     "Warning: the prefix may be declared in the DTD (%s), which was not read. "
+                                     "VALIDATION_MODE 1 reads it.",
+                                     name.c_str())
+                 .c_str());
+      }
+      throw;
+    }
   };
   try {
     read();
@@ -170,6 +197,10 @@ void COgcBase::failParse(const char* file) {
   } catch (const xercesc::SAXParseException& e) {
     failParser("Error: SAX parse error", e.getMessage());
   } catch (...) {
+    if (isOutOfMemory())
+      warn(transfer::formatLimited(transfer::messageLimit, "Error: memory ran out while XML document (%s) was read.",
+                                   file)
+               .c_str());
     throw CCurlException("Error: unknown parse error");
   }
 }

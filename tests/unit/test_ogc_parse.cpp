@@ -55,10 +55,12 @@ TEST_F(Ogc, FailuresOfTheParserAreOneKindOfException) {
   const struct {
     std::function<void()> action;
     std::string error;
+    std::string told = {};
   } cases[] = {
       {[&] { throw CCurlException("Error: as it is"); }, "Error: as it is."},
       {[&] { throw std::runtime_error("any"); }, "Error: unknown parse error."},
       {[&] { throw 1; }, "Error: unknown parse error."},
+      {[&] { throw std::bad_alloc(); }, "Error: unknown parse error.", "Error: memory ran out while XML document ("},
       {[&] { throw xercesc::SAXParseException(u"m\u00fc", u"", u"", 1, 2); }, "Error: SAX parse error m\u00fc."},
       {[&] {
          const std::u16string message(longText.begin(), longText.end());
@@ -68,7 +70,9 @@ TEST_F(Ogc, FailuresOfTheParserAreOneKindOfException) {
   const std::string file = write("a.xml", "<a/>");
   for (const auto& c : cases) {
     ActingHandler acting(client, c.action);
+    fakeBridge() = {};
     EXPECT_EQ(errorOf([&] { client.OgcBaseParse(&acting, file.c_str(), 0, 0); }), c.error);
+    EXPECT_EQ(fakeBridge().info.empty() ? "" : fakeBridge().info.front().substr(0, c.told.size()), c.told);
   }
 }
 
@@ -151,6 +155,11 @@ TEST_F(Ogc, DocumentsAreValidatedByGrammarsBesideThem) {
     EXPECT_EQ(shown(handler.attribute), validation == 0 ? "-" : "of p");
     EXPECT_EQ(fakeBridge().info.size(), validation == 2 ? 1 : 0) << validation;
     EXPECT_EQ(fakeBridge().status.size(), 2 + fakeBridge().info.size());
+  }
+  for (const char* broken : {"<a><p:b/></a>", "<a>"}) {
+    EXPECT_NE(parse(std::string("<!DOCTYPE a SYSTEM 'prefix.dtd'>") + broken), "");
+    EXPECT_EQ(fakeBridge().info.back().find("VALIDATION_MODE 1 reads it") != std::string::npos, broken[3] == '<');
+    fakeBridge().info = {""};
   }
   // Relative to the working directory, as users name them.
   const std::string file = write("a.xml", dtd + "<a><b/></a>");
