@@ -1,4 +1,4 @@
-"""Lets scripts print their values as JSON, and follows markers in them."""
+"""Lets scripts print their values as JSON, makes documents of markers, and follows these."""
 
 import re
 
@@ -17,6 +17,23 @@ function json(v)
   return "{" .. table.concat(parts, ",") .. "}"
 end
 """
+
+
+def element(name, place, values, *inside):
+    """An element whose values name the places where a script finds them, below `place`.
+
+    values: "attribute=TAG", "Child>TAG" for its text, "Child/attribute=TAG", ">TAG" for the element's own text.
+    """
+    attributes, content = "", ""
+    for target, kind, tag in re.findall(r"([\w/]*)([=>])(\S+)", values):
+        child, _, attribute = target.rpartition("/")
+        if kind == ">":
+            content += f"<{target}>{place}.{tag}</{target}>" if target else f"{place}.{tag}"
+        elif child:
+            content += f"<{child} {attribute}='{place}.{tag}'/>"
+        else:
+            attributes += f" {target}='{place}.{tag}'"
+    return f"<{name}{attributes}>{content}{''.join(inside)}</{name}>"
 
 
 def leaves(value, path):

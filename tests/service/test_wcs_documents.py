@@ -4,7 +4,7 @@ import json
 
 import pytest
 
-from lua_json import JSON, check_markers
+from lua_json import JSON, check_markers, element
 
 # For each document what the methods give, or what was said.
 READ = JSON + """
@@ -52,55 +52,55 @@ def read(zel, tmp_path):
     return run
 
 
-# Every attribute and text names the place where a script finds it; @ is offerings[0].
-MARKERS = {"caps": """<WCS_Capabilities version='1.0.0' updateSequence='seq'><Service><description>service[0].DESCRIPTION</description>
-<name>service[0].NAME</name><label>service[0].LABEL</label><keywords><keyword>service[0].KEYWORDS[0]</keyword>
-<keyword>service[0].KEYWORDS[1]</keyword></keywords><individualName>service[0].INDIVIDUAL</individualName>
-<organisationName>service[0].ORGANIZATION</organisationName><positionName>service[0].POSITION</positionName>
-<voice>service[0].VOICE</voice><facsimile>service[0].FAX</facsimile><deliveryPoint>service[0].DELIVERY</deliveryPoint>
-<city>service[0].CITY</city><administrativeArea>service[0].ADMINISTRATIVE</administrativeArea>
-<postalCode>service[0].POSTAL</postalCode><country>service[0].COUNTRY</country>
-<electronicMailAddress>service[0].EMAIL</electronicMailAddress><onlineResource xmlns:x='u' x:href='service[0].ONLINE'/>
-<fees>service[0].FEES</fees><accessConstraints>service[0].ACCESS</accessConstraints></Service><ContentMetadata>
-<CoverageOfferingBrief><description>briefs[0].DESCRIPTION</description><name>briefs[0].NAME</name>
-<label>briefs[0].LABEL</label><lonLatEnvelope srsName='briefs[0].SRS_NAME'><pos dimension='briefs[0].DIMS1'>briefs[0].POS1</pos>
-<pos dimension='briefs[0].DIMS2'>briefs[0].POS2</pos><timePosition>briefs[0].TM_POS1</timePosition>
-<timePosition>briefs[0].TM_POS2</timePosition></lonLatEnvelope><keyword>briefs[0].KEYWORDS[0]</keyword>
-<keyword>briefs[0].KEYWORDS[1]</keyword></CoverageOfferingBrief></ContentMetadata></WCS_Capabilities>""",
-           "description": """<CoverageDescription version='1.0.0' updateSequence='seq'><CoverageOffering>
-<description>@.CO_DESC</description><name>@.CO_NAME</name><label>@.CO_LABEL</label><lonLatEnvelope srsName='@.LONLATENV.SRS_NAME'>
-<pos dimension='@.LONLATENV.DIMS1'>@.LONLATENV.POS1</pos><pos dimension='@.LONLATENV.DIMS2'>@.LONLATENV.POS2</pos>
-<timePosition>@.LONLATENV.TIME_POS1</timePosition><timePosition>@.LONLATENV.TIME_POS2</timePosition></lonLatEnvelope>
-<spatialDomain><Envelope srsName='@.SPAT_DOM_LONLATENV[0].SRS_NAME'><pos
-dimension='@.SPAT_DOM_LONLATENV[0].DIMS1'>@.SPAT_DOM_LONLATENV[0].POS1</pos><pos
-dimension='@.SPAT_DOM_LONLATENV[0].DIMS2'>@.SPAT_DOM_LONLATENV[0].POS2</pos></Envelope>
-<EnvelopeWithTimePeriod srsName='@.SPAT_DOM_LONLATENV[1].SRS_NAME'><pos>@.SPAT_DOM_LONLATENV[1].POS1</pos>
-<timePosition>@.SPAT_DOM_LONLATENV[1].TIME_POS1</timePosition><timePosition>@.SPAT_DOM_LONLATENV[1].TIME_POS2</timePosition>
-</EnvelopeWithTimePeriod><Grid dimension='@.SPAT_DOM_GRID[0].DIMS' srsName='@.SPAT_DOM_GRID[0].SRS_NAME'>
-<low>@.SPAT_DOM_GRID[0].LIMITS_ENV_LOW</low><high>@.SPAT_DOM_GRID[0].LIMITS_ENV_HIGH</high>
-<axisName>@.SPAT_DOM_GRID[0].AXIS_NAMES[0]</axisName><axisName>@.SPAT_DOM_GRID[0].AXIS_NAMES[1]</axisName></Grid>
-<RectifiedGrid dimension='@.SPAT_DOM_GRID[1].DIMS'><axisName>@.SPAT_DOM_GRID[1].AXIS_NAMES[0]</axisName><origin>
-<pos>@.SPAT_DOM_GRID[1].ORIGIN_POS</pos></origin><offsetVector>@.SPAT_DOM_GRID[1].OFFSET_VECTORS[0]</offsetVector>
-<offsetVector>@.SPAT_DOM_GRID[1].OFFSET_VECTORS[1]</offsetVector></RectifiedGrid></spatialDomain><temporalDomain>
-<timePosition frame='@.TEMP_TM_POSITION[0].FRAME' calendarEraName='@.TEMP_TM_POSITION[0].CALENDAR'
-indeterminatePosition='@.TEMP_TM_POSITION[0].INDETERMINATE'>@.TEMP_TM_POSITION[0].POSITION</timePosition>
-<timePosition>@.TEMP_TM_POSITION[1].POSITION</timePosition><timePeriod><beginPosition frame='@.TEMP_TM_PERIOD[0].FRAME'
-calendarEraName='@.TEMP_TM_PERIOD[0].CALENDAR' indeterminatePosition='@.TEMP_TM_PERIOD[0].INDETERMINATE'>@.TEMP_TM_PERIOD[0]._BEGIN
-</beginPosition><endPosition>@.TEMP_TM_PERIOD[0]._END</endPosition><timeResolution>@.TEMP_TM_PERIOD[0].RESOLUTION</timeResolution>
-</timePeriod></temporalDomain><RangeSet><description>@.RANGE.DESC</description><name>@.RANGE.NAME</name>
-<label>@.RANGE.LABEL</label><AxisDescription><description>@.RANGE_AXIS[0].DESC</description><name>@.RANGE_AXIS[0].NAME</name>
-<label>@.RANGE_AXIS[0].LABEL</label><interval><min>@.RANGE_AXIS[0].INTERVAL[0].MIN</min>
-<max>@.RANGE_AXIS[0].INTERVAL[0].MAX</max><res>@.RANGE_AXIS[0].INTERVAL[0].RES</res></interval><interval>
-<min>@.RANGE_AXIS[0].INTERVAL[1].MIN</min></interval><singleValue>@.RANGE_AXIS[0].SINGLE_VALUE[0]</singleValue>
-<default>@.RANGE_AXIS[0].DEFAULT</default></AxisDescription><AxisDescription><name>@.RANGE_AXIS[1].NAME</name>
-<singleValue>@.RANGE_AXIS[1].SINGLE_VALUE[0]</singleValue><interval><max>@.RANGE_AXIS[1].INTERVAL[0].MAX</max></interval>
-</AxisDescription><nullValues><singleValue>@.RANGE.NULL_SINGLE_VALUES[0]</singleValue><interval>
-<min>@.RANGE.NULL_INTERVAL[0].MIN</min><max>@.RANGE.NULL_INTERVAL[0].MAX</max><res>@.RANGE.NULL_INTERVAL[0].RES</res></interval>
-</nullValues></RangeSet><supportedCRSs><requestResponseCRSs>@.CRS.REQUEST_RESPONSE[0] @.CRS.REQUEST_RESPONSE[1]</requestResponseCRSs>
-<requestCRSs>@.CRS.REQUEST[0]</requestCRSs><responseCRSs>@.CRS.RESPONSE[0]</responseCRSs><nativeCRSs>@.CRS.NATIVE[0]</nativeCRSs>
-</supportedCRSs><supportedFormats nativeFormat='@.NATIVE_FORMAT'><formats>@.FORMATS[0]</formats></supportedFormats>
-<supportedInterpolations default='@.NATIVE_INTERPOLATION'><interpolationMethod>@.INTERPOLATION_METHOD[0]</interpolationMethod>
-</supportedInterpolations></CoverageOffering></CoverageDescription>"""}
+BRIEF, OFFERING = "briefs[0]", "offerings[0]"
+SPACE, GRID, TIMES, PERIOD, AXIS = (f"{OFFERING}.{tag}" for tag in (
+    "SPAT_DOM_LONLATENV", "SPAT_DOM_GRID", "TEMP_TM_POSITION", "TEMP_TM_PERIOD[0]", "RANGE_AXIS"))
+MARKERS = {"caps": "".join([
+    element("Service", "service[0]", """description>DESCRIPTION name>NAME label>LABEL keyword>KEYWORDS[0] keyword>KEYWORDS[1]
+        individualName>INDIVIDUAL organisationName>ORGANIZATION positionName>POSITION voice>VOICE facsimile>FAX
+        deliveryPoint>DELIVERY city>CITY administrativeArea>ADMINISTRATIVE postalCode>POSTAL country>COUNTRY
+        electronicMailAddress>EMAIL onlineResource/href=ONLINE fees>FEES accessConstraints>ACCESS"""),
+    "<ContentMetadata>",
+    element("CoverageOfferingBrief", BRIEF, "description>DESCRIPTION name>NAME label>LABEL", element(
+        "lonLatEnvelope", BRIEF, "srsName=SRS_NAME timePosition>TM_POS1 timePosition>TM_POS2",
+        element("pos", BRIEF, "dimension=DIMS1 >POS1"), element("pos", BRIEF, "dimension=DIMS2 >POS2")),
+        element("keywords", BRIEF, "keyword>KEYWORDS[0] keyword>KEYWORDS[1]")),
+    "</ContentMetadata>"]),
+           "description": element(
+    "CoverageOffering", OFFERING, "description>CO_DESC name>CO_NAME label>CO_LABEL",
+    element("lonLatEnvelope", OFFERING + ".LONLATENV", "srsName=SRS_NAME timePosition>TIME_POS1 timePosition>TIME_POS2",
+            element("pos", OFFERING + ".LONLATENV", "dimension=DIMS1 >POS1"),
+            element("pos", OFFERING + ".LONLATENV", "dimension=DIMS2 >POS2")),
+    "<spatialDomain>",
+    element("Envelope", SPACE + "[0]", "srsName=SRS_NAME", element("pos", SPACE + "[0]", "dimension=DIMS1 >POS1"),
+            element("pos", SPACE + "[0]", "dimension=DIMS2 >POS2")),
+    element("EnvelopeWithTimePeriod", SPACE + "[1]", """srsName=SRS_NAME pos>POS1 timePosition>TIME_POS1
+        timePosition>TIME_POS2"""),
+    element("Grid", GRID + "[0]", """dimension=DIMS srsName=SRS_NAME low>LIMITS_ENV_LOW high>LIMITS_ENV_HIGH
+        axisName>AXIS_NAMES[0] axisName>AXIS_NAMES[1]"""),
+    element("RectifiedGrid", GRID + "[1]", """dimension=DIMS axisName>AXIS_NAMES[0] offsetVector>OFFSET_VECTORS[0]
+        offsetVector>OFFSET_VECTORS[1]""", element("origin", GRID + "[1]", "pos>ORIGIN_POS")),
+    "</spatialDomain><temporalDomain>",
+    element("timePosition", TIMES + "[0]", """frame=FRAME calendarEraName=CALENDAR
+        indeterminatePosition=INDETERMINATE >POSITION"""),
+    element("timePosition", TIMES + "[1]", ">POSITION"),
+    element("timePeriod", PERIOD, "endPosition>_END timeResolution>RESOLUTION", element(
+        "beginPosition", PERIOD, """frame=FRAME calendarEraName=CALENDAR
+            indeterminatePosition=INDETERMINATE >_BEGIN""")),
+    "</temporalDomain>",
+    element("RangeSet", OFFERING + ".RANGE", "description>DESC name>NAME label>LABEL",
+            element("AxisDescription", AXIS + "[0]", """description>DESC name>NAME label>LABEL singleValue>SINGLE_VALUE[0]
+                default>DEFAULT""", element("interval", AXIS + "[0].INTERVAL[0]", "min>MIN max>MAX res>RES"),
+                    element("interval", AXIS + "[0].INTERVAL[1]", "min>MIN")),
+            element("AxisDescription", AXIS + "[1]", "name>NAME singleValue>SINGLE_VALUE[0]",
+                    element("interval", AXIS + "[1].INTERVAL[0]", "max>MAX")),
+            element("nullValues", OFFERING + ".RANGE", "singleValue>NULL_SINGLE_VALUES[0]",
+                    element("interval", OFFERING + ".RANGE.NULL_INTERVAL[0]", "min>MIN max>MAX res>RES"))),
+    element("supportedCRSs", OFFERING + ".CRS", """requestResponseCRSs>REQUEST_RESPONSE[0]
+        requestResponseCRSs>REQUEST_RESPONSE[1] requestCRSs>REQUEST[0] responseCRSs>RESPONSE[0] nativeCRSs>NATIVE[0]"""),
+    element("supportedFormats", OFFERING, "nativeFormat=NATIVE_FORMAT formats>FORMATS[0]"),
+    element("supportedInterpolations", OFFERING, """default=NATIVE_INTERPOLATION
+        interpolationMethod>INTERPOLATION_METHOD[0]"""))}
 
 
 @pytest.mark.parametrize("kind, more", [
@@ -109,7 +109,8 @@ calendarEraName='@.TEMP_TM_PERIOD[0].CALENDAR' indeterminatePosition='@.TEMP_TM_
                      "NUM_SPAT_DOM_GRIDS": "2", "NUM_TEMP_TM_POSITIONS": "2", "NUM_TEMP_TM_PERIODS": "1", "NUM_RANGE_AXES": "2",
                      "RANGE_AXIS[0].NUM_INTERVALS": "2", "RANGE_AXIS[1].NUM_INTERVALS": "1", "RANGE.NUM_NULL_INTERVALS": "1"})])
 def test_every_value_goes_to_its_tag(read, kind, more):
-    document = MARKERS[kind].replace("@", "offerings[0]").replace("\n</", "</")
+    root = {"caps": "WCS_Capabilities", "description": "CoverageDescription"}[kind]
+    document = f"<{root} version='1.0.0' updateSequence='seq'>{MARKERS[kind]}</{root}>"
     [((service, briefs, offerings), said)] = read([document], kind, plain=True)
     structures = {"service": service, "briefs": briefs} if briefs else {"offerings": offerings}
     more = {"INDEX": "0", "VERSION": "1.0.0", "UPDATE_SEQ": "seq"} | more
