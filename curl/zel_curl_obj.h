@@ -293,7 +293,7 @@ protected:
   [[nodiscard]] bool CurlResponseFileIsOurs() const noexcept;
   /// Hands a line that may be shown and transfer figures to the status callback. \return its answer, 1 when there is
   /// none.
-  int CurlReport(char const* msg, xProgressValues* progress);
+  virtual int CurlReport(char const* msg, xProgressValues* progress);
 
 private:
   struct RequestKind;

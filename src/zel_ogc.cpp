@@ -1,7 +1,8 @@
 #include "zel_ogc.h"
 
-#include "client/base.h"
 #include "client/bridge.h"
+#include "xml/parse.h"
+#include "zel_curl_obj.h"
 #include "zel_module.h"
 #include "zel_ogc_msg_arr.h"
 #include "zel_ogc_pds.h"

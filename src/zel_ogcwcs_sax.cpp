@@ -245,13 +245,13 @@ const Grammar& descriptionGrammar() {
 
 } // namespace ogc
 
-COgcWcsSaxHelper::COgcWcsSaxHelper(COgcBase& owner, ogc::WcsCapabilities& document)
-    : RuleHandler(owner, document.arena, ogc::wcsVersions, ogc::capabilitiesGrammar()),
+COgcWcsSaxHelper::COgcWcsSaxHelper(ogc::xml::Reporter& reporter, ogc::WcsCapabilities& document)
+    : RuleHandler(reporter, document.arena, ogc::wcsVersions, ogc::capabilitiesGrammar()),
       capabilities(&document),
       description(nullptr) {}
 
-COgcWcsSaxHelper::COgcWcsSaxHelper(COgcBase& owner, ogc::WcsDescription& document)
-    : RuleHandler(owner, document.arena, ogc::wcsVersions, ogc::descriptionGrammar()),
+COgcWcsSaxHelper::COgcWcsSaxHelper(ogc::xml::Reporter& reporter, ogc::WcsDescription& document)
+    : RuleHandler(reporter, document.arena, ogc::wcsVersions, ogc::descriptionGrammar()),
       capabilities(nullptr),
       description(&document) {}
 

@@ -36,8 +36,8 @@ public:
   void openOffering();
 
 protected:
-  COgcWcsSaxHelper(COgcBase& owner, ogc::WcsCapabilities& document);
-  COgcWcsSaxHelper(COgcBase& owner, ogc::WcsDescription& document);
+  COgcWcsSaxHelper(ogc::xml::Reporter& reporter, ogc::WcsCapabilities& document);
+  COgcWcsSaxHelper(ogc::xml::Reporter& reporter, ogc::WcsDescription& document);
   ~COgcWcsSaxHelper() override = default;
 
 private:
@@ -49,11 +49,13 @@ private:
 /// Reads a capabilities document. The first two texts of `timePosition` of the whole document are kept.
 class COgcWcsSaxCapHandler final : public COgcWcsSaxHelper {
 public:
-  COgcWcsSaxCapHandler(COgcBase& owner, ogc::WcsCapabilities& document) : COgcWcsSaxHelper(owner, document) {}
+  COgcWcsSaxCapHandler(ogc::xml::Reporter& reporter, ogc::WcsCapabilities& document)
+      : COgcWcsSaxHelper(reporter, document) {}
 };
 
 /// Reads a coverage description.
 class COgcWcsSaxDesCovHandler final : public COgcWcsSaxHelper {
 public:
-  COgcWcsSaxDesCovHandler(COgcBase& owner, ogc::WcsDescription& document) : COgcWcsSaxHelper(owner, document) {}
+  COgcWcsSaxDesCovHandler(ogc::xml::Reporter& reporter, ogc::WcsDescription& document)
+      : COgcWcsSaxHelper(reporter, document) {}
 };

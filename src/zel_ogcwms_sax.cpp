@@ -327,8 +327,8 @@ const Grammar& grammar() {
 
 } // namespace ogc
 
-COgcWmsSaxHelper::COgcWmsSaxHelper(COgcBase& owner, ogc::WmsCapabilities& document)
-    : RuleHandler(owner, document.arena, ogc::wmsVersions, ogc::grammar()), m_document(document) {}
+COgcWmsSaxHelper::COgcWmsSaxHelper(ogc::xml::Reporter& reporter, ogc::WmsCapabilities& document)
+    : RuleHandler(reporter, document.arena, ogc::wmsVersions, ogc::grammar()), m_document(document) {}
 
 int COgcWmsSaxHelper::CheckStringNode(const xNodeStr_t* list, const char* s) noexcept {
   if (s == nullptr) return 0;

@@ -58,7 +58,7 @@ public:
   /// @}
 
 protected:
-  COgcWmsSaxHelper(COgcBase& owner, ogc::WmsCapabilities& document);
+  COgcWmsSaxHelper(ogc::xml::Reporter& reporter, ogc::WmsCapabilities& document);
   ~COgcWmsSaxHelper() override = default;
 
 private:
@@ -70,5 +70,6 @@ private:
 /// Reads a capabilities document.
 class COgcWmsSaxCapHandler final : public COgcWmsSaxHelper {
 public:
-  COgcWmsSaxCapHandler(COgcBase& owner, ogc::WmsCapabilities& document) : COgcWmsSaxHelper(owner, document) {}
+  COgcWmsSaxCapHandler(ogc::xml::Reporter& reporter, ogc::WmsCapabilities& document)
+      : COgcWmsSaxHelper(reporter, document) {}
 };

@@ -1,6 +1,7 @@
 #include "client/base.h"
 
 #include "client/bridge.h"
+#include "xml/parse.h"
 #include "zel_curl_shown.h"
 
 #include <algorithm>
@@ -34,7 +35,6 @@ COgcBase::Request::Request(COgcBase& client) : m_client(client) {
   client.requireIdle("A new request");
   client.m_busy = true;
   client.CurlHoldResponseFile(true);
-  client.clearExceptions();
 }
 
 void COgcBase::requireIdle(const char* what) const {
@@ -43,11 +43,6 @@ void COgcBase::requireIdle(const char* what) const {
                            transfer::messageLimit,
                            "Error: a request of this object is still running. %s has to wait until it has ended", what)
                            .c_str());
-}
-
-void COgcBase::clearExceptions() noexcept {
-  m_serviceException.clear();
-  m_exceptionReport.clear();
 }
 
 template <typename Call>
@@ -60,11 +55,11 @@ auto COgcBase::callOut(Call call) {
   }
 }
 
-int COgcBase::report(const char* text, xProgressValues* figures) {
-  return m_quiet ? 1 : callOut([&] { return CurlReport(text, figures); });
+int COgcBase::CurlReport(const char* text, xProgressValues* figures) {
+  return m_quiet ? 1 : callOut([&] { return CCurl::CurlReport(text, figures); });
 }
 
-void COgcBase::warn(const char* text) {
+void COgcBase::reportWarning(const char* text) {
   if (m_quiet) return;
   reportStatus(text);
   callOut([&] { OgcInfoMsg(transfer::shown(text).c_str()); });
@@ -112,26 +107,14 @@ void COgcBase::OgcBaseParseURL(const char* url) {
 
 int COgcBase::OgcBaseFileExistsCheck(const char* path, const char* message) {
   if (path != nullptr && access(path, F_OK) == 0) return 0;
-  const std::string text =
-      transfer::formatLimited(transfer::messageLimit, "%s  file: (%s)", message, path != nullptr ? path : "");
-  reportStatus(text.c_str());
-  throw CCurlException(text.c_str());
+  fail("%s  file: (%s)", message, path != nullptr ? path : "");
 }
 
 void COgcBase::OgcBaseServerErrorCheck() {
-  std::string text;
-  if (m_serviceException.present()) {
-    text =
-        transfer::formatLimited(transfer::messageLimit, "Error: Remote OGC server returned a service exception: (%s)",
-                                m_serviceException.c_str());
-  } else if (m_exceptionReport.present()) {
-    text = transfer::formatLimited(transfer::messageLimit, "Error: Remote OGC server returned a exception report: (%s)",
-                                   m_exceptionReport.c_str());
-  } else {
-    return;
-  }
-  reportStatus(text.c_str());
-  throw CCurlException(text.c_str());
+  if (m_exceptions.service.present())
+    fail("Error: Remote OGC server returned a service exception: (%s)", m_exceptions.service.c_str());
+  if (m_exceptions.report.present())
+    fail("Error: Remote OGC server returned a exception report: (%s)", m_exceptions.report.c_str());
 }
 
 void COgcBase::setQuery(const char* service, const char* request, std::string_view rest) {
@@ -173,6 +156,20 @@ void COgcBase::sendGet(const char* url) {
   }
 }
 
+void COgcBase::reportRefusal(const char* file) {
+  ogc::xml::Arena texts;
+  ogc::xml::ExceptionHandler handler(*this, texts);
+  try {
+    const Quiet quiet(*this);
+    OgcBaseParse(&handler, file, 0, 0);
+  } catch (const CCurlException&) { // a report, or no XML at all
+  }
+  try {
+    OgcBaseServerErrorCheck();
+  } catch (const CCurlException&) { // the status routine was told; the request's own error follows
+  }
+}
+
 void COgcBase::throwIfHtml() {
   if (!equalsIgnoringCase(Response().parsedContentType, "html")) return;
   std::array<char, htmlMessageSize> text{};
@@ -182,6 +179,20 @@ void COgcBase::throwIfHtml() {
 }
 
 bool COgcBase::answerIsXml() const noexcept { return contains(Response().parsedContentType.str(), "xml"); }
+
+void COgcBase::OgcBaseParse(ogc::xml::Handler* handler, const char* file, int schemaChecking, int validationMode) {
+  m_hostError = nullptr;
+  std::exception_ptr failure;
+  try {
+    ogc::xml::parse(*handler, file, {schemaChecking, validationMode}, *this, *this);
+  } catch (...) {
+    failure = std::current_exception();
+  }
+  m_exceptions = handler->exceptions();
+  if (m_hostError != nullptr) failure = std::exchange(m_hostError, nullptr);
+  if (failure != nullptr) std::rethrow_exception(failure);
+  OgcBaseServerErrorCheck();
+}
 
 void COgcBase::requireOwnAnswer(const char* file) const {
   if (CurlResponseFileIsOurs()) return;

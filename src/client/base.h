@@ -2,24 +2,18 @@
 /// What both service clients share: a transfer object with OGC request handling on top.
 #pragma once
 
+#include "xml/handler.h"
 #include "zel_curl_obj.h"
 
 #include <exception>
 #include <string>
-
-namespace ogc::xml {
-class Handler;
-}
-
-/// 0 until the XML platform has been initialised in this process.
-extern int g_iOgcBaseSaxInitialized;
 
 namespace ogc {
 /// Longest composed query or URL that a request uses.
 constexpr std::size_t queryLimit = 4095;
 } // namespace ogc
 
-class COgcBase : public CCurl {
+class COgcBase : public CCurl, public ogc::xml::Reporter, private ogc::xml::Fetcher {
 public:
   /// Takes scheme, host, port and path from a service URL; its parameters before the last of service=, request= and
   /// version= become the query prefix, those after it the query suffix, the three themselves are dropped.
@@ -44,24 +38,18 @@ public:
   static void OgcBaseCleanUpCharArray(transfer::Text* slot) noexcept { slot->clear(); }
 
   [[nodiscard]] const transfer::Text& version() const noexcept { return m_version; }
-  [[nodiscard]] const transfer::Text& ServiceExceptionText() const noexcept { return m_serviceException; }
-  [[nodiscard]] const transfer::Text& ExceptionReportText() const noexcept { return m_exceptionReport; }
-  /// Collects a piece of an exception text; pieces are joined by one space.
-  void addServiceException(std::string_view piece) { m_serviceException.join(piece); }
-  void addExceptionReport(std::string_view piece) { m_exceptionReport.join(piece); }
 
-  /// Hands a line and transfer figures (null: none) to the status callback. \return its answer, 1 when there is none.
-  int report(const char* text, xProgressValues* figures);
-  /// The same for a line alone; its answer cancels nothing.
-  void reportStatus(const char* text) { report(text, nullptr); }
-
+  /// Hands a line to the status callback, whose answer cancels nothing.
+  void reportStatus(const char* text) override { CurlReport(text, nullptr); }
   /// The same as a warning: also an informational message.
-  void warn(const char* text);
+  void reportWarning(const char* text) override;
 
   /// Refuses to go on while a request of this client runs, its parse included. \throws CCurlException naming `what`.
   void requireIdle(const char* what) const;
 
 protected:
+  using ogc::xml::Reporter::fail;
+
   /// Marks the client busy for the time of one request. \throws CCurlException when it already is.
   class Request {
   public:
@@ -145,23 +133,24 @@ protected:
   static void setFileName(transfer::Text& slot, const char* name, const char* refusal);
   /// Reports "what", the count and a full stop.
   void reportCount(const char* what, std::int64_t count);
-  void clearExceptions() noexcept;
+  void clearExceptions() noexcept { m_exceptions = {}; }
 
   transfer::Text m_version;
 
 private:
+  class GrammarTransfer;
+
+  int CurlReport(const char* text, xProgressValues* figures) override;
+  std::string fetchGrammar(const std::string& url, std::size_t limit) override;
   void requireOwnAnswer(const char* file) const;
   template <typename Call>
   auto callOut(Call call);
   void sendGet(const char* url);
   /// Reports the exception texts in the answer to a failed request, when there are any.
   void reportRefusal(const char* file);
-  void parse(ogc::xml::Handler* handler, const char* file, int schemaChecking, int validationMode);
-  [[noreturn]] void failParse(const char* file);
 
-  transfer::Text m_serviceException;
-  transfer::Text m_exceptionReport;
-  std::exception_ptr m_hostError; ///< what left the host during a parse, whatever the parser made of it
+  ogc::xml::ExceptionTexts m_exceptions; ///< of the last document parsed
+  std::exception_ptr m_hostError;        ///< what left the host last, whatever a parser made of it
   bool m_busy = false;
   bool m_quiet = false;
 };

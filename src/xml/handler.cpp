@@ -1,7 +1,5 @@
 #include "xml/handler.h"
 
-#include "client/base.h"
-
 #include <algorithm>
 #include <strings.h>
 #include <xercesc/sax/SAXParseException.hpp>
@@ -61,8 +59,8 @@ std::string_view Utf8::operator()(const XMLCh* chars, XMLSize_t length) {
   return {m_buffer.data(), used};
 }
 
-Handler::Handler(COgcBase& owner, Arena& arena, const VersionRule& versions)
-    : m_owner(owner), m_arena(arena), m_versions(versions) {}
+Handler::Handler(Reporter& reporter, Arena& arena, const VersionRule& versions)
+    : m_reporter(reporter), m_arena(arena), m_versions(versions) {}
 
 std::string_view Handler::RemoveTrailingLfCrSpacesCommas(std::string_view s) noexcept {
   return s.substr(0, s.find_last_not_of("\n\r ,") + 1);
@@ -109,13 +107,9 @@ bool Handler::GetAttributes(const xercesc::Attributes& attrs, const char* name, 
 int Handler::HandleVersion(const xercesc::Attributes& attrs) {
   GetAttributes(attrs, "version", &szVersion);
   GetAttributes(attrs, "updatesequence", &szUpdateSequence);
-  const auto refuse = [this](const std::string& message) {
-    m_owner.reportStatus(message.c_str());
-    throw CCurlException(message.c_str());
-  };
-  if (szVersion == nullptr || *szVersion == '\0') refuse(m_versions.missing);
+  if (szVersion == nullptr || *szVersion == '\0') m_reporter.fail("%s", m_versions.missing);
   if (std::ranges::none_of(m_versions.supported, [&](const char* v) { return strcasecmp(v, szVersion) == 0; })) {
-    refuse(transfer::formatLimited(versionMessageLimit, m_versions.unsupported, szVersion));
+    m_reporter.fail("%s", transfer::formatLimited(versionMessageLimit, m_versions.unsupported, szVersion).c_str());
   }
   return 0;
 }
@@ -130,14 +124,14 @@ bool Handler::startReportElement(const XMLCh* localname, const xercesc::Attribut
     iSection = exceptionReport;
   } else if (is(serviceExceptionReport, "serviceexception")) {
     iElement = serviceException;
-    m_owner.addServiceException(" Code=");
-    m_owner.addServiceException(m_utf8(findAttribute(attrs, "code")));
-    m_owner.addServiceException(" Locator=");
-    m_owner.addServiceException(m_utf8(findAttribute(attrs, "locator")));
+    m_exceptions.service.join(" Code=");
+    m_exceptions.service.join(m_utf8(findAttribute(attrs, "code")));
+    m_exceptions.service.join(" Locator=");
+    m_exceptions.service.join(m_utf8(findAttribute(attrs, "locator")));
   } else if (is(exceptionReport, "exception")) {
     iElement = exception;
-    m_owner.addExceptionReport(" Code=");
-    m_owner.addExceptionReport(m_utf8(findAttribute(attrs, "exceptioncode")));
+    m_exceptions.report.join(" Code=");
+    m_exceptions.report.join(m_utf8(findAttribute(attrs, "exceptioncode")));
   } else if (is(exceptionReport, "exceptiontext")) {
     iElement = exceptionText;
   } else {
@@ -149,12 +143,12 @@ bool Handler::startReportElement(const XMLCh* localname, const xercesc::Attribut
 bool Handler::addReportText(const XMLCh* chars, XMLSize_t length) {
   switch (iElement) {
   case serviceException:
-    m_owner.addServiceException("Service Exception Text=");
-    m_owner.addServiceException(m_utf8(chars, length));
+    m_exceptions.service.join("Service Exception Text=");
+    m_exceptions.service.join(m_utf8(chars, length));
     return true;
   case exceptionText:
-    m_owner.addExceptionReport("Exception Text=");
-    m_owner.addExceptionReport(m_utf8(chars, length));
+    m_exceptions.report.join("Exception Text=");
+    m_exceptions.report.join(m_utf8(chars, length));
     return true;
   default:
     return iElement == exception;
@@ -181,20 +175,19 @@ std::string Handler::describe(const xercesc::SAXParseException& e, const char* f
 }
 
 void Handler::warning(const xercesc::SAXParseException& e) {
-  m_owner.warn(describe(e, "Warning: SAX Parser: Message (%s), Line (%d), Column (%d), URI (%s).").c_str());
+  m_reporter.reportWarning(describe(e, "Warning: SAX Parser: Message (%s), Line (%d), Column (%d), URI (%s).").c_str());
 }
 
 void Handler::error(const xercesc::SAXParseException& e) {
-  m_owner.warn(describe(e, "Error SAX Parser: Message (%s), Line (%d), Column (%d), URI (%s).").c_str());
+  m_reporter.reportWarning(describe(e, "Error SAX Parser: Message (%s), Line (%d), Column (%d), URI (%s).").c_str());
 }
 
 void Handler::fatalError(const xercesc::SAXParseException& e) {
-  const std::string text = describe(e, "Fatal Error: SAX Parser: Message (%s), Line (%d), Column( %d), URI (%s).");
-  m_owner.reportStatus(text.c_str());
-  throw CCurlException(text.c_str());
+  m_reporter.fail("%s",
+                  describe(e, "Fatal Error: SAX Parser: Message (%s), Line (%d), Column( %d), URI (%s).").c_str());
 }
 
-ExceptionHandler::ExceptionHandler(COgcBase& owner, Arena& arena) : Handler(owner, arena, anyVersion) {}
+ExceptionHandler::ExceptionHandler(Reporter& reporter, Arena& arena) : Handler(reporter, arena, anyVersion) {}
 
 void ExceptionHandler::startElement(const XMLCh*, const XMLCh* localname, const XMLCh*,
                                     const xercesc::Attributes& attrs) {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "xml/arena.h"
+#include "xml/caller.h"
 #include "xml/element_names.h"
 #include "zel_curl_text.h"
 
@@ -16,8 +17,6 @@
 XERCES_CPP_NAMESPACE_BEGIN
 class XMLTranscoder;
 XERCES_CPP_NAMESPACE_END
-
-class COgcBase;
 
 namespace ogc::xml {
 
@@ -42,6 +41,12 @@ struct VersionRule {
   const char* unsupported; ///< format with one %s, the version
 };
 
+/// What an exception report says; pieces are joined by one space.
+struct ExceptionTexts {
+  transfer::Text service; ///< of a ServiceExceptionReport
+  transfer::Text report;  ///< of an ExceptionReport
+};
+
 /// Section codes that every handler knows; a handler's own codes start at 1001.
 enum Section : int { noSection = 0, serviceExceptionReport = 13, exceptionReport = 15 };
 
@@ -53,10 +58,11 @@ public:
   void error(const xercesc::SAXParseException& e) override;
   /// \throws CCurlException
   void fatalError(const xercesc::SAXParseException& e) override;
+  [[nodiscard]] const ExceptionTexts& exceptions() const noexcept { return m_exceptions; }
 
 protected:
   /// \param arena  owns all texts and nodes; lives at least as long as the records being filled
-  Handler(COgcBase& owner, Arena& arena, const VersionRule& versions);
+  Handler(Reporter& reporter, Arena& arena, const VersionRule& versions);
   ~Handler() override = default;
 
   /// Appends a run of text to `*dst`, behind one blank (or a comma and a blank) when `*dst` holds something. An empty
@@ -98,7 +104,7 @@ protected:
   bool endReportElement(const XMLCh* localname);
   /// @}
 
-  COgcBase& m_owner;
+  Reporter& m_reporter;
   Arena& m_arena;
   Utf8 m_utf8;
   int iElement = 0; ///< what the current element's text is for, 0 nothing
@@ -113,12 +119,13 @@ private:
   std::string describe(const xercesc::SAXParseException& e, const char* format);
 
   const VersionRule& m_versions;
+  ExceptionTexts m_exceptions;
 };
 
 /// Collects the exception texts of a document and nothing else: for XML answers where a map or a coverage was expected.
 class ExceptionHandler final : public Handler {
 public:
-  ExceptionHandler(COgcBase& owner, Arena& arena);
+  ExceptionHandler(Reporter& reporter, Arena& arena);
   void startElement(const XMLCh* uri, const XMLCh* localname, const XMLCh* qname,
                     const xercesc::Attributes& attrs) override;
   void endElement(const XMLCh* uri, const XMLCh* localname, const XMLCh* qname) override;

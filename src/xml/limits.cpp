@@ -127,8 +127,8 @@ void Memory::deallocate(void* block) noexcept {
   m_pool.deallocate(start, size, header);
 }
 
-LimitFilter::LimitFilter(xercesc::ContentHandler* handler, Memory& memory, const Reading& reading)
-    : m_next(handler != nullptr ? *handler : m_nobody), m_memory(memory), m_reading(reading) {}
+LimitFilter::LimitFilter(xercesc::ContentHandler& handler, Memory& memory, const Reading& reading)
+    : m_next(handler), m_memory(memory), m_reading(reading) {}
 
 void LimitFilter::startElement(const XMLCh* uri, const XMLCh* localname, const XMLCh* qname,
                                const xercesc::Attributes& attrs) {
@@ -231,7 +231,7 @@ void LimitFilter::addModel(std::size_t length) {
   if (m_modelWork > modelWork) throw Refusal("the content models or the choices in its DTD are too long");
 }
 
-Reader::Reader(xercesc::ContentHandler* handler, const Reading& reading)
+Reader::Reader(xercesc::ContentHandler& handler, const Reading& reading)
     : m_memory(reading.limits.memory), m_filter(handler, m_memory, reading), m_reader(&m_memory) {
   m_reader.setContentHandler(&m_filter);
   m_reader.setLexicalHandler(&m_filter);

@@ -87,8 +87,8 @@ struct Reading {
 /// all characters between two tags reach the handler as one.
 class LimitFilter final : public xercesc::DefaultHandler {
 public:
-  /// \param handler  gets the content; null for nobody
-  LimitFilter(xercesc::ContentHandler* handler, Memory& memory, const Reading& reading);
+  /// \param handler  gets the content
+  LimitFilter(xercesc::ContentHandler& handler, Memory& memory, const Reading& reading);
 
   /// System identifier of the external DTD subset, empty when the document names none.
   [[nodiscard]] const String& dtd() const noexcept { return m_dtd; }
@@ -136,7 +136,6 @@ private:
   void deliverText();
   void addModel(std::size_t length);
 
-  xercesc::DefaultHandler m_nobody;
   xercesc::ContentHandler& m_next;
   Memory& m_memory;
   Reading m_reading;
@@ -156,7 +155,7 @@ private:
 /// A SAX2 reader with its limits. Resolver and features are the caller's to set; Xerces itself opens nothing.
 class Reader {
 public:
-  Reader(xercesc::ContentHandler* handler, const Reading& reading);
+  Reader(xercesc::ContentHandler& handler, const Reading& reading);
 
   xercesc::SAX2XMLReaderImpl* operator->() noexcept { return &m_reader; }
   [[nodiscard]] Memory& memory() noexcept { return m_memory; }

@@ -1,10 +1,9 @@
 #include "xml/resolver.h"
 
-#include "client/base.h"
 #include "xml/handler.h"
+#include "xml/url.h"
 
 #include <algorithm>
-#include <array>
 #include <filesystem>
 #include <fstream>
 #include <memory>
@@ -22,45 +21,6 @@ constexpr std::size_t countLimit = 256;
 // The parser walks through a schema by recursion.
 constexpr Limits schemaTextLimits{48UL << 20, 256};
 
-/// A URL taken apart and resolved by libcurl.
-class Url {
-public:
-  explicit Url(const std::string& base) { apply(base); }
-
-  void apply(const std::string& reference) {
-    if (curl_url_set(m_url.get(), CURLUPART_URL, reference.c_str(), CURLU_URLENCODE) != CURLUE_OK) {
-      throw Refusal("(" + reference + ") is neither a relative name nor an address that can be read");
-    }
-  }
-  /// A part in its full form, empty when there is none.
-  [[nodiscard]] std::string get(CURLUPart part, unsigned flags = 0) const {
-    char* text = nullptr;
-    if (curl_url_get(m_url.get(), part, &text, flags) != CURLUE_OK) return {};
-    const std::unique_ptr<char, decltype(&curl_free)> owner(text, curl_free);
-    return text;
-  }
-  void dropFragment() { curl_url_set(m_url.get(), CURLUPART_FRAGMENT, nullptr, 0); }
-  [[nodiscard]] bool isFile() const { return get(CURLUPART_SCHEME) == "file"; }
-  [[nodiscard]] bool sameServer(const Url& other) const {
-    const auto same = [&](CURLUPart part) {
-      return get(part, CURLU_DEFAULT_PORT) == other.get(part, CURLU_DEFAULT_PORT);
-    };
-    return same(CURLUPART_SCHEME) && same(CURLUPART_HOST) && same(CURLUPART_PORT);
-  }
-
-  static std::string ofFile(const std::string& path) {
-    Url url;
-    curl_url_set(url.m_url.get(), CURLUPART_SCHEME, "file", 0);
-    curl_url_set(url.m_url.get(), CURLUPART_PATH, path.c_str(), CURLU_URLENCODE);
-    return url.get(CURLUPART_URL);
-  }
-
-private:
-  Url() = default;
-
-  std::unique_ptr<CURLU, decltype(&curl_url_cleanup)> m_url{curl_url(), curl_url_cleanup};
-};
-
 /// The directory of a file in its shortest form. "a/.." goes where the file system goes, also when "a" is a link.
 fs::path directoryOf(const fs::path& file) {
   const fs::path directory = file.parent_path();
@@ -76,8 +36,10 @@ std::string utf8(const XMLCh* text) {
 
 } // namespace
 
-Resolver::Resolver(COgcBase& client, const std::string& path, WantedGrammars wanted, const DocumentValues& values)
-    : m_client(client),
+Resolver::Resolver(Reporter& reporter, Fetcher& fetcher, const std::string& path, WantedGrammars wanted,
+                   const DocumentValues& values)
+    : m_reporter(reporter),
+      m_fetcher(fetcher),
       m_directory(directoryOf(path)),
       m_document(Url::ofFile(m_directory / fs::path(path).filename())),
       m_wanted(wanted),
@@ -115,16 +77,14 @@ xercesc::InputSource* Resolver::schema(const std::string& name, const std::strin
     return source(content, id);
   } catch (const Refusal& refusal) {
     if (!m_unused.insert(id).second) return nullptr;
-    m_client.warn(transfer::formatLimited(transfer::messageLimit, "Warning: XML Schema is not used: %s.",
-                                          refusal.reason().c_str())
-                      .c_str());
+    m_reporter.warn("Warning: XML Schema is not used: %s.", refusal.reason().c_str());
     return nullptr;
   }
 }
 
-// The parser reads schemas with a reader that knows no guard, and the same scanner.
+// The parser reads schemas with a reader without limits, and the same scanner.
 void Resolver::check(const std::string& content, const std::string& id) {
-  Reader reader(&m_limits, {schemaTextLimits, false, false});
+  Reader reader(m_limits, {schemaTextLimits, false, false});
   reader->setErrorHandler(&m_limits);
   reader->setFeature(xercesc::XMLUni::fgSAX2CoreValidation, false);
   reader->setFeature(xercesc::XMLUni::fgXercesSchema, false);
@@ -173,7 +133,7 @@ const std::string& Resolver::load(const std::string& id) {
 
 std::string Resolver::read(const std::string& id) {
   const Url url(id);
-  return url.isFile() ? readFile(url.get(CURLUPART_PATH, CURLU_URLDECODE)) : fetch(id);
+  return url.isFile() ? readFile(url.get(CURLUPART_PATH, CURLU_URLDECODE)) : m_fetcher.fetchGrammar(id, sizeLimit);
 }
 
 std::string Resolver::readFile(const std::string& path) const {
@@ -185,46 +145,6 @@ std::string Resolver::readFile(const std::string& path) const {
     throw Refusal("(" + path + ") cannot be read");
   }
   return content;
-}
-
-std::string Resolver::fetch(const std::string& url) {
-  CCurl transfer;
-  transfer.CurlCopySettings(m_client);
-  transfer.CurlSetPath(nullptr);
-  transfer.CurlSetQuery(nullptr);
-  std::array<char, ogc::queryLimit + 1> server{};
-  const transfer::Settings& settings = m_client.Settings();
-  if (settings.scheme.present() && settings.host.present()) {
-    transfer.CurlBuildUrlRqSimple(server.data(), static_cast<int>(server.size()));
-  }
-  if (server[0] == '\0' || !Url(url).sameServer(Url(server.data()))) {
-    transfer.CurlSetUser(nullptr);
-    transfer.CurlSetPasswd(nullptr);
-  }
-  transfer.CurlSetEncode(0); // what arrives is what is counted
-  transfer.CurlSetToBuf(1);
-  transfer.CurlSetCallback("Resolver");
-  transfer.CurlSetCallbackData(reinterpret_cast<unsigned long>(this));
-  transfer.CurlSetCallbackFunc(report);
-  m_client.reportStatus("Sending Http Get Request: ");
-  m_client.reportStatus(url.c_str());
-  m_overlong = false;
-  try {
-    transfer.CurlProcessRequest(url.c_str(), transfer::httpGet);
-  } catch (const CCurlException& e) {
-    if (transfer.Response().statusCode == CURLE_ABORTED_BY_CALLBACK && !m_overlong) throw; // by the user
-    throw Refusal(m_overlong ? "(" + url + ") is too long" : "(" + url + ") " + e.ErrMsg());
-  }
-  return transfer.Buffer() != nullptr ? std::string(transfer.Buffer(), transfer.BufferLength()) : std::string();
-}
-
-int Resolver::report(char*, unsigned long self, const char* text, xProgressValues* figures) {
-  auto& resolver = *reinterpret_cast<Resolver*>(self); // NOLINT(performance-no-int-to-ptr)
-  if (figures != nullptr && figures->dlNow > static_cast<double>(sizeLimit)) {
-    resolver.m_overlong = true;
-    return 0;
-  }
-  return resolver.m_client.report(text, figures);
 }
 
 } // namespace ogc::xml

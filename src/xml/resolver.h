@@ -2,6 +2,7 @@
 /// What a document may make the parser read besides itself.
 #pragma once
 
+#include "xml/caller.h"
 #include "xml/limits.h"
 #include "xml/schema_limits.h"
 
@@ -12,9 +13,6 @@
 #include <string>
 #include <xercesc/util/XMLEntityResolver.hpp>
 #include <xercesc/util/XMLResourceIdentifier.hpp>
-
-class COgcBase;
-struct xProgressValues;
 
 namespace ogc::xml {
 
@@ -27,12 +25,12 @@ struct WantedGrammars {
 /// Gives the parser the DTD and the schemas of one document, when the caller asked for them, and nothing else: no
 /// entity, no other file. A relative name stands for a file beside the document, or beside the schema that uses it.
 /// Local files are read from the document's own directory and below, so that a document from elsewhere cannot reach
-/// into the rest of the machine. What lies on a server is fetched with the client's settings; its credentials go to its
-/// own server only.
+/// into the rest of the machine. What lies on a server is fetched by the caller.
 class Resolver final : public xercesc::XMLEntityResolver {
 public:
   /// \param path  the document, absolute. \param values  what is in it
-  Resolver(COgcBase& client, const std::string& path, WantedGrammars wanted, const DocumentValues& values);
+  Resolver(Reporter& reporter, Fetcher& fetcher, const std::string& path, WantedGrammars wanted,
+           const DocumentValues& values);
 
   /// Gives the sources to `reader` from now on. What was loaded for another one is not loaded again.
   void serve(Reader& reader) noexcept { m_reader = &reader; }
@@ -49,10 +47,9 @@ private:
   std::string read(const std::string& id);
   std::string locate(const std::string& name, const std::string& base) const;
   std::string readFile(const std::string& path) const;
-  std::string fetch(const std::string& url);
-  static int report(char* name, unsigned long self, const char* text, xProgressValues* figures);
 
-  COgcBase& m_client;
+  Reporter& m_reporter;
+  Fetcher& m_fetcher;
   Reader* m_reader = nullptr;
   std::filesystem::path m_directory; ///< of the document
   std::string m_document;            ///< its URL
@@ -62,7 +59,6 @@ private:
   std::set<std::string> m_schemas;               ///< URLs of what was read as a schema
   std::set<std::string> m_unused;                ///< URLs of schemas that cannot be had
   SchemaLimits m_limits;
-  bool m_overlong = false; ///< what is being fetched
 };
 
 } // namespace ogc::xml

@@ -221,8 +221,8 @@ public:
   /// @}
 
 protected:
-  RuleHandler(COgcBase& owner, Arena& arena, const VersionRule& versions, const Grammar& grammar)
-      : Handler(owner, arena, versions), m_grammar(grammar) {}
+  RuleHandler(Reporter& reporter, Arena& arena, const VersionRule& versions, const Grammar& grammar)
+      : Handler(reporter, arena, versions), m_grammar(grammar) {}
   ~RuleHandler() override = default;
 
 private:

@@ -88,11 +88,13 @@ TEST_F(OgcLimits, TextsAreCutBehindTheLastCharacterThatFits) {
        [](const std::string& text) { return std::string(CCurlException(text.c_str()).ErrMsg()); }},
       {"exception of two", 1023, " ",
        [](const std::string& text) { return std::string(CCurlException("", text.c_str()).ErrMsg()); }},
-      {"service exception", 1023, "Error: Remote OGC server returned a service exception: (",
+      {"service exception", 1023,
+       "Error: Remote OGC server returned a service exception: ( Code=  Locator= Service Exception Text= ",
        [&](const std::string& text) {
-         client.addServiceException(text);
-         EXPECT_THROW(client.OgcBaseServerErrorCheck(), CCurlException);
-         const Client::Request forgets(client);
+         const std::string file = write("report.xml", "<ServiceExceptionReport><ServiceException>" + text +
+                                                          "</ServiceException></ServiceExceptionReport>");
+         TextHandler report(client);
+         EXPECT_THROW(client.OgcBaseParse(&report, file.c_str(), 0, 0), CCurlException);
          return told();
        }},
       {"missing file", 1023, "x  file: (/",

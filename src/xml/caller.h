@@ -1,0 +1,38 @@
+/// \file
+/// What the reader asks of whoever has a document read.
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+namespace ogc::xml {
+
+/// Hears what is said about a document while it is read.
+class Reporter {
+public:
+  virtual void reportStatus(const char* text) = 0;
+  /// The same for a warning.
+  virtual void reportWarning(const char* text) = 0;
+
+  /// \name Texts composed as by `printf` and cut to the length of a message
+  /// @{
+  [[gnu::format(printf, 2, 3)]] void warn(const char* format, ...);
+  /// Reports a text and throws it as a CCurlException.
+  [[noreturn]] [[gnu::format(printf, 2, 3)]] void fail(const char* format, ...);
+  /// @}
+
+protected:
+  ~Reporter() = default;
+};
+
+/// Fetches the DTD and schemas that are on a server.
+class Fetcher {
+public:
+  /// \throws Refusal for what cannot be had, and for more than `limit` bytes.
+  virtual std::string fetchGrammar(const std::string& url, std::size_t limit) = 0;
+
+protected:
+  ~Fetcher() = default;
+};
+
+} // namespace ogc::xml
