@@ -4,4 +4,4 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 export ZEL_BUILD=${ZEL_BUILD:-$PWD/build-all}
-exec /usr/bin/python3 -B -m pytest -q tests/service/other_servers.py
+MAP_SERVERS="QGIS MapProxy" exec /usr/bin/python3 -B -m pytest -q tests/service/test_ogc_maps.py

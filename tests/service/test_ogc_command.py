@@ -97,6 +97,14 @@ def test_coverage_is_numbers_in_their_place(zel_ogc, tmp_path, ogc):
     assert (fetched.ReadAsArray() == wanted.ReadAsArray()).all()
 
 
+@pytest.mark.parametrize("ranges, bands", [("{bands = {1, 3}}", [0, 2]), ("{BANDS = 2}", [1])])
+def test_ranges_of_a_coverage(zel, ogc, tmp_path, ranges, bands):
+    zel(f"""require "zel.ogc".wcs(arg[1]):get{{name = "earth", bbox = {{-90, 0, 0, 45}}, format = "GEOTIFF_BYTE",
+                                              ranges = {ranges}, to = "bands.tif"}}""", ogc.service)
+    wanted = gdal.Translate("", str(ogc.data / "earth.tif"), format="MEM", projWin=[-90, 45, 0, 0]).ReadAsArray()[bands]
+    assert (gdal.Open(str(tmp_path / "bands.tif")).ReadAsArray() == wanted).all()
+
+
 def test_password_is_asked_for_without_being_shown(tmp_path, http):
     (http.root / "caps.xml").write_text('<WMS_Capabilities version="1.3.0"><Service><Title>guarded</Title></Service>'
                                         "</WMS_Capabilities>")

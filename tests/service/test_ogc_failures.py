@@ -2,12 +2,10 @@
 
 import os
 import signal
-import subprocess
 import time
 
 import pytest
 
-from conftest import BUILD
 from responder import HEAD, Responder
 
 
@@ -99,16 +97,14 @@ def test_tries_again_what_may_pass(zel):
 
 
 @pytest.mark.parametrize("pause", ["zel.sleep(60)", "require 'zel.ogc'.wms(arg[1] .. 'wms')"])
-def test_waiting_ends_with_an_interrupt(tmp_path, pause):
+def test_waiting_ends_with_an_interrupt(zel_running, pause):
     with Responder(answer("", status="503 Busy", more="Retry-After: 60\r\n")) as server:
-        (tmp_path / "wait.lua").write_text(f"io.stdout:write('x'):flush() {pause}")
-        with subprocess.Popen([BUILD / "zel", tmp_path / "wait.lua", server.url], stdout=subprocess.PIPE,
-                              stderr=subprocess.PIPE, cwd=tmp_path) as process:
-            process.stdout.read(1)
-            time.sleep(0.5)
-            process.send_signal(signal.SIGINT)
-            began = time.monotonic()
-            assert b"interrupted!" in process.communicate(timeout=20)[1] and time.monotonic() - began < 2
+        run = zel_running(f"io.stdout:write('x'):flush() {pause}", server.url)
+        run.stdout.read(1)
+        time.sleep(0.3)
+        run.send_signal(signal.SIGINT)
+        began = time.monotonic()
+        assert "interrupted!" in run.communicate(timeout=20)[1] and time.monotonic() - began < 2
 
 
 # Layers of odd services, code that prints something of them, and what; some with the picture that they send.
@@ -144,6 +140,11 @@ ODD = {
                                     'there is no layer "b"; there are: a 2J'),
     "a type that is no extension": (capabilities(LAYER), "s:map{layers = 'a', bbox = {0, 0, 1, 1}, to = 'map'}.file",
                                     "map", answer("x", "image/vnd.jpeg-png")),
+    "a place, in JSON": (
+        capabilities("<Request><GetFeatureInfo><Format>text/plain</Format><Format>application/json</Format></GetFeatureInfo>"
+                     "</Request>" + LAYER.replace("<Layer>", "<Layer queryable='1'>")),
+        "select(2, s:info{layers = 'a', lon = 1, lat = 2, pixel = 1}).features[1].name", "Z", answer(
+            '{"features": [{"name": "Z"}]}', "application/json")),
     "no type": (capabilities(LAYER), "s:map{layers = 'a', bbox = {0, 0, 1, 1}, to = 'map'}.file", "map", answer("x", "")),
 }
 

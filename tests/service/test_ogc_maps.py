@@ -1,13 +1,26 @@
-"""Maps by the library zel.ogc, against MapServer: what is refused, what is fetched, and where it lies on the Earth."""
+"""Maps by the library zel.ogc, against every server that there is: what is refused, what is fetched, and where it lies on
+the Earth."""
+
+import os
 
 import numpy
 import pytest
 from osgeo import gdal, osr
 
+from other_servers import NAME, SYSTEMS, map_servers
+
 gdal.UseExceptions()
 osr.UseExceptions()
 
-NAME = "Höhe 100 % + mehr #1"
+OTHERS = os.environ.get("MAP_SERVERS", "").split()
+SERVERS = pytest.mark.parametrize("server", ["MapServer", *OTHERS])
+
+
+@pytest.fixture(scope="module")
+def urls(ogc, tmp_path_factory):
+    with map_servers(OTHERS, ogc, tmp_path_factory.mktemp("maps")) as urls:
+        yield urls
+
 
 # s:map{...} and what it says; nothing of this is sent.
 REFUSED = {
@@ -50,28 +63,44 @@ def test_what_is_refused_before_sending(zel, ogc):
         assert line.startswith("false") and said in line and line.endswith("nil")
 
 
-# A layer, what is asked for, and the system of the map.
-MAPS = {
-    "degrees": ("earth", "bbox = {-30, 30, 60, 75}, width = 180", "EPSG:4326"),
-    "mercator": ("earth", "crs = 'epsg:3857', bbox = {-2e6, 4e6, 4e6, 8e6}, height = 100", "EPSG:3857"),
-    "Germany, its own box": (NAME, "crs = 31467, width = 150", "EPSG:31467"),
-    "Poland, its own box": ("earth", "crs = 'EPSG:2180', to = 'poland.jpg'", "EPSG:2180"),
-    "over the date line": ("pacific", "width = 200", "EPSG:4326"),
-    "a picture with tags": ("earth", "crs = 31467, bbox = {3.3e6, 5.2e6, 3.7e6, 6.1e6}, to = 'tags.tif'", "EPSG:31467"),
-}
+@SERVERS
+def test_info(zel, urls, server):
+    done = zel("""
+      for _, version in ipairs{"1.1.1", "1.3.0"} do
+        local s = require "zel.ogc".wms(arg[1], {version = version})
+        local earth = s.layer.earth
+        print(s.title, s.version, #earth.crs >= 4, ("%.0f %.0f %.0f %.0f"):format(table.unpack(earth.box)))
+      end
+    """, urls[server])
+    title = "Regions" if server == "MapServer" else server
+    assert done.out.splitlines() == [f"{title}\t{version}\ttrue\t-180 -90 180 90" for version in ("1.1.1", "1.3.0")]
 
 
-def source_of(ogc, picture, system):
-    """The part of the source that a picture shows, on the picture's grid."""
-    west, width, _, north, _, height = picture.GetGeoTransform()
-    bounds = (west, north + height * picture.RasterYSize, west + width * picture.RasterXSize, north)
-    return gdal.Warp("", str(ogc.data / "pacific.vrt"), format="MEM", dstSRS=system, outputBounds=bounds,
-                     width=picture.RasterXSize, height=picture.RasterYSize, resampleAlg="average").ReadAsArray()
+# A server, a layer, what is asked for, and the system of the map.
+MAPS = [
+    ("MapServer", "earth", "bbox = {-30, 30, 60, 75}, width = 180", "EPSG:4326"),
+    ("MapServer", "earth", "crs = 'epsg:3857', bbox = {-2e6, 4e6, 4e6, 8e6}, height = 100", "EPSG:3857"),
+    ("MapServer", NAME, "crs = 31467, width = 150", "EPSG:31467"),
+    ("MapServer", "earth", "crs = 'EPSG:2180', to = 'poland.jpg'", "EPSG:2180"),
+    ("MapServer", "pacific", "width = 200", "EPSG:4326"),
+    ("MapServer", "earth", "crs = 31467, bbox = {3.3e6, 5.2e6, 3.7e6, 6.1e6}, to = 'tags.tif'", "EPSG:31467"),
+    *[(server, "earth", f"crs = '{system}', bbox = {{8, 48, 18, 52}}, bbox_crs = 'EPSG:4326', width = 400", system)
+      for server in OTHERS for system in SYSTEMS],
+    *[("QGIS", NAME, "bbox = {0, 40, 20, 50}, width = 200", "EPSG:4326")] * ("QGIS" in OTHERS)]
+# What may differ between the versions: MapServer rounds and shifts the datum of DHDN another way, QGIS Server samples otherwise.
+MOVED = {"MapServer": 0.3, "QGIS": 1, "MapProxy": 0}
 
 
-@pytest.mark.parametrize("case", MAPS)
-def test_maps_are_placed_and_alike_in_both_versions(zel, ogc, tmp_path, case):
-    layer, arguments, system = MAPS[case]
+def picture(path):
+    """A picture and its colours, whether it has a table of them or not."""
+    opened = gdal.Open(str(path))
+    expanded = opened.GetRasterBand(1).GetColorTable()
+    colours = gdal.Translate("", opened, format="MEM", rgbExpand="rgb") if expanded else opened
+    return opened, colours.ReadAsArray()[:3].astype(int)
+
+
+@pytest.mark.parametrize("server, layer, arguments, system", MAPS)
+def test_maps_are_placed_and_alike_in_both_versions(zel, ogc, urls, tmp_path, server, layer, arguments, system):
     done = zel(f"""
       for _, version in ipairs{{"1.1.1", "1.3.0"}} do
         local s = require "zel.ogc".wms(arg[1], {{version = version}})
@@ -80,21 +109,66 @@ def test_maps_are_placed_and_alike_in_both_versions(zel, ogc, tmp_path, case):
         local map = s:map(o)
         print(map.file, table.concat(map.size, " "), table.concat(map.box, " "), map.crs)
       end
-    """, ogc.regions)
+    """, urls[server])
     pictures = []
     for line in done.out.splitlines():
         file, size, box, named = line.split("\t")
-        picture = gdal.Open(str(tmp_path / file))
-        west, width, _, north, _, height = picture.GetGeoTransform()
-        assert size == f"{picture.RasterXSize} {picture.RasterYSize}" and named == system
-        edges = (west, north + height * picture.RasterYSize, west + width * picture.RasterXSize, north)
+        opened, pixels = picture(tmp_path / file)
+        pictures.append(pixels)
+        west, width, _, north, _, height = opened.GetGeoTransform()
+        assert size == f"{opened.RasterXSize} {opened.RasterYSize}" and named == system
+        edges = (west, north + height * opened.RasterYSize, west + width * opened.RasterXSize, north)
         assert numpy.allclose(edges, [float(edge) for edge in box.split()], rtol=1e-9)
         wanted = osr.SpatialReference()
         wanted.SetFromUserInput(system)
-        assert picture.GetSpatialRef().IsSame(wanted, ["IGNORE_DATA_AXIS_TO_SRS_AXIS_MAPPING=YES"])
-        pictures.append(picture)
-        assert abs(picture.ReadAsArray().astype(float) - source_of(ogc, picture, system)).mean() < 12
-    old, new = (picture.ReadAsArray().astype(int) for picture in pictures)
-    # The server's own rounding, and its shift of DHDN's datum, are not the same in both versions.
-    assert abs(old - new).mean() < 0.3
-    assert not list(tmp_path.glob(".*"))
+        assert opened.GetSpatialRef().IsSame(wanted, ["IGNORE_DATA_AXIS_TO_SRS_AXIS_MAPPING=YES"])
+        source = gdal.Warp("", str(ogc.data / "pacific.vrt"), format="MEM", dstSRS=system, outputBounds=edges,
+                           width=opened.RasterXSize, height=opened.RasterYSize, resampleAlg="average")
+        assert abs(pixels - source.ReadAsArray()).mean() < 12
+    assert abs(pictures[0] - pictures[1]).mean() <= MOVED[server] and not list(tmp_path.glob(".*"))
+
+
+# What a server refuses, as if its capabilities had been read long ago: code, and its words.
+WORDS = {
+    "MapServer": ["LayerNotDefined|Invalid layer(s) given", "StyleNotDefined|Style (blue) not defined on layer.",
+                  "InvalidSRS InvalidCRS|", "InvalidFormat|"],
+    "QGIS": ["LayerNotDefined|The layer 'atlantis' does not exist.", "StyleNotDefined|Style 'blue' does not exist",
+             "InvalidSRS InvalidCRS|RS is not valid", "InvalidFormat|The format 'image/none' from FORMAT is not supported."],
+    "MapProxy": ["LayerNotDefined|unknown layer: atlantis", "StyleNotDefined|unsupported styles: blue",
+                 "InvalidSRS InvalidCRS|rs: EPSG:99999", "InvalidFormat|unsupported image format: image/none"],
+}
+
+
+@SERVERS
+@pytest.mark.parametrize("version", ["1.1.1", "1.3.0"])
+def test_refusals_in_the_servers_words(zel, urls, tmp_path, server, version):
+    done = zel("""
+      local s = require "zel.ogc".wms(arg[1], {version = arg[2]})
+      local earth = s.layer.earth
+      s.layer.atlantis = setmetatable({name = "atlantis"}, {__index = earth})
+      table.insert(earth.styles, {name = "blue"})
+      table.insert(earth.crs, "EPSG:99999")
+      table.insert(s.formats, "image/none")
+      for _, o in ipairs{{layers = "atlantis"}, {layers = "earth", styles = "blue"},
+                         {layers = "earth", crs = "EPSG:99999"}, {layers = "earth", format = "image/none"}} do
+        o.bbox, o.width, o.to = {0, 0, 10, 10}, 100, "map.png"
+        local done, why = pcall(s.map, s, o)
+        print(done, why.code, why.text)
+        assert(tostring(why):find(why.text, 1, true))
+      end
+    """, urls[server], version)
+    for line, wanted in zip(done.out.splitlines(), WORDS[server], strict=True):
+        failed, code, text = line.split("\t")
+        codes, words = wanted.split("|")
+        assert failed == "false" and code in codes.split() and words in text and text
+    assert not list(tmp_path.glob("*map.png*"))
+
+
+@SERVERS
+def test_tiles_are_joined(zel, urls, ogc, tmp_path, server):
+    """Into one picture without seams, also when each has a table of colours, as MapProxy's have."""
+    zel('require "zel.ogc".wms(arg[1], {quiet = true}):map{layers = "earth", bbox = {-180, -90, 180, 90}, width = 1500, '
+        'tile = 500, to = "world.vrt"}', urls[server])
+    _, world = picture(tmp_path / "world.vrt")
+    source = gdal.Translate("", str(ogc.data / "earth.tif"), format="MEM", width=1500, height=750, resampleAlg="average")
+    assert len(list(tmp_path.glob("world.tiles/[0-9]*.png"))) == 6 and abs(world - source.ReadAsArray()).mean() < 6

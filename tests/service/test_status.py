@@ -5,19 +5,13 @@ import pytest
 from responder import HEAD, HOLD, Responder
 
 IMAGE = b"HTTP/1.1 200 OK\r\nContent-Type: image/png\r\nContent-Length: "
-# A download that stops half way until the client goes, and one that comes at once.
-SLOW = [HEAD, IMAGE + b"100000\r\n\r\n" + b"x" * 5000, HOLD]
 FAST = [HEAD, IMAGE + b"4\r\nConnection: close\r\n\r\ndone"]
-
-CANCELLED = "Cancel request detected...Operation canceled."
-CANCEL_NOTICE = "Cancel Request Detected...Operation Cancelled."
 
 # An object for the server in arg[1]; `now(progress)` tells that some of the body has come.
 OBJECT = """
 wms = zel.new("ZELnetOGCWMS", {URL_HOSTNAME = "127.0.0.1", URL_PORT = arg[1], URL_PATH = "ogc", MAP_FILENAME = "map"})
 other = zel.new("ZELnetOGCWCS", {URL_HOSTNAME = "127.0.0.1", URL_PORT = arg[1], URL_PATH = "ogc"})
 function now(progress) return progress[1] == 1 and progress[3] > 0 end
-function exists(name) local f = io.open(name) if f then f:close() end return f ~= nil end
 function try(f, ...) return select(2, pcall(f, ...)) end
 """
 
@@ -51,37 +45,6 @@ def test_what_the_routine_is_told(script):
     assert "2 Http: get: received (4), total expected (4) 1,4,4,0,0 " in lines
     second = lines[lines.index("2 Get Map request completed. 0,0,0,0,0 ") + 1:]
     assert second and all(line.startswith("3 ") and line.endswith(" 7") for line in second)
-
-
-# What a routine does once some of the body has come, and what is said.
-ROUTINES = {"return 0": CANCELLED, "return false": CANCELLED, "return 65536": CANCELLED, "return -0.9": CANCELLED,
-            'error("my own words")': "my own words", "error({code = 5})": "code 5",
-            "return {1, 2}": "not a number or a boolean"}
-
-
-def test_routines_that_end_a_request(script):
-    """No partial file stays, and the next request works."""
-    bodies = ",".join(f"function() {body} end" for body in ROUTINES)
-    with Responder(SLOW) as slow, Responder(FAST) as fast:
-        *lines, missing = script(f"""
-          for _, body in ipairs{{{bodies}}} do
-            local noticed = false
-            wms:SetProperty{{URL_PORT = arg[1], CALLBACK_FUNCTION = function(text, progress)
-              noticed = noticed or text == "{CANCEL_NOTICE}"
-              if now(progress) then return body() end
-            end}}
-            local why = try(wms.GetMap, wms, "a=b")
-            print(type(why) == "table" and "code " .. why.code or why)
-            wms:SetProperty{{CALLBACK_FUNCTION = "", URL_PORT = arg[2]}}
-            print(noticed, exists("map"), exists("map.png"), io.open(wms:GetMap("a=b")):read("a"))
-            os.remove("map.png")
-          end
-          wms:SetProperty{{CALLBACK_FUNCTION = "no_such_routine"}}
-          print(try(wms.GetMap, wms, "a=b"))
-        """, slow.port, fast.port).out.splitlines()
-    for said, after, expected in zip(lines[::2], lines[1::2], ROUTINES.values(), strict=True):
-        assert expected in said and after == f"{str(expected == CANCELLED).lower()}\tfalse\tfalse\tdone"
-    assert "no_such_routine" in missing
 
 
 # What the routine tries while a map is being transferred, and what is said to it.
