@@ -20,6 +20,7 @@ local database = require "zel.harvest.database"
 local new_progress = require "zel.work_progress"
 local ogc_options = require "zel.ogc.options"
 local read_list = require "zel.harvest.list"
+local new_store = require "zel.harvest.store"
 local run = require "zel.harvest.run"
 local work = require "zel.harvest.work"
 
@@ -59,26 +60,27 @@ function harvest.run(given)
   local entries = read_list(given.list, say)
   if given.shard then entries = select_hosts(entries, given.shard) end
 
-  local store <close> = database.open(given.database, true)
+  local base <close> = database.open(given.database, true)
   local directory <close> = temporary_directory()
-  local offset = clock.offset(store)
+  local offset = clock.offset(base)
   local now = clock.new(offset)
   local part = given.shard and ("%d/%d"):format(table.unpack(given.shard)) or ""
-  local id, left = run.begin(store, entries, part, given.older or 0, options.retries, clock, now)
+  local id, left = run.begin(base, entries, part, given.older or 0, options.retries, clock, now)
   local counts = {services = #entries, new = 0, changed = 0, unchanged = 0, refused = 0, failed = 0}
   local progress = given.quiet and function() end or new_progress(#left, "services", "failed")
-  local done = 0
+  local done, store <close> = 0, new_store(base)
   if #left > 0 then progress(0, 0) end
   work(left, {run = id, file = directory.path .. "/document", options = options, offset = offset,
               properties = ogc_options.properties(options)}, function(_, tried, statements, last)
-    store:transaction(statements)
+    store:add(statements)
     if not last then return end
     counts[tried.result] = counts[tried.result] + 1
     done = done + 1
     progress(done, counts.failed + counts.refused)
   end)
-  run.finish(store, id, now)
-  store:run("PRAGMA journal_mode = DELETE") -- one file, which a read-only place can hold
+  store:flush()
+  run.finish(base, id, now)
+  base:run("PRAGMA journal_mode = DELETE") -- one file, which a read-only place can hold
   counts.seconds = zel.clock() - began
   return counts
 end

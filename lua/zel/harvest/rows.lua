@@ -7,9 +7,14 @@ local schema = require "zel.harvest.schema"
 local sql = require "zel.harvest.sql"
 local service = require "zel.ogc.service"
 
+local concat = table.concat
 local text, number, flag, row = sql.text, sql.number, sql.flag, sql.row
 local PART = 500      -- layers that are looked at at once
 local BY_NUMBER = 32000 -- layers that can be asked for in parts
+local TABLES = { -- what is collected for them
+  keyword = "keyword", style = "style", dimension = "dimension", system = "system",
+  words = "words (rowid,title,name,keywords,abstract)", boxes = "box",
+}
 
 local rows = {}
 
@@ -33,8 +38,8 @@ local function usable(box)
 end
 
 local function box_columns(box)
-  if not box then return "NULL", "NULL", "NULL", "NULL" end
-  return number(box[1]), number(box[2]), number(box[3]), number(box[4])
+  if not box then return "NULL,NULL,NULL,NULL" end
+  return number(box[1]) .. "," .. number(box[2]) .. "," .. number(box[3]) .. "," .. number(box[4])
 end
 
 -- The box around both; one that crosses the date line counts on beyond 180 degrees.
@@ -46,14 +51,28 @@ end
 local Service = {}
 Service.__index = Service
 
-function Service:keywords(item, words)
-  for i, word in ipairs(words) do self.keyword[#self.keyword + 1] = row(item, i, text(word)) end
+-- What the search knows of an item: its words, and its box; one over the date line counts on beyond 180 degrees there.
+function Service:index(item, title, name, keywords, abstract, box)
+  local words = {}
+  for _, word in ipairs(keywords) do
+    if word ~= "" then
+      words[#words + 1] = word
+      self.keyword[#self.keyword + 1] = "(" .. item .. "," .. #words .. "," .. text(word) .. ")"
+    end
+  end
+  self.words[#self.words + 1] = "(" .. item .. "," .. title .. "," .. name .. "," .. text(concat(words, ", ")) .. ","
+                                .. abstract .. ")"
+  if box then
+    local west, south, east, north = table.unpack(boxes.unrolled(box))
+    self.boxes[#self.boxes + 1] = "(" .. item .. "," .. number(west) .. "," .. number(east) .. "," .. number(south) .. ","
+                                  .. number(north) .. ")"
+  end
 end
 
 -- The number of a list of names of systems, which is made from the names; it is stored once.
 function Service:system_list(names)
   if #names == 0 then return "NULL" end
-  local key = table.concat(names, "\n")
+  local key = concat(names, "\n")
   local list = self.lists[key]
   if not list then
     list = tonumber(zel.digest(key):sub(1, 15), 16)
@@ -80,18 +99,17 @@ function Service:layer(record)
                level = tonumber(record.LEVEL) or 1}
   self:open_level(tonumber(record.LAYER), own)
   self.box = union(self.box, own.box)
-  local west, south, east, north = box_columns(own.box)
-  self.rows[#self.rows + 1] = row(id, self.id, above.id or "NULL", own.level, position, text(record.NAME), text(record.TITLE),
-    text(record.ABSTRACT), text(own.attribution), flag(own.queryable), flag(own.opaque),
-    number(records.number(record.CASCADED)), west, south, east, north, number(own.min), number(own.max),
-    self:system_list(layer.systems(record)))
-  self:keywords(id, records.list(record.KEYWORD, record.NUM_KEYWORD))
+  local name, title, abstract = text(record.NAME), text(record.TITLE), text(record.ABSTRACT)
+  self.rows[#self.rows + 1] = row(id, self.id, above.id or "NULL", own.level, position, name, title, abstract,
+    text(own.attribution), flag(own.queryable), flag(own.opaque), number(records.number(record.CASCADED)),
+    box_columns(own.box), number(own.min), number(own.max), self:system_list(layer.systems(record)))
+  self:index(id, title, name, records.list(record.KEYWORD, record.NUM_KEYWORD), abstract, own.box)
   for i, style in ipairs(layer.styles(record)) do
     self.style[#self.style + 1] = row(id, i, text(style.name), text(style.title), text(style.abstract), text(style.legend))
   end
   for i, one in ipairs(layer.dimensions(record)) do
     self.dimension[#self.dimension + 1] = row(id, i, text(one.name), text(one.units), text(one.default),
-                                              text(table.concat(one.values, ",")))
+                                              text(concat(one.values, ",")))
   end
 end
 
@@ -111,22 +129,20 @@ function Service:coverage(brief, position)
   local low, high = records.numbers(brief.POS1), records.numbers(brief.POS2)
   local box = low[2] and high[2] and usable{low[1], low[2], high[1], high[2]} or nil
   self.box = union(self.box, box)
-  local west, south, east, north = box_columns(box)
-  self.rows[#self.rows + 1] = row(id, self.id, position, text(brief.NAME), text(brief.LABEL), text(brief.DESCRIPTION),
-    west, south, east, north, text(brief.TM_POS1), text(brief.TM_POS2))
-  self:keywords(id, records.list(brief.KEYWORDS))
+  local name, title, abstract = text(brief.NAME), text(brief.LABEL), text(brief.DESCRIPTION)
+  self.rows[#self.rows + 1] = row(id, self.id, position, name, title, abstract, box_columns(box), text(brief.TM_POS1),
+    text(brief.TM_POS2))
+  self:index(id, title, name, records.list(brief.KEYWORDS), abstract, box)
 end
 
 -- Appends the rows made so far to the statements.
 function Service:flush()
-  local statements = self.statements
-  sql.insert(statements, self.kind == "WMS" and "layer" or "coverage", self.rows)
-  for _, name in ipairs{"keyword", "style", "dimension"} do
-    sql.insert(statements, name, self[name])
+  for name, into in pairs(TABLES) do
+    sql.insert(self.statements, into, self[name], name == "system")
     self[name] = {}
   end
-  sql.insert(statements, "system", self.system, true)
-  self.rows, self.system = {}, {}
+  sql.insert(self.statements, self.kind == "WMS" and "layer" or "coverage", self.rows)
+  self.rows = {}
 end
 
 -- All layers, some at a time: their structures are many times larger than the rows.
@@ -159,25 +175,23 @@ end
 function Service:update(section, first, facts)
   local set, is_wms = {}, self.kind == "WMS"
   local function column(name, value) set[#set + 1] = name .. "=" .. value end
-  for _, names in ipairs(schema.CONTACT) do column(names[1], text(section[is_wms and names[2] or names[3]])) end
+  local texts = {}
+  for _, names in ipairs(schema.CONTACT) do
+    texts[names[1]] = text(section[is_wms and names[2] or names[3]])
+    column(names[1], texts[names[1]])
+  end
   for name, tag in pairs{max_width = "MAX_WIDTH", max_height = "MAX_HEIGHT", layer_limit = "LAYER_LIMIT"} do
     column(name, number(records.number(section[tag])))
   end
-  column("map_formats", text(table.concat(first and records.list(first.MAP_FORMAT, first.NUM_MAP_FORMAT) or {}, ", ")))
+  column("map_formats", text(concat(first and records.list(first.MAP_FORMAT, first.NUM_MAP_FORMAT) or {}, ", ")))
   column("info_formats",
-         text(table.concat(first and records.list(first.FEATURE_FORMAT, first.NUM_FEATURE_FORMAT) or {}, ", ")))
+         text(concat(first and records.list(first.FEATURE_FORMAT, first.NUM_FEATURE_FORMAT) or {}, ", ")))
   for name, value in pairs(facts) do column(name, type(value) == "number" and number(value) or text(value)) end
-  local whole = self.box and usable(self.box)
+  local whole = usable(self.box)
   for i, name in ipairs{"west", "south", "east", "north"} do column(name, whole and number(whole[i]) or "NULL") end
-  self.statements[#self.statements + 1] = ("UPDATE service SET %s WHERE id=%d"):format(table.concat(set, ","), self.id)
-end
-
--- What is indexed of the service: its words, and its boxes, in which one over the date line counts on beyond 180.
-function Service:index()
-  local list = self.statements
-  list[#list + 1] = "INSERT INTO words (rowid,title,name,keywords,abstract) " .. rows.words_of(self.id)
-  list[#list + 1] = ("INSERT INTO box SELECT id,west,CASE WHEN east<west THEN east+360 ELSE east END,south,north "
-                     .. "FROM item WHERE id BETWEEN %d AND %d AND west IS NOT NULL"):format(rows.range(self.id))
+  self:index(self.id, texts.title, texts.name, is_wms and records.list(section.KEYWORD, section.NUM_KEYWORD)
+                                               or records.list(section.KEYWORDS), texts.abstract, whole)
+  self.statements[#self.statements + 1] = ("UPDATE service SET %s WHERE id=%d"):format(concat(set, ","), self.id)
 end
 
 --- The ids of what belongs to a service: the first and the last.
@@ -205,19 +219,17 @@ end
 --- The statements that store what the object read of a service, whose row is `known`. `facts` are further columns of
 -- it, `lists` the lists of systems that are stored already.
 function rows.of(object, known, facts, lists)
-  local made = setmetatable({id = known.id, kind = known.kind, rows = {}, keyword = {}, style = {}, dimension = {},
-    system = {}, lists = lists, levels = {}, open = {}, statements = known.harvested and rows.removal(known.id) or {}}, Service)
+  local made = setmetatable({id = known.id, kind = known.kind, lists = lists, levels = {}, open = {}, rows = {},
+                             statements = known.harvested and rows.removal(known.id) or {}}, Service)
+  for name in pairs(TABLES) do made[name] = {} end
   local first = known.kind == "WMS" and made:layers(object) or known.kind == "WCS" and made:coverages(object) or nil
   local section = service.section{object = object} or {}
-  made:keywords(made.id, known.kind == "WMS" and records.list(section.KEYWORD, section.NUM_KEYWORD)
-                         or records.list(section.KEYWORDS))
-  made:flush()
   if first then
     facts.version = records.text(first.VERSION) or facts.version
     facts.update_sequence = facts.update_sequence or records.text(first.UPDATE_SEQ)
   end
   made:update(section, first, facts)
-  made:index()
+  made:flush()
   return made.statements
 end
 
