@@ -12,19 +12,23 @@
 --   options       options of zel.ogc and properties of its objects
 --   quiet         true: nothing on standard error
 --
--- Returns {services, new, changed, unchanged, failed, seconds}.
+-- Returns the numbers of services, and of those that were new, changed, unchanged, refused, failed and skipped (since
+-- they were read before), and the seconds it took.
 
 local arguments = require "zel.ogc.arguments"
 local clock = require "zel.harvest.clock"
 local database = require "zel.harvest.database"
+local errors = require "zel.ogc.errors"
 local new_progress = require "zel.work_progress"
 local ogc_options = require "zel.ogc.options"
 local read_list = require "zel.harvest.list"
 local new_store = require "zel.harvest.store"
 local run = require "zel.harvest.run"
 local work = require "zel.harvest.work"
+local workers = require "zel.harvest.workers"
 
 local DEFAULTS = {timeout = 60, connect_timeout = 20, retries = 1} -- patience with one of thousands
+local MOST_JOBS = 256
 local TYPES = {
   list = "string", database = "string", older = "number", jobs = "number", shard = "table", options = "table",
   quiet = "boolean",
@@ -55,6 +59,8 @@ local harvest = {}
 function harvest.run(given)
   arguments.check("harvest.run", given, TYPES)
   local say = function(text) if not given.quiet then io.stderr:write("zel-ogc: ", text, "\n") end end
+  local jobs = arguments.check_count("jobs", given.jobs) or 1
+  if jobs > MOST_JOBS then errors.raise(("jobs must be %d or less, not %d"):format(MOST_JOBS, jobs)) end
   local options = ogc_options.merge("harvest.run", given.options, DEFAULTS)
   local began = zel.clock()
   local entries = read_list(given.list, say)
@@ -66,21 +72,24 @@ function harvest.run(given)
   local now = clock.new(offset)
   local part = given.shard and ("%d/%d"):format(table.unpack(given.shard)) or ""
   local id, left = run.begin(base, entries, part, given.older or 0, options.retries, clock, now)
-  local counts = {services = #entries, new = 0, changed = 0, unchanged = 0, refused = 0, failed = 0}
+  local counts = {services = #entries, new = 0, changed = 0, unchanged = 0, refused = 0, failed = 0,
+                  skipped = #entries - #left}
   local progress = given.quiet and function() end or new_progress(#left, "services", "failed")
   local done, store <close> = 0, new_store(base)
   if #left > 0 then progress(0, 0) end
-  work(left, {run = id, file = directory.path .. "/document", options = options, offset = offset,
-              properties = ogc_options.properties(options)}, function(_, tried, statements, last)
+  local function take(_, tried, statements, last)
     store:add(statements)
     if not last then return end
     counts[tried.result] = counts[tried.result] + 1
     done = done + 1
     progress(done, counts.failed + counts.refused)
-  end)
+  end
+  local settings = {run = id, file = directory.path .. "/document", options = options, offset = offset,
+                    properties = ogc_options.properties(options)}
+  if jobs > 1 then workers(left, settings, jobs, directory.path, take) else work(left, settings, take) end
   store:flush()
   run.finish(base, id, now)
-  base:run("PRAGMA journal_mode = DELETE") -- one file, which a read-only place can hold
+  base:finish()
   counts.seconds = zel.clock() - began
   return counts
 end

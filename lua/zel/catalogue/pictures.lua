@@ -1,5 +1,6 @@
 --- Fetches many pictures by several processes at once.
 
+local code = require "zel.lua_code"
 local new_progress = require "zel.work_progress"
 
 -- Ctrl-C is for this process alone: the shell and the workers ignore it, SIGTERM to the shell ends them. When this
@@ -18,15 +19,6 @@ end
 local function write(path, text)
   local file <close> = assert(io.open(path, "wb"))
   assert(file:write(text) and file:flush())
-end
-
--- A table of texts, numbers and booleans as Lua code.
-local function code(values)
-  local parts = {}
-  for name, value in pairs(values) do
-    parts[#parts + 1] = ("[%q]=%s"):format(name, type(value) == "table" and code(value) or ("%q"):format(value))
-  end
-  return "{" .. table.concat(parts, ",") .. "}"
 end
 
 local Pictures = {}

@@ -6,6 +6,9 @@ local schema = require "zel.harvest.schema"
 
 local PATIENCE = 30000 -- ms that another process may hold the database
 
+-- A name that begins with "file:" or ":" is a file's, too.
+local function place(path) return path:find("^/") and path or "./" .. path end
+
 local Database = {}
 Database.__index = Database
 
@@ -47,6 +50,12 @@ function Database:transaction(statements)
   end
 end
 
+--- Attaches another database, by the name "other".
+function Database:attach(path) self:run(("ATTACH '%s' AS other"):format((place(path):gsub("'", "''")))) end
+
+--- Makes the database one file, which a place that is only read can hold, too. To be called after the last change.
+function Database:finish() self:run("PRAGMA journal_mode = DELETE") end
+
 function Database:__close()
   self.connection:close()
   self.environment:close()
@@ -78,8 +87,7 @@ function database.open(path, create)
   end
   files.check_directory(path)
   local environment = require("luasql.sqlite3").sqlite3()
-  local place = path:find("^/") and path or "./" .. path -- a name that begins with "file:" or ":" is a file's, too
-  local connection, why = environment:connect(place, PATIENCE)
+  local connection, why = environment:connect(place(path), PATIENCE)
   if not connection then errors.raise(("%s cannot be opened: %s"):format(path, (why:gsub("^LuaSQL: ", "")))) end
   local opened = setmetatable({path = path, environment = environment, connection = connection}, Database)
   local done, wrong = pcall(prepare, opened, create)

@@ -126,6 +126,12 @@ function commands.harvest(o)
   require "zel.ogc.command.harvest"(o, options)
 end
 
+function commands.merge(o)
+  require "zel.harvest.merge"(o.database, o.databases, function(path, taken, total)
+    if not o.quiet then io.stderr:write(("%s: %d of %d services are newer\n"):format(path, taken, total)) end
+  end)
+end
+
 function commands.search(o) require "zel.ogc.command.findings"(o) end
 
 -- What went wrong as one line.

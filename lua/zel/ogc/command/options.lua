@@ -133,6 +133,11 @@ local function add_commands(parser)
 
   for _, command in ipairs{info, map, feature, coverage, catalogue, harvest} do add_common(command) end
 
+  local merge = parser:command("merge", "Put databases of harvests together.")
+  merge:argument("database", "Database to make or to bring up to date."):argname("DATABASE")
+  merge:argument("databases", "Databases of harvests, such as those of shards."):args("+"):argname("SHARD.db")
+  merge:flag("--quiet", "Print errors only.")
+
   local search = parser:command("search", "Find services, layers and coverages in a database.")
   search:argument("database", "Database of a harvest."):argname("DATABASE")
   search:argument("words", "Words of titles, names, keywords and abstracts."):args("*"):argname("WORD")

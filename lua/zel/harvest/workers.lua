@@ -1,0 +1,104 @@
+--- Asks services by several processes at once, through GNU parallel; this process alone writes to the database.
+
+local batches_of = require "zel.harvest.batches"
+local code = require "zel.lua_code"
+local errors = require "zel.ogc.errors"
+local files = require "zel.ogc.files"
+
+-- A batch: a process that was killed is followed by one that goes on with the next service. Signals that are meant for
+-- all end the batch, and so does a process that was killed before it asked anything.
+local BATCH = [[
+dir=$1 batch=$2 status=0 log=$1/$2.log
+export ZEL_USER_DIR="$dir/user-$3"
+mkdir -p "$ZEL_USER_DIR"
+while :; do
+  size=$(stat -c %s "$log" 2>/dev/null)
+  "$ZEL" -e 'require("zel.harvest.worker")(arg[1], arg[2], math.tointeger(arg[3]))' - "$dir" "$batch" "$status" \
+    </dev/null 2>>"$dir/errors"
+  status=$?
+  case $status in 0) exit 0 ;; 129 | 130 | 141 | 143) exit 1 ;; esac
+  [ "$status" -gt 128 ] && [ "$(stat -c %s "$log" 2>/dev/null)" != "$size" ] || exit 1
+done
+]]
+
+-- All batches. Ctrl-C is for the harvest alone, which ends this by SIGTERM; when the harvest is killed, so is this, and
+-- clears away what it left.
+local ALL = [[
+dir=$1
+trap '' INT HUP
+trap 'kill -TERM $work 2>/dev/null; wait $work' TERM
+echo $$ >"$dir/shell"
+export ZEL=$(readlink /proc/$PPID/exe) PARALLEL_HOME="$dir"
+seq "$2" | setsid parallel --plain --will-cite --tmpdir "$dir" -j "$3" --ungroup --halt now,fail=1 \
+  --termseq TERM,500,KILL,25 sh "$dir/batch.sh" "$dir" {} {%} 2>>"$dir/errors" &
+work=$!
+wait $work
+[ -e /proc/$PPID/exe ] || rm -rf "$dir"
+]]
+
+local function write(path, text)
+  local file <close> = assert(io.open(path, "wb"))
+  assert(file:write(text) and file:close())
+end
+
+local function check_parallel()
+  local pipe <close> = assert(io.popen("parallel --version 2>/dev/null </dev/null"))
+  if not pipe:read("a"):find("GNU parallel", 1, true) then
+    errors.raise("several jobs need GNU parallel, the package parallel; one job does without")
+  end
+end
+
+-- The statements that a process left for a try.
+local function take(path)
+  local file <close> = assert(io.open(path, "rb"))
+  local statements = {}
+  for size in file:lines("n") do
+    file:read(1)
+    statements[#statements + 1] = file:read(size)
+  end
+  os.remove(path)
+  return statements
+end
+
+-- Everything that a process can be given: no functions.
+local function plain(values)
+  local rest = {}
+  for name, value in pairs(values) do
+    if type(value) ~= "function" then rest[name] = value end
+  end
+  return rest
+end
+
+--- Asks all entries by `jobs` processes; settings and store() are those of zel.harvest.work, store() gets no entry.
+-- `directory` is for files; to be removed by the caller.
+return function(entries, settings, jobs, directory, store)
+  check_parallel()
+  local batches = batches_of(entries, jobs)
+  for number, batch in ipairs(batches) do write(("%s/%d.batch"):format(directory, number), code(batch)) end
+  write(directory .. "/settings", code{run = settings.run, offset = settings.offset, options = plain(settings.options),
+                                       properties = plain(settings.properties)})
+  write(directory .. "/batch.sh", BATCH)
+  write(directory .. "/all.sh", ALL)
+  local left = #entries
+  local pipe = assert(io.popen(("exec setpriv --pdeathsig TERM sh '%s/all.sh' '%s' %d %d"):format(directory, directory,
+                                                                                                   #batches, jobs)))
+  local complete, why = pcall(function()
+    for line in pipe:lines() do
+      local batch, number, result, word = line:match("^(%d+) (%d+) (%a+) (%a+)$")
+      if batch then
+        store(nil, {result = result}, take(("%s/%s.%s.sql"):format(directory, batch, number)), word == "last")
+        left = left - (word == "last" and 1 or 0)
+      end
+    end
+  end)
+  if not complete then
+    os.execute(("kill $(cat '%s/shell')"):format(directory))
+    pcall(pipe.read, pipe, "a") -- until all have ended
+  end
+  pipe:close()
+  if not complete then error(why, 0) end
+  if left > 0 then
+    local said = (files.read(directory .. "/errors") or ""):match("[^\n]+")
+    errors.raise("the processes that ask the services ended early: " .. (said or "no reason is known"))
+  end
+end
