@@ -9,10 +9,7 @@
 
 #include <filesystem>
 #include <fstream>
-#include <gtest/gtest.h>
 #include <stdlib.h>
-#include <string>
-#include <vector>
 
 inline std::string shown(const char* text) { return text != nullptr ? text : "-"; }
 
@@ -22,25 +19,27 @@ inline std::string times(std::size_t count, const std::string& text) {
   return all;
 }
 
+/// A document whose element "a" names its schema.
+inline std::string withSchema(const std::string& location, const std::string& content) {
+  return "<a xmlns:xsi='http://www.w3.org/2001/XMLSchema-instance' xsi:noNamespaceSchemaLocation='" + location + "'>" +
+         content + "</a>";
+}
+
 class Client : public COgcBase {
 public:
   Client() : COgcBase("1.1.1") { CurlSetCallback("on_status"); }
 
-  using COgcBase::answerIsXml;
-  using COgcBase::parseAnswer;
-  using COgcBase::parseFile;
-  using COgcBase::Request;
+  using COgcBase::fetchUrl;
   using COgcBase::setQuery;
-  using COgcBase::throwIfHtml;
 };
 
-/// Joins all texts of a document, and those of its attributes named "a"; counts elements.
+/// Joins all texts of a document, and those of its attributes named "a".
 class TextHandler : public ogc::xml::Handler {
 public:
   explicit TextHandler(Client& client) : Handler(client, arena, versions) {}
 
   void startElement(const XMLCh*, const XMLCh* localname, const XMLCh*, const xercesc::Attributes& attrs) override {
-    ++elements;
+    onElement();
     if (!startReportElement(localname, attrs)) GetAttributes(attrs, "a", &attribute);
   }
   void endElement(const XMLCh*, const XMLCh* localname, const XMLCh*) override { endReportElement(localname); }
@@ -51,7 +50,7 @@ public:
   ogc::xml::Arena arena;
   const char* text = nullptr;
   const char* attribute = nullptr;
-  int elements = 0;
+  std::function<void()> onElement = [] {};
 
 private:
   static constexpr ogc::xml::VersionRule versions{{}, "", ""};
@@ -72,10 +71,22 @@ protected:
     std::ofstream(path(name), std::ios::binary) << content;
     return path(name);
   }
+  /// Forgets the texts of the last document.
+  void forget() {
+    handler.arena.release();
+    handler.text = handler.attribute = nullptr;
+  }
   /// Parses a document given as text. \return the message of the failure, "" for none.
   std::string parse(const std::string& document, int schemaChecking = 0, int validationMode = 0) {
     const std::string file = write("document.xml", document);
+    forget();
     return errorOf([&] { client.OgcBaseParse(&handler, file.c_str(), schemaChecking, validationMode); });
+  }
+
+  /// The same, or what was read: the texts, otherwise the attributes.
+  std::string read(const std::string& document, int schemaChecking = 0, int validationMode = 0) {
+    const std::string error = parse(document, schemaChecking, validationMode);
+    return error + shown(handler.text != nullptr ? handler.text : handler.attribute);
   }
 
   Client client;

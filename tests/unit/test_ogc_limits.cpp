@@ -12,191 +12,129 @@ std::string letters(std::size_t count) {
   return text;
 }
 
-std::string accented(std::size_t bytes) {
-  std::string text(bytes % 2, 'a');
-  while (text.size() < bytes) text += "é";
-  return text;
-}
-
-/// A transfer object in a request, with the lines that it tells.
-class Transfer : public COgcBase {
-public:
-  Transfer() : COgcBase("1.1.1") {
-    EXPECT_NE(errorOf([&] { CurlProcessRequest("", transfer::httpGet); }), "");
-    CurlSetHost("h");
-    CurlSetCallback("on_status");
-    fakeBridge() = {};
-  }
-  void header(std::string data) { CurlHttpWriteHeaderCallback(data.data(), 1, data.size(), this); }
-  std::string composed() {
-    char url[4096] = "";
-    CurlBuildUrlRq(url, sizeof url);
-    return url;
-  }
-  using COgcBase::fetchUrl;
-  using COgcBase::setQuery;
-};
-
-struct Limit {
-  const char* name;
-  std::size_t most; ///< characters that are kept
-  std::string lead; ///< before the text
-  std::function<std::string(const std::string&)> kept;
-};
-
-std::string shown(const transfer::Text& text) { return text.present() ? text.str() : "-"; }
+std::string accented(std::size_t bytes) { return std::string(bytes % 2, 'a') + times(bytes / 2, "é"); }
 
 TEST_F(Ogc, UrlIsSplitAroundTheControlParameters) {
-  const struct {
-    std::string query;
-    std::string prefix;
-    std::string suffix;
-  } cases[] = {
-      {"map=a.map&SERVICE=WMS&VERSION=1.1.1&REQUEST=GetCapabilities&token=x", "map=a.map", "token=x"},
-      {"Service=WMS&a=1&b=2&request=GetMap&c=3&Version=1.1.1&d=4&e=5", "a=1&b=2&c=3", "d=4&e=5"},
-      {"a=1&b=2", "-", "a=1&b=2"},
-      {"service=WMS", "-", "-"},
-      {"x=1&service=WMS&service=WCS&y=2", "x=1", "service=WCS&y=2"},
-      {"", "-", "-"},
+  const auto parts = [this](const std::string& query) {
+    client.OgcBaseParseURL(("http://h:81/p?" + query).c_str());
+    return shown(client.Settings().queryPrefix.get()) + " " + shown(client.Settings().querySuffix.get());
   };
-  for (const auto& c : cases) {
-    client.OgcBaseParseURL(("http://h:81/p?" + c.query).c_str());
-    EXPECT_EQ(shown(client.Settings().queryPrefix), c.prefix) << c.query;
-    EXPECT_EQ(shown(client.Settings().querySuffix), c.suffix) << c.query;
-  }
+  expectEach(parts, {{"map=a.map&SERVICE=WMS&VERSION=1.1.1&REQUEST=GetCapabilities&token=x", "map=a.map token=x"},
+                     {"Service=WMS&a=1&b=2&request=GetMap&c=3&Version=1.1.1&d=4&e=5", "a=1&b=2&c=3 d=4&e=5"},
+                     {"a=1&b=2", "- a=1&b=2"},
+                     {"service=WMS", "- -"},
+                     {"x=1&service=WMS&service=WCS&y=2", "x=1 service=WCS&y=2"},
+                     {"", "- -"}});
   EXPECT_EQ(errorOf([&] { client.OgcBaseParseURL("http://other/p"); }),
             "Error: url does not contain a ? cannot locate a path in url.");
   EXPECT_EQ(client.Settings().host.str(), "other");
 }
 
+/// The client in a request.
 class OgcLimits : public Ogc {
 protected:
-  Transfer transfer;
+  OgcLimits() {
+    EXPECT_NE(errorOf([&] { client.CurlProcessRequest("", transfer::httpGet); }), "");
+    client.CurlSetHost("h");
+    fakeBridge() = {};
+  }
+  void header(std::string data) { CCurl::CurlHttpWriteHeaderCallback(data.data(), 1, data.size(), &client); }
+  /// The last line told in an action, which fails.
+  template <class Action>
+  static std::string lineOf(Action action) {
+    EXPECT_THROW(action(), CCurlException);
+    return fakeBridge().status.empty() ? "" : fakeBridge().status.back();
+  }
 };
 
 TEST_F(OgcLimits, TextsAreCutBehindTheLastCharacterThatFits) {
-  const auto value = [this](const char* name, transfer::Text transfer::Response::*field) {
-    return [this, name, field](const std::string& text) {
-      transfer.CurlResponseReset();
-      transfer.CurlHttpParseRspHdr(("HTTP/1.1 200 OK\r\n" + std::string(name) + text + "\r\n\r\n").c_str());
-      return (transfer.Response().*field).str();
-    };
-  };
-  const auto told = [] { return fakeBridge().status.empty() ? std::string() : fakeBridge().status.back(); };
-  const Limit limits[] = {
-      {"exception", 1023, "",
-       [](const std::string& text) { return std::string(CCurlException(text.c_str()).ErrMsg()); }},
-      {"exception of two", 1023, " ",
-       [](const std::string& text) { return std::string(CCurlException("", text.c_str()).ErrMsg()); }},
+  const struct {
+    const char* name;
+    std::size_t most; ///< characters that are kept
+    std::string lead; ///< before the text
+    TextFunction kept;
+  } limits[] = {
+      {"exception", 1023, " ", [](auto& text) { return std::string(CCurlException("", text.c_str()).ErrMsg()); }},
       {"service exception", 1023,
        "Error: Remote OGC server returned a service exception: ( Code=  Locator= Service Exception Text= ",
-       [&](const std::string& text) {
+       [&](auto& text) {
          const std::string file = write("report.xml", "<ServiceExceptionReport><ServiceException>" + text +
                                                           "</ServiceException></ServiceExceptionReport>");
          TextHandler report(client);
-         EXPECT_THROW(client.OgcBaseParse(&report, file.c_str(), 0, 0), CCurlException);
-         return told();
-       }},
-      {"missing file", 1023, "x  file: (/",
-       [&](const std::string& text) {
-         EXPECT_THROW(client.OgcBaseFileExistsCheck(("/" + text).c_str(), "x"), CCurlException);
-         return told();
+         return lineOf([&] { client.OgcBaseParse(&report, file.c_str(), 0, 0); });
        }},
       {"base of a URL", 1023, "http://h/",
-       [&](const std::string& text) {
-         transfer.CurlSetPath(text.c_str());
-         transfer.CurlSetQuery("q");
-         const std::string url = transfer.composed();
-         return url.substr(0, url.size() - 2);
-       }},
-      {"URL", 4095, "http://h/p?",
-       [&](const std::string& text) {
-         transfer.CurlSetPath("p");
-         transfer.CurlSetQuery(text.c_str());
-         return transfer.composed();
+       [&](auto& text) {
+         char url[4096] = "";
+         client.CurlSetPath(text.c_str());
+         client.CurlBuildUrlRqSimple(url, sizeof url);
+         return std::string(url);
        }},
       {"query", 4095, "Version=1.1.1&Service=WMS&Request=GetMap&",
-       [&](const std::string& text) {
-         transfer.setQuery("WMS", "GetMap", "&" + text);
-         return transfer.Settings().query.str();
+       [&](auto& text) {
+         client.setQuery("WMS", "GetMap", "&" + text);
+         return client.Settings().query.str();
        }},
       {"URL given whole", 4095, "",
-       [&](const std::string& text) {
-         EXPECT_THROW(transfer.fetchUrl(text.c_str(), path("answer").c_str()), CCurlException);
-         return transfer.Settings().query.str();
+       [&](auto& text) {
+         lineOf([&] { client.fetchUrl(text.c_str(), path("answer").c_str()); });
+         return client.Settings().query.str();
        }},
-      {"prefix", 1023, "",
-       [&](const std::string& text) {
-         transfer.OgcBaseParseURL(("http://h/p?" + text + "&service=WMS").c_str());
-         return transfer.Settings().queryPrefix.str();
+      {"prefix and suffix", 1023, "",
+       [&](auto& text) {
+         client.OgcBaseParseURL(("http://h/p?" + text + "&service=WMS&" + text).c_str());
+         EXPECT_EQ(client.Settings().queryPrefix.str(), client.Settings().querySuffix.str());
+         return client.Settings().querySuffix.str();
        }},
-      {"suffix", 1023, "",
-       [&](const std::string& text) {
-         transfer.OgcBaseParseURL(("http://h/p?service=WMS&" + text).c_str());
-         return transfer.Settings().querySuffix.str();
+      {"header value", 255, "",
+       [&](auto& text) {
+         client.CurlHttpParseRspHdr(("HTTP/1.1 200 " + text + "\r\nServer: " + text + "\r\n\r\n").c_str());
+         EXPECT_EQ(client.Response().server.str(), client.Response().statusText.str());
+         return client.Response().server.str();
        }},
-      {"status text", 255, "",
-       [&](const std::string& text) {
-         transfer.CurlHttpParseRspHdr(("HTTP/1.1 200 " + text + "\r\n\r\n").c_str());
-         return transfer.Response().statusText.str();
+      {"content type", 15, "",
+       [&](auto& text) {
+         client.CurlHttpParseRspHdr(("HTTP/1.1 200 OK\r\nContent-Type: a/" + text + "\r\n\r\n").c_str());
+         return client.Response().parsedContentType.str();
        }},
-      {"server", 255, "", value("Server: ", &transfer::Response::server)},
-      {"content type text", 255, "", value("Content-Type: ", &transfer::Response::contentTypeText)},
-      {"content type", 15, "", value("Content-Type: image/", &transfer::Response::parsedContentType)},
       {"HTML of an answer", 511, "",
-       [&](const std::string& text) {
-         char html[512];
-         CCurl::CurlHttpParseError(("<html>" + text).append("</html>").c_str(), html, sizeof html);
-         return std::string(html);
+       [&](auto& text) {
+         client.CurlResponseReset();
+         header("HTTP/1.1 500 X\r\nX: <html>" + text + "</html>\r\n\r\n");
+         client.CurlHttpExamineHeaderMsg();
+         return client.Message().substr(client.Message().find("ErrMsg(") + 7, 511);
        }},
       {"FTP reply", 127, "220 ",
-       [&](const std::string& text) {
-         transfer.CurlFtpGetReponseCode(("220 " + text).c_str(), static_cast<int>(4 + text.size()));
-         return std::string(transfer.Response().lastFtpResponse.data());
+       [&](auto& text) {
+         client.CurlFtpGetReponseCode(("220 " + text).c_str(), static_cast<int>(4 + text.size()));
+         return std::string(client.Response().lastFtpResponse.data());
        }},
       {"trace", 511, "",
-       [&](const std::string& text) {
-         std::string data = text;
-         CCurl::CurlHttpDebugCallback(nullptr, CURLINFO_TEXT, data.data(), data.size(), &transfer);
-         EXPECT_EQ(told().size(), 22 + std::min<std::size_t>(text.size(), 511) +
-                                      (text.size() > 511 ? std::strlen("..., message was truncated.") : 0));
-         return told().substr(22, 511);
+       [&](std::string text) {
+         CCurl::CurlHttpDebugCallback(nullptr, CURLINFO_TEXT, text.data(), text.size(), &client);
+         return fakeBridge().status.back().substr(22, 511);
        }},
       {"message of the parser", 1023, "Fatal Error: SAX Parser: Message (expected end of tag '",
-       [&](const std::string& text) {
+       [&](auto& text) {
          parse("<" + text + "></a>");
-         return told();
+         return fakeBridge().status.back();
        }},
       {"version", 511, "Error: OGC WCS version number (",
-       [&](const std::string& text) {
+       [&](auto& text) {
          COgcWcs wcs;
          wcs.CurlSetCallback("on_status");
          const std::string file = write("version.xml", "<WCS_Capabilities version='" + text + "'/>");
-         EXPECT_THROW(wcs.OgcWcsGetCap(file.c_str(), nullptr, 0, 0), CCurlException);
-         return told();
-       }},
-      {"name of a CRS", 1023, "",
-       [&](const std::string& text) {
-         COgcWcs wcs;
-         wcs.OgcWcsSetDesCovFN(path("crs").c_str());
-         const std::string file = write(
-             "crs.xml", "<CoverageDescription version='1.0.0'><CoverageOffering><supportedCRSs><requestCRSs>" + text +
-                            " " + text + "</requestCRSs></supportedCRSs></CoverageOffering></CoverageDescription>");
-         wcs.OgcWcsDescribeCoverage(nullptr, 0, file.c_str(), 0, 0);
-         const xNodeStr_t* first = wcs.OgcWcsGetCO(0)->crs.requestCRSs.head;
-         EXPECT_EQ(first->str, text) << "the first one is whole";
-         return std::string(first->next->str);
+         return lineOf([&] { wcs.OgcWcsGetCap(file.c_str(), nullptr, 0, 0); });
        }},
       {"names of coverages", 2047, ",",
-       [&](const std::string& text) {
+       [&](auto& text) {
          COgcWcs wcs;
          const char* names[] = {"a", text.c_str()};
-         EXPECT_THROW(wcs.OgcWcsDescribeCoverage(names, 2, nullptr, 0, 0), CCurlException);
-         const std::string& query = wcs.Settings().query.str();
-         return query.substr(query.find(','));
+         lineOf([&] { wcs.OgcWcsDescribeCoverage(names, 2, nullptr, 0, 0); });
+         return wcs.Settings().query.str().substr(wcs.Settings().query.str().find(','));
        }},
   };
-  for (const Limit& limit : limits) {
+  for (const auto& limit : limits) {
     const std::size_t most = limit.most - limit.lead.size();
     for (const std::size_t size : {most - 1, most, most + 1, 3 * most, std::size_t{6000}}) {
       const std::string text = letters(size);
@@ -223,19 +161,19 @@ TEST_F(OgcLimits, AHostOf255CharactersIsTheLongest) {
 TEST_F(OgcLimits, AHeaderOf8191BytesIsTheLongest) {
   for (const std::size_t size : {8190, 8191, 8192, 100'000, 100'001})
     for (const std::size_t piece : {std::size_t{1}, std::size_t{700}, size}) {
-      transfer.CurlResponseReset();
+      client.CurlResponseReset();
       fakeBridge() = {};
       const std::string end = "\r\nServer: s\r\n\r\n";
-      const std::string header = "HTTP/1.1 200 OK\r\nA: " + accented(size - 20 - end.size()) + end;
-      ASSERT_EQ(header.size(), size);
-      for (std::size_t at = 0; at < size; at += piece) transfer.header(header.substr(at, piece));
+      const std::string block = "HTTP/1.1 200 OK\r\nA: " + accented(size - 20 - end.size()) + end;
+      ASSERT_EQ(block.size(), size);
+      for (std::size_t at = 0; at < size; at += piece) header(block.substr(at, piece));
       const bool fits = size <= 8191;
       EXPECT_EQ(fakeBridge().status, fits ? Lines{} : Lines{"http: Response Header truncated."});
-      EXPECT_EQ(transfer.Response().header.data(), transfer::cutAt(header, 8191));
-      EXPECT_EQ(transfer.Response().headerComplete, fits ? 1 : 0);
-      transfer.CurlHttpParseRspHdr(transfer.Response().header.data());
-      EXPECT_EQ(transfer.Response().server.present(), fits);
-      EXPECT_EQ(transfer.Response().statusCode, 200);
+      EXPECT_EQ(client.Response().header.data(), transfer::cutAt(block, 8191));
+      EXPECT_EQ(client.Response().headerComplete, fits ? 1 : 0);
+      client.CurlHttpParseRspHdr(client.Response().header.data());
+      EXPECT_EQ(client.Response().server.present(), fits);
+      EXPECT_EQ(client.Response().statusCode, 200);
     }
 }
 

@@ -9,35 +9,20 @@ namespace {
 
 /// What the host unwinds with, unknown to the clients.
 struct Unwinding {
-  int number;
-};
-
-/// Does something at the first element.
-class ActingHandler : public ogc::xml::Handler {
-public:
-  ActingHandler(Client& client, std::function<void()> action)
-      : Handler(client, arena, versions), m_action(std::move(action)) {}
-  void startElement(const XMLCh*, const XMLCh*, const XMLCh*, const xercesc::Attributes&) override { m_action(); }
-
-private:
-  static constexpr ogc::xml::VersionRule versions{{}, "", ""};
-  ogc::xml::Arena arena;
-  std::function<void()> m_action;
+  const void* from;
 };
 
 TEST_F(Ogc, ModesAreAnnounced) {
-  const std::string dtdOff = "XML DTD validation is off. ";
-  const std::string dtdAuto = "XML DTD validation is on, if DTD is present. ";
-  const std::string dtdOn = "XML DTD validation is on. ";
-  const std::string schemaOff = "XML Schema validation is off. ";
-  const std::string schemaOn = "XML Schema validation is on. ";
-  const std::string schemaFull = "XML Full Schema validation is on. ";
+  const std::string dtd = "XML DTD validation is ", schema = "XML Schema validation is ";
   const struct {
-    int schema;
-    int validation;
+    int schema, validation;
     Lines lines;
-  } cases[] = {{0, 0, {dtdOff, schemaOff}}, {1, 1, {dtdAuto, schemaOn}}, {2, 0, {dtdOff, schemaFull}},
-               {7, 5, {schemaFull}},        {0, -1, {schemaOff}},        {0, 2, {dtdOn, schemaOff}}};
+  } cases[] = {{0, 0, {dtd + "off. ", schema + "off. "}},
+               {1, 1, {dtd + "on, if DTD is present. ", schema + "on. "}},
+               {2, 0, {dtd + "off. ", "XML Full Schema validation is on. "}},
+               {7, 5, {"XML Full Schema validation is on. "}},
+               {0, -1, {schema + "off. "}},
+               {0, 2, {dtd + "on. ", schema + "off. "}}};
   for (const auto& c : cases) {
     fakeBridge() = {};
     EXPECT_EQ(parse("<a/>", c.schema, c.validation), "");
@@ -51,67 +36,50 @@ TEST_F(Ogc, ModesAreAnnounced) {
 }
 
 TEST_F(Ogc, FailuresOfTheParserAreOneKindOfException) {
-  const std::string longText(400, 'x');
-  const struct {
-    std::function<void()> action;
-    std::string error;
-    std::string told = {};
-  } cases[] = {
-      {[&] { throw CCurlException("Error: as it is"); }, "Error: as it is."},
-      {[&] { throw std::runtime_error("any"); }, "Error: unknown parse error."},
-      {[&] { throw 1; }, "Error: unknown parse error."},
-      {[&] { throw std::bad_alloc(); }, "Error: unknown parse error.", "Error: memory ran out while XML document ("},
-      {[&] { throw xercesc::SAXParseException(u"m\u00fc", u"", u"", 1, 2); }, "Error: SAX parse error m\u00fc."},
-      {[&] {
-         const std::u16string message(longText.begin(), longText.end());
-         throw xercesc::SAXParseException(message.c_str(), u"", u"", 1, 2);
-       },
-       "Error: SAX parse error " + longText.substr(0, 255) + "."}};
-  const std::string file = write("a.xml", "<a/>");
-  for (const auto& c : cases) {
-    ActingHandler acting(client, c.action);
-    fakeBridge() = {};
-    EXPECT_EQ(errorOf([&] { client.OgcBaseParse(&acting, file.c_str(), 0, 0); }), c.error);
-    EXPECT_EQ(fakeBridge().info.empty() ? "" : fakeBridge().info.front().substr(0, c.told.size()), c.told);
+  const std::pair<std::function<void()>, std::string> cases[] = {
+      {[] { throw CCurlException("Error: as it is"); }, "Error: as it is."},
+      {[] { throw std::runtime_error("any"); }, "Error: unknown parse error."},
+      {[] { throw 1; }, "Error: unknown parse error."},
+      {[] { throw xercesc::SAXParseException(std::u16string(400, u'\u00fc').c_str(), u"", u"", 1, 2); },
+       "Error: SAX parse error " + times(127, "\u00fc") + "."}};
+  for (const auto& [action, error] : cases) {
+    handler.onElement = action;
+    EXPECT_EQ(parse("<a/>"), error);
+    EXPECT_TRUE(fakeBridge().info.empty());
   }
+  handler.onElement = [] { throw std::bad_alloc(); };
+  EXPECT_EQ(parse("<a/>"), "Error: unknown parse error.");
+  EXPECT_TRUE(fakeBridge().info.at(0).starts_with("Error: memory ran out while XML document ("));
 }
 
 TEST_F(Ogc, ErrorsOfTheHostPassUnchanged) {
   write("a.dtd", "<!ELEMENT a EMPTY>");
-  const std::string file = write("a.xml", "<!DOCTYPE a SYSTEM 'a.dtd'><a><b/></a>");
-  const std::string broken = write("broken.xml", "<a>");
-  const struct {
-    std::string file;
-    const char* line;
-  } cases[] = {{file, "XML DTD"}, {file, "XML Schema"}, {file, "Error SAX"}, {broken, "Fatal Error"}};
-  int number = 0;
-  for (const auto& c : cases) {
-    ++number;
-    fakeBridge().onStatus = [&](const std::string& line) -> int {
-      if (line.find(c.line) == 0) throw Unwinding{number};
+  const std::string invalid = "<!DOCTYPE a SYSTEM 'a.dtd'><a><b/></a>";
+  const std::pair<std::string, const char*> cases[] = {{invalid, "XML DTD"},
+                                                       {invalid, "XML Schema"},
+                                                       {invalid, "Error SAX"},
+                                                       {"<a>", "Fatal Error"},
+                                                       {invalid, nullptr}};
+  for (const auto& [document, when] : cases) {
+    fakeBridge() = {};
+    if (when == nullptr) fakeBridge().onInfo = [](auto&) { throw Unwinding{nullptr}; };
+    fakeBridge().onStatus = [&, when = when](const std::string& line) -> int {
+      if (when != nullptr && line.starts_with(when)) throw Unwinding{when};
       return 1;
     };
     try {
-      client.OgcBaseParse(&handler, c.file.c_str(), 0, 1);
-      ADD_FAILURE() << c.line;
+      parse(document, 0, 1);
+      ADD_FAILURE() << document;
     } catch (const Unwinding& unwinding) {
-      EXPECT_EQ(unwinding.number, number);
+      EXPECT_EQ(unwinding.from, when) << document;
     }
   }
-  fakeBridge() = {};
-  fakeBridge().onInfo = [](const std::string&) { throw Unwinding{7}; };
-  EXPECT_THROW(client.OgcBaseParse(&handler, file.c_str(), 0, 1), Unwinding);
   fakeBridge() = {};
   EXPECT_EQ(parse("<a/>"), "");
 }
 
 constexpr char schemaHead[] = "<xs:schema xmlns:xs='http://www.w3.org/2001/XMLSchema'>";
 constexpr char schemaOfA[] = "<xs:element name='a' type='xs:int'/>";
-
-std::string withSchema(const std::string& location, const std::string& content) {
-  return "<a xmlns:xsi='http://www.w3.org/2001/XMLSchema-instance' xsi:noNamespaceSchemaLocation='" + location + "'>" +
-         content + "</a>";
-}
 
 TEST_F(Ogc, DocumentsAreValidatedByGrammarsBesideThem) {
   write("own.dtd", "<!ELEMENT a (#PCDATA)><!ATTLIST a a CDATA 'default'>");
@@ -140,19 +108,16 @@ TEST_F(Ogc, DocumentsAreValidatedByGrammarsBesideThem) {
     EXPECT_EQ(fakeBridge().info.size(), c.errors) << c.document << c.schema << c.validation;
     for (const std::string& line : fakeBridge().info) EXPECT_EQ(line.find("Error SAX Parser: Message ("), 0U) << line;
   }
-  handler.attribute = nullptr;
-  EXPECT_EQ(parse(dtd + "<a>1</a>", 0, 1), "");
-  EXPECT_EQ(shown(handler.attribute), "default");
+  EXPECT_EQ(read(dtd + "<a/>", 0, 1), "default");
   // Namespaces that a DTD declares count, and what was said before they were met is said once.
   write("prefix.dtd", "<!ELEMENT a ANY><!ELEMENT a ANY><!ELEMENT p:b ANY>"
                       "<!ATTLIST p:b xmlns:p CDATA #FIXED 'u' p:a CDATA 'of p'>");
   for (const int validation : {0, 1, 2}) {
     fakeBridge() = {};
-    handler.attribute = nullptr;
-    const std::string inside = "<!DOCTYPE a [<!ELEMENT a ANY><!ELEMENT a ANY><!ATTLIST p:b xmlns:p CDATA #FIXED 'u'>]>";
-    EXPECT_EQ(parse((validation == 0 ? inside : "<!DOCTYPE a SYSTEM 'prefix.dtd'>") + "<a><p:b/></a>", 0, validation),
-              "");
-    EXPECT_EQ(shown(handler.attribute), validation == 0 ? "-" : "of p");
+    const std::string dtds[] = {"[<!ELEMENT a ANY><!ELEMENT a ANY><!ATTLIST p:b xmlns:p CDATA #FIXED 'u'>]",
+                                "SYSTEM 'prefix.dtd'"};
+    EXPECT_EQ(read("<!DOCTYPE a " + dtds[validation != 0] + "><a><p:b/></a>", 0, validation),
+              validation == 0 ? "-" : "of p");
     EXPECT_EQ(fakeBridge().info.size(), validation == 2 ? 1 : 0) << validation;
     EXPECT_EQ(fakeBridge().status.size(), 2 + fakeBridge().info.size());
   }
@@ -161,73 +126,65 @@ TEST_F(Ogc, DocumentsAreValidatedByGrammarsBesideThem) {
     EXPECT_EQ(fakeBridge().info.back().find("VALIDATION_MODE 1 reads it") != std::string::npos, broken[3] == '<');
     fakeBridge().info = {""};
   }
-  // Relative to the working directory, as users name them.
-  const std::string file = write("a.xml", dtd + "<a><b/></a>");
-  fakeBridge() = {};
-  client.OgcBaseParse(&handler, std::filesystem::relative(file).c_str(), 0, 1);
-  EXPECT_EQ(fakeBridge().info.size(), 2U);
-  // By ways that go round corners, a link among them.
+  // Relative to the working directory, as users name them, and by ways that go round corners, a link among them.
   std::filesystem::create_directories(path("far/away"));
   std::filesystem::create_directory_symlink(path("far/away"), path("link"));
   write("far/own.dtd", "<!ELEMENT a EMPTY>");
   write("far/a.xml", dtd + "<a/>");
-  for (const char* way : {"./far//../a.xml", "link//../a.xml"}) {
+  const std::pair<std::string, std::size_t> ways[] = {
+      {std::filesystem::relative(write("a.xml", dtd + "<a><b/></a>")), 2},
+      {path("./far//../a.xml"), 2},
+      {path("link//../a.xml"), 0}};
+  for (const auto& [way, errors] : ways) {
     fakeBridge() = {};
-    client.OgcBaseParse(&handler, path(way).c_str(), 0, 1);
-    EXPECT_EQ(fakeBridge().info.size(), *way == '.' ? 2U : 0U) << way;
+    client.OgcBaseParse(&handler, way.c_str(), 0, 1);
+    EXPECT_EQ(fakeBridge().info.size(), errors) << way;
   }
 }
 
 TEST_F(Ogc, NothingElseIsRead) {
   write("secret.txt", "secret");
   write("inside/x.dtd", "<!ELEMENT a ANY>");
-  write("parts.dtd", "<!ENTITY % part SYSTEM 'inside/x.dtd'> %part;");
+  write("inside/parts.dtd", "<!ENTITY % part SYSTEM 'x.dtd'> %part;");
   ASSERT_EQ(mkfifo(path("inside/pipe").c_str(), 0600), 0);
   write("inside/long.dtd", std::string((8 << 20) + 1, ' '));
-  const std::string outside = path("secret.txt");
-  // Refused with the document.
+  const std::string nowhere = "'http://127.0.0.1:1/x.dtd'", outside = "outside the document's directory";
   const struct {
-    std::string document;
+    std::string dtd;
     int validation;
-    const char* why;
-  } refused[] = {
-      {"<!DOCTYPE a [<!ENTITY e SYSTEM 'file://" + outside + "'>]><a>&e;</a>", 0, "external entity"},
-      {"<!DOCTYPE a [<!ENTITY % e SYSTEM '" + outside + "'> %e;]><a/>", 0, "external entity"},
-      {"<!DOCTYPE a SYSTEM '../secret.txt'><a/>", 1, "outside the document's directory"},
-      {"<!DOCTYPE a SYSTEM '" + outside + "'><a/>", 2, "outside the document's directory"},
-      {"<!DOCTYPE a SYSTEM 'x/%2e%2e/%2e%2e/secret.txt'><a/>", 1, "outside the document's directory"},
-      {"<!DOCTYPE a SYSTEM 'pipe'><a/>", 1, "not a file"},
-      {"<!DOCTYPE a SYSTEM 'none.dtd'><a/>", 1, "VALIDATION_MODE 0 does without it"},
-      {"<!DOCTYPE a SYSTEM 'long.dtd'><a/>", 1, "at most 8 MiB"},
-      {"<!DOCTYPE a SYSTEM 'ftp://127.0.0.1:1/x.dtd'><a/>", 1, "nor on an HTTP server"},
-      {"<!DOCTYPE a SYSTEM 'gopher2://127.0.0.1:1/x.dtd'><a/>", 1, "neither a relative name"},
-      {"<!DOCTYPE a SYSTEM 'http://127.0.0.1:1/x.dtd'><a/>", 1, "127.0.0.1"},
-  };
+    std::string why;
+  } refused[] = {{"'../secret.txt'", 1, outside},
+                 {std::string("'") + path("secret.txt") + "'", 2, outside},
+                 {"'x/%2e%2e/%2e%2e/secret.txt'", 1, outside},
+                 {"'pipe'", 1, "not a file"},
+                 {"'none.dtd'", 1, "VALIDATION_MODE 0 does without it"},
+                 {"'long.dtd'", 1, "at most 8 MiB"},
+                 {"'parts.dtd'", 1, "external entity"},
+                 {"'ftp://127.0.0.1:1/x.dtd'", 1, "nor on an HTTP server"},
+                 {"'gopher2://127.0.0.1:1/x.dtd'", 1, "neither a relative name"},
+                 {nowhere, 1, "127.0.0.1"}};
   for (const auto& c : refused) {
-    const std::string file = write("inside/a.xml", c.document);
+    const std::string file = write("inside/a.xml", "<!DOCTYPE a SYSTEM " + c.dtd + "><a/>");
     const std::string error = errorOf([&] { client.OgcBaseParse(&handler, file.c_str(), 0, c.validation); });
-    EXPECT_NE(error.find(c.why), error.npos) << c.document << error;
+    EXPECT_NE(error.find(c.why), error.npos) << c.dtd << error;
     EXPECT_EQ(error.find("Error: XML document (" + file + ") refused: "), 0U) << error;
-    EXPECT_EQ(fakeBridge().status.back(), error.substr(0, error.size() - 1));
+    EXPECT_EQ(fakeBridge().status.back() + ".", error);
   }
-  EXPECT_NE(parse("<!DOCTYPE a SYSTEM 'parts.dtd'><a/>", 0, 1).find("external entity"), std::string::npos);
-  // Not asked for, so not missed.
-  EXPECT_EQ(parse("<!DOCTYPE a SYSTEM 'http://127.0.0.1:1/x.dtd'><a/>", 0, 0), "");
-  EXPECT_EQ(parse("<!DOCTYPE a SYSTEM 'http://127.0.0.1:1/x.dtd'><a/>", 0, 5), "");
-  EXPECT_EQ(parse(withSchema("../secret.txt", ""), 0, 1), "");
-  // A schema that cannot be had is a warning.
+  // Not asked for, so not missed; and a schema that cannot be had is a warning.
   fakeBridge() = {};
-  EXPECT_EQ(parse(withSchema("../secret.txt", ""), 1, 0), "");
+  for (const int validation : {0, 5}) EXPECT_EQ(parse("<!DOCTYPE a SYSTEM " + nowhere + "><a/>", 0, validation), "");
+  EXPECT_EQ(parse(withSchema("../secret.txt", ""), 0, 1), "");
+  EXPECT_TRUE(fakeBridge().info.empty());
+  EXPECT_EQ(read(withSchema("../secret.txt", ""), 1, 0), "-");
   ASSERT_EQ(fakeBridge().info.size(), 1U);
-  EXPECT_EQ(fakeBridge().info[0].find("Warning: XML Schema is not used: ("), 0U) << fakeBridge().info[0];
-  EXPECT_EQ(shown(handler.text), "-");
+  EXPECT_TRUE(fakeBridge().info[0].starts_with("Warning: XML Schema is not used: (")) << fakeBridge().info[0];
 }
 
 TEST_F(Ogc, AnInterruptWhileAGrammarIsFetchedEndsTheParse) {
+  const std::string cancelled = "Cancel request detected...Operation canceled..";
   CCurl::CurlSetInterruptFunc([] { return 1; });
-  EXPECT_EQ(parse(withSchema("http://127.0.0.1:1/x.xsd", ""), 1, 0), "Cancel request detected...Operation canceled..");
-  EXPECT_EQ(parse("<!DOCTYPE a SYSTEM 'http://127.0.0.1:1/x.dtd'><a/>", 0, 1),
-            "Cancel request detected...Operation canceled..");
+  EXPECT_EQ(parse(withSchema("http://127.0.0.1:1/x.xsd", ""), 1, 0), cancelled);
+  EXPECT_EQ(parse("<!DOCTYPE a SYSTEM 'http://127.0.0.1:1/x.dtd'><a/>", 0, 1), cancelled);
   CCurl::CurlSetInterruptFunc(nullptr);
 }
 
@@ -236,12 +193,6 @@ TEST_F(Ogc, SchemasAreReadWithoutTheirDtd) {
                      std::string(schemaHead) + schemaOfA + "</xs:schema>");
   EXPECT_EQ(parse(withSchema("a.xsd", "one"), 1, 1), "");
   EXPECT_EQ(fakeBridge().info.size(), 1U);
-}
-
-TEST_F(Ogc, SchemasMayNotBeDeep) {
-  write("deep.xsd", schemaHead + times(20'000, "<xs:sequence>") + times(20'000, "</xs:sequence>") + "</xs:schema>");
-  EXPECT_EQ(parse(withSchema("deep.xsd", ""), 1, 0), "");
-  EXPECT_NE(fakeBridge().info[0].find("nested more than 256 deep"), std::string::npos) << fakeBridge().info[0];
 }
 
 } // namespace
