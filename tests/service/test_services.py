@@ -21,8 +21,7 @@ local function last() return o:GetProperty{"LAST_FILE"}.LAST_FILE end
 """
 BOTH = pytest.mark.parametrize("service", ["WMS", "WCS"])
 MAP = "LAYERS=earth&STYLES=&BBOX=-180,-90,180,90&SRS=EPSG:4326&WIDTH=360&HEIGHT=180"
-QUARTER = "COVERAGE={}&CRS=EPSG:4326&BBOX=-180,0,0,90&WIDTH={}&HEIGHT={}&FORMAT={}"  # the north-western, pixel by pixel
-RELIEF = QUARTER.format("relief", 360, 180, "GEOTIFF_INT16")
+RELIEF = "COVERAGE=relief&CRS=EPSG:4326&BBOX=-180,0,0,90&WIDTH=360&HEIGHT=180&FORMAT=GEOTIFF_INT16"
 
 
 @pytest.fixture
@@ -103,31 +102,17 @@ CAPABILITIES = {"WMS": ("<WMS_Capabilities version='1.3.0'><Capability>{}</Capab
     ("1.3.0", MAP.replace("SRS=EPSG:4326", "CRS=CRS:84"), "image/png", "PNG")])
 def test_map(on, ogc, version, query, format, driver):
     """The picture has the size asked for and shows the Earth."""
-    [line] = on("WMS", f"""
-      local file = o:GetMap("{query}&FORMAT={format}")
+    file, told = on("WMS", f"""
+      print(o:GetMap("{query}&FORMAT={format}"))
       local p = o:GetProperty{{"LAST_FILE", "CONTENT_TYPE", "RESPONSE_HEADER"}}
-      print(file, p.CONTENT_TYPE, p.LAST_FILE == file, p.RESPONSE_HEADER:match("^HTTP/1.1 200"))
+      print(p.LAST_FILE, p.CONTENT_TYPE, p.RESPONSE_HEADER:match("^HTTP/1.1 200"))
     """, ogc.service, version)
-    file, content_type, same, status = line.split("\t")
-    assert file.endswith("/map." + format.split("/")[1]) and same == "true" and status and content_type in file
+    extension = format.split("/")[1]
+    assert file.endswith("/map." + extension) and told == f"{file}\t{extension}\tHTTP/1.1 200"
     picture = gdal.Open(file)
-    assert picture.GetDriver().ShortName == driver
-    assert (picture.RasterXSize, picture.RasterYSize, picture.RasterCount) == (360, 180, 3)
     earth = gdal.Translate("", str(ogc.data / "earth.tif"), format="MEM", width=360, height=180, resampleAlg="average")
+    assert picture.GetDriver().ShortName == driver
     assert abs(picture.ReadAsArray().astype(float) - earth.ReadAsArray()).mean() < 12
-
-
-@pytest.mark.parametrize("query, raster", [
-    (QUARTER.format("earth", 1024, 512, "GEOTIFF_RGB"), "earth.tif"), (RELIEF, "relief.tif"),
-    (QUARTER.format("seasons", 360, 180, "GEOTIFF_INT16") + "&TIME=2024-07-01", "season-2024-07-01.tif")])
-def test_coverage(on, ogc, query, raster):
-    """The values are those of the server's raster, at their place on the Earth."""
-    [file] = on("WCS", f'print(o:GetCoverage("{query}"))', ogc.service)
-    coverage, source = gdal.Open(file), gdal.Open(str(ogc.data / raster))
-    width, height = source.RasterXSize // 2, source.RasterYSize // 2
-    assert file.endswith("/cov.tiff") and coverage.GetDriver().ShortName == "GTiff"
-    assert coverage.GetGeoTransform() == pytest.approx((-180, 180 / width, 0, 90, 0, -90 / height))
-    assert (coverage.ReadAsArray() == source.ReadAsArray(0, 0, width, height)).all()
 
 
 def test_feature_info(on, ogc):
