@@ -4,9 +4,9 @@ local rounds, port, tls_port = tonumber(arg[1]), arg[2], arg[3]
 local SETTLED, LIMIT = 100, 2048
 
 local function server(class, path, more)
-  local properties = {URL_HOSTNAME = "localhost", URL_PORT = port, URL_PATH = path, URL_QUERY_PREFIX = "map=earth"}
-  for name, value in pairs(more or {}) do properties[name] = value end
-  return assert(zel.new(class, properties))
+  local o = assert(zel.new(class, {URL_HOSTNAME = "localhost", URL_PORT = port, URL_PATH = path, URL_QUERY_PREFIX = "map=earth"}))
+  o:SetProperty(more or {})
+  return o
 end
 
 local wms, wcs = server("ZELnetOGCWMS", "cgi-bin/mapserv"), server("ZELnetOGCWCS", "cgi-bin/mapserv")
@@ -23,27 +23,23 @@ local function with_routine(routine)
   static:SetProperty{CALLBACK_FUNCTION = routine, CALLBACK_DATA = {LIST = {1, 2, 3}, TEXT = "x"}}
 end
 
-local function fetch_static()
-  local file <close> = io.open(static:GetFeatureInfo("X=1&Y=1"))
-  assert(file:read("a") == "hello\n")
+local function begins(name, bytes)
+  local file <close> = io.open(name)
+  assert(file:read(#bytes) == bytes, name)
 end
+local function fetch_static() begins(static:GetFeatureInfo("X=1&Y=1"), "hello\n") end
 
 local function write(name, text)
   local file <close> = io.open(name, "w")
   file:write(text)
 end
-write("small.dtd", [[<!ELEMENT WMT_MS_Capabilities (Capability)> <!ATTLIST WMT_MS_Capabilities version CDATA "1.1.1">
-<!ELEMENT Capability (Layer)> <!ELEMENT Layer (Name)> <!ELEMENT Name (#PCDATA)>]])
-write("small.xml", [[<!DOCTYPE WMT_MS_Capabilities SYSTEM "small.dtd">
-<WMT_MS_Capabilities><Capability><Layer><Name>one</Name></Layer></Capability></WMT_MS_Capabilities>]])
+write("small.dtd", [[<!ELEMENT WMT_MS_Capabilities (Layer)> <!ELEMENT Layer EMPTY>
+<!ATTLIST WMT_MS_Capabilities version CDATA "1.1.1">]])
+write("small.xml", [[<!DOCTYPE WMT_MS_Capabilities SYSTEM "small.dtd"><WMT_MS_Capabilities><Layer/></WMT_MS_Capabilities>]])
 write("broken.xml", '<WMT_MS_Capabilities version="1.1.1"><Service><Name>x</Name></Service><Capability><Layer>')
 
 assert(wms:GetCapabilities() > 0)
-local document = wms:GetProperty{"LAST_FILE"}.LAST_FILE
-do
-  local file <close> = io.open(document)
-  write("caps.xml", file:read("a"))
-end
+for text in io.lines(wms:GetProperty{"LAST_FILE"}.LAST_FILE, "a") do write("caps.xml", text) break end
 
 -- Every fourth round asks the map server, the others need only the web server or files.
 local served = {
@@ -52,10 +48,10 @@ local served = {
     local names, out = wcs:DescribeCoverage{NAMES = {"earth", "relief"}, "COUNT"}
     assert(out.COUNT == 2 and #names == 2 and wcs:GetCoverageOffering{INDEX = 1}[1].CO_NAME == "relief")
   end,
-  function() local file <close> = io.open(wms:GetMap(MAP:format("earth"))) assert(file:read(4) == "\x89PNG") end,
+  function() begins(wms:GetMap(MAP:format("earth")), "\x89PNG") end,
   function() fails("Recieved an XML file instead of a Map", wms.GetMap, wms, MAP:format("nonsense")) end,
   function() fails("service exception", wcs.GetCoverage, wcs, "COVERAGE=nonsense") end,
-  function() local file <close> = io.open(wcs:GetCoverage(COVERAGE)) assert(file:read(2) == "II") end,
+  function() begins(wcs:GetCoverage(COVERAGE), "II") end,
 }
 local light = {
   fetch_static,
@@ -102,17 +98,14 @@ local function holds()
   zel.reset() -- connections that may or may not be kept
   collectgarbage()
   collectgarbage()
-  local counts, now = zel.counts(), {}
-  for name, count in pairs(counts) do now[name] = count end
-  for line in io.lines("/proc/self/status") do
-    local kb = line:match("^VmRSS:%s*(%d+)")
-    if kb then now.resident = tonumber(kb) end
-  end
+  local now = {}
+  for name, count in pairs(zel.counts()) do now[name] = count end
   -- the pause: until then the pipe to the command may have both its ends here
-  for name, list in pairs{descriptors = ("sleep 0.1; ls /proc/%d/fd"):format(pid), files = 'find . "$ZEL_USER_DIR" -type f'} do
-    local lines <close> = io.popen(list)
-    now[name] = 0
-    for _ in lines:lines() do now[name] = now[name] + 1 end
+  for name, command in pairs{resident = ("sed -n 's/^VmRSS:\\s*\\([0-9]*\\).*/\\1/p' /proc/%d/status"):format(pid),
+                             descriptors = ("sleep 0.1; ls /proc/%d/fd | wc -l"):format(pid),
+                             files = 'find . "$ZEL_USER_DIR" -type f | wc -l'} do
+    local output <close> = io.popen(command)
+    now[name] = output:read("n")
   end
   return now
 end
