@@ -60,7 +60,8 @@ void COgcWcs::OgcWcsSetCovFN(const char* name) {
 void COgcWcs::OgcWcsGetCap(const char* fromFile, const char* fromUrl, int schemaChecking, int validationMode) {
   const auto read = [&] {
     COgcWcsSaxCapHandler handler(*this, m_capabilities);
-    if (!readCapabilities(handler, "WCS", fromFile, fromUrl, m_capFile, schemaChecking, validationMode)) return;
+    readCapabilities(handler, "WCS", {fromFile, fromUrl, {schemaChecking, validationMode}}, m_capFile);
+    if (fromUrl != nullptr) return;
     m_briefCursor = briefs();
     reportCount("Number of brief coverage decriptions found: ", briefCount());
     reportStatus("Get Capabilites request completed.");
@@ -78,7 +79,7 @@ void COgcWcs::OgcWcsDescribeCoverage(const char* const* names, int nameCount, co
   const auto read = [&] {
     if (names != nullptr) setQuery("WCS", "DescribeCoverage", coverageParameter(names, nameCount));
     COgcWcsSaxDesCovHandler handler(*this, m_description);
-    readDocument(handler, fromFile, m_desCovFile, texts, schemaChecking, validationMode);
+    readDocument(handler, {fromFile, nullptr, {schemaChecking, validationMode}}, m_desCovFile, texts);
     reportCount("Number of Describe Coverages found: ", offeringCount());
     reportStatus("Get DescribeCoverage request completed.");
   };
@@ -96,7 +97,7 @@ void COgcWcs::OgcWcsGetCoverage(const char* query) {
   if (answerIsXml()) {
     ogc::xml::Arena texts;
     ogc::xml::ExceptionHandler handler(*this, texts);
-    parseAnswer(&handler, file.c_str(), 0, 0);
+    parseAnswer(handler, file.c_str());
     throw CCurlException("Error: Received an XML file instead of a coverage.", Response().contentTypeText.c_str());
   }
   throwIfHtml();

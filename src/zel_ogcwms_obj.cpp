@@ -86,7 +86,8 @@ void COgcWms::OgcWmsGetCap(const char* fromFile, const char* fromUrl, int schema
                            int disableInheritance) {
   const auto read = [&] {
     COgcWmsSaxCapHandler handler(*this, m_document);
-    if (!readCapabilities(handler, "WMS", fromFile, fromUrl, m_capFile, schemaChecking, validationMode)) return;
+    readCapabilities(handler, "WMS", {fromFile, fromUrl, {schemaChecking, validationMode}}, m_capFile);
+    if (fromUrl != nullptr) return;
     m_layerCursor = m_document.pLayers;
     if (disableInheritance == 0) OgcWmsApplyInheritance();
     reportCount("Number of layers found: ", layerCount());
@@ -123,7 +124,7 @@ void COgcWms::refuseXml(const std::string& file) {
   ogc::xml::Arena texts;
   ogc::xml::ExceptionHandler handler(*this, texts);
   try {
-    parseAnswer(&handler, file.c_str(), 0, 0);
+    parseAnswer(handler, file.c_str());
   } catch (const CCurlException&) {
     if (!handler.complete()) throw; // the server's own words have reached the status routine, a parser's are the reason
   }

@@ -1,7 +1,6 @@
 #include "client/base.h"
 
 #include "client/bridge.h"
-#include "xml/parse.h"
 #include "zel_curl_shown.h"
 
 #include <algorithm>
@@ -204,10 +203,10 @@ void COgcBase::requireOwnAnswer(const char* file) const {
           .c_str());
 }
 
-void COgcBase::parseAnswer(ogc::xml::Handler* handler, const char* file, int schemaChecking, int validationMode) {
+void COgcBase::parseAnswer(ogc::xml::Handler& handler, const char* file, const ogc::xml::Validation& validation) {
   requireOwnAnswer(file);
   try {
-    OgcBaseParse(handler, file, schemaChecking, validationMode);
+    OgcBaseParse(&handler, file, validation.schemaChecking, validation.dtdMode);
   } catch (const CCurlException&) {
     requireOwnAnswer(file); // what is wrong with another's file says nothing
     throw;
@@ -215,41 +214,33 @@ void COgcBase::parseAnswer(ogc::xml::Handler* handler, const char* file, int sch
   requireOwnAnswer(file);
 }
 
-void COgcBase::parseFile(ogc::xml::Handler* handler, const char* file, const char* announce, const char* copyBase,
-                         int schemaChecking, int validationMode) {
-  OgcBaseFileExistsCheck(file, "Error: File does not exist.");
-  reportStatus(announce);
-  reportStatus(file);
-  OgcBaseParse(handler, file, schemaChecking, validationMode);
-  copyXMLFile(file, copyBase);
-}
-
-void COgcBase::readDocument(ogc::xml::Handler& handler, const char* fromFile, const transfer::Text& keptAs,
-                            const DocumentTexts& texts, int schemaChecking, int validationMode) {
-  if (fromFile != nullptr) {
+void COgcBase::readDocument(ogc::xml::Handler& handler, const ReadOptions& options, const transfer::Text& keptAs,
+                            const DocumentTexts& texts) {
+  if (options.fromFile != nullptr) {
     const std::string copyBase = keptAs.str(); // a status routine may set another one
-    parseFile(&handler, fromFile, texts.parsingFile, copyBase.c_str(), schemaChecking, validationMode);
+    OgcBaseFileExistsCheck(options.fromFile, "Error: File does not exist.");
+    reportStatus(texts.parsingFile);
+    reportStatus(options.fromFile);
+    OgcBaseParse(&handler, options.fromFile, options.validation.schemaChecking, options.validation.dtdMode);
+    copyXMLFile(options.fromFile, copyBase.c_str());
     return;
   }
   const std::string file = fetchFile(keptAs.c_str(), texts.request);
   throwIfHtml();
   reportStatus(texts.parsing);
-  parseAnswer(&handler, file.c_str(), schemaChecking, validationMode);
+  parseAnswer(handler, file.c_str(), options.validation);
 }
 
-bool COgcBase::readCapabilities(ogc::xml::Handler& handler, const char* service, const char* fromFile,
-                                const char* fromUrl, const transfer::Text& keptAs, int schemaChecking,
-                                int validationMode) {
+void COgcBase::readCapabilities(ogc::xml::Handler& handler, const char* service, const ReadOptions& options,
+                                const transfer::Text& keptAs) {
   static constexpr DocumentTexts texts{{"Error: failed to get a capabilities doc",
                                         "Error: Get Capabilities request failed to retrieve an xml file.",
                                         "Get Capabilites response written to: "},
                                        "Parsing GetCapabilities XML doc...",
                                        "Parsing capabilities from an existing XML file:"};
   setQuery(service, "GetCapabilities", "");
-  if (fromFile != nullptr || fromUrl == nullptr)
-    readDocument(handler, fromFile, keptAs, texts, schemaChecking, validationMode);
-  if (fromUrl != nullptr) fetchUrl(fromUrl, keptAs.c_str());
-  return fromUrl == nullptr;
+  if (options.fromFile != nullptr || options.fromUrl == nullptr) readDocument(handler, options, keptAs, texts);
+  if (options.fromUrl != nullptr) fetchUrl(options.fromUrl, keptAs.c_str());
 }
 
 void COgcBase::setFileName(transfer::Text& slot, const char* name, const char* refusal) {

@@ -2,7 +2,7 @@
 /// What both service clients share: a transfer object with OGC request handling on top.
 #pragma once
 
-#include "xml/handler.h"
+#include "xml/parse.h"
 #include "zel_curl_obj.h"
 
 #include <exception>
@@ -94,6 +94,13 @@ protected:
     }
   }
 
+  /// Where a document comes from, and what it is checked against.
+  struct ReadOptions {
+    const char* fromFile; ///< an existing document; null: none
+    const char* fromUrl;  ///< a whole request; null: none
+    ogc::xml::Validation validation;
+  };
+
   /// How a request is announced and what its failures say.
   struct RequestTexts {
     const char* noFile;      ///< thrown when no response file was written
@@ -118,17 +125,13 @@ protected:
   void throwIfHtml();
   [[nodiscard]] bool answerIsXml() const noexcept;
   /// Parses the answer just written; refuses it when another process replaced the file meanwhile.
-  void parseAnswer(ogc::xml::Handler* handler, const char* file, int schemaChecking, int validationMode);
-  /// Parses an existing file and keeps a copy under `copyBase`. \param announce status line before the file's name.
-  void parseFile(ogc::xml::Handler* handler, const char* file, const char* announce, const char* copyBase,
-                 int schemaChecking, int validationMode);
-  /// Reads a document into `handler`: the answer to the query, or `fromFile`, which is then kept as `keptAs`.
-  void readDocument(ogc::xml::Handler& handler, const char* fromFile, const transfer::Text& keptAs,
-                    const DocumentTexts& texts, int schemaChecking, int validationMode);
-  /// Reads capabilities, and fetches `fromUrl` when it is given. \return whether the request was for records: a URL is
-  /// only fetched.
-  bool readCapabilities(ogc::xml::Handler& handler, const char* service, const char* fromFile, const char* fromUrl,
-                        const transfer::Text& keptAs, int schemaChecking, int validationMode);
+  void parseAnswer(ogc::xml::Handler& handler, const char* file, const ogc::xml::Validation& validation = {});
+  /// Reads a document into `handler`: the answer to the query, or an existing file, which is then kept as `keptAs`.
+  void readDocument(ogc::xml::Handler& handler, const ReadOptions& options, const transfer::Text& keptAs,
+                    const DocumentTexts& texts);
+  /// Reads capabilities. Of a URL the answer is only fetched.
+  void readCapabilities(ogc::xml::Handler& handler, const char* service, const ReadOptions& options,
+                        const transfer::Text& keptAs);
   /// Stores the name of a response file. \throws CCurlException with `refusal` for an empty one.
   static void setFileName(transfer::Text& slot, const char* name, const char* refusal);
   /// Reports "what", the count and a full stop.
