@@ -17,7 +17,7 @@ int main(int argc, char** argv) {
     CCurl transfer;
     transfer.CurlSetToBuf(1);
     transfer.CurlProcessRequest(argv[1], transfer::httpGet);
-    std::printf("%" PRId64 "\n", transfer.BufferLength());
+    std::printf("%" PRId64 "\n", transfer.bufferLength());
   } catch (const CCurlException& e) {
     std::fprintf(stderr, "%s\n", e.ErrMsg());
     status = 1;

@@ -22,7 +22,7 @@ std::size_t CCurl::takeBody(const char* data, std::size_t size, std::size_t coun
   if (!m_file.isOpen() && !m_buffer) CurlExamineHeader();
   if (m_buffer) {
     const auto bytes = static_cast<std::int64_t>(size * count);
-    if (BufferLength() + bytes >= m_buffer->capacity - 1) m_buffer->capacity += bytes;
+    if (bufferLength() + bytes >= m_buffer->capacity - 1) m_buffer->capacity += bytes;
     m_buffer->data.append(data, size * count);
     return count;
   }

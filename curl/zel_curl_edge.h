@@ -6,7 +6,7 @@
 
 /// Runs the body of a callback on the object. What it throws is kept until the transfer has ended, and no callback does
 /// anything more until then.
-template <class Result, class Body>
+template <typename Result, typename Body>
 Result CCurl::guardCallback(void* object, Result failed, Body body) noexcept {
   auto& self = *static_cast<CCurl*>(object);
   if (self.m_thrown) return failed;

@@ -7,9 +7,9 @@
 class CCurlException {
 public:
   /// The message is "%s.".
-  explicit CCurlException(char const* msg);
+  explicit CCurlException(const char* msg);
   /// The message is "%s %s."; a null detail prints as nothing.
-  CCurlException(char const* msg, char const* detail);
+  CCurlException(const char* msg, const char* detail);
 
   [[nodiscard]] const char* ErrMsg() const noexcept { return m_msg; }
 

@@ -65,8 +65,8 @@ void CCurl::CurlCloseConnections() {
     replaceHandle();
 }
 
-int CCurl::CurlTransferRunning() noexcept { return g_owner != nullptr ? 1 : 0; }
+int CCurl::transferRunning() noexcept { return g_owner != nullptr ? 1 : 0; }
 
-bool CCurl::CurlIsTransferring() const noexcept { return g_owner == this; }
+bool CCurl::isTransferring() const noexcept { return g_owner == this; }
 
-void CCurl::CurlSetInterruptFunc(int (*interrupted)()) noexcept { g_interrupted = interrupted; }
+void CCurl::setInterruptFunc(int (*interrupted)()) noexcept { g_interrupted = interrupted; }

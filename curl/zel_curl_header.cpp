@@ -101,7 +101,7 @@ void CCurl::forgetBlock() {
   m_headerTail.clear();
 }
 
-void CCurl::CurlFtpGetReponseCode(char const* reply, int length) {
+void CCurl::CurlFtpGetReponseCode(const char* reply, int length) {
   m_rsp.statusCode = 0;
   if (length < 3) return;
   m_rsp.statusCode = threeDigits(reply);
@@ -109,7 +109,7 @@ void CCurl::CurlFtpGetReponseCode(char const* reply, int length) {
   std::copy_n(reply, std::min<std::size_t>(length, m_rsp.lastFtpResponse.size() - 1), m_rsp.lastFtpResponse.data());
 }
 
-void CCurl::CurlHttpParseRspHdr(char const* header) {
+void CCurl::CurlHttpParseRspHdr(const char* header) {
   const auto invalid = [this](const char* message) {
     m_message = message;
     tell(message);
@@ -143,7 +143,7 @@ void CCurl::CurlHttpParseRspHdr(char const* header) {
   value("last-modified: ", m_rsp.lastModified);
 }
 
-int CCurl::CurlGetRspValue(char const* header, int index, transfer::Text* value) {
+int CCurl::CurlGetRspValue(const char* header, int index, transfer::Text* value) {
   if (index < 0 || index > lastIndex) return 0;
   const std::string_view rest(header + index, ::strnlen(header + index, lastIndex - index));
   const auto end = rest.find('\r');
@@ -152,7 +152,7 @@ int CCurl::CurlGetRspValue(char const* header, int index, transfer::Text* value)
   return static_cast<int>(value->str().size());
 }
 
-int CCurl::CurlFindStringEndIdx(int limit, char const* text, char const* pattern, int start) noexcept {
+int CCurl::CurlFindStringEndIdx(int limit, const char* text, const char* pattern, int start) noexcept {
   if (*pattern == '\0') return 0;
   const char* wanted = pattern;
   for (int i = start; i < limit; ++i) {
@@ -195,7 +195,7 @@ int CCurl::CurlHttpGetHtmlErrorMsg(char* out, int outSize) {
                               m_set.host.c_str(), m_rsp.statusCode, m_rsp.statusText.c_str(), html.c_str()));
 }
 
-void CCurl::CurlHttpParseError(char const* text, char* out, int outSize) {
+void CCurl::CurlHttpParseError(const char* text, char* out, int outSize) {
   if (outSize < 1) return;
   std::fill_n(out, outSize, '\0');
   const std::string html = htmlText(text, lastIndex, static_cast<std::size_t>(outSize) - 1);

@@ -33,7 +33,7 @@ CCurl::CCurl() { CurlStartup(); }
 CCurl::~CCurl() { CurlCloseConnections(); }
 
 void CCurl::CurlCleanup() {
-  if (CurlIsTransferring())
+  if (isTransferring())
     throw CCurlException("Error: the object is still needed by its running request. Wait until it has ended.");
   for (auto text : allTexts) (m_set.*text).clear();
   m_headers.clear();
@@ -48,23 +48,23 @@ void CCurl::CurlResponseReset() {
   m_cancelled = 0;
 }
 
-void CCurl::CurlSetScheme(char const* v) { m_set.scheme.set(v); }
-void CCurl::CurlSetHost(char const* v) { m_set.host.set(v); }
-void CCurl::CurlSetPath(char const* v) { m_set.path.set(v); }
-void CCurl::CurlSetQueryPrefix(char const* v) { m_set.queryPrefix.set(v); }
-void CCurl::CurlSetQuery(char const* v) { m_set.query.set(v); }
-void CCurl::CurlSetQuerySuffix(char const* v) { m_set.querySuffix.set(v); }
-void CCurl::CurlSetProxy(char const* v) { m_set.proxy.set(v); }
-void CCurl::CurlSetFileNameHttpGetRsp(char const* v) { m_set.fileHttpGetRsp.set(v); }
-void CCurl::CurlSetFileNameHttpPutPostRsp(char const* v) { m_set.fileHttpPutPostRsp.set(v); }
-void CCurl::CurlSetFileNameFtpGetRsp(char const* v) { m_set.fileFtpGetRsp.set(v); }
-void CCurl::CurlSetFileNameFtpRsp(char const* v) { m_set.fileFtpRsp.set(v); }
-void CCurl::CurlSetFileToSend(char const* v) { m_set.fileToSend.set(v); }
-void CCurl::CurlSetCallback(char const* v) { m_set.callback.set(v); }
-void CCurl::CurlSetSslCAInfo(char const* v) { m_set.sslCaInfo.set(v); }
-void CCurl::CurlSetRspParsedContentType(char const* v) { m_rsp.parsedContentType.set(v); }
+void CCurl::CurlSetScheme(const char* v) { m_set.scheme.set(v); }
+void CCurl::CurlSetHost(const char* v) { m_set.host.set(v); }
+void CCurl::CurlSetPath(const char* v) { m_set.path.set(v); }
+void CCurl::CurlSetQueryPrefix(const char* v) { m_set.queryPrefix.set(v); }
+void CCurl::CurlSetQuery(const char* v) { m_set.query.set(v); }
+void CCurl::CurlSetQuerySuffix(const char* v) { m_set.querySuffix.set(v); }
+void CCurl::CurlSetProxy(const char* v) { m_set.proxy.set(v); }
+void CCurl::CurlSetFileNameHttpGetRsp(const char* v) { m_set.fileHttpGetRsp.set(v); }
+void CCurl::CurlSetFileNameHttpPutPostRsp(const char* v) { m_set.fileHttpPutPostRsp.set(v); }
+void CCurl::CurlSetFileNameFtpGetRsp(const char* v) { m_set.fileFtpGetRsp.set(v); }
+void CCurl::CurlSetFileNameFtpRsp(const char* v) { m_set.fileFtpRsp.set(v); }
+void CCurl::CurlSetFileToSend(const char* v) { m_set.fileToSend.set(v); }
+void CCurl::CurlSetCallback(const char* v) { m_set.callback.set(v); }
+void CCurl::CurlSetSslCAInfo(const char* v) { m_set.sslCaInfo.set(v); }
+void CCurl::CurlSetRspParsedContentType(const char* v) { m_rsp.parsedContentType.set(v); }
 
-void CCurl::CurlStringHandler(transfer::Text* field, char const* value) {
+void CCurl::CurlStringHandler(transfer::Text* field, const char* value) {
   if (field != nullptr) field->set(value);
 }
 
@@ -72,7 +72,7 @@ void CCurl::CurlCleanUpCharArray(transfer::Text* field) noexcept {
   if (field != nullptr) field->clear();
 }
 
-int CCurl::CurlSetPort(char const* port) {
+int CCurl::CurlSetPort(const char* port) {
   if (port == nullptr || *port == '\0')
     throw CCurlException("Error: CurlSetPort failed. Port Number can not be set to a null string.");
   m_set.port.set(port);
@@ -83,7 +83,7 @@ int CCurl::CurlSetPort(char const* port) {
   return number;
 }
 
-int CCurl::CurlSetProxyPort(char const* port) {
+int CCurl::CurlSetProxyPort(const char* port) {
   m_set.proxyPort.set(port);
   const int number = portNumber(m_set.port);
   if (number < 1)
@@ -92,12 +92,12 @@ int CCurl::CurlSetProxyPort(char const* port) {
   return number;
 }
 
-void CCurl::CurlSetUser(char const* v) { m_set.user.set(v); }
-void CCurl::CurlSetPasswd(char const* v) { m_set.passwd.set(v); }
-void CCurl::CurlSetProxyUser(char const* v) { m_set.proxyUser.set(v); }
-void CCurl::CurlSetProxyPasswd(char const* v) { m_set.proxyPasswd.set(v); }
+void CCurl::CurlSetUser(const char* v) { m_set.user.set(v); }
+void CCurl::CurlSetPasswd(const char* v) { m_set.passwd.set(v); }
+void CCurl::CurlSetProxyUser(const char* v) { m_set.proxyUser.set(v); }
+void CCurl::CurlSetProxyPasswd(const char* v) { m_set.proxyPasswd.set(v); }
 
-void CCurl::CurlCreateUsrPwd(transfer::Text* out, char const* user, char const* pwd) {
+void CCurl::CurlCreateUsrPwd(transfer::Text* out, const char* user, const char* pwd) {
   const transfer::Text name(user != nullptr ? user : "");
   const transfer::Text secret(pwd != nullptr ? pwd : "");
   out->set(name.present() || secret.present() ? name.str() + ':' + secret.str() : std::string());
@@ -132,7 +132,7 @@ void CCurl::CurlSetRxTxTo(int seconds) noexcept { m_set.rxTxTimeout = std::max(s
 void CCurl::CurlSetConnectTo(int seconds) noexcept { m_set.connectTimeout = std::max(seconds, 1); }
 void CCurl::CurlSetVerbose(int v) noexcept { m_set.verbose = std::min(v, 1); }
 
-void CCurl::CurlCopySettings(const CCurl& from) {
+void CCurl::copySettings(const CCurl& from) {
   m_set = from.m_set;
   m_callback = from.m_callback;
 }
@@ -140,7 +140,7 @@ void CCurl::CurlCopySettings(const CCurl& from) {
 void CCurl::CurlSetCallbackFunc(transfer::StatusCallback fn) noexcept { m_callback = fn; }
 void CCurl::CurlSetCallbackData(unsigned long data) noexcept { m_set.callbackData = data; }
 
-void CCurl::CurlSetFromBufPtr(int flag, char const* data, long length) noexcept {
+void CCurl::CurlSetFromBufPtr(int flag, const char* data, long length) noexcept {
   m_fromBuf = ::flag(flag);
   m_fromBufData = data;
   m_fromBufLength = length;
@@ -148,17 +148,17 @@ void CCurl::CurlSetFromBufPtr(int flag, char const* data, long length) noexcept 
 
 void CCurl::CurlReleaseToBuf() noexcept { m_buffer.reset(); }
 
-const char* CCurl::Buffer() const noexcept { return m_buffer ? m_buffer->data.c_str() : nullptr; }
+const char* CCurl::buffer() const noexcept { return m_buffer ? m_buffer->data.c_str() : nullptr; }
 
-std::int64_t CCurl::BufferLength() const noexcept {
+std::int64_t CCurl::bufferLength() const noexcept {
   return m_buffer ? static_cast<std::int64_t>(m_buffer->data.size()) : 0;
 }
 
-std::int64_t CCurl::BufferCapacity() const noexcept { return m_buffer ? m_buffer->capacity : 0; }
+std::int64_t CCurl::bufferCapacity() const noexcept { return m_buffer ? m_buffer->capacity : 0; }
 
-bool CCurl::CurlResponseFileIsOurs() const noexcept { return m_file.isStillThere(); }
+bool CCurl::responseFileIsOurs() const noexcept { return m_file.isStillThere(); }
 
-void CCurl::CurlHoldResponseFile(bool hold) noexcept {
+void CCurl::holdResponseFile(bool hold) noexcept {
   m_holdFile = hold;
   if (!hold) m_file.release();
 }
@@ -173,4 +173,4 @@ const xNodeStr_t* CCurl::CurlGetStrNode(const xNodeStr_t* head, int index) noexc
   return transfer::itemAt(head, index);
 }
 
-void CCurl::CurlAddHeader(char const* line) { m_headers.append(line != nullptr ? line : ""); }
+void CCurl::CurlAddHeader(const char* line) { m_headers.append(line != nullptr ? line : ""); }

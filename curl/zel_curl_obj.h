@@ -29,7 +29,7 @@ namespace transfer {
 
 /// Status callback: routine name, user data, message, figures (null for plain messages). 0 cancels the transfer. It may
 /// throw; the transfer then ends and the exception continues from CurlProcessRequest.
-using StatusCallback = int (*)(char* name, unsigned long data, char const* msg, xProgressValues* progress);
+using StatusCallback = int (*)(char* name, unsigned long data, const char* msg, xProgressValues* progress);
 
 /// Request types; bit 0x40 marks the HTTP family, bit 0x80 the FTP family.
 enum RequestType : int {
@@ -92,7 +92,7 @@ class CCurl {
 public:
   /// Brings the transfer library up when needed.
   CCurl();
-  /// Drops the cached connections. The object must not be transferring (CurlIsTransferring).
+  /// Drops the cached connections. The object must not be transferring (isTransferring).
   ~CCurl();
   CCurl(const CCurl&) = delete;
   CCurl& operator=(const CCurl&) = delete;
@@ -106,13 +106,13 @@ public:
   /// Drops every cached connection; while a transfer runs, as soon as it has ended.
   static void CurlCloseConnections();
   /// 1 while a transfer runs.
-  [[nodiscard]] static int CurlTransferRunning() noexcept;
+  [[nodiscard]] static int transferRunning() noexcept;
   /// Installs a check that running transfers make as well as calling the status callback: nonzero cancels.
-  static void CurlSetInterruptFunc(int (*interrupted)()) noexcept;
+  static void setInterruptFunc(int (*interrupted)()) noexcept;
   /// @}
 
   /// True while this object's own request runs: it must not be cleaned up or destroyed then.
-  [[nodiscard]] bool CurlIsTransferring() const noexcept;
+  [[nodiscard]] bool isTransferring() const noexcept;
   /// Frees settings, response and buffers. Scheme and port are absent afterwards.
   /// \throws CCurlException while the object is transferring.
   void CurlCleanup();
@@ -122,36 +122,36 @@ public:
   /// \name Settings
   /// A string setter stores a copy of a non-empty argument; null or empty leaves the setting absent.
   /// @{
-  void CurlSetScheme(char const* v);
-  void CurlSetHost(char const* v);
-  void CurlSetPath(char const* v);
-  void CurlSetQueryPrefix(char const* v);
-  void CurlSetQuery(char const* v);
-  void CurlSetQuerySuffix(char const* v);
-  void CurlSetProxy(char const* v);
-  void CurlSetFileNameHttpGetRsp(char const* v);
-  void CurlSetFileNameHttpPutPostRsp(char const* v);
-  void CurlSetFileNameFtpGetRsp(char const* v);
-  void CurlSetFileNameFtpRsp(char const* v);
-  void CurlSetFileToSend(char const* v);
-  void CurlSetCallback(char const* v);
-  void CurlSetSslCAInfo(char const* v);
-  void CurlSetRspParsedContentType(char const* v);
-  static void CurlStringHandler(transfer::Text* field, char const* value);
+  void CurlSetScheme(const char* v);
+  void CurlSetHost(const char* v);
+  void CurlSetPath(const char* v);
+  void CurlSetQueryPrefix(const char* v);
+  void CurlSetQuery(const char* v);
+  void CurlSetQuerySuffix(const char* v);
+  void CurlSetProxy(const char* v);
+  void CurlSetFileNameHttpGetRsp(const char* v);
+  void CurlSetFileNameHttpPutPostRsp(const char* v);
+  void CurlSetFileNameFtpGetRsp(const char* v);
+  void CurlSetFileNameFtpRsp(const char* v);
+  void CurlSetFileToSend(const char* v);
+  void CurlSetCallback(const char* v);
+  void CurlSetSslCAInfo(const char* v);
+  void CurlSetRspParsedContentType(const char* v);
+  static void CurlStringHandler(transfer::Text* field, const char* value);
   static void CurlCleanUpCharArray(transfer::Text* field) noexcept;
 
   /// Stores the text, then converts it. \return the port. \throws CCurlException for an empty text or a number below 1;
   /// an unusable text stays stored.
-  int CurlSetPort(char const* port);
+  int CurlSetPort(const char* port);
   /// Stores the text as proxy port, but checks the server's port: the proxy port itself is judged by libcurl.
-  int CurlSetProxyPort(char const* port);
+  int CurlSetProxyPort(const char* port);
 
-  void CurlSetUser(char const* v);
-  void CurlSetPasswd(char const* v);
-  void CurlSetProxyUser(char const* v);
-  void CurlSetProxyPasswd(char const* v);
+  void CurlSetUser(const char* v);
+  void CurlSetPasswd(const char* v);
+  void CurlSetProxyUser(const char* v);
+  void CurlSetProxyPasswd(const char* v);
   /// "user:password", absent when both are. Kept for users of the transfer object.
-  static void CurlCreateUsrPwd(transfer::Text* out, char const* user, char const* pwd);
+  static void CurlCreateUsrPwd(transfer::Text* out, const char* user, const char* pwd);
 
   /// Values outside the range throw CCurlException and change nothing.
   void CurlSetAuthent(int v);
@@ -176,20 +176,20 @@ public:
   void CurlSetCallbackData(unsigned long data) noexcept;
 
   /// Copies another object's settings and status callback, but not its header lines, buffers and response.
-  void CurlCopySettings(const CCurl& from);
+  void copySettings(const CCurl& from);
 
   /// Upload from the caller's memory (not copied, must live until the request has ended) instead of the file to send.
-  void CurlSetFromBufPtr(int flag, char const* data, long length) noexcept;
+  void CurlSetFromBufPtr(int flag, const char* data, long length) noexcept;
   void CurlReleaseToBuf() noexcept;
 
-  [[nodiscard]] const transfer::Settings& Settings() const noexcept { return m_set; }
-  [[nodiscard]] const transfer::Response& Response() const noexcept { return m_rsp; }
+  [[nodiscard]] const transfer::Settings& settings() const noexcept { return m_set; }
+  [[nodiscard]] const transfer::Response& response() const noexcept { return m_rsp; }
   /// Last composed status or error message.
-  [[nodiscard]] const std::string& Message() const noexcept { return m_message; }
+  [[nodiscard]] const std::string& message() const noexcept { return m_message; }
   /// Received body of a request in buffer mode: address (null when none), length and reported capacity in bytes.
-  [[nodiscard]] const char* Buffer() const noexcept;
-  [[nodiscard]] std::int64_t BufferLength() const noexcept;
-  [[nodiscard]] std::int64_t BufferCapacity() const noexcept;
+  [[nodiscard]] const char* buffer() const noexcept;
+  [[nodiscard]] std::int64_t bufferLength() const noexcept;
+  [[nodiscard]] std::int64_t bufferCapacity() const noexcept;
   /// @}
 
   /// \name String lists
@@ -201,8 +201,8 @@ public:
   [[nodiscard]] static const xNodeStr_t* CurlGetStrNode(const xNodeStr_t* head, int index) noexcept;
   /// Adds a request header line (an FTP command for a command request) to the next request, which consumes the list. An
   /// empty line adds an absent one, which is not sent.
-  void CurlAddHeader(char const* line);
-  [[nodiscard]] transfer::TextList& HeaderList() noexcept { return m_headers; }
+  void CurlAddHeader(const char* line);
+  [[nodiscard]] transfer::TextList& headerList() noexcept { return m_headers; }
   /// @}
 
   /// \name URLs and file names
@@ -214,33 +214,33 @@ public:
   int CurlBuildUrlRqSimple(char* out, int outSize);
   /// Splits "scheme://[credentials@]host[:port]/path?query" into scheme, host, port and path; the query is not kept.
   /// \throws CCurlException naming what is missing; the parts before it stay set.
-  void CurlParseURL(char const* url);
+  void CurlParseURL(const char* url);
   /// Splits any URL with scheme and host, also into path and query.
-  void CurlParseURLSimple(char const* url);
+  void CurlParseURLSimple(const char* url);
   /// Blanks become "%20" in place, in a buffer of `size` bytes. \throws CCurlException when it does not fit.
   static void CurlEscapeSpaces(char* str, unsigned long size);
   /// Percent encoding and decoding through libcurl. \return 1, or 0 when there is no input or `out` is too small.
-  static int CurlUrlEncode(char const* in, char* out, unsigned long outSize);
-  static int CurlUrlDecode(char const* in, char* out, unsigned long outSize);
+  static int CurlUrlEncode(const char* in, char* out, unsigned long outSize);
+  static int CurlUrlDecode(const char* in, char* out, unsigned long outSize);
   /// 1 when the path ends in a file name.
-  [[nodiscard]] static int CurlContainsFilename(char const* path) noexcept;
+  [[nodiscard]] static int CurlContainsFilename(const char* path) noexcept;
   static void CurlReplaceInvalidFilenameChars(char* name) noexcept;
   /// Gives a response file name the extension of the content type and deletes an older file of that name.
   /// \return the result of `unlink`.
   int CurlBuildFileName(transfer::Text* name);
   /// Number of leading spaces; the last character is never counted.
-  [[nodiscard]] static int CurlCountLeadingSpaces(char const* str) noexcept;
+  [[nodiscard]] static int CurlCountLeadingSpaces(const char* str) noexcept;
   /// Cuts line feeds, carriage returns, spaces and commas off the end of the first `len` characters.
   static void CurlRemoveTrailingLfCrSpacesCommas(char* str, int len) noexcept;
   /// @}
 
   /// Runs one request (transfer::RequestType). \throws CCurlException for every failure it reports, after the status
   /// callback was told; also when another transfer is running.
-  void CurlProcessRequest(char const* url, int requestType);
+  void CurlProcessRequest(const char* url, int requestType);
 
   /// \name Response analysis
   /// @{
-  void CurlHttpParseRspHdr(char const* header);
+  void CurlHttpParseRspHdr(const char* header);
   /// Analyses the headers when the first body data arrives and makes the place where the body goes.
   void CurlExamineHeader();
   void CurlHttpExamineHeaderMsg();
@@ -248,19 +248,19 @@ public:
   virtual void CurlHttpParseContentType();
   /// Composes the message for an HTML answer where data was expected; cut to `outSize`. \return length without the cut.
   int CurlHttpGetHtmlErrorMsg(char* out, int outSize);
-  static void CurlHttpParseError(char const* text, char* out, int outSize);
-  static int CurlGetRspValue(char const* header, int index, transfer::Text* value);
+  static void CurlHttpParseError(const char* text, char* out, int outSize);
+  static int CurlGetRspValue(const char* header, int index, transfer::Text* value);
   /// Index just past the first match of `pattern` (lower case; text may be lower or upper) in `text` between `start`
   /// and `limit`, or 0. After a mismatch the search goes on at the next character without trying the mismatching one
   /// again.
-  [[nodiscard]] static int CurlFindStringEndIdx(int limit, char const* text, char const* pattern, int start) noexcept;
-  void CurlFtpGetReponseCode(char const* reply, int length);
+  [[nodiscard]] static int CurlFindStringEndIdx(int limit, const char* text, const char* pattern, int start) noexcept;
+  void CurlFtpGetReponseCode(const char* reply, int length);
   /// @}
 
   /// \name Progress
   /// @{
-  /// Tells the status callback, as `CurlReport` does; an answer of 0 sets the cancel flag.
-  void CurlIssueCallback(char const* msg, xProgressValues* progress);
+  /// Tells the status callback, as `callStatusRoutine` does; an answer of 0 sets the cancel flag.
+  void CurlIssueCallback(const char* msg, xProgressValues* progress);
   /// @}
 
   /// \name Callbacks of libcurl
@@ -284,16 +284,16 @@ public:
   /// @}
 
   /// Name of the file that the last request wrote, null when none.
-  [[nodiscard]] const char* ResponseFile() const noexcept { return m_rsp.file.get(); }
+  [[nodiscard]] const char* responseFile() const noexcept { return m_rsp.file.get(); }
 
 protected:
-  /// With `hold`, the files that requests write from now on stay open, so that CurlResponseFileIsOurs can tell.
-  void CurlHoldResponseFile(bool hold) noexcept;
+  /// With `hold`, the files that requests write from now on stay open, so that responseFileIsOurs can tell.
+  void holdResponseFile(bool hold) noexcept;
   /// True when the file of that name is still the very file that the last request wrote.
-  [[nodiscard]] bool CurlResponseFileIsOurs() const noexcept;
+  [[nodiscard]] bool responseFileIsOurs() const noexcept;
   /// Hands a line that may be shown and transfer figures to the status callback. \return its answer, 1 when there is
   /// none.
-  virtual int CurlReport(char const* msg, xProgressValues* progress);
+  virtual int callStatusRoutine(const char* msg, xProgressValues* progress);
 
 private:
   struct RequestKind;
@@ -312,7 +312,7 @@ private:
     std::int64_t capacity; ///< as reported
   };
 
-  template <class Result, class Body>
+  template <typename Result, typename Body>
   static Result guardCallback(void* object, Result failed, Body body) noexcept;
   static int xferInfo(void* object, curl_off_t dlTotal, curl_off_t dlNow, curl_off_t ulTotal,
                       curl_off_t ulNow) noexcept;

@@ -29,15 +29,15 @@ constexpr char chunkedText[] = "Http: get: received (%.0f)";
 
 } // namespace
 
-int CCurl::CurlReport(char const* msg, xProgressValues* progress) {
+int CCurl::callStatusRoutine(const char* msg, xProgressValues* progress) {
   if (m_callback == nullptr || !m_set.callback.present()) return 1;
   const std::string line = transfer::shown(msg); // the routine may change settings and message
   std::string name = m_set.callback.str();
   return m_callback(name.data(), m_set.callbackData, line.c_str(), progress);
 }
 
-void CCurl::CurlIssueCallback(char const* msg, xProgressValues* progress) {
-  if (CurlReport(msg, progress) == 0) m_cancelled = 1;
+void CCurl::CurlIssueCallback(const char* msg, xProgressValues* progress) {
+  if (callStatusRoutine(msg, progress) == 0) m_cancelled = 1;
 }
 
 void CCurl::tell(const std::string& text) { CurlIssueCallback(text.c_str(), nullptr); }

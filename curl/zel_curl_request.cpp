@@ -199,7 +199,7 @@ void CCurl::fail(const char* format, ...) {
   throw CCurlException(text.c_str());
 }
 
-void CCurl::CurlProcessRequest(char const* url, int requestType) {
+void CCurl::CurlProcessRequest(const char* url, int requestType) {
   const transfer::Lease lease(this);
   m_requestType = requestType;
   const RequestKind& kind = checkRequest(url);

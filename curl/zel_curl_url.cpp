@@ -89,7 +89,7 @@ std::size_t CCurl::splitServer(std::string_view url, bool needsPath) {
   return slash;
 }
 
-void CCurl::CurlParseURL(char const* url) {
+void CCurl::CurlParseURL(const char* url) {
   const std::string_view text = url != nullptr ? url : "";
   const auto slash = splitServer(text, true);
   const auto mark = text.find('?', slash);
@@ -97,7 +97,7 @@ void CCurl::CurlParseURL(char const* url) {
   m_set.path.set(text.substr(slash + 1, mark - slash - 1));
 }
 
-void CCurl::CurlParseURLSimple(char const* url) {
+void CCurl::CurlParseURLSimple(const char* url) {
   const std::string_view text = url != nullptr ? url : "";
   const auto slash = splitServer(text, false);
   if (slash == text.npos) return;
@@ -120,17 +120,17 @@ void CCurl::CurlEscapeSpaces(char* str, unsigned long size) {
   escaped.copy(str, size - 1);
 }
 
-int CCurl::CurlUrlEncode(char const* in, char* out, unsigned long outSize) {
+int CCurl::CurlUrlEncode(const char* in, char* out, unsigned long outSize) {
   if (in == nullptr || out == nullptr || *in == '\0') return 0;
   return deliver(CurlText(curl_easy_escape(nullptr, in, 0)), out, outSize);
 }
 
-int CCurl::CurlUrlDecode(char const* in, char* out, unsigned long outSize) {
+int CCurl::CurlUrlDecode(const char* in, char* out, unsigned long outSize) {
   if (in == nullptr || out == nullptr || *in == '\0') return 0;
   return deliver(CurlText(curl_easy_unescape(nullptr, in, 0, nullptr)), out, outSize);
 }
 
-int CCurl::CurlContainsFilename(char const* path) noexcept {
+int CCurl::CurlContainsFilename(const char* path) noexcept {
   const std::size_t length = path != nullptr ? std::strlen(path) : 0;
   return length >= 2 && std::strchr("/:\\", path[length - 1]) == nullptr ? 1 : 0;
 }
@@ -156,7 +156,7 @@ void CCurl::nameAfterType(transfer::Text& name) const {
   name.set(transfer::formatLimited(1023, "%s%s%s", name.c_str(), hasDot ? "" : ".", type.c_str()));
 }
 
-int CCurl::CurlCountLeadingSpaces(char const* str) noexcept {
+int CCurl::CurlCountLeadingSpaces(const char* str) noexcept {
   int count = 0;
   for (; *str == ' ' && str[1] != '\0'; ++str) ++count;
   return count;

@@ -52,13 +52,13 @@ struct Transfer : CCurl {
     });
   }
   void checkLimits() const {
-    const transfer::Response& rsp = Response();
+    const transfer::Response& rsp = response();
     check(rsp.header.back() == '\0' && rsp.lastFtpResponse.back() == '\0', "header and last FTP reply have an end");
     check(rsp.parsedContentType.str().size() <= 15, "a content type has at most 15 characters");
     for (const transfer::Text* text : {&rsp.statusText, &rsp.contentLengthText, &rsp.contentTypeText, &rsp.server,
                                        &rsp.date, &rsp.lastModified, &rsp.transferEncoding, &rsp.contentEncoding})
       check(text->str().size() <= 255, "a header value has at most 255 characters");
-    check(Message().size() <= 1023, "a message has at most 1023 characters");
+    check(message().size() <= 1023, "a message has at most 1023 characters");
   }
 };
 
@@ -97,7 +97,7 @@ void fuzz_content_type(const std::string& text) {
   for (CCurl* curl : {&plain, static_cast<CCurl*>(&service)}) {
     curl->CurlResponseReset();
     curl->CurlHttpParseRspHdr(header.c_str());
-    check(curl->Response().parsedContentType.str().size() <= 15, "a content type has at most 15 characters");
+    check(curl->response().parsedContentType.str().size() <= 15, "a content type has at most 15 characters");
     const std::filesystem::path directory = "/nowhere/at/all";
     for (const char* name : {"map", "map.", "map.png"}) {
       transfer::Text file((directory / name).string());
@@ -127,7 +127,7 @@ void fuzz_url(const std::string& text) {
     static CCurl curl;
     curl.CurlCleanup();
     accepts([&] { (curl.*split)(text.c_str()); });
-    check(curl.Settings().host.str().size() <= 255, "a host has at most 255 characters");
+    check(curl.settings().host.str().size() <= 255, "a host has at most 255 characters");
     checkComposed(curl, &CCurl::CurlBuildUrlRqSimple);
     for (const auto set : {&CCurl::CurlSetQueryPrefix, &CCurl::CurlSetQuery, &CCurl::CurlSetQuerySuffix})
       (curl.*set)(text.c_str());
@@ -156,7 +156,7 @@ void fuzz_url(const std::string& text) {
 void fuzz_base_url(const std::string& text) {
   static COgcWms client;
   if (!accepts([&] { client.OgcBaseParseURL(text.c_str()); })) return;
-  const transfer::Settings& set = client.Settings();
+  const transfer::Settings& set = client.settings();
   const std::size_t prefix = set.queryPrefix.str().size();
   const std::size_t suffix = set.querySuffix.str().size();
   check(set.host.str().size() <= 255 && prefix <= 1023 && suffix <= 1023, "host, prefix and suffix have limits");

@@ -12,7 +12,7 @@
   ZEL_PDSInit_zel_ogc();
   g_iOgcBaseSaxInitialized = 0;
   if (CCurl::CurlStartup() == 0) return 0;
-  CCurl::CurlSetInterruptFunc(ZEL_InterpInterrupted);
+  CCurl::setInterruptFunc(ZEL_InterpInterrupted);
   zel_ogc_msg_block = _ZEL_zel_ogc_msg_init();
   if (zel_ogc_msg_block == nullptr) return 0;
   if (_ZEL_zel_ogc_rtn_init() == 0) return 0;
@@ -21,7 +21,7 @@
 }
 
 int ZEL_ResetSession() {
-  if (CCurl::CurlTransferRunning() != 0) {
+  if (CCurl::transferRunning() != 0) {
     OgcInfoMsg("Error: The session cannot be reset while a transfer is running.");
     return 0;
   }

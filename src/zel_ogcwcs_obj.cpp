@@ -98,7 +98,7 @@ void COgcWcs::OgcWcsGetCoverage(const char* query) {
     ogc::xml::Arena texts;
     ogc::xml::ExceptionHandler handler(*this, texts);
     parseAnswer(handler, file.c_str());
-    throw CCurlException("Error: Received an XML file instead of a coverage.", Response().contentTypeText.c_str());
+    throw CCurlException("Error: Received an XML file instead of a coverage.", response().contentTypeText.c_str());
   }
   throwIfHtml();
   reportCount("Number of Coverages retrieved: ", m_coverageCount);

@@ -128,7 +128,7 @@ void COgcWms::refuseXml(const std::string& file) {
   } catch (const CCurlException&) {
     if (!handler.complete()) throw; // the server's own words have reached the status routine, a parser's are the reason
   }
-  throw CCurlException("Error: Recieved an XML file instead of a Map.", Response().contentTypeText.c_str());
+  throw CCurlException("Error: Recieved an XML file instead of a Map.", response().contentTypeText.c_str());
 }
 
 void COgcWms::OgcWmsGetNextLayerSkip(int n) {

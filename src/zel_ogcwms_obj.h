@@ -224,7 +224,7 @@ public:
   /// \param schemaChecking,validationMode see COgcBase::OgcBaseParse
   void OgcWmsGetCap(const char* fromFile, const char* fromUrl, int schemaChecking, int validationMode,
                     int disableInheritance);
-  /// Gets a map. \param query parameters joined with "&". The file written is ResponseFile().
+  /// Gets a map. \param query parameters joined with "&". The file written is responseFile().
   void OgcWmsGetMap(const char* query);
   /// Gets feature information; whatever the server answers is the result.
   void OgcWmsGetFeature(const char* query);

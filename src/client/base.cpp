@@ -33,11 +33,11 @@ COgcBase::COgcBase(const char* version) {
 COgcBase::Request::Request(COgcBase& client) : m_client(client) {
   client.requireIdle("A new request");
   client.m_busy = true;
-  client.CurlHoldResponseFile(true);
+  client.holdResponseFile(true);
 }
 
 void COgcBase::requireIdle(const char* what) const {
-  if (!m_busy && !CurlIsTransferring()) return;
+  if (!m_busy && !isTransferring()) return;
   throw CCurlException(transfer::formatLimited(
                            transfer::messageLimit,
                            "Error: a request of this object is still running. %s has to wait until it has ended", what)
@@ -54,8 +54,8 @@ auto COgcBase::callOut(Call call) {
   }
 }
 
-int COgcBase::CurlReport(const char* text, xProgressValues* figures) {
-  return m_quiet ? 1 : callOut([&] { return CCurl::CurlReport(text, figures); });
+int COgcBase::callStatusRoutine(const char* text, xProgressValues* figures) {
+  return m_quiet ? 1 : callOut([&] { return CCurl::callStatusRoutine(text, figures); });
 }
 
 void COgcBase::reportWarning(const char* text) {
@@ -66,7 +66,7 @@ void COgcBase::reportWarning(const char* text) {
 
 void COgcBase::CurlHttpParseContentType() {
   CCurl::CurlHttpParseContentType();
-  const transfer::Text& type = Response().parsedContentType;
+  const transfer::Text& type = response().parsedContentType;
   for (const char* plain : {"xml", "html"}) {
     if (!contains(type.str(), plain)) continue;
     if (!equalsIgnoringCase(type, plain)) CurlSetRspParsedContentType(plain);
@@ -127,9 +127,9 @@ std::string COgcBase::fetchFile(const char* file, const RequestTexts& texts) {
   std::array<char, ogc::queryLimit + 1> url{};
   CurlBuildUrlRq(url.data(), static_cast<int>(url.size()));
   sendGet(url.data());
-  if (ResponseFile() == nullptr) throw CCurlException(texts.noFile);
-  OgcBaseFileExistsCheck(ResponseFile(), texts.fileMissing);
-  std::string written = ResponseFile();
+  if (responseFile() == nullptr) throw CCurlException(texts.noFile);
+  OgcBaseFileExistsCheck(responseFile(), texts.fileMissing);
+  std::string written = responseFile();
   reportStatus(texts.written);
   reportStatus(written.c_str());
   return written;
@@ -141,7 +141,7 @@ void COgcBase::fetchUrl(const char* url, const char* file) {
   CurlSetFileNameHttpGetRsp(file);
   sendGet(query.c_str());
   reportStatus("url response written to: ");
-  reportStatus(ResponseFile() != nullptr ? ResponseFile() : "");
+  reportStatus(responseFile() != nullptr ? responseFile() : "");
 }
 
 void COgcBase::sendGet(const char* url) {
@@ -150,7 +150,7 @@ void COgcBase::sendGet(const char* url) {
   try {
     CurlProcessRequest(url, transfer::httpGet);
   } catch (const CCurlException&) {
-    if (Response().errorFile.present()) reportRefusal(Response().errorFile.c_str());
+    if (response().errorFile.present()) reportRefusal(response().errorFile.c_str());
     throw;
   }
 }
@@ -170,14 +170,14 @@ void COgcBase::reportRefusal(const char* file) {
 }
 
 void COgcBase::throwIfHtml() {
-  if (!equalsIgnoringCase(Response().parsedContentType, "html")) return;
+  if (!equalsIgnoringCase(response().parsedContentType, "html")) return;
   std::array<char, htmlMessageSize> text{};
   CurlHttpGetHtmlErrorMsg(text.data(), static_cast<int>(text.size()));
   throw CCurlException(text[0] != '\0' ? text.data()
                                        : "Error: Http Get did not succeed. See the HTML file for information.");
 }
 
-bool COgcBase::answerIsXml() const noexcept { return contains(Response().parsedContentType.str(), "xml"); }
+bool COgcBase::answerIsXml() const noexcept { return contains(response().parsedContentType.str(), "xml"); }
 
 void COgcBase::OgcBaseParse(ogc::xml::Handler* handler, const char* file, int schemaChecking, int validationMode) {
   m_hostError = nullptr;
@@ -194,7 +194,7 @@ void COgcBase::OgcBaseParse(ogc::xml::Handler* handler, const char* file, int sc
 }
 
 void COgcBase::requireOwnAnswer(const char* file) const {
-  if (CurlResponseFileIsOurs()) return;
+  if (responseFileIsOurs()) return;
   throw CCurlException(
       transfer::formatLimited(transfer::messageLimit,
                               "Error: the response file (%s) was replaced by another process before it was "

@@ -40,7 +40,7 @@ public:
   [[nodiscard]] const transfer::Text& version() const noexcept { return m_version; }
 
   /// Hands a line to the status callback, whose answer cancels nothing.
-  void reportStatus(const char* text) override { CurlReport(text, nullptr); }
+  void reportStatus(const char* text) override { callStatusRoutine(text, nullptr); }
   /// The same as a warning: also an informational message.
   void reportWarning(const char* text) override;
 
@@ -56,7 +56,7 @@ protected:
     explicit Request(COgcBase& client);
     ~Request() noexcept {
       m_client.m_busy = false;
-      m_client.CurlHoldResponseFile(false);
+      m_client.holdResponseFile(false);
     }
     Request(const Request&) = delete;
     Request& operator=(const Request&) = delete;
@@ -143,7 +143,7 @@ protected:
 private:
   class GrammarTransfer;
 
-  int CurlReport(const char* text, xProgressValues* figures) override;
+  int callStatusRoutine(const char* text, xProgressValues* figures) override;
   std::string fetchGrammar(const std::string& url, std::size_t limit) override;
   void requireOwnAnswer(const char* file) const;
   template <typename Call>

@@ -12,9 +12,9 @@ public:
   [[nodiscard]] bool tooLong() const noexcept { return m_tooLong; }
 
 private:
-  int CurlReport(const char* text, xProgressValues* figures) override {
+  int callStatusRoutine(const char* text, xProgressValues* figures) override {
     m_tooLong = m_tooLong || (figures != nullptr && figures->dlNow > m_limit);
-    return m_tooLong ? 0 : m_client.CurlReport(text, figures);
+    return m_tooLong ? 0 : m_client.callStatusRoutine(text, figures);
   }
 
   COgcBase& m_client;
@@ -25,11 +25,11 @@ private:
 std::string COgcBase::fetchGrammar(const std::string& url, std::size_t limit) {
   using ogc::xml::Url;
   GrammarTransfer transfer(*this, limit);
-  transfer.CurlCopySettings(*this);
+  transfer.copySettings(*this);
   transfer.CurlSetPath(nullptr);
   transfer.CurlSetQuery(nullptr);
   std::array<char, ogc::queryLimit + 1> server{};
-  if (Settings().scheme.present() && Settings().host.present()) {
+  if (settings().scheme.present() && settings().host.present()) {
     transfer.CurlBuildUrlRqSimple(server.data(), static_cast<int>(server.size()));
   }
   if (server[0] == '\0' || !Url(url).sameServer(Url(server.data()))) {
@@ -44,8 +44,8 @@ std::string COgcBase::fetchGrammar(const std::string& url, std::size_t limit) {
     transfer.CurlProcessRequest(url.c_str(), transfer::httpGet);
   } catch (const CCurlException& e) {
     if (transfer.tooLong()) throw ogc::xml::Refusal("(" + url + ") is too long");
-    if (transfer.Response().statusCode == CURLE_ABORTED_BY_CALLBACK) throw; // by the user
+    if (transfer.response().statusCode == CURLE_ABORTED_BY_CALLBACK) throw; // by the user
     throw ogc::xml::Refusal("(" + url + ") " + e.ErrMsg());
   }
-  return transfer.Buffer() != nullptr ? std::string(transfer.Buffer(), transfer.BufferLength()) : std::string();
+  return transfer.buffer() != nullptr ? std::string(transfer.buffer(), transfer.bufferLength()) : std::string();
 }

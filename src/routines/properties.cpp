@@ -66,7 +66,7 @@ void setHeaders(COgcBase& client, ZEL_Variable* v) {
   const Converted lines(v, ZEL_TYP_STRING);
   const auto [first, n] = lines.texts();
   if (*cString(*first) == '\0') {
-    CCurl::CurlCleanUpStrNodes(&client.HeaderList());
+    CCurl::CurlCleanUpStrNodes(&client.headerList());
     return;
   }
   for (const ZEL_STRING* line = first; line != first + n; ++line) client.CurlAddHeader(unpadded(lines, *line));
@@ -83,9 +83,9 @@ decltype(auto) read(const COgcBase& client) {
   if constexpr (std::is_member_function_pointer_v<decltype(Member)>)
     return (static_cast<const Class&>(client).*Member)();
   else if constexpr (std::is_same_v<Class, transfer::Settings>)
-    return (client.Settings().*Member);
+    return (client.settings().*Member);
   else
-    return (client.Response().*Member);
+    return (client.response().*Member);
 }
 
 const char* cString(const transfer::Text& text) noexcept { return text.c_str(); }
@@ -107,19 +107,19 @@ void getNumber(COgcBase& client, ZEL_Variable* out) {
 }
 
 ZEL_HeapVar* callbackData(const COgcBase& client) noexcept {
-  return ZEL_HeapVarHashFind(static_cast<ZEL_HVID>(client.Settings().callbackData));
+  return ZEL_HeapVarHashFind(static_cast<ZEL_HVID>(client.settings().callbackData));
 }
 
 void getCallbackData(COgcBase& client, ZEL_Variable* out) {
   constexpr std::int16_t none = 0;
-  if (client.Settings().callbackData == 0)
+  if (client.settings().callbackData == 0)
     ZEL_StoreScalar(out, ZEL_TYP_INT, &none);
   else if (ZEL_HeapVar* hv = callbackData(client))
     ZEL_VarCopy(&hv->var, out);
 }
 
 void getHeaders(COgcBase& client, ZEL_Variable* out) {
-  const xNodeStr_t* line = client.HeaderList().head();
+  const xNodeStr_t* line = client.headerList().head();
   const int n = CCurl::CurlGetStrNodeCount(line);
   if (n == 0) {
     ZEL_VarCopy(ZEL_StrToSTRING(""), out);
@@ -184,7 +184,7 @@ constexpr Property properties[] = {
     {"SSL_VERIFY_HOST", setNumber<&CCurl::CurlSetSslVerifyHost>, getNumber<&transfer::Settings::sslVerifyHost>},
     {"SSL_CERTIFICATE_FILE", setText<&CCurl::CurlSetSslCAInfo>, getText<&transfer::Settings::sslCaInfo>},
     {"CONTENT_TYPE", unavailable, getText<&transfer::Response::parsedContentType>},
-    {"LAST_FILE", unavailable, getText<&CCurl::ResponseFile>},
+    {"LAST_FILE", unavailable, getText<&CCurl::responseFile>},
     {"RESPONSE_HEADER", unavailable, getText<&transfer::Response::header>},
 };
 

@@ -54,7 +54,7 @@ ZEL_Variable* fetch(const Service& service, int argc, ZEL_Variable** argv, const
     const Keywords none(noKeywords, argc, argv, argk);
     auto& client = clientOf<Client>(service, argv[0]);
     (client.*Request)(queryOf(argv[1], emptyMessage).c_str());
-    return zel::Temp(ZEL_StrToSTRING(client.ResponseFile()));
+    return zel::Temp(ZEL_StrToSTRING(client.responseFile()));
   });
 }
 

@@ -40,8 +40,8 @@ void attempt(const std::string& name, const std::function<void()>& action) {
 }
 
 void printResponse(const CCurl& curl) {
-  const transfer::Response& response = curl.Response();
-  const transfer::Settings& set = curl.Settings();
+  const transfer::Response& response = curl.response();
+  const transfer::Settings& set = curl.settings();
   const std::pair<const char*, const transfer::Text&> texts[] = {
       {"text", response.statusText},
       {"type", response.parsedContentType},
@@ -53,12 +53,12 @@ void printResponse(const CCurl& curl) {
       {"ftpnames", set.fileFtpGetRsp.present() ? set.fileFtpGetRsp : set.fileFtpRsp}};
   for (const auto& [name, text] : texts) print(name, text.c_str());
   print("status", std::to_string(response.statusCode));
-  print("message", curl.Message());
+  print("message", curl.message());
   print("header", response.header.data());
   print("reply", response.lastFtpResponse.data());
-  print("buffer", curl.Buffer() == nullptr ? "none" : curl.BufferLength() < 65536 ? curl.Buffer() : "long");
-  print("length", std::to_string(curl.BufferLength()));
-  print("capacity", std::to_string(curl.BufferCapacity()));
+  print("buffer", curl.buffer() == nullptr ? "none" : curl.bufferLength() < 65536 ? curl.buffer() : "long");
+  print("length", std::to_string(curl.bufferLength()));
+  print("capacity", std::to_string(curl.bufferCapacity()));
 }
 
 void act(Driver& driver, const std::string& action) {
@@ -169,7 +169,7 @@ int main(int argc, char** argv) {
   g_driver = &driver;
   driver.curl.CurlSetCallbackFunc(onStatus);
   driver.curl.CurlSetCallback("on_status");
-  CCurl::CurlSetInterruptFunc([] { return std::exchange(g_interrupt, 0); });
+  CCurl::setInterruptFunc([] { return std::exchange(g_interrupt, 0); });
   for (int i = 1; i < argc; ++i) {
     const std::string argument = argv[i];
     const auto equals = argument.find('=');

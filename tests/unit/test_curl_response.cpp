@@ -39,13 +39,13 @@ public:
       end = std::min(text.find('\n', at), text.size() - 1) + 1;
       EXPECT_EQ(header(text.substr(at, end - at)), end - at);
     }
-    CurlHttpParseRspHdr(Response().header.data());
+    CurlHttpParseRspHdr(response().header.data());
   }
   int progress(double ulTotal = 0, double ulNow = 0) {
     return CurlHttpProgressCallback(this, 20.5, 10, ulTotal, ulNow);
   }
   std::string fields() const {
-    const transfer::Response& r = Response();
+    const transfer::Response& r = response();
     std::string all = std::to_string(r.statusCode) + ' ' + std::to_string(r.contentLength) + ' ' +
                       std::to_string(r.chunked) + std::to_string(r.headerComplete);
     for (const transfer::Text* text : {&r.statusText, &r.server, &r.date, &r.lastModified, &r.contentEncoding,
@@ -63,8 +63,8 @@ TEST(CurlHeader, FieldsAreRead) {
   const auto fields = [](const std::string& header) {
     Fed curl;
     curl.block(header);
-    EXPECT_EQ(curl.Message(), curl.told.empty() ? "" : curl.told.back());
-    EXPECT_EQ(curl.Response().headerLength, static_cast<int>(header.size()));
+    EXPECT_EQ(curl.message(), curl.told.empty() ? "" : curl.told.back());
+    EXPECT_EQ(curl.response().headerLength, static_cast<int>(header.size()));
     return curl.fields();
   };
   const std::string ok = "HTTP/1.1 200 OK\r\n";
@@ -91,7 +91,7 @@ TEST(CurlHeader, ContentTypesBecomeExtensions) {
     Fed curl;
     curl.CurlSetRspParsedContentType("old");
     curl.CurlHttpParseRspHdr(("HTTP/1.1 200 OK\r\nContent-Type: " + type + "\r\n\r\n").c_str());
-    return curl.Response().parsedContentType.str();
+    return curl.response().parsedContentType.str();
   };
   expectRows(extension, {"image/png -> png", "text/xml;charset=UTF-8 -> xml", "IMAGE/X-TIFF -> TIFF", "a/b/x-c -> c",
                          "image/x-portable-graymap -> portable-grayma", "application/vnd.ogc.se_xml -> vnd.ogc.se_xml",
@@ -109,7 +109,7 @@ TEST(CurlHeader, NothingIsKeptAfterACancelAndNothingOfTheBlockBefore) {
   curl.answer = 0;
   EXPECT_EQ(curl.progress(), 1);
   EXPECT_EQ(curl.header("HTTP/1.1 200 OK\r\n") + CCurl::CurlWriteDataCallback(data, 1, 4, &curl), 17U + 4);
-  EXPECT_EQ(curl.Response().headerLength, 0);
+  EXPECT_EQ(curl.response().headerLength, 0);
 }
 
 TEST(CurlHeader, SearchGoesOnAfterTheMismatch) {
@@ -135,10 +135,10 @@ TEST(CurlHeader, HtmlOfTheHeaderBlockIsTheServersWord) {
     Fed curl;
     curl.block("HTTP/1.1 503 Busy\r\nX: " + html + "\r\n\r\n");
     curl.CurlHttpExamineHeaderMsg();
-    EXPECT_EQ(curl.told, Lines{curl.Message()});
+    EXPECT_EQ(curl.told, Lines{curl.message()});
     char out[512], four[4];
     curl.CurlHttpGetHtmlErrorMsg(out, sizeof out);
-    const std::string said = curl.Message().substr(19);
+    const std::string said = curl.message().substr(19);
     EXPECT_EQ(out, "Error: Http Get did not succeed." + said);
     CCurl::CurlHttpParseError(html.c_str(), four, 4);
     EXPECT_EQ(four, said.substr(said.find("ErrMsg(") + 7, 3));
@@ -153,7 +153,7 @@ TEST(CurlHeader, HtmlOfTheHeaderBlockIsTheServersWord) {
     Fed curl;
     curl.CurlHttpParseRspHdr(("HTTP/1.1 " + status + " Text\r\n\r\n").c_str());
     curl.CurlHttpExamineHeaderMsg();
-    return curl.Message().substr(0, curl.Message().find(" Remote"));
+    return curl.message().substr(0, curl.message().find(" Remote"));
   };
   expectRows(told, {"100 -> http: Informational Status.", "199 -> http: Informational Status.", "200 -> ", "299 -> ",
                     "300 -> http: Redirection Status.", "400 -> http: Client Error.", "500 -> http: Server Error.",
@@ -164,7 +164,7 @@ TEST(CurlFtp, RepliesGiveTheirCode) {
   Fed curl(transfer::ftpGet);
   const auto shown = [&](const std::string& reply) {
     EXPECT_EQ(curl.header(reply), reply.size());
-    return std::to_string(curl.Response().statusCode) + ' ' + curl.Response().lastFtpResponse.data();
+    return std::to_string(curl.response().statusCode) + ' ' + curl.response().lastFtpResponse.data();
   };
   expectEach(shown, {{"230 Welcome\r\n", "230 230 Welcome\r\n"},
                      {"22", "0 230 Welcome\r\n"},

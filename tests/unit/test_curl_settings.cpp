@@ -32,10 +32,10 @@ TEST(CurlSettings, NumbersAreRefusedOrBroughtIntoRange) {
   CCurl curl;
   for (const auto& row : rows)
     for (const auto& [given, stored] : row.values) {
-      const int before = curl.Settings().*row.field;
+      const int before = curl.settings().*row.field;
       const std::string error = errorOf([&, given = given] { (curl.*row.set)(given); });
       EXPECT_EQ(error.empty(), stored != refused) << &row - rows << ": " << given;
-      EXPECT_EQ(curl.Settings().*row.field, stored != refused ? stored : before) << &row - rows << ": " << given;
+      EXPECT_EQ(curl.settings().*row.field, stored != refused ? stored : before) << &row - rows << ": " << given;
     }
 }
 
@@ -45,7 +45,7 @@ TEST(CurlSettings, PortsAreCheckedAsNumbersAndKeptAsTexts) {
   EXPECT_EQ(curl.CurlSetProxyPort("x"), 8080) << "only the server's port is looked at";
   for (const char* text : {"abc", "0", "-1"}) {
     EXPECT_NE(errorOf([&] { curl.CurlSetPort(text); }).find(std::string("integer:  ") + text), std::string::npos);
-    EXPECT_EQ(curl.Settings().port.str(), text);
+    EXPECT_EQ(curl.settings().port.str(), text);
   }
 }
 
@@ -66,17 +66,17 @@ TEST(CurlSettings, CleanupLeavesTextsAbsentAndNumbersAsTheyAre) {
                                         &Settings::port,        &Settings::proxyPort};
   CCurl curl;
   for (std::size_t i = 0; i < std::size(setters); ++i) (curl.*setters[i])(std::to_string(i).c_str());
-  for (std::size_t i = 0; i < std::size(setters); ++i) EXPECT_EQ((curl.Settings().*fields[i]).str(), std::to_string(i));
+  for (std::size_t i = 0; i < std::size(setters); ++i) EXPECT_EQ((curl.settings().*fields[i]).str(), std::to_string(i));
   for (const char* line : {"A: 1", "", "B: 2"}) curl.CurlAddHeader(line);
-  const auto* head = curl.HeaderList().head();
+  const auto* head = curl.headerList().head();
   const std::pair<int, const char*> lines[] = {{-5, "A: 1"}, {0, "A: 1"}, {1, nullptr}, {2, "B: 2"}};
   for (const auto& [index, text] : lines) EXPECT_STREQ(CCurl::CurlGetStrNode(head, index)->str, text);
   EXPECT_EQ(CCurl::CurlGetStrNode(head, 3), nullptr);
   EXPECT_EQ(CCurl::CurlGetStrNodeCount(head), 3);
   curl.CurlSetRxTxTo(7);
   curl.CurlCleanup();
-  for (const auto field : fields) EXPECT_FALSE((curl.Settings().*field).present());
-  EXPECT_TRUE(curl.HeaderList().head() == nullptr && curl.Settings().rxTxTimeout == 7);
+  for (const auto field : fields) EXPECT_FALSE((curl.settings().*field).present());
+  EXPECT_TRUE(curl.headerList().head() == nullptr && curl.settings().rxTxTimeout == 7);
 }
 
 TEST(CurlLibrary, RestartsAndServesAgain) {
@@ -84,7 +84,7 @@ TEST(CurlLibrary, RestartsAndServesAgain) {
   CCurl::CurlShutdown();
   CCurl::CurlShutdown();
   CCurl::CurlCloseConnections();
-  EXPECT_TRUE(CCurl::CurlStartup() == 1 && CCurl::CurlStartup() == 1 && CCurl::CurlTransferRunning() == 0);
+  EXPECT_TRUE(CCurl::CurlStartup() == 1 && CCurl::CurlStartup() == 1 && CCurl::transferRunning() == 0);
 }
 
 TEST(CurlRequest, IsCheckedBeforeAnythingIsSent) {
@@ -114,7 +114,7 @@ TEST(CurlRequest, IsCheckedBeforeAnythingIsSent) {
     curl.CurlSetToBuf(row.toBuffer ? 1 : 0);
     EXPECT_EQ(errorOf([&] { curl.CurlProcessRequest(row.url, row.type); }), "Error: " + std::string(row.problem) + ".");
     EXPECT_EQ(told, std::string("Error: ") + row.problem);
-    EXPECT_EQ(CCurl::CurlTransferRunning(), 0);
+    EXPECT_EQ(CCurl::transferRunning(), 0);
   }
 }
 

@@ -17,7 +17,7 @@ std::string splitAndComposed(const std::string& url, void (CCurl::*split)(const 
                          &CCurl::CurlSetQuery, &CCurl::CurlSetQuerySuffix})
     (curl.*set)("old");
   std::string all, error = errorOf([&] { (curl.*split)(url.c_str()); });
-  const auto& set = curl.Settings();
+  const auto& set = curl.settings();
   for (auto* text : {&set.scheme, &set.host, &set.port, &set.path, &set.queryPrefix, &set.query, &set.querySuffix})
     all += (text->present() ? text->str() : "-") + ' ';
   if (withQuery) {

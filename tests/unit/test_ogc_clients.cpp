@@ -138,10 +138,10 @@ TEST_F(Clients, NamesOfCoveragesAreJoined) {
       {{"a"}, 0, head + "a"}, {{"a", "b c", "d,e"}, 3, head + "a,b c,d,e"}, {{"", nullptr, "c"}, 3, head + ",,c"}};
   for (const auto& c : cases) {
     EXPECT_NE(errorOf([&] { wcs.OgcWcsDescribeCoverage(c.names.data(), c.count, nullptr, 0, 0); }), "");
-    EXPECT_EQ(wcs.Settings().query.str(), c.query);
+    EXPECT_EQ(wcs.settings().query.str(), c.query);
   }
   EXPECT_NE(errorOf([&] { wcs.OgcWcsDescribeCoverage(nullptr, 0, nullptr, 0, 0); }), "");
-  EXPECT_EQ(wcs.Settings().query.str(), cases[2].query) << "without names the query is used again";
+  EXPECT_EQ(wcs.settings().query.str(), cases[2].query) << "without names the query is used again";
 }
 
 TEST_F(Clients, TellTheirStepsAndRunOneRequestAtATime) {

@@ -17,7 +17,7 @@ std::string accented(std::size_t bytes) { return std::string(bytes % 2, 'a') + t
 TEST_F(Ogc, UrlIsSplitAroundTheControlParameters) {
   const auto parts = [this](const std::string& query) {
     client.OgcBaseParseURL(("http://h:81/p?" + query).c_str());
-    return shown(client.Settings().queryPrefix.get()) + " " + shown(client.Settings().querySuffix.get());
+    return shown(client.settings().queryPrefix.get()) + " " + shown(client.settings().querySuffix.get());
   };
   expectEach(parts, {{"map=a.map&SERVICE=WMS&VERSION=1.1.1&REQUEST=GetCapabilities&token=x", "map=a.map token=x"},
                      {"Service=WMS&a=1&b=2&request=GetMap&c=3&Version=1.1.1&d=4&e=5", "a=1&b=2&c=3 d=4&e=5"},
@@ -27,7 +27,7 @@ TEST_F(Ogc, UrlIsSplitAroundTheControlParameters) {
                      {"", "- -"}});
   EXPECT_EQ(errorOf([&] { client.OgcBaseParseURL("http://other/p"); }),
             "Error: url does not contain a ? cannot locate a path in url.");
-  EXPECT_EQ(client.Settings().host.str(), "other");
+  EXPECT_EQ(client.settings().host.str(), "other");
 }
 
 /// The client in a request.
@@ -73,41 +73,41 @@ TEST_F(OgcLimits, TextsAreCutBehindTheLastCharacterThatFits) {
       {"query", 4095, "Version=1.1.1&Service=WMS&Request=GetMap&",
        [&](auto& text) {
          client.setQuery("WMS", "GetMap", "&" + text);
-         return client.Settings().query.str();
+         return client.settings().query.str();
        }},
       {"URL given whole", 4095, "",
        [&](auto& text) {
          lineOf([&] { client.fetchUrl(text.c_str(), path("answer").c_str()); });
-         return client.Settings().query.str();
+         return client.settings().query.str();
        }},
       {"prefix and suffix", 1023, "",
        [&](auto& text) {
          client.OgcBaseParseURL(("http://h/p?" + text + "&service=WMS&" + text).c_str());
-         EXPECT_EQ(client.Settings().queryPrefix.str(), client.Settings().querySuffix.str());
-         return client.Settings().querySuffix.str();
+         EXPECT_EQ(client.settings().queryPrefix.str(), client.settings().querySuffix.str());
+         return client.settings().querySuffix.str();
        }},
       {"header value", 255, "",
        [&](auto& text) {
          client.CurlHttpParseRspHdr(("HTTP/1.1 200 " + text + "\r\nServer: " + text + "\r\n\r\n").c_str());
-         EXPECT_EQ(client.Response().server.str(), client.Response().statusText.str());
-         return client.Response().server.str();
+         EXPECT_EQ(client.response().server.str(), client.response().statusText.str());
+         return client.response().server.str();
        }},
       {"content type", 15, "",
        [&](auto& text) {
          client.CurlHttpParseRspHdr(("HTTP/1.1 200 OK\r\nContent-Type: a/" + text + "\r\n\r\n").c_str());
-         return client.Response().parsedContentType.str();
+         return client.response().parsedContentType.str();
        }},
       {"HTML of an answer", 511, "",
        [&](auto& text) {
          client.CurlResponseReset();
          header("HTTP/1.1 500 X\r\nX: <html>" + text + "</html>\r\n\r\n");
          client.CurlHttpExamineHeaderMsg();
-         return client.Message().substr(client.Message().find("ErrMsg(") + 7, 511);
+         return client.message().substr(client.message().find("ErrMsg(") + 7, 511);
        }},
       {"FTP reply", 127, "220 ",
        [&](auto& text) {
          client.CurlFtpGetReponseCode(("220 " + text).c_str(), static_cast<int>(4 + text.size()));
-         return std::string(client.Response().lastFtpResponse.data());
+         return std::string(client.response().lastFtpResponse.data());
        }},
       {"trace", 511, "",
        [&](std::string text) {
@@ -131,7 +131,7 @@ TEST_F(OgcLimits, TextsAreCutBehindTheLastCharacterThatFits) {
          COgcWcs wcs;
          const char* names[] = {"a", text.c_str()};
          lineOf([&] { wcs.OgcWcsDescribeCoverage(names, 2, nullptr, 0, 0); });
-         return wcs.Settings().query.str().substr(wcs.Settings().query.str().find(','));
+         return wcs.settings().query.str().substr(wcs.settings().query.str().find(','));
        }},
   };
   for (const auto& limit : limits) {
@@ -153,7 +153,7 @@ TEST_F(OgcLimits, AHostOf255CharactersIsTheLongest) {
     for (const auto split : {&CCurl::CurlParseURL, &CCurl::CurlParseURLSimple}) {
       const std::string error = errorOf([&] { (curl.*split)(("http://" + host + ":81/p?q").c_str()); });
       EXPECT_EQ(error, size > 255 ? "Error: url contains a host of more than 255 characters." : "");
-      EXPECT_EQ(curl.Settings().host.str(), size > 255 ? "" : host);
+      EXPECT_EQ(curl.settings().host.str(), size > 255 ? "" : host);
     }
   }
 }
@@ -169,11 +169,11 @@ TEST_F(OgcLimits, AHeaderOf8191BytesIsTheLongest) {
       for (std::size_t at = 0; at < size; at += piece) header(block.substr(at, piece));
       const bool fits = size <= 8191;
       EXPECT_EQ(fakeBridge().status, fits ? Lines{} : Lines{"http: Response Header truncated."});
-      EXPECT_EQ(client.Response().header.data(), transfer::cutAt(block, 8191));
-      EXPECT_EQ(client.Response().headerComplete, fits ? 1 : 0);
-      client.CurlHttpParseRspHdr(client.Response().header.data());
-      EXPECT_EQ(client.Response().server.present(), fits);
-      EXPECT_EQ(client.Response().statusCode, 200);
+      EXPECT_EQ(client.response().header.data(), transfer::cutAt(block, 8191));
+      EXPECT_EQ(client.response().headerComplete, fits ? 1 : 0);
+      client.CurlHttpParseRspHdr(client.response().header.data());
+      EXPECT_EQ(client.response().server.present(), fits);
+      EXPECT_EQ(client.response().statusCode, 200);
     }
 }
 

@@ -182,10 +182,10 @@ TEST_F(Ogc, NothingElseIsRead) {
 
 TEST_F(Ogc, AnInterruptWhileAGrammarIsFetchedEndsTheParse) {
   const std::string cancelled = "Cancel request detected...Operation canceled..";
-  CCurl::CurlSetInterruptFunc([] { return 1; });
+  CCurl::setInterruptFunc([] { return 1; });
   EXPECT_EQ(parse(withSchema("http://127.0.0.1:1/x.xsd", ""), 1, 0), cancelled);
   EXPECT_EQ(parse("<!DOCTYPE a SYSTEM 'http://127.0.0.1:1/x.dtd'><a/>", 0, 1), cancelled);
-  CCurl::CurlSetInterruptFunc(nullptr);
+  CCurl::setInterruptFunc(nullptr);
 }
 
 TEST_F(Ogc, SchemasAreReadWithoutTheirDtd) {
