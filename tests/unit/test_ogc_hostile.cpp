@@ -35,14 +35,23 @@ long kibibytes(const char* figure) {
 }
 void startPeak() { std::ofstream("/proc/self/clear_refs") << 5; }
 
-double cpuSeconds() { return static_cast<double>(std::clock()) / CLOCKS_PER_SEC; }
-
 bool isUtf8(const std::string& text) {
   for (std::size_t i = 0, size = 0; i < text.size(); i += size) {
     size = transfer::utf8Size(std::string_view(text).substr(i));
     if (size == 1 && static_cast<unsigned char>(text[i]) >= 0x80) return false;
   }
   return true;
+}
+
+/// Runs what must not take more than a second of processor time, nor 64 MiB of memory.
+template <class Action>
+void expectCheap(const char* name, Action action) {
+  const long before = kibibytes("VmRSS");
+  startPeak();
+  const std::clock_t start = std::clock();
+  action();
+  EXPECT_LT(static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC, secondsAllowed) << name;
+  EXPECT_LT(kibibytes("VmHWM") - before, kibibytesAllowed) << name;
 }
 
 class OgcHostile : public Ogc {
@@ -116,21 +125,15 @@ TEST_F(OgcHostile, CharactersAndEncodings) {
     for (const char16_t c : text) bytes += {static_cast<char>(c & 0xff), static_cast<char>(c >> 8)};
     return bytes;
   };
-  const std::string refused[] = {std::string("<a>x\0y</a>", 10),
-                                 std::string("<a a='x\0y'/>", 12),
-                                 std::string("\0<a/>", 5),
-                                 "<a>&#0;</a>",
-                                 "<a>\x01</a>",
-                                 "<a\x08/>",
-                                 "<a>&#x110000;</a>",
-                                 "<a>&#xD800;</a>",
-                                 "<a>\x80</a>",
-                                 "<a>\xc0\xaf</a>",
-                                 "<a>\xe2\x82</a>",
-                                 encoded("UTF-8", "\xe4"),
-                                 encoded(std::string(100'000, 'e'), "x"),
-                                 encoded("ibm037", "x"),
-                                 wide(u"<a>\xd800</a>")};
+  using std::string_literals::operator""s;
+  for (const std::string& refused :
+       {"<a>x\0y</a>"s, "<a a='x\0y'/>"s, "\0<a/>"s, "<a>&#0;</a>"s, "<a>\x01</a>"s, "<a\x08/>"s, "<a>&#x110000;</a>"s,
+        "<a>&#xD800;</a>"s, "<a>\x80</a>"s, "<a>\xc0\xaf</a>"s, "<a>\xe2\x82</a>"s, encoded("UTF-8", "\xe4"),
+        encoded(std::string(100'000, 'e'), "x"), encoded("ibm037", "x"), wide(u"<a>\xd800</a>")}) {
+    const std::string error = parse(refused);
+    EXPECT_TRUE(!error.empty() && error.size() <= 1023 && isUtf8(error)) << refused.substr(0, 80) << error;
+    EXPECT_TRUE(handler.text == nullptr || isUtf8(handler.text)) << refused;
+  }
   const std::string euro = "h\u00e4 \u20ac";
   expectEach([this](auto& document) { return read(document); },
              {{"<a>" + euro + "</a>", euro},
@@ -175,106 +178,97 @@ std::string laughs(const std::string& kind, const std::string& reference, const 
   return dtd;
 }
 
+/// `count` times what builds on the next one: "@" stands for its name, "#" for that of the next.
+std::string chain(int count, const std::string& part) {
+  std::string all;
+  for (int i = 0; i < count; ++i)
+    for (const char c : part) all += c == '@' || c == '#' ? numbered(1, "c", "", i + (c == '#')) : std::string(1, c);
+  return all;
+}
+
+/// A document with an internal subset, content and attributes of its element.
+std::string document(const std::string& subset, const std::string& content, const std::string& attributes = "") {
+  return (subset.empty() ? "" : "<!DOCTYPE a [" + subset + "]>") + "<a " + attributes + '>' + content + "</a>";
+}
+
 TEST_F(OgcHostile, ADocumentCostsASecondAnd64MebibytesAtMost) {
-  const auto dtd = [](const std::string& subset) { return "<!DOCTYPE a [" + subset + "]>"; };
-  const std::string large = "<!ENTITY q '" + std::string(8000, 'x') + "'>";
+  const auto many = [](const std::string& entity) { return times(5'000, entity); };
+  const auto choice = [](int count) {
+    return "<!ELEMENT a (b)*><!ELEMENT b EMPTY><!ATTLIST b e (x" + numbered(count, "|x", "") + ") 'x'>";
+  };
+  const std::string laughing = laughs("", "&", "lol");
+  const std::string large = "<!ENTITY q '" + std::string(8000, 'x') + "'>", elements = times(100'000, "<b/>");
   const std::string spaces = "<!ENTITY % p '" + std::string(8000, ' ') + "'>";
-  const std::string declared = "<!ELEMENT a (b)*><!ELEMENT b EMPTY>";
-  const std::string megabyte(1 << 20, 'n');
-  std::string backwards;
-  for (int i = 9; i > 0; --i)
-    backwards += numbered(1, "<!ENTITY l", " '", i) + times(10, numbered(1, "&l", ";", i - 1)) + "'>";
-  std::string chain;
-  for (int i = 0; i < 20'000; ++i) chain += numbered(1, "<!ENTITY e", " '&e", i) + std::to_string(i + 1) + ";'>";
+  const std::string megabyte(1 << 20, 'n'), prefixes = numbered(20'000, "xmlns:a", "='u' ");
   write("parameters.dtd", laughs("% ", "%", "x") + "%l9;");
-  write("value.dtd", spaces + "<!ENTITY v '" + times(5'000, "%p;") + "'>");
-  const std::string system = "<!DOCTYPE a SYSTEM '";
+  write("value.dtd", spaces + "<!ENTITY v '" + many("%p;") + "'>");
   const struct {
     const char* name;
     std::string document;
-    const char* why; ///< "" for what is read
+    const char* why = ""; ///< "" for what is read
     int validation = 0, schema = 0;
   } rows[] = {
-      {"laughs", dtd(laughs("", "&", "lol")) + "<a>&l9;</a>",
-       "refused: with entity (l4) an entity expands to more than"},
-      {"laughs of nothing", dtd(laughs("", "&", "")) + "<a>&l9;</a>", "(l4)"},
-      {"laughs in an attribute", dtd(laughs("", "&", "lol")) + "<a a='&l9;'/>", "(l4)"},
-      {"laughs in a default", dtd(laughs("", "&", "lol") + "<!ATTLIST a a CDATA '&l9;'>") + "<a/>", "(l4)"},
-      {"laughs backwards", dtd(backwards + "<!ENTITY l0 'lol'><!ATTLIST a a CDATA '&l9;'>") + "<a/>",
+      {"laughs", document(laughing, "&l9;"), "refused: with entity (l4) an entity expands to more than"},
+      {"laughs of nothing", document(laughs("", "&", ""), "&l9;"), "(l4)"},
+      {"laughs in an attribute", document(laughing, "", "a='&l9;'"), "(l4)"},
+      {"laughs in a default", document(laughing + "<!ATTLIST a a CDATA '&l9;'>", ""), "(l4)"},
+      {"laughs backwards",
+       document(chain(9, "<!ENTITY @ '" + times(10, "&#;") + "'>") + "<!ENTITY c9 'lol'><!ATTLIST a a CDATA '&c0;'>",
+                ""),
        "8192 characters"},
-      {"recursion", dtd("<!ENTITY e '&f;'><!ENTITY f '&e;'>") + "<a>&e;</a>", "8192 characters"},
-      {"one large entity", dtd("<!ENTITY q '" + std::string(9000, 'x') + "'>") + "<a>&q;</a>", "(q)"},
-      {"a long chain", dtd(chain) + "<a/>", "characters"},
-      {"quadratic text", dtd(large) + "<a>" + times(5'000, "&q;") + "</a>", "refused: it expands more than"},
-      {"quadratic attribute", dtd(large) + "<a a='" + times(5'000, "&q;") + "'/>", "expands more than"},
-      {"quadratic default", dtd(large + "<!ATTLIST a a CDATA '" + times(5'000, "&q;") + "'>") + "<a/>",
-       "expands more than"},
-      {"many expansions", dtd("<!ENTITY q 'x'>") + "<a>" + times(100'000, "&q;") + "</a>", "or too many of them"},
-      {"parameter laughs", dtd(laughs("% ", "&#37;", "x") + "%l9;") + "<a/>", "(%l4)"},
-      {"parameter laughs outside", system + "parameters.dtd'><a/>", "(%l4)", 1},
-      {"a value of parameters", system + "value.dtd'><a/>", "expands more than", 1},
-      {"many parameters", dtd(spaces + times(100'000, "%p; ")) + "<a/>", "expands more than"},
-      {"a default on every element",
-       dtd(large + "<!ATTLIST b c CDATA '" + times(100, "&q;") + "'>") + "<a>" + times(100'000, "<b/>") + "</a>",
+      {"recursion", document("<!ENTITY e '&f;'><!ENTITY f '&e;'>", "&e;"), "8192 characters"},
+      {"one large entity", document("<!ENTITY q '" + std::string(9000, 'x') + "'>", "&q;"), "(q)"},
+      {"a long chain", document(chain(20'000, "<!ENTITY @ '&#;'>"), ""), "characters"},
+      {"quadratic text", document(large, many("&q;")), "refused: it expands more than"},
+      {"quadratic attribute", document(large, "", "a='" + many("&q;") + "'"), "expands more than"},
+      {"quadratic default", document(large + "<!ATTLIST a a CDATA '" + many("&q;") + "'>", ""), "expands more than"},
+      {"many expansions", document("<!ENTITY q 'x'>", times(100'000, "&q;")), "or too many of them"},
+      {"parameter laughs", document(laughs("% ", "&#37;", "x") + "%l9;", ""), "(%l4)"},
+      {"parameter laughs outside", "<!DOCTYPE a SYSTEM 'parameters.dtd'><a/>", "(%l4)", 1},
+      {"a value of parameters", "<!DOCTYPE a SYSTEM 'value.dtd'><a/>", "expands more than", 1},
+      {"many parameters", document(spaces + times(100'000, "%p; "), ""), "expands more than"},
+      {"a default on every element", document(large + "<!ATTLIST b c CDATA '" + times(100, "&q;") + "'>", elements),
        "default attributes"},
       {"declared attributes of every element",
-       dtd(numbered(20'000, "<!ATTLIST b x", " CDATA #IMPLIED>")) + "<a>" + times(100'000, "<b/>") + "</a>",
-       "default attributes"},
-      {"a content model", dtd("<!ELEMENT a (b" + times(3'000, ",b?") + ")>") + "<a/>", "content models", 1},
-      {"an automaton", dtd("<!ELEMENT a ((b|c)*,b" + times(40, ",(b|c)") + ")>") + "<a><b/></a>", "memory", 1},
-      {"depth", times(100'000, "<a>"), "refused: its elements are nested more than 10000 deep"},
-      {"depth at its limit", times(10'001, "<a>") + times(10'001, "</a>"), "nested more than 10000 deep"},
-      {"depth below", times(10'000, "<a>") + times(10'000, "</a>"), ""},
-      {"elements in the deep", times(9'900, "<a>") + times(100'000, "<b/>") + times(9'900, "</a>"), "deeply nested"},
-      {"an attribute of 40 MB", "<a a='" + times(40'000'000, "x") + "'/>", "40 MiB of memory"},
-      {"long names", "<?" + megabyte + " " + megabyte + "?><a " + megabyte + "=''/>", ""},
-      {"a long prefix", "<" + megabyte + ":a xmlns:" + megabyte + "='" + megabyte + "'/>", ""},
+       document(numbered(20'000, "<!ATTLIST b x", " CDATA #IMPLIED>"), elements), "default attributes"},
+      {"a content model", document("<!ELEMENT a (b" + times(3'000, ",b?") + ")>", ""), "content models", 1},
+      {"an automaton", document("<!ELEMENT a ((b|c)*,b" + times(40, ",(b|c)") + ")>", "<b/>"), "memory", 1},
+      {"depth", times(10'001, "<a>") + times(10'001, "</a>"), "elements are nested more than 10000 deep"},
+      {"depth below", times(10'000, "<a>") + times(10'000, "</a>")},
+      {"elements in the deep", times(9'900, "<a>") + elements + times(9'900, "</a>"), "deeply nested"},
+      {"an attribute of 40 MB", document("", "", "a='" + times(40'000'000, "x") + "'"), "40 MiB of memory"},
+      {"long names", "<?" + megabyte + " " + megabyte + "?>" + document("", "", megabyte + "=''")},
+      {"a long prefix", "<" + megabyte + ":a xmlns:" + megabyte + "='" + megabyte + "'/>"},
       {"a long comment and CDATA section",
-       "<!--" + times(4, megabyte) + "--><a><![CDATA[" + times(4, megabyte) + "]]></a>", ""},
-      {"a long entity name", dtd("<!ENTITY " + megabyte + " ''>") + "<a>&" + megabyte + ";</a>", ""},
+       "<!--" + times(4, megabyte) + "--><a><![CDATA[" + times(4, megabyte) + "]]></a>"},
+      {"a long entity name", document("<!ENTITY " + megabyte + " ''>", "&" + megabyte + ";")},
       {"many references, entities and attributes",
-       dtd(numbered(20'000, "<!ENTITY e", " 'x'>")) + "<a " + numbered(20'000, "a", "='' ") + ">" +
-           times(200'000, "&amp;") + "</a>",
-       "", 0, 1},
-      {"very many attributes", "<a " + numbered(200'000, "a", "='' ") + "/>", "40 MiB of memory", 1, 1},
-      {"many prefixes", "<a " + numbered(20'000, "xmlns:a", "='u' ") + "/>", ""},
-      {"prefixes looked up",
-       "<a " + numbered(20'000, "xmlns:a", "='u' ") + ">" + times(100'000, "<b a19999:a='' a19999:b=''/>") + "</a>",
-       "many prefixes"},
-      {"a choice looked up",
-       dtd(declared + "<!ATTLIST b e (x" + numbered(900, "|x", "") + ") 'x'>") + "<a>" +
-           times(50'000, "<b e='x899'/>") + "</a>",
-       "choices", 1},
+       document(numbered(20'000, "<!ENTITY e", " 'x'>"), times(200'000, "&amp;"), numbered(20'000, "a", "='' ")), "", 0,
+       1},
+      {"very many attributes", document("", "", numbered(200'000, "a", "='' ")), "40 MiB of memory", 1, 1},
+      {"many prefixes", document("", "", prefixes)},
+      {"prefixes looked up", document("", times(100'000, "<b a19999:a='' a19999:b=''/>"), prefixes), "many prefixes"},
+      {"a choice looked up", document(choice(900), times(50'000, "<b e='x899'/>")), "choices", 1},
       {"a content model looked up",
-       dtd("<!ELEMENT a (#PCDATA" + numbered(1'000, "|x", "") + ")*><!ELEMENT x999 EMPTY>") + "<a>" +
-           times(500'000, "<x999/>") + "</a>",
+       document("<!ELEMENT a (#PCDATA" + numbered(1'000, "|x", "") + ")*><!ELEMENT x999 EMPTY>",
+                times(500'000, "<x999/>")),
        "choices", 1},
-      {"a long choice", dtd(declared + "<!ATTLIST b e (x" + numbered(30'000, "|x", "") + ") 'x'>") + "<a><b/></a>",
-       "choices in its DTD are too long", 1},
-      {"an honest choice",
-       dtd(declared + "<!ATTLIST b e (x" + numbered(50, "|x", "") + ") 'x'>") + "<a>" + times(20'000, "<b e='x49'/>") +
-           "</a>",
-       "", 1},
-      {"honest defaults",
-       dtd("<!ENTITY c '(c)'><!ENTITY w '&c;&c;'><!ATTLIST b a CDATA 'd&c;' c CDATA #IMPLIED>") + "<a>" +
-           times(300, "&w;") + times(100'000, "<b/>") + "</a>",
-       ""},
+      {"a long choice", document(choice(30'000), "<b/>"), "choices in its DTD are too long", 1},
+      {"an honest choice", document(choice(50), times(20'000, "<b e='x49'/>")), "", 1},
+      {"honest defaults", document("<!ENTITY c '(c)'><!ENTITY w '&c;&c;'><!ATTLIST b a CDATA 'd&c;' c CDATA #IMPLIED>",
+                                   times(300, "&w;") + elements)},
       {"few large and many small entities, and models that nothing is validated against",
-       dtd("<!ENTITY q '" + std::string(6000, 'x') + "'><!ENTITY u '\u00fc'>" +
-           times(600, "<!ELEMENT x (b" + times(200, ",b") + ")>")) +
-           "<a>" + times(2'000, "<b a='&u;'>&u;</b>") + times(2'000, "&u;") + "&q;<b a='" + times(2'000, "&u;") +
-           "'/></a>",
-       ""},
+       document("<!ENTITY q '" + std::string(6000, 'x') + "'><!ENTITY u '\u00fc'>" +
+                    times(600, "<!ELEMENT x (b" + times(200, ",b") + ")>"),
+                times(2'000, "<b a='&u;'>&u;</b>") + times(2'000, "&u;") + "&q;<b a='" + times(2'000, "&u;") + "'/>")},
   };
   for (const auto& row : rows) {
     const std::string file = rewrite(row.document);
+    std::string error;
     forget();
-    const long before = kibibytes("VmRSS");
-    startPeak();
-    const double start = cpuSeconds();
-    const std::string error = errorOf([&] { client.OgcBaseParse(&handler, file.c_str(), row.schema, row.validation); });
-    EXPECT_LT(cpuSeconds() - start, secondsAllowed) << row.name;
-    EXPECT_LT(kibibytes("VmHWM") - before, kibibytesAllowed) << row.name;
+    expectCheap(row.name, [&] {
+      error = errorOf([&] { client.OgcBaseParse(&handler, file.c_str(), row.schema, row.validation); });
+    });
     EXPECT_EQ(error.empty(), *row.why == '\0') << row.name << ": " << error;
     EXPECT_NE(error.find(row.why), error.npos) << row.name << ": " << error;
   }
@@ -284,76 +278,62 @@ TEST_F(OgcHostile, ADocumentCostsASecondAnd64MebibytesAtMost) {
   EXPECT_TRUE(handler.attribute == megabyte && shown(handler.text).size() >= 3 * megabyte.size());
 }
 
-/// `count` times a component that builds on the next one: "@" stands for its name, "#" for that of the next.
-std::string chain(int count, const std::string& part) {
-  std::string all;
-  for (int i = 0; i < count; ++i)
-    for (const char c : part) all += c == '@' || c == '#' ? numbered(1, "c", "", i + (c == '#')) : std::string(1, c);
-  return all;
-}
-
 TEST_F(OgcHostile, SchemasCostASecondAndNoStack) {
   const std::string within = "<xs:complexType><xs:sequence>", end = "</xs:sequence></xs:complexType>";
-  const std::string simple = "<xs:simpleType name='@'><xs:restriction base='#'/></xs:simpleType>";
+  const std::string simple = "<xs:simpleType name='s@'><xs:restriction base='s#'/></xs:simpleType>";
   const std::string both = "<xs:simpleType name='@'><xs:union memberTypes='# #'/></xs:simpleType>";
   const std::string derived =
-      "<xs:complexType name='@'><xs:complexContent><xs:extension base='#'><xs:sequence>"
+      "<xs:complexType name='d@'><xs:complexContent><xs:extension base='d#'><xs:sequence>"
       "<xs:element name='e'/></xs:sequence></xs:extension></xs:complexContent></xs:complexType>";
   const std::string group = "<xs:group name='@'><xs:sequence><xs:group ref='#'/></xs:sequence></xs:group>";
   const std::string substitution = "<xs:element name='@' substitutionGroup='#'/>";
   const std::string reference = "<xs:element name='@'>" + within + "<xs:element ref='#'/>" + end + "</xs:element>";
   const std::string deep = "<xs:element name='@'>" + times(80, within + "<xs:element name='q'>") + within +
                            "<xs:element ref='#'/>" + end + times(80, "</xs:element>" + end) + "</xs:element>";
-  const auto patterned = [](const std::string& pattern) {
-    return "<xs:element name='b' type='p'/><xs:simpleType name='p'><xs:restriction base='xs:string'><xs:pattern "
-           "value='" +
-           pattern + "'/></xs:restriction></xs:simpleType>";
+  const auto pattern = [](const std::string& value, const std::string& name = "p") {
+    return "<xs:element name='b" + name + "' type='" + name + "'/><xs:simpleType name='" + name +
+           "'><xs:restriction base='xs:string'><xs:pattern value='" + value + "'/></xs:restriction></xs:simpleType>";
   };
-  const std::string letters = "<b>" + std::string(40'000, 'a') + "</b>";
-  const std::string words = "<b>" + times(20'000, "ab") + "</b>";
+  const std::string letters = "<bp>" + std::string(40'000, 'a') + "</bp>",
+                    words = "<bp>" + times(20'000, "ab") + "</bp>";
   const struct {
     const char* name;
     std::string schema;
     const char* why; ///< "" for what is used
-    std::string content;
+    std::string content = "";
   } cases[] = {
-      {"simple types", chain(20'000, simple), "more than 4000 components", ""},
+      {"simple types", chain(20'000, simple), "more than 4000 components"},
+      {"unions", chain(40, both), "derived from each other"},
+      {"complex types", chain(20'000, derived), "nested too deep"},
+      {"complex types of a type", chain(1'000, derived), "derived from each other"},
       {"simple types below",
-       chain(200, simple) + "<xs:simpleType name='c200'><xs:restriction base='xs:int'/></xs:simpleType>", "", ""},
-      {"unions", chain(40, both), "derived from each other", ""},
-      {"complex types", chain(20'000, derived), "nested too deep", ""},
-      {"complex types of a type", chain(1'000, derived), "derived from each other", ""},
-      {"complex types below", chain(200, derived) + "<xs:complexType name='c200'><xs:sequence/></xs:complexType>", "",
-       ""},
-      {"elements", times(20'000, "<xs:sequence>") + times(20'000, "</xs:sequence>"), "nested more than 256 deep", ""},
-      {"groups", chain(1'000, group), "derived from each other", ""},
-      {"substitutions", chain(2'000, substitution), "derived from each other", ""},
-      {"substitutions below", chain(200, substitution) + "<xs:element name='c200'/>", "", ""},
-      {"references", chain(3'500, reference), "nested too deep", ""},
-      {"references below", chain(2'900, reference) + "<xs:element name='c2900'/>", "", ""},
-      {"references in the deep", chain(100, deep), "nested too deep", ""},
-      {"references in the deep below", chain(48, deep) + "<xs:element name='c48'/>", "", ""},
-      {"a schema that goes on behind an error", "<xs:element name='x' y:z=''/>" + chain(20'000, reference),
-       "line 1: ", ""},
-      {"a repetition in a repetition", patterned("(a*)*b"), "contains what can be empty", letters},
-      {"the same, written out", patterned("(a{1,2}){2,}b"), "for their pattern", letters},
-      {"repeated alternatives", patterned("(a|ab|b)*c"), "for their pattern", letters},
-      {"nothing, repeated", patterned("(a?|b)*"), "contains what can be empty", letters},
-      {"loops one after the other", patterned("a*a*a*a*a*b"), "too long, or too many, for their pattern", letters},
-      {"many options", patterned(times(60, "a?") + times(60, "a")), "for their pattern", letters},
-      {"long values", patterned("(ab|cd)*"), "for their pattern", words},
-      {"long values below", patterned("(ab|cd)*"), "", "<b>" + times(5'500, "ab") + "</b>"},
-      {"long values of a type that the document names", "<xs:element name='d'/>" + patterned("(ab|cd)*"),
-       "for their pattern", "<d xsi:type='p'>" + words.substr(3, 40'000) + "</d>"},
-      {"parentheses", patterned(std::string(900, '(') + "a" + std::string(900, ')')), "nested more than 100 deep", ""},
-      {"counted repetitions", patterned("(a{200}){200}"), "too large", ""},
+       chain(200, simple) + "<xs:simpleType name='sc200'><xs:restriction base='xs:int'/></xs:simpleType>", ""},
+      {"complex types below", chain(200, derived) + "<xs:complexType name='dc200'><xs:sequence/></xs:complexType>", ""},
+      {"substitutions below", chain(200, substitution) + "<xs:element name='c200'/>", ""},
+      {"elements", times(20'000, "<xs:sequence>") + times(20'000, "</xs:sequence>"), "nested more than 256 deep"},
+      {"groups", chain(1'000, group), "derived from each other"},
+      {"substitutions", chain(2'000, substitution), "derived from each other"},
+      {"references", chain(3'500, reference), "nested too deep"},
+      {"references below", chain(2'900, reference) + "<xs:element name='c2900'/>", ""},
+      {"references in the deep", chain(100, deep), "nested too deep"},
+      {"references in the deep below", chain(48, deep) + "<xs:element name='c48'/>", ""},
+      {"a schema that goes on behind an error", "<xs:element name='x' y:z=''/>" + chain(20'000, reference), "line 1: "},
+      {"a repetition in a repetition", pattern("(a*)*b"), "contains what can be empty", letters},
+      {"the same, written out", pattern("(a{1,2}){2,}b"), "for their pattern", letters},
+      {"repeated alternatives", pattern("(a|ab|b)*c"), "for their pattern", letters},
+      {"nothing, repeated", pattern("(a?|b)*"), "contains what can be empty", letters},
+      {"loops one after the other", pattern("a*a*a*a*a*b"), "too long, or too many, for their pattern", letters},
+      {"many options", pattern(times(60, "a?") + times(60, "a")), "for their pattern", letters},
+      {"long values", pattern("(ab|cd)*"), "for their pattern", words},
+      {"long values below", pattern("(ab|cd)*"), "", "<bp>" + times(5'500, "ab") + "</bp>"},
+      {"long values of a type that the document names", "<xs:element name='d'/>" + pattern("(ab|cd)*"),
+       "for their pattern", "<d xsi:type='p'>" + words.substr(4, 40'000) + "</d>"},
+      {"parentheses", pattern(std::string(900, '(') + "a" + std::string(900, ')')), "nested more than 100 deep"},
+      {"counted repetitions", pattern("(a{200}){200}"), "too large"},
       {"honest patterns",
-       patterned("([a-zA-Z][a-zA-Z0-9\\-\\+\\.]*:|\\.\\./|\\./|#).*") +
-           "<xs:element name='l'><xs:simpleType>"
-           "<xs:restriction base='xs:string'><xs:pattern "
-           "value='([A-Z]{2}|[a-z]\\d+)(-(x|y[^\\s-[a]]))*'/></xs:restriction>"
-           "</xs:simpleType></xs:element>",
-       "", "<b>urn:ogc:def:uom:EPSG::9001</b><l>AB-x-yb</l><d>" + times(20'000, "ab") + "</d>"},
+       pattern("([a-zA-Z][a-zA-Z0-9\\-\\+\\.]*:|\\.\\./|\\./|#).*") +
+           pattern("([A-Z]{2}|[a-z]\\d+)(-(x|y[^\\s-[a]]))*", "q"),
+       "", "<bp>urn:ogc:def:uom:EPSG::9001</bp><bq>AB-x-yb</bq><d>" + times(20'000, "ab") + "</d>"},
   };
   for (const auto& c : cases) {
     fakeBridge() = {};
@@ -361,9 +341,7 @@ TEST_F(OgcHostile, SchemasCostASecondAndNoStack) {
                    "<xs:sequence><xs:any minOccurs='0' maxOccurs='unbounded' processContents='lax'/></xs:sequence>"
                    "</xs:complexType></xs:element>" +
                        c.schema + "</xs:schema>");
-    const double start = cpuSeconds();
-    EXPECT_EQ(parse(withSchema("a.xsd", c.content), 1, 1), "") << c.name;
-    EXPECT_LT(cpuSeconds() - start, secondsAllowed) << c.name;
+    expectCheap(c.name, [&] { EXPECT_EQ(parse(withSchema("a.xsd", c.content), 1, 1), "") << c.name; });
     const std::string said = fakeBridge().info.empty() ? "" : fakeBridge().info.front();
     EXPECT_EQ(said.empty(), *c.why == '\0') << c.name << ": " << said;
     EXPECT_NE(said.find(c.why), said.npos) << c.name << ": " << said;
@@ -375,9 +353,7 @@ TEST_F(OgcHostile, LayersInThousandsOfLevelsAreRead) {
       write("document.xml", "<WMS_Capabilities version='1.3.0'>" +
                                 times(3'000, "<Layer><CRS>c</CRS><Style/><Dimension/><AuthorityURL/>") +
                                 times(3'000, "</Layer>") + "</WMS_Capabilities>");
-  const double start = cpuSeconds();
-  wms.OgcWmsGetCap(file.c_str(), nullptr, 0, 0, 0);
-  EXPECT_LT(cpuSeconds() - start, 2 * secondsAllowed);
+  expectCheap("levels", [&] { wms.OgcWmsGetCap(file.c_str(), nullptr, 0, 0, 0); });
   EXPECT_EQ(wms.OgcWmsGetLayer(2'999)->nStyle, 3'000);
   EXPECT_EQ(wms.OgcWmsGetLayer(2'999)->nCrs, 1);
 }
