@@ -98,8 +98,7 @@ def zel_running(tmp_path):
     with contextlib.ExitStack() as ends:
 
         def run(script, *arguments, program="zel", **options):
-            (tmp_path / "script.lua").write_text(script)
-            words = [tmp_path / "script.lua"] if program == "zel" else []
+            words = ["-e", script, "-"] if program == "zel" else []
             running = ends.enter_context(subprocess.Popen(
                 [BUILD / program, *words, *map(str, arguments)], cwd=tmp_path, text=True, stdin=subprocess.DEVNULL,
                 stdout=subprocess.PIPE, stderr=subprocess.PIPE,

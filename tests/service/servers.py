@@ -9,7 +9,6 @@ import functools
 import os
 import pathlib
 import pickle
-import select
 import signal
 import sys
 import tempfile
@@ -78,23 +77,20 @@ def attached_or_started(make_directory):
 
 def serve(owner, ready):
     os.setsid()
-    nowhere = os.open(os.devnull, os.O_RDWR)
-    for stream in (0, 1):
-        os.dup2(nowhere, stream)
-    wake, woken = os.pipe()
-    os.set_blocking(woken, False)
-    signal.set_wakeup_fd(woken)
-    signal.signal(signal.SIGTERM, lambda *_: None)
-    ended = os.pidfd_open(owner)
-    with tempfile.TemporaryDirectory(prefix="zel-servers.") as directory, Servers(directory) as servers:
+    with open(os.devnull, "r+b") as nowhere, tempfile.TemporaryDirectory(prefix="zel-servers.") as directory, \
+            Servers(directory) as servers:
+        os.dup2(nowhere.fileno(), 0)
+        os.dup2(nowhere.fileno(), 1)
         for name, server in vars(Servers).items():
             if isinstance(server, functools.cached_property):
                 getattr(servers, name)
+        signal.pthread_sigmask(signal.SIG_BLOCK, {signal.SIGTERM})
         place(owner).write_bytes(written(servers))
         os.write(ready, b"ready")
         os.close(ready)
-        os.dup2(nowhere, 2)
-        select.select([ended, wake], [], [])
+        os.dup2(nowhere.fileno(), 2)
+        while pathlib.Path(f"/proc/{owner}").exists() and not signal.sigtimedwait({signal.SIGTERM}, 0.5):
+            pass
     place(owner).unlink()
 
 

@@ -57,15 +57,13 @@ def test_is_used_from_outside_the_build(tmp_path, ogc, make):
     complete = "source $0; COMP_WORDS=(zel-ogc m); COMP_CWORD=1; _zel-ogc; echo $COMPREPLY"
     assert run("bash", "-c", complete, prefix / "share/bash-completion/completions/zel-ogc", env=env) == "map\n"
 
-    assert "run Lua scripts" in run("man", "-l", prefix / "share/man/man1/zel.1", env=env)
-    assert "maps and coverages" in run("man", "-l", prefix / "share/man/man1/zel-ogc.1", env=env)
+    for page, text in (("zel", "run Lua scripts"), ("zel-ogc", "maps and coverages")):
+        assert text in run("man", "-l", prefix / f"share/man/man1/{page}.1", env=env)
     run("g++", "-fsyntax-only", "-xc++", "-std=c++20", "-I", prefix / "include", "-",
         input='#include "zel_module.h"\nint main() { return ZEL_TempCount() != 0; }\n')
-    broken = [path for path in prefix.rglob("*") if path.is_symlink() and not path.exists()]
-    assert not broken
+    assert not [path for path in prefix.rglob("*") if path.is_symlink() and not path.exists()]
     documents = prefix / "share/doc/zel-ogc"
-    for document in ("docs/reference.md", "examples/region_map.lua", "CHANGELOG.md"):
-        assert (documents / document).exists()
+    assert all((documents / name).exists() for name in ("docs/reference.md", "examples/region_map.lua", "CHANGELOG.md"))
     assert "Readline's licence" in (documents / "copyright").read_text()
 
 

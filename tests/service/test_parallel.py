@@ -1,14 +1,8 @@
 """Many processes at once, with one user directory for all and with one for each."""
 
-import os
-import subprocess
-
 import pytest
 
-from conftest import BUILD
-
-PROCESSES = 8
-LAYERS = 400
+NAMES = [f"p{number}" for number in range(8)]
 # Reads its own document and map, which hold its name many times, over and over.
 SCRIPT = """
 local port, mine, own_names, apart = arg[1], arg[2], arg[3] == "True", arg[4] == "True"
@@ -38,25 +32,18 @@ print(refused)
 
 @pytest.mark.parametrize("shared, own_names", [(True, False), (True, True), (False, False)],
                          ids=["one directory", "one directory and own names", "own directories"])
-def test_contents_are_never_mixed_unnoticed(http, tmp_path, shared, own_names):
+def test_contents_are_never_mixed_unnoticed(http, zel_running, tmp_path, shared, own_names):
     """With the same file names a document that another process replaced is refused; otherwise all is as if alone."""
     apart = own_names or not shared
-    running = []
-    for number in range(PROCESSES):
-        name = f"p{number}"
+    for name in NAMES:
         (http.root / f"{name}.png").write_text(name * 10000)
-        (http.root / f"{name}.xml").write_text("<WMT_MS_Capabilities version='1.1.1'><Capability>" +
-                                               f"<Layer><Name>{name}</Name></Layer>" * LAYERS +
-                                               "</Capability></WMT_MS_Capabilities>")
-        user = tmp_path / ("user" if shared else name)
-        running.append(subprocess.Popen([BUILD / "zel", "-e", SCRIPT, "-", str(http.port), name, str(own_names),
-                                         str(apart)],
-                                        cwd=tmp_path, text=True, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-                                        stderr=subprocess.PIPE, env=os.environ | {"ZEL_USER_DIR": str(user)}))
+        layers = f"<Layer><Name>{name}</Name></Layer>" * 400
+        (http.root / f"{name}.xml").write_text(f"<WMT_MS_Capabilities version='1.1.1'>{layers}</WMT_MS_Capabilities>")
+    running = [zel_running(SCRIPT, http.port, name, own_names, apart,
+                           env={"ZEL_USER_DIR": str(tmp_path / ("user" if shared else name))}) for name in NAMES]
     for one in running:
         out, err = one.communicate(timeout=120)
         assert one.returncode == 0, err
         assert not apart or out == "0\n", out
-    readme = (tmp_path / ("user" if shared else "p0")).rglob("README.txt")
-    assert all("Version" in file.read_text() or "OGC" in file.read_text() for file in readme)
-    assert not list(tmp_path.rglob("*.part-*"))
+    texts = [file.read_text() for file in tmp_path.rglob("README.txt")]
+    assert texts and all("Version" in text or "OGC" in text for text in texts) and not list(tmp_path.rglob("*.part-*"))

@@ -21,7 +21,6 @@ local function last() return o:GetProperty{"LAST_FILE"}.LAST_FILE end
 """
 BOTH = pytest.mark.parametrize("service", ["WMS", "WCS"])
 MAP = "LAYERS=earth&STYLES=&BBOX=-180,-90,180,90&SRS=EPSG:4326&WIDTH=360&HEIGHT=180"
-RELIEF = "COVERAGE=relief&CRS=EPSG:4326&BBOX=-180,0,0,90&WIDTH=360&HEIGHT=180&FORMAT=GEOTIFF_INT16"
 
 
 @pytest.fixture
@@ -125,24 +124,6 @@ def test_feature_info(on, ogc):
     """, ogc.service))
     assert plain[0].endswith("/feature.plain") and "Zürich" in plain[1]
     assert gml[0].endswith("/feature.vnd.ogc.gml") and "<name>Zürich</name>" in gml[1]
-
-
-@pytest.mark.parametrize("service, call, good, wrong", [
-    ("WMS", "GetMap", MAP + "&FORMAT=image/png", {"earth": "LayerNotDefined", "image/png": "InvalidFormat"}),
-    ("WCS", "GetCoverage", RELIEF, {"relief": "nosuch", "EPSG:4326": "srs", "GEOTIFF_INT16": "format"})])
-def test_service_exceptions(on, ogc, service, call, good, wrong):
-    """The server's words reach the status routine, and the error of a coverage; the next request works."""
-    *lines, file = on(service, f"""
-      o:SetProperty{{CALLBACK_FUNCTION = function(text) if text:find("^Error") then print((text:gsub("%s+", " "))) end end}}
-      for _, wrong in ipairs{{"{'", "'.join(wrong)}"}} do
-        print((try(o.{call}, (("{good}"):gsub(wrong, "nosuch"))):gsub("%s+", " ")))
-      end
-      print(o:{call}("{good}"))
-    """, ogc.service)
-    for told, error, word in zip(lines[::2], lines[1::2], wrong.values(), strict=True):
-        assert told.startswith("Error: Remote OGC server returned a service exception: (") and word.lower() in told.lower()
-        assert (told if service == "WCS" else "Error: Recieved an XML file instead of a Map. ") in error
-    assert file.endswith(".png" if service == "WMS" else ".tiff")
 
 
 REPORT = "<ServiceExceptionReport><ServiceException code='c'>no</ServiceException></ServiceExceptionReport>"
