@@ -11,14 +11,6 @@ from mapserver.ogc_server import SEASONS
 gdal.UseExceptions()
 
 
-def sampled(path, columns, rows):
-    """The pixels in the middle of the cells of a coarser grid, as the server samples them."""
-    data = gdal.Open(str(path)).ReadAsArray()
-    height, width = data.shape[-2:]
-    row_step, column_step = height // rows, width // columns
-    return data[..., row_step // 2::row_step, column_step // 2::column_step]
-
-
 @pytest.fixture
 def example(zel):
     """example(name, *arguments): runs an example."""
@@ -39,7 +31,8 @@ def test_coverage_mean(example, ogc, tmp_path, coverage, source, time):
 
 def test_plain_methods(example, ogc, tmp_path):
     assert example("plain_methods.lua", ogc.service, "earth").out.endswith("\nMap: plain.png\n")
-    assert (gdal.Open(str(tmp_path / "plain.png")).ReadAsArray() == sampled(ogc.data / "earth.tif", 512, 256)).all()
+    source = gdal.Translate("", str(ogc.data / "earth.tif"), format="MEM", width=512, height=256, resampleAlg="average")
+    assert abs(gdal.Open(str(tmp_path / "plain.png")).ReadAsArray().astype(int) - source.ReadAsArray()).mean() < 12
 
 
 def test_region_map(example, ogc, tmp_path):

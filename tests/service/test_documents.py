@@ -56,16 +56,6 @@ def test_links(document):
         assert not anchor or anchor in anchors(linked.read_text()), target
 
 
-def test_architecture_names_what_there_is():
-    """Every name in backticks is a path, or stands in a source file."""
-    sources = [path for directory in ("curl", "src", "host", "derived") for path in (SOURCE / directory).rglob("*")
-               if path.suffix in (".h", ".cpp")]
-    known = "\n".join([*map(str, sources), *(path.read_text() for path in sources)])
-    names = re.findall(r"`([^`]+)`", (SOURCE / "docs" / "architecture.md").read_text())
-    unknown = {name for name in names if not (SOURCE / name).exists() and name.rstrip(".") not in known}
-    assert unknown <= {"zel_ogc.so", "zel-ogc"}
-
-
 def section(title):
     """A section of the reference, without those below it."""
     text = (SOURCE / "docs" / "reference.md").read_text()

@@ -46,11 +46,8 @@ def test_every_wrong_type_for_every_keyword(misuse, service):
                      FUNCTION = print, NUMBERS = {1, 2}, TEXTS = {"a", "b"}}
       local perhaps = {EMPTY = "", WORD = "word", CONTROL = "a\\r\\nb\\1", LONG = ("x"):rep(100000), WIDE = 2^62,
                        HUGE = 1e300, BELOW = -1, PART = 2.5, NAN = 0/0, YES = true}
-      local takes = {CALLBACK_DATA = {OBJECT = 1, STRUCTURE = 1, STRUCTURES = 1, UNDEFINED = 1, NUMBERS = 1, TEXTS = 1},
-                     CALLBACK_FUNCTION = {FUNCTION = 1}, HEADERS = {NUMBERS = 1, TEXTS = 1}, NAMES = {TEXTS = 1}}
-      local methods = {"Init", "SetProperty", "GetProperty", "GetCapabilities", "GetServiceSection"}
-      for name in (service == "WMS" and "GetLayers" or "DescribeCoverage GetCoverageOffering GetCoverageOfferingBriefs")
-                  :gmatch("%a+") do methods[#methods + 1] = name end
+      local takes = {CALLBACK_DATA = "OBJECT STRUCTURE STRUCTURES UNDEFINED NUMBERS TEXTS", CALLBACK_FUNCTION = "FUNCTION",
+                     HEADERS = "NUMBERS TEXTS", NAMES = "TEXTS"}
       local tried = 0
       local function try(method, keyword, kind, value, must)
         good()
@@ -64,42 +61,38 @@ def test_every_wrong_type_for_every_keyword(misuse, service):
            or must and not (why:find(place .. "keyword " .. keyword .. ": ", 1, true) or why:find("Keyword " .. keyword, 1, true))
         then print(method, keyword, kind, why) end
       end
-      for _, method in ipairs(methods) do
+      for method in ("Init SetProperty GetProperty GetCapabilities GetServiceSection " .. (service == "WMS" and "GetLayers"
+                     or "DescribeCoverage GetCoverageOffering GetCoverageOfferingBriefs")):gmatch("%a+") do
         local accepted = select(2, pcall(o[method], o, {NONSENSE = 1})):match("Accepted keywords: (.*)")
         for keyword in (accepted or ""):gmatch("[%u_]+") do
-          local may = takes[keyword] or {}
-          for kind, value in pairs(never) do try(method, keyword, kind, value, not may[kind]) end
+          local may = " " .. (takes[keyword] or "") .. " "
+          for kind, value in pairs(never) do try(method, keyword, kind, value, not may:find(" " .. kind .. " ", 1, true)) end
           for kind, value in pairs(perhaps) do try(method, keyword, kind, value, method == "GetProperty") end
         end
         good()
       end
       print(tried > 1000 or tried)
     """, service)
-    assert lines == ["true"], "\n".join(lines)
+    assert lines == ["true"]
 
 
 ROUTINES = {
-    "cancels": "return false",
-    "raises": 'error("at step " .. step)',
-    "raises a table": 'error({step = step})',
+    "cancels": "return false", "raises": 'error("at step " .. step)', "raises a table": "error({step = step})",
     "overflows": "local function deeper() return 1 + deeper() end return step < 3 and deeper()",
-    "yields": "coroutine.yield()",
-    "returns an object": "return o",
-    "vanishes": "on_status = nil",
+    "yields": "coroutine.yield()", "returns an object": "return o", "vanishes": "on_status = nil",
     "turns into another": 'o:SetProperty{CALLBACK_FUNCTION = function() error("the other one") end}',
-    "asks for what is refused": 'o:GetMap("a=b")',
-}
+    "asks for what is refused": 'o:GetMap("a=b")'}
 IMAGE = (b"HTTP/1.1 200 OK\r\nContent-Type: image/png\r\nContent-Length: 4\r\nConnection: close\r\n\r\ndone")
 DOCUMENT = (b"HTTP/1.1 200 OK\r\nContent-Type: text/xml\r\nContent-Length: %d\r\nConnection: close\r\n\r\n"
             % len(DOCUMENTS["WMS"])) + DOCUMENTS["WMS"].encode()
 
 
 @pytest.mark.parametrize("routine", ROUTINES)
-def test_routine_that_goes_wrong_at_every_step(misuse, tmp_path, routine):
+def test_routine_that_goes_wrong_at_every_step(misuse, routine):
     """From the first line that it is told to the last: no file in part, and the next request of the object works."""
     with Responder([HEAD, IMAGE]) as images, Responder([HEAD, DOCUMENT]) as documents:
         lines = misuse(f"""
-          local function attempt(port, request, name, content, wanted)
+          local function attempt(port, request, name, content)
             local failed = 0
             for wanted_step = 1, 200 do
               local step = 0
@@ -110,12 +103,10 @@ def test_routine_that_goes_wrong_at_every_step(misuse, tmp_path, routine):
               end
               o:SetProperty{{CALLBACK_FUNCTION = "on_status", PROXY_HOSTNAME = "", URL_HOSTNAME = "127.0.0.1", URL_PORT = port,
                             URL_PATH = "ows", VERBOSE = 1, MAP_FILENAME = "map", CAPABILITIES_FILENAME = "cap"}}
-              local ok, why = pcall(request)
-              if not ok then failed = failed + 1 end
-              local file = io.open(name)
-              local text = file and file:read("a")
-              if file then file:close() end
-              if text and text ~= content then print("in part", wanted_step, text) end
+              if not pcall(request) then failed = failed + 1 end
+              local file <close> = io.open(name)
+              local text = file and file:read("a") or content
+              if text ~= content then print("in part", wanted_step, text) end
               o:SetProperty{{CALLBACK_FUNCTION = ""}}
               local again, result = pcall(request)
               if not again then print("not again", wanted_step, result) end
@@ -127,4 +118,4 @@ def test_routine_that_goes_wrong_at_every_step(misuse, tmp_path, routine):
           on_status = nil
           good()
         """, "WMS", images.port, documents.port, DOCUMENTS["WMS"])
-    assert lines == ["true\ttrue"] * 2, "\n".join(lines)
+    assert lines == ["true\ttrue"] * 2

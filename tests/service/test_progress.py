@@ -10,7 +10,7 @@ import termios
 
 import pytest
 
-from conftest import BUILD, SOURCE
+from conftest import BUILD
 
 # One transfer on a clock of the test's own: {seconds, total, now} or a status text, one after the other.
 PLAY = """
@@ -92,17 +92,3 @@ def test_elsewhere_at_most_a_line_a_second(zel):
 def test_error_begins_on_a_line_of_its_own():
     _, lines = on_terminal(PLAY % ("{" + HALF + "}") + ' error("failed")')
     assert re.fullmatch(r"zel: \(command line\):\d+: failed", lines[1]), lines
-
-
-@pytest.mark.parametrize("runner, share", [("bin", "share"), ("build", "build/share")])
-def test_found_once_installed(tmp_path, runner, share):
-    """A runner in a `bin` is an installed one and looks beside it; elsewhere it prefers what is in its directory."""
-    (tmp_path / runner).mkdir()
-    for directory in ("share", runner + "/share"):
-        (tmp_path / directory / "zel").mkdir(parents=True)
-        (tmp_path / directory / "zel" / "lua").symlink_to(SOURCE / "lua")
-    (tmp_path / runner / "zel").write_bytes((BUILD / "zel").read_bytes())
-    (tmp_path / runner / "zel").chmod(0o755)
-    found = subprocess.run([tmp_path / runner / "zel", "-e", "print(package.searchpath('zel.progress', package.path))"],
-                           capture_output=True, text=True, timeout=60, cwd=tmp_path)
-    assert found.stdout == f"{tmp_path}/{share}/zel/lua/zel/progress.lua\n"

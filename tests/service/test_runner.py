@@ -102,6 +102,8 @@ def test_values_that_cannot_be_passed(zel, value, why):
     ("o:Fault(2)", "SAMPLE::FAULT: The module failed: unknown exception."),
     ("o:Fault(3)", "SAMPLE::FAULT: Sample:  "),
     ("zel.new('Nosuch')", 'There is no object class "Nosuch", only ZELnetOGCWCS, ZELnetOGCWMS, SAMPLE, '),
+    ("zel.new({})", "bad argument #1 to 'new'"), ("zel.new('Sample', 5)", "bad argument #2 to 'new'"),
+    ("zel.new('Sample', {[1.5] = 2})", "SAMPLE::INIT: the table of keywords holds"),
     ("zel.new('Sample', {NOPE = 1})", "SAMPLE::INIT: Keyword NOPE is not allowed."),
     ("zel.new('Sample', {'COUNT', FAIL = {}})", "SAMPLE::INIT: keyword FAIL: an empty table cannot be passed."),
 ])

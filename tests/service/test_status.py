@@ -96,27 +96,3 @@ def test_allowed_inside_the_routine(script):
           print(wms:GetProperty{"MAP_FILENAME"}.MAP_FILENAME, wms:GetProperty{"CALLBACK_DATA"}.CALLBACK_DATA)
         """, server.port)
     assert done.out.splitlines() == ["map.png\t0", "map.png\ttrue", "elsewhere\tnew"]
-
-
-def test_parse_time_answers_cancel_nothing(zel, tmp_path):
-    """While a document is read the routine is told too; its 0 has no effect, its error ends the request."""
-    (tmp_path / "caps.xml").write_text(
-        '<WMS_Capabilities version="1.3.0"><Capability><Layer><Name>a</Name></Layer></Capability></WMS_Capabilities>')
-    done = zel("""
-      local wms = zel.new("ZELnetOGCWMS")
-      local nested
-      wms:SetProperty{CALLBACK_FUNCTION = function(text)
-        nested = nested or select(2, pcall(wms.GetCapabilities, wms, {FROM_FILE = "caps.xml"}))
-        wms:GetLayers()
-        return 0
-      end}
-      print(wms:GetCapabilities{FROM_FILE = "caps.xml"}, wms:GetLayers()[1].NAME)
-      print(nested)
-      wms:SetProperty{CALLBACK_FUNCTION = function(text) if text:find("Schema") then error("stop here") end end}
-      print(select(2, pcall(wms.GetCapabilities, wms, {FROM_FILE = "caps.xml"})))
-      print(wms:GetLayers())
-      wms:SetProperty{CALLBACK_FUNCTION = ""}
-      print(wms:GetCapabilities{FROM_FILE = "caps.xml"})
-    """, no_leak=True)
-    lines = done.out.splitlines()
-    assert lines[0] == "1\ta" and "still running" in lines[1] and "stop here" in lines[2] and lines[-2:] == ["0", "1"]

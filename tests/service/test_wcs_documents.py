@@ -166,13 +166,6 @@ OFFERINGS = {
     "</domainSet>":
         "CO_NAME=n CO_LABEL=l CO_DESC=d LONLATENV={SRS_NAME=s POS1=1 1 DIMS1=2 POS2=2 2 DIMS2=3 TIME_POS1=t1 TIME_POS2=t2} "
         "SPAT_DOM_LONLATENV=[SRS_NAME=e1 POS1=1 POS2=2 DIMS2=2; SRS_NAME=e2 POS1=3 TIME_POS1=t4 TIME_POS2=t5]",
-    # grids of different size, rectified or not
-    "<spatialDomain><Grid dimension='2' srsName='g'><limits><GridEnvelope><low>0 0</low><high>9 9</high></GridEnvelope></limits>"
-    "<axisName>x</axisName><offsetVector>1 0</offsetVector><axisName>y</axisName></Grid><low>outside</low><RectifiedGrid "
-    "dimension='3'><axisName>u</axisName><origin><pos dimension='2'>5 5</pos></origin><offsetVector>1 0</offsetVector>"
-    "<offsetVector>0 -1</offsetVector></RectifiedGrid></spatialDomain>":
-        "SPAT_DOM_GRID=[RECTIFIED=No DIMS=2 SRS_NAME=g LIMITS_ENV_LOW=0 0 LIMITS_ENV_HIGH=9 9 AXIS_NAMES=[x; y] "
-        "OFFSET_VECTORS=[1 0]; RECTIFIED=Yes DIMS=3 AXIS_NAMES=[u] ORIGIN_POS=5 5 OFFSET_VECTORS=[1 0; 0 -1]]",
     # null values and axes, single and as intervals
     "<rangeSet><RangeSet><description>d</description><name>n</name><label>l</label><min>outside</min><axisDescription>"
     "<AxisDescription><description>ad</description><name>an</name><label>al</label><values><interval><min>1</min><max>2</max>"

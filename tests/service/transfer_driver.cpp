@@ -44,13 +44,11 @@ void printResponse(const CCurl& curl) {
   const transfer::Settings& set = curl.settings();
   const std::pair<const char*, const transfer::Text&> texts[] = {
       {"text", response.statusText},
-      {"type", response.parsedContentType},
       {"encoding", response.contentEncoding},
       {"server", response.server},
       {"page", response.errorFile},
       {"file", response.file},
-      {"names", set.fileHttpGetRsp.present() ? set.fileHttpGetRsp : set.fileHttpPutPostRsp},
-      {"ftpnames", set.fileFtpGetRsp.present() ? set.fileFtpGetRsp : set.fileFtpRsp}};
+      {"names", set.fileHttpGetRsp.present() ? set.fileHttpGetRsp : set.fileHttpPutPostRsp}};
   for (const auto& [name, text] : texts) print(name, text.c_str());
   print("status", std::to_string(response.statusCode));
   print("message", curl.message());
