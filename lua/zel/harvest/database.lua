@@ -53,8 +53,9 @@ end
 --- Attaches another database, by the name "other".
 function Database:attach(path) self:run(("ATTACH '%s' AS other"):format((place(path):gsub("'", "''")))) end
 
---- Makes the database one file, which a place that is only read can hold, too. To be called after the last change.
-function Database:finish() self:run("PRAGMA journal_mode = DELETE") end
+--- Makes the database one file, which a place that is only read can hold, too; not while somebody else reads it. To be
+-- called after the last change.
+function Database:finish() pcall(self.run, self, "PRAGMA journal_mode = DELETE") end
 
 function Database:__close()
   self.connection:close()
@@ -67,8 +68,6 @@ local function prepare(database, create)
   if application == 0 and version == 0 and create and database:value("SELECT count(*) AS n FROM sqlite_master") == 0 then
     database:run("PRAGMA journal_mode = WAL")
     database:transaction(schema.STATEMENTS)
-    database:run(("PRAGMA application_id = %d"):format(schema.APPLICATION))
-    database:run(("PRAGMA user_version = %d"):format(schema.VERSION))
   elseif application ~= schema.APPLICATION then
     errors.raise(database.path .. " is no database of a harvest; name another file, zel-ogc harvest makes it")
   elseif version ~= schema.VERSION then

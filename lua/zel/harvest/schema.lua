@@ -36,6 +36,8 @@ FROM layer, json_each((WITH RECURSIVE up(id, parent) AS (
   SELECT json_group_array(id) FROM up)) AS above]]
 
 schema.STATEMENTS = {
+  ("PRAGMA application_id = %d"):format(schema.APPLICATION),
+  ("PRAGMA user_version = %d"):format(schema.VERSION),
   "CREATE TABLE run (id INTEGER PRIMARY KEY, list TEXT NOT NULL, started TEXT NOT NULL, finished TEXT, "
     .. "UNIQUE (list, started))",
   "CREATE TABLE service (id INTEGER PRIMARY KEY, url TEXT NOT NULL UNIQUE, kind TEXT NOT NULL, version TEXT, "
