@@ -4,8 +4,6 @@
 
 #include <array>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 
 namespace {
 
@@ -25,11 +23,11 @@ std::string splitAndComposed(const std::string& url, void (CCurl::*split)(const 
     curl.CurlSetQuery(url.substr(std::min(url.find('?') + 1, url.size())).c_str());
     curl.CurlSetQuerySuffix(url.find("a=") != url.npos ? "suf" : "");
   }
-  std::array<char, 64> composed{};
+  std::array<char, 512> composed{};
   std::array<char, 10> small{};
   if (error.empty())
     error = errorOf([&] {
-      EXPECT_EQ((curl.*compose)(composed.data(), 64), (curl.*compose)(small.data(), 10));
+      EXPECT_EQ((curl.*compose)(composed.data(), 512), (curl.*compose)(small.data(), 10));
       EXPECT_EQ((curl.*compose)(small.data(), 10), static_cast<int>(std::strlen(composed.data())));
       EXPECT_EQ(small.data(), std::string(composed.data()).substr(0, 9));
     });
@@ -44,7 +42,11 @@ TEST(CurlUrl, IsSplitAndComposed) {
   const auto result = [](const std::string& url) {
     return splitAndComposed(url, &CCurl::CurlParseURL, &CCurl::CurlBuildUrlRq, true);
   };
-  expectEach(result, {{"http://h/p/r?a=b", "http h 80 p/r - - - http://h/p/r?pre&a=b&suf"},
+  const std::string longest(255, 'h');
+  expectEach(result, {{"http://" + longest + "/p?q", "http " + longest + " 80 p - - - http://" + longest + "/p?q"},
+                      {"http://h" + longest + "/p?q",
+                       "http old 80 old old old old Error: url contains a host of more than 255 characters."},
+                      {"http://h/p/r?a=b", "http h 80 p/r - - - http://h/p/r?pre&a=b&suf"},
                       {"https://me:pw@h:81/p?q?r", "https h 81 p - - - https://h:81/p?q?r"},
                       {"http://h/p?mail=x@b/c?d", "http b 80 c - - - http://b/c?mail=x@b/c?d"},
                       {"https://h:80/p?q", "https h 80 p - - - https://h/p?q"},
@@ -103,9 +105,9 @@ TEST(CurlNames, TextsAreConverted) {
   const auto spaces = [](const std::string& text) {
     return std::to_string(CCurl::CurlCountLeadingSpaces(text.c_str()));
   };
-  expectEach(spaces, {{"", "0"}, {"   ", "2"}, {"  x", "2"}, {"x ", "0"}, {" ", "0"}});
+  expectRows(spaces, {" -> 0", "    -> 2", "  x -> 2", "x  -> 0", "  -> 0"});
   const auto named = [](const std::string& path) { return std::to_string(CCurl::CurlContainsFilename(path.c_str())); };
-  expectEach(named, {{"", "0"}, {"a", "0"}, {"ab", "1"}, {"a/", "0"}, {"a:", "0"}, {"a\\", "0"}, {"a/b.c", "1"}});
+  expectRows(named, {" -> 0", "a -> 0", "ab -> 1", "a/ -> 0", "a: -> 0", "a\\ -> 0", "a/b.c -> 1"});
   const auto login = [](const std::string& text) {
     transfer::Text out;
     CCurl::CurlCreateUsrPwd(&out, text.substr(0, 1).c_str(), text.size() > 1 ? text.substr(1).c_str() : nullptr);
@@ -144,45 +146,30 @@ TEST(CurlNames, NothingSecretAndNoControlCharacterIsShown) {
 }
 
 TEST(CurlNames, CutsLeaveWholeCharacters) {
-  const struct {
-    std::string text;
-    std::size_t limit;
-    const char* cut;
-  } rows[] = {{"a\xc3\xa9", 2, "a"},
-              {"a\xc3\xa9", 3, "a\xc3\xa9"},
-              {"\xe2\x82\xac x", 2, ""},
-              {"\xe2\x82\xac x", 3, "\xe2\x82\xac"},
-              {"a\xf0\x9f\x8c\x8d x", 4, "a"},
-              {"\xe9\xe9\xe9", 2, "\xe9\xe9"},
-              {"\x80\x80\x80\x80\x80\x80", 5, "\x80\x80\x80\x80\x80"},
-              {"", 0, ""}};
-  for (const auto& row : rows) {
-    char out[8] = "";
-    EXPECT_EQ(transfer::cutAt(row.text, row.limit), row.cut);
-    EXPECT_EQ(transfer::formatLimited(row.limit, "%s", row.text.c_str()), row.cut);
-    EXPECT_EQ(transfer::copyTruncated(out, static_cast<int>(row.limit) + 1, row.text), row.text.size());
-    EXPECT_STREQ(out, row.cut);
-  }
+  const auto cut = [](const std::string& row) { // the limit, and the text
+    const std::size_t limit = static_cast<std::size_t>(row[0] - '0');
+    const std::string text = row.substr(1), kept(transfer::cutAt(text, limit));
+    std::array<char, 8> out{};
+    EXPECT_EQ(transfer::formatLimited(limit, "%s", text.c_str()), kept);
+    EXPECT_EQ(transfer::copyTruncated(out.data(), static_cast<int>(limit) + 1, text), text.size());
+    EXPECT_EQ(out.data(), kept);
+    return kept;
+  };
+  expectRows(cut, {"2a\xc3\xa9 -> a", "3a\xc3\xa9 -> a\xc3\xa9", "2\xe2\x82\xac x -> ",
+                   "3\xe2\x82\xac x -> \xe2\x82\xac", "4a\xf0\x9f\x8c\x8d x -> a", "2\xe9\xe9\xe9 -> \xe9\xe9", "0 -> ",
+                   "5\x80\x80\x80\x80\x80\x80 -> \x80\x80\x80\x80\x80"});
 }
 
 TEST(CurlNames, ResponseFilesGetTheExtensionOfTheContentType) {
-  const auto directory = std::filesystem::path(testing::TempDir()) / "curl.names";
-  std::filesystem::create_directories(directory);
-  const struct {
-    const char *given, *type, *expected;
-  } rows[] = {{"map", "png", "map.png"},  {"map.PNG", "png", "map.PNG"},
-              {"map.", "png", "map.png"}, {"map.gif", "png", "map.gif.png"},
-              {"map", "", "map"},         {"map", "a\x1b\xc2\x9b/b", "map.a___b"}};
-  for (const auto& [given, type, expected] : rows) {
+  const auto named = [](const std::string& row) { // the name, and the type as an extension
     CCurl curl;
-    curl.CurlSetRspParsedContentType(type);
-    std::ofstream(directory / expected) << "old";
-    transfer::Text name((directory / given).string());
-    EXPECT_EQ(curl.CurlBuildFileName(&name), 0);
-    EXPECT_EQ(name.str(), directory / expected);
-    EXPECT_FALSE(std::filesystem::exists(directory / expected));
-  }
-  std::filesystem::remove(directory);
+    curl.CurlSetRspParsedContentType(row.substr(row.find('|') + 1).c_str());
+    transfer::Text name(testing::TempDir() + row.substr(0, row.find('|')));
+    EXPECT_NE(curl.CurlBuildFileName(&name), 0) << "there is no such file to delete";
+    return name.str().substr(testing::TempDir().size());
+  };
+  expectRows(named, {"map|png -> map.png", "map.PNG|png -> map.PNG", "map.|png -> map.png",
+                     "map.gif|png -> map.gif.png", "map| -> map", "map|a\x1b\xc2\x9b/b -> map.a___b"});
 }
 
 } // namespace

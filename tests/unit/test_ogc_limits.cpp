@@ -104,16 +104,6 @@ TEST_F(OgcLimits, TextsAreCutBehindTheLastCharacterThatFits) {
          client.CurlHttpExamineHeaderMsg();
          return client.message().substr(client.message().find("ErrMsg(") + 7, 511);
        }},
-      {"FTP reply", 127, "220 ",
-       [&](auto& text) {
-         client.CurlFtpGetReponseCode(("220 " + text).c_str(), static_cast<int>(4 + text.size()));
-         return std::string(client.response().lastFtpResponse.data());
-       }},
-      {"trace", 511, "",
-       [&](std::string text) {
-         CCurl::CurlHttpDebugCallback(nullptr, CURLINFO_TEXT, text.data(), text.size(), &client);
-         return fakeBridge().status.back().substr(22, 511);
-       }},
       {"message of the parser", 1023, "Fatal Error: SAX Parser: Message (expected end of tag '",
        [&](auto& text) {
          parse("<" + text + "></a>");
@@ -142,18 +132,6 @@ TEST_F(OgcLimits, TextsAreCutBehindTheLastCharacterThatFits) {
       const std::string fits = (limit.lead + text).substr(0, limit.most);
       EXPECT_EQ(kept.substr(0, fits.size()), fits) << limit.name << size;
       EXPECT_TRUE(size <= most || kept.size() == limit.most) << limit.name << size << kept;
-    }
-  }
-}
-
-TEST_F(OgcLimits, AHostOf255CharactersIsTheLongest) {
-  for (const std::size_t size : {254, 255, 256, 3000}) {
-    CCurl curl;
-    const std::string host = letters(size);
-    for (const auto split : {&CCurl::CurlParseURL, &CCurl::CurlParseURLSimple}) {
-      const std::string error = errorOf([&] { (curl.*split)(("http://" + host + ":81/p?q").c_str()); });
-      EXPECT_EQ(error, size > 255 ? "Error: url contains a host of more than 255 characters." : "");
-      EXPECT_EQ(curl.settings().host.str(), size > 255 ? "" : host);
     }
   }
 }
