@@ -20,6 +20,9 @@
 
 #include <openssl/evp.h>
 #include <sys/ioctl.h>
+#ifdef ZEL_MIMALLOC
+#include <mimalloc.h>
+#endif
 
 namespace zel::lua {
 
@@ -121,6 +124,19 @@ int isFile(lua_State* L) {
   return 1;
 }
 
+/// zel.collect(): runs the collector and gives the memory that is free to the system, now and, from then on, at once:
+/// the allocator would keep it for a process that soon wants as much again.
+int collect(lua_State* L) {
+#ifdef ZEL_MIMALLOC
+  mi_option_set(mi_option_decommit_delay, 0);
+#endif
+  lua_gc(L, LUA_GCCOLLECT);
+#ifdef ZEL_MIMALLOC
+  mi_collect(true);
+#endif
+  return 0;
+}
+
 /// zel.digest(text or open file): the SHA-256 of a text, or of what is left to read in a file, in hexadecimal digits.
 int digest(lua_State* L) {
   const std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> context(EVP_MD_CTX_new(), &EVP_MD_CTX_free);
@@ -176,6 +192,7 @@ constexpr luaL_Reg libraryFunctions[] = {{"new", newObject},
                                          {"columns", columns},
                                          {"is_file", isFile},
                                          {"digest", digest},
+                                         {"collect", collect},
                                          {"methods", objectMethods},
                                          {"show", callModule<showModule>},
                                          {"help", callModule<helpModule>},

@@ -2,6 +2,8 @@
 
 local HEAD = 65536 -- bytes that are looked at
 
+local ENTITIES = {amp = "&", lt = "<", gt = ">", quot = '"', apos = "'"}
+
 local document = {}
 
 -- Where the text goes on after white space, declarations and comments.
@@ -23,7 +25,9 @@ function document.describe(file)
   local name, attributes = head:match("^<([%w_:.-]+)([^>]*)", skipped(head))
   local size = file:seek("end")
   if not name then return nil, nil, size end
-  return name:match("[^:]*$"), attributes:match("%supdateSequence%s*=%s*[\"']([^\"']*)"), size
+  local sequence = attributes:match("%supdateSequence%s*=%s*\"([^\"]*)\"")
+                   or attributes:match("%supdateSequence%s*=%s*'([^']*)'")
+  return name:match("[^:]*$"), sequence and sequence:gsub("&(%a+);", ENTITIES) or nil, size
 end
 
 return document

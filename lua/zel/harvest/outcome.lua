@@ -30,7 +30,11 @@ end
 function outcome.of_failure(s, why)
   if not service.is_failure(why) then error(why, 0) end
   local refused = refusal_of(s.object)
-  if not refused then return {result = "failed", words = shortened(service.told(s, why)), again = passing(why)} end
+  if not refused then
+    local path = s.object:GetProperty{"LAST_FILE"}.LAST_FILE -- a temporary name
+    why = why:gsub(path ~= "" and path:gsub("%p", "%%%0") or "^$", "document")
+    return {result = "failed", words = shortened(service.told(s, why)), again = passing(why)}
+  end
   local place = (refused.code or "") .. (refused.code and refused.locator and ", " or "") .. (refused.locator or "")
   return {result = "refused", words = shortened(refused.text .. (place ~= "" and " (" .. place .. ")" or "")),
           code = refused.code, again = false}

@@ -7,7 +7,6 @@ local rows = require "zel.harvest.rows"
 local service = require "zel.ogc.service"
 
 local LARGEST = 256000000 -- bytes of a document; the largest that are known have 75 million
-local MUCH = 4000000      -- bytes of a document after which memory is given back at once
 local CLASSES = {WMS = "ZELnetOGCWMS", WCS = "ZELnetOGCWCS"}
 local VERSIONS = {WMS = {"1.3.0", "1.1.1", "1.1.0"}, WCS = {"1.0.0"}} -- the highest first
 local ROOTS = {WMS = {WMS_Capabilities = true, WMT_MS_Capabilities = true}, WCS = {WCS_Capabilities = true}}
@@ -124,6 +123,5 @@ return function(entry, known, settings)
   if tried.again then tried.wait = service.pause_after(request.object, entry.tries + 1) end
   tried.version, tried.bytes = tried.version or request.version, size
   if path ~= "" then os.remove(path) end
-  if size > MUCH then collectgarbage() end
   return tried, statements
 end

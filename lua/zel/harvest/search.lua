@@ -75,7 +75,8 @@ end
 -- are taken as the beginnings of words. Rows of the view `item` with url, type and title of their service, and box.
 return function(database, words, bbox, kind, limit)
   local match = query(words, false)
-  if not match and not bbox then errors.raise("search wants words to look for, or --bbox") end
+  if words == "" and not bbox then errors.raise("search wants words to look for, or --bbox") end
+  if words ~= "" and not match then return {} end -- nothing but signs
   local found = collect(database, statement(match, bbox, kind, limit))
   if #found == 0 and match then found = collect(database, statement(query(words, true), bbox, kind, limit)) end
   return found
