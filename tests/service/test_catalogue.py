@@ -1,6 +1,7 @@
 """The catalogue page in a real browser, of a real server and of one that means harm."""
 
 import base64
+import contextlib
 import html
 import http.server
 import os
@@ -16,8 +17,6 @@ from selenium import webdriver
 from selenium.webdriver.chrome.service import Service
 from selenium.webdriver.common.by import By
 from selenium.webdriver.common.keys import Keys
-
-from servers import BUILD
 
 WRITE = """local result = require("zel.catalogue").write{url = arg[1], to = arg[2], jobs = %d, pictures = %d,
   properties = {version = %r, retries = 0}}
@@ -46,26 +45,8 @@ class Maps(http.server.ThreadingHTTPServer):
     is how many it had at once. A layer "refused STATUS" gets an exception, those named "slow ..." wait for the end."""
 
     def __init__(self, layers, version="1.1.1", title="Maps", pause=0):
-        self.queries, self.now, self.most, self.pause, self.ended = [], 0, 0, pause, threading.Event()
-        maps = self
-
-        class Handler(http.server.BaseHTTPRequestHandler):
-            def do_GET(self):
-                status, body = maps.answer(urllib.parse.urlsplit(self.path), self.headers.get("Authorization"))
-                self.send_response(status)
-                self.send_header("WWW-Authenticate", "Basic realm=maps")
-                self.send_header("Content-Type", "image/png" if body.startswith(PNG) else "text/xml")
-                self.send_header("Content-Length", str(len(body)))
-                self.end_headers()
-                try:
-                    self.wfile.write(body)
-                except OSError:
-                    pass  # the client has seen enough
-
-            def log_message(self, *_):
-                pass
-
         super().__init__(("127.0.0.1", 0), Handler)
+        self.queries, self.now, self.most, self.pause, self.ended = [], 0, 0, pause, threading.Event()
         self.url = f"http://127.0.0.1:{self.server_port}/wms"
         root, system = ("WMS_Capabilities", "CRS") if version == "1.3.0" else ("WMT_MS_Capabilities", "SRS")
         self.document = f"""<?xml version="1.0" encoding="UTF-8"?>
@@ -75,18 +56,6 @@ class Maps(http.server.ThreadingHTTPServer):
             <Layer><Title>Outermost</Title><{system}>EPSG:4326</{system}>{layers.replace("SELF", self.url)}</Layer>
             </Capability></{root}>"""
         threading.Thread(target=self.serve_forever, daemon=True).start()
-
-    def answer(self, url, user):
-        query = {name.upper(): value for name, value in urllib.parse.parse_qsl(url.query, keep_blank_values=True)}
-        if url.path == "/locked" and user != "Basic " + base64.b64encode(b"me:p@ss").decode():
-            return 401, b""
-        if url.path.endswith("/page"):
-            return 200, b"<html><script>window.owned=1</script></html>"
-        if query.get("REQUEST") == "GetCapabilities":
-            return 200, self.document.encode()
-        if query.get("REQUEST") == "GetMap":
-            return self.draw(query)
-        return 200, PNG + bytes(8_000_000 if url.path.endswith("/huge") else 0)
 
     def draw(self, query):
         self.queries.append(query)
@@ -101,6 +70,30 @@ class Maps(http.server.ThreadingHTTPServer):
         self.ended.set()
         self.shutdown()
         self.server_close()
+
+
+class Handler(http.server.BaseHTTPRequestHandler):
+    log_message = staticmethod(lambda *_: None)
+
+    def do_GET(self):
+        url = urllib.parse.urlsplit(self.path)
+        query = {name.upper(): value for name, value in urllib.parse.parse_qsl(url.query, keep_blank_values=True)}
+        status, body = 200, PNG + bytes(8_000_000 if url.path.endswith("/huge") else 0)
+        if url.path == "/locked" and self.headers["Authorization"] != "Basic " + base64.b64encode(b"me:p@ss").decode():
+            status, body = 401, b""
+        elif url.path.endswith("/page"):
+            body = b"<html><script>window.owned=1</script></html>"
+        elif query.get("REQUEST") == "GetCapabilities":
+            body = self.server.document.encode()
+        elif query.get("REQUEST") == "GetMap":
+            status, body = self.server.draw(query)
+        self.send_response(status)
+        self.send_header("WWW-Authenticate", "Basic realm=maps")
+        self.send_header("Content-Type", "image/png" if body.startswith(PNG) else "text/xml")
+        self.send_header("Content-Length", str(len(body)))
+        self.end_headers()
+        with contextlib.suppress(OSError):  # the client has seen enough
+            self.wfile.write(body)
 
 
 def text(value):
@@ -286,19 +279,15 @@ def test_what_goes_wrong_is_said_and_leaves_the_old_page(zel, tmp_path, url, to,
     assert (tmp_path / "page").read_text() == "old" and not list(tmp_path.rglob("*.part"))
 
 
-def test_many_at_once_until_ctrl_c(tmp_path):
+def test_many_at_once_until_ctrl_c(zel_running, tmp_path):
     """As many processes as asked for fetch pictures; Ctrl-C leaves a page with those that came, and nothing else."""
-    script, files = tmp_path / "script.lua", tmp_path / "files"
+    files = tmp_path / "files"
     files.mkdir()
-    script.write_text(WRITE % (3, 99999, "1.1.1"))
-    with Maps("".join(map(layer, ["a", "b", "c", "d", "slow 1", "slow 2", "slow 3", "e"])), pause=0.3) as server, \
-            subprocess.Popen([BUILD / "zel", script, server.url.replace("//", "//me:p%40ss@").replace("wms", "locked"),
-                              "page"], cwd=tmp_path, text=True, start_new_session=True, stdout=subprocess.PIPE,
-                             env=os.environ | {"ZEL_USER_DIR": str(tmp_path / "user"), "TMPDIR": str(files)}) as run:
-        for _ in range(300):
-            time.sleep(0.1)
-            if len(server.queries) == 7:
-                break
+    with Maps("".join(map(layer, ["a", "b", "c", "d", "slow 1", "slow 2", "slow 3", "e"])), pause=0.3) as server:
+        run = zel_running(WRITE % (3, 99999, "1.1.1"), server.url.replace("//", "//me:p%40ss@").replace("wms", "locked"),
+                          "page", start_new_session=True, env={"TMPDIR": str(files)})
+        while len(server.queries) < 7 and run.poll() is None:
+            time.sleep(0.05)
         os.killpg(run.pid, signal.SIGINT)
         assert (run.communicate(timeout=20)[0], run.returncode, server.most) == ("9\t4\ttrue\n", 0, 3)
     words = (tmp_path / "page").read_text()

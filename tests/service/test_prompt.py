@@ -1,5 +1,6 @@
 """The prompt and what helps there: completion, zel.help and zel.show."""
 
+import contextlib
 import fcntl
 import os
 import pty
@@ -60,53 +61,61 @@ def test_completion_runs_no_code_of_scripts(zel):
                    "wms:GetProperty{'\tAUTHENTICATION\tfalse\n\t_G\tfalse\n")
 
 
-class Prompt:
-    """The runner at a terminal of its own."""
+@pytest.fixture
+def prompt(tmp_path):
+    """prompt(columns, rows, **environment): the runner at a terminal of its own; it ends with the test."""
+    with contextlib.ExitStack() as ends:
 
-    def __init__(self, user_dir, columns=80, rows=24, **env):
-        self._master, terminal = pty.openpty()
+        def start(columns=80, rows=24, **env):
+            one = Prompt(tmp_path, columns, rows, env)
+            ends.callback(one.process.wait)
+            ends.callback(one.process.kill)
+            return one
+
+        yield start
+
+
+class Prompt:
+    def __init__(self, user_dir, columns, rows, env):
+        self.terminal, terminal = pty.openpty()
         fcntl.ioctl(terminal, termios.TIOCSWINSZ, struct.pack("HHHH", rows, columns, 0, 0))
         self.process = subprocess.Popen([BUILD / "zel"], stdin=terminal, stdout=terminal, stderr=terminal,
                                         start_new_session=True,
                                         preexec_fn=lambda: fcntl.ioctl(0, termios.TIOCSCTTY, 0),  # Ctrl-C signals
                                         env=os.environ | {"ZEL_USER_DIR": str(user_dir), "TERM": "dumb"} | env)
         os.close(terminal)
-        self.greeting = self.read_until("> ")
-
-    def read_until(self, text):
-        seen = ""
-        while text not in seen:
-            assert select.select([self._master], [], [], 20)[0], seen
-            seen += os.read(self._master, 4096).decode(errors="replace")
-        return seen
+        self.greeting = self.type("", "> ")
 
     def type(self, keys, answer="\r\n> "):
         """Types keys and returns what is shown up to the answer."""
-        os.write(self._master, keys.encode())
-        return self.read_until(answer)
+        os.write(self.terminal, keys.encode())
+        seen = ""
+        while answer not in seen:
+            assert select.select([self.terminal], [], [], 20)[0], seen
+            seen += os.read(self.terminal, 4096).decode(errors="replace")
+        return seen
 
     def end(self, keys="\x04", status=0):
-        os.write(self._master, keys.encode())
+        os.write(self.terminal, keys.encode())
         assert self.process.wait(20) == status
-        os.close(self._master)
 
 
-def test_tab_completes_and_history_is_kept(tmp_path):
-    prompt = Prompt(tmp_path)
-    assert prompt.greeting.startswith("zel 1.") and "zel.help()" in prompt.greeting and "Ctrl-D" in prompt.greeting
-    prompt.type('wms = zel.n\t("ZELnetOGCWM\t)\n')
-    prompt.type("wms:SetProperty{URL_PORT = 8080,\n", ">> ")
-    prompt.type('URL_HOSTN\t= "here"}\n')
-    assert "here" in prompt.type('wms:GetProperty{"URL_H\t}.URL_HOSTNAME\n', "\r\nhere\r\n> ")
-    beside = Prompt(tmp_path)
+def test_tab_completes_and_history_is_kept(prompt, tmp_path):
+    first = prompt()
+    assert first.greeting.startswith("zel 1.") and "zel.help()" in first.greeting and "Ctrl-D" in first.greeting
+    first.type('wms = zel.n\t("ZELnetOGCWM\t)\n')
+    first.type("wms:SetProperty{URL_PORT = 8080,\n", ">> ")
+    first.type('URL_HOSTN\t= "here"}\n')
+    assert "here" in first.type('wms:GetProperty{"URL_H\t}.URL_HOSTNAME\n', "\r\nhere\r\n> ")
+    beside = prompt()
     beside.type(" secret = 1\nbeside = 1\nbeside = 1\n", "beside = 1\r\n> beside = 1\r\n> ")
-    prompt.type("for i = 7, 7 do\n", ">> ")
-    prompt.type("last = i end\n")
-    prompt.process.send_signal(signal.SIGHUP)
-    assert prompt.process.wait(20) == -signal.SIGHUP
+    first.type("for i = 7, 7 do\n", ">> ")
+    first.type("last = i end\n")
+    first.process.send_signal(signal.SIGHUP)
+    assert first.process.wait(20) == -signal.SIGHUP
     beside.end("os.exit(7)\n", 7)
 
-    again = Prompt(tmp_path)
+    again = prompt()
     again.type("\x10", "os.exit(7)")
     again.type("\x10", "for i = 7, 7 do")  # both of its lines
     again.type("\nlast\n", "\r\n7\r\n> ")
@@ -118,18 +127,18 @@ def test_tab_completes_and_history_is_kept(tmp_path):
     assert history.stat().st_mode & 0o777 == 0o600 and "secret" not in history.read_text()
 
 
-def test_history_of_another_kind(tmp_path):
+def test_history_of_another_kind(prompt, tmp_path):
     """Plain lines are taken as they are; a link in the file's place is not followed."""
     (tmp_path / "history").write_text("x = 1\nx = 2\n")
-    prompt = Prompt(tmp_path)
-    prompt.type("\x10\x10\n")
-    prompt.type("x\n", "\r\n1\r\n> ")
-    prompt.end("exit\n")
+    one = prompt()
+    one.type("\x10\x10\n")
+    one.type("x\n", "\r\n1\r\n> ")
+    one.end("exit\n")
     (tmp_path / "history").unlink()
     (tmp_path / "history").symlink_to(tmp_path / "other")
-    prompt = Prompt(tmp_path)
-    prompt.type("y = 1\n")
-    prompt.end()
+    one = prompt()
+    one.type("y = 1\n")
+    one.end()
     assert not (tmp_path / "other").exists()
 
 
@@ -154,47 +163,43 @@ LOOP = "while true do pcall(function() while true do end end) end\n"
     (["\x1b[200~a = 5\nb = 6\na * b\x1b[201~\n"], "\r\n30\r\n", "syntax"),
     (["local x = 1\n"], "x ends with this line", "nil"),
 ])
-def test_statements(tmp_path, keys, shown, hidden):
-    prompt = Prompt(tmp_path)
+def test_statements(prompt, keys, shown, hidden):
+    one = prompt()
     for key in keys:
-        os.write(prompt._master, key.encode())
-        time.sleep(0.3)
-    text = prompt.type("'done'\n", "\r\ndone\r\n> ")
+        os.write(one.terminal, key.encode())
+        time.sleep(0.3 if "\x03" in "".join(keys) else 0)
+    text = one.type("'done'\n", "\r\ndone\r\n> ")
     assert shown in text and hidden not in text
-    prompt.end()
 
 
 @pytest.mark.parametrize("columns, rows", [(80, 24), (200, 50)])
-def test_tables_are_cut_to_the_screen(tmp_path, columns, rows):
-    prompt = Prompt(tmp_path, columns, rows)
-    prompt.type("t = {} for i = 1, 99 do t[i] = {NAME = 'n' .. i, text = ('word '):rep(30)} end\n")
-    lines = prompt.type("t\n").splitlines()
+def test_tables_are_cut_to_the_screen(prompt, columns, rows):
+    one = prompt(columns, rows)
+    one.type("t = {} for i = 1, 99 do t[i] = {NAME = 'n' .. i, text = ('word '):rep(30)} end\n")
+    lines = one.type("t\n").splitlines()
     used = sum(-(-len(line) // columns) or 1 for line in lines)
     assert rows - 4 <= used <= rows
     assert lines[-2] == "... cut to the screen, 99 entries; zel.show(t) prints all"
-    assert prompt.type("{}, {a = {}}, 5\n").splitlines()[1:-1] == ["{}", "a: {}", "5"]
-    prompt.end()
+    assert one.type("{}, {a = {}}, 5\n").splitlines()[1:-1] == ["{}", "a: {}", "5"]
 
 
 @pytest.mark.parametrize("environment, colours", [({"TERM": "xterm"}, True), ({"TERM": "dumb"}, False),
                                                   ({"TERM": "xterm", "NO_COLOR": "1"}, False)])
-def test_colours(tmp_path, environment, colours):
-    prompt = Prompt(tmp_path, **environment)
-    shown = prompt.type("{key = 1}\n", "> ") + prompt.type("error('no', 0)\n", "> ")
+def test_colours(prompt, environment, colours):
+    one = prompt(**environment)
+    shown = one.type("{key = 1}\n", "> ") + one.type("error('no', 0)\n", "> ")
     assert ("\33[36mkey" in shown) == colours and ("\33[31mzel:" in shown) == colours
-    prompt.end()
 
 
-def test_refusal_is_shown_in_the_words_of_the_server(tmp_path, ogc):
-    prompt = Prompt(tmp_path, 200, OGC_SERVER_URL=ogc.service)
-    prompt.type("wms = zel.new('ZELnetOGCWMS')\n")
-    prompt.type("wms:ParseUrl(os.getenv('OGC_SERVER_URL'))\n")
+def test_refusal_is_shown_in_the_words_of_the_server(prompt, ogc):
+    one = prompt(200, OGC_SERVER_URL=ogc.service)
+    one.type("wms = zel.new('ZELnetOGCWMS')\n")
+    one.type("wms:ParseUrl(os.getenv('OGC_SERVER_URL'))\n")
     query = "LAYERS=nosuch&STYLES=&SRS=EPSG:4326&BBOX=0,0,9,9&WIDTH=64&HEIGHT=32&FORMAT=image/png"
-    shown = prompt.type(f"wms:GetMap('{query}')\n")
+    shown = one.type(f"wms:GetMap('{query}')\n")
     assert "The server says: msWMSLoadGetMapParams(): WMS server error. Invalid layer(s)" in shown
-    assert "says" not in prompt.type("wms:SetProperty{URL_PORT = 1}\n") + prompt.type("wms:GetMap('x')\n")
-    assert "says" not in prompt.type("error('other')\n")
-    prompt.end()
+    assert "says" not in one.type("wms:SetProperty{URL_PORT = 1}\n") + one.type("wms:GetMap('x')\n")
+    assert "says" not in one.type("error('other')\n")
 
 
 HELP = [
