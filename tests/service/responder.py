@@ -1,17 +1,7 @@
 """A TCP server that plays a script, for what no real server can be made to say.
 
-A script is what one connection does, step by step:
-
-    bytes       sent as they are
-    a number    seconds to wait
-    HEAD        reads up to a blank line
-    LINE        reads one line
-    Body(n)     reads n bytes
-    RESET       ends the connection with a reset
-    HOLD        waits until the client goes
-    a function  called
-
-After the last step the connection is closed. What the client sent stands in `received`, one entry a connection.
+A script is what one connection does, step by step: bytes are sent, a number waits so many seconds, a function is called,
+Body(n) reads n bytes, and the words below read or wait. After the last step the connection is closed.
 """
 
 import socket
@@ -19,7 +9,10 @@ import struct
 import threading
 import time
 
-HEAD, LINE, RESET, HOLD = "head", "line", "reset", "hold"
+HEAD = "reads up to a blank line"
+LINE = "reads one line"
+RESET = "ends the connection with a reset"
+HOLD = "waits until the client goes"
 
 
 class Body(int):
@@ -27,7 +20,10 @@ class Body(int):
 
 
 class Responder:
-    """Plays one script for each connection, the last one for all further connections, until the end of a `with`."""
+    """Plays one script for each connection, the last one for all further connections, until the end of a `with`.
+
+    What the client sent stands in `requests`, one text a connection.
+    """
 
     def __init__(self, *scripts):
         self.scripts = scripts
@@ -41,7 +37,6 @@ class Responder:
 
     @property
     def requests(self):
-        """What came on all connections, as text."""
         return [bytes(data).decode("latin-1") for data in self.received]
 
     def _accept(self):

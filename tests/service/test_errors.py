@@ -8,16 +8,13 @@ from responder import HEAD, HOLD, Responder
 from conftest import SOURCE
 
 SETUP = """
-local function wms(url, properties)
-  local o = assert(zel.new("ZELnetOGCWMS", properties))
+local function new(service, url, properties)
+  local o = assert(zel.new("ZELnetOGC" .. service, properties))
   o:ParseUrl(url)
   return o
 end
-local function wcs(url)
-  local o = zel.new("ZELnetOGCWCS")
-  o:ParseUrl(url)
-  return o
-end
+local function wms(...) return new("WMS", ...) end
+local function wcs(...) return new("WCS", ...) end
 local function file(text)
   io.open("document.xml", "w"):write(text):close()
   return {FROM_FILE = "document.xml"}
