@@ -38,7 +38,7 @@ local function entry(line)
 end
 
 --- Reads a list from a file, "-" for standard input. `complain(text)` is told of every line that cannot be used.
--- Returns the entries in their order, each service once: url (to ask), public (to store and show), kind, host.
+-- Returns the entries in their order, each service of a kind once: url (to ask), public (to store and show), kind, host.
 return function(path, complain)
   local file <close> = path == "-" and io.stdin or io.open(path)
   if not file then errors.raise(("the list %s cannot be read"):format(path)) end
@@ -49,9 +49,10 @@ return function(path, complain)
     if line ~= "" then
       local made, wrong = entry(line)
       if not made then complain(("%s, line %d: %s"):format(path == "-" and "standard input" or path, number, wrong)) end
-      if made and not seen[made.public] then
+      local name = made and made.kind .. " " .. made.public
+      if made and not seen[name] then
         entries[#entries + 1] = made
-        seen[made.public] = true
+        seen[name] = true
       end
     end
   end

@@ -36,7 +36,7 @@ local function replacement(columns, other_id, id, is_stored)
   local list, first, last = is_stored and rows.removal(id) or {}, rows.range(other_id)
   local own = {}
   for _, name in ipairs(columns.service) do
-    if name ~= "id" and name ~= "url" then own[#own + 1] = name end
+    if name ~= "id" and name ~= "url" and name ~= "kind" then own[#own + 1] = name end
   end
   local all = table.concat(own, ",")
   list[#list + 1] = ("UPDATE main.service SET (%s) = (SELECT %s FROM other.service WHERE id = %d) WHERE id = %d"):format(
@@ -61,6 +61,7 @@ local HISTORY = {
   [[INSERT OR IGNORE INTO main.attempt SELECT own.id, attempt.started, run.id, attempt.seconds, attempt.bytes,
 attempt.version, attempt.result, attempt.again, attempt.words FROM other.attempt AS attempt
 JOIN other.service AS service ON service.id = attempt.service JOIN main.service AS own ON own.url = service.url
+  AND own.kind = service.kind
 JOIN other.run AS made ON made.id = attempt.run JOIN main.run AS run ON run.list = made.list AND run.started = made.started]],
 }
 
@@ -69,7 +70,8 @@ local function merge_attached(base)
   local statements, taken, columns = {}, 0, read_columns(base)
   local last = base:value("SELECT coalesce(max(id), 0) FROM main.service")
   for row in base:rows("SELECT other.id, other.url, other.kind, other.harvested, own.id AS own, own.harvested AS before "
-                       .. "FROM other.service AS other LEFT JOIN main.service AS own ON own.url = other.url ORDER BY other.id") do
+                       .. "FROM other.service AS other LEFT JOIN main.service AS own ON own.url = other.url "
+                       .. "AND own.kind = other.kind ORDER BY other.id") do
     local id = row.own
     if not id then
       last = last + schema.SPAN

@@ -21,20 +21,16 @@ end
 local function add_services(database, entries)
   local rows = {}
   for row in database:rows("SELECT id, url, kind, version, update_sequence, document_hash, harvested FROM service") do
-    rows[row.url] = row
+    rows[row.kind .. " " .. row.url] = row
   end
   local last = database:value("SELECT coalesce(max(id), 0) FROM service")
   local new, statements = {}, {}
   for _, entry in ipairs(entries) do
-    local known = rows[entry.public]
+    local known = rows[entry.kind .. " " .. entry.public]
     if not known then
       last = last + schema.SPAN
       known = {id = last, kind = entry.kind}
       new[#new + 1] = sql.row(last, sql.text(entry.public), sql.text(entry.kind))
-    elseif known.kind ~= entry.kind then -- what was read as the other kind is of no use
-      statements[#statements + 1] = ("UPDATE service SET kind = %s, update_sequence = NULL, document_hash = NULL WHERE id = %d")
-        :format(sql.text(entry.kind), known.id)
-      known.kind, known.update_sequence, known.document_hash = entry.kind, nil, nil
     end
     entry.known, entry.tries = known, 0
   end

@@ -40,10 +40,10 @@ schema.STATEMENTS = {
   ("PRAGMA user_version = %d"):format(schema.VERSION),
   "CREATE TABLE run (id INTEGER PRIMARY KEY, list TEXT NOT NULL, started TEXT NOT NULL, finished TEXT, "
     .. "UNIQUE (list, started))",
-  "CREATE TABLE service (id INTEGER PRIMARY KEY, url TEXT NOT NULL UNIQUE, kind TEXT NOT NULL, version TEXT, "
+  "CREATE TABLE service (id INTEGER PRIMARY KEY, url TEXT NOT NULL, kind TEXT NOT NULL, version TEXT, "
     .. table.concat(contact, ", ") .. ", max_width INTEGER, max_height INTEGER, layer_limit INTEGER, "
     .. "map_formats TEXT, info_formats TEXT, " .. BOX
-    .. ", update_sequence TEXT, document_hash TEXT, bytes INTEGER, harvested TEXT)",
+    .. ", update_sequence TEXT, document_hash TEXT, bytes INTEGER, harvested TEXT, UNIQUE (url, kind))",
   "CREATE TABLE layer (id INTEGER PRIMARY KEY, service INTEGER NOT NULL REFERENCES service (id), "
     .. "parent INTEGER REFERENCES layer (id), level INTEGER, position INTEGER, name TEXT, title TEXT, abstract TEXT, "
     .. "attribution TEXT, queryable INTEGER, opaque INTEGER, cascaded INTEGER, " .. BOX
