@@ -1,6 +1,7 @@
 #include "client/base.h"
 
 #include "client/bridge.h"
+#include "xml/rules.h"
 #include "zel_curl_shown.h"
 
 #include <algorithm>

@@ -14,10 +14,6 @@ namespace {
 constexpr std::size_t nameLimit = 1023;
 constexpr std::size_t versionMessageLimit = 511;
 
-constexpr VersionRule anyVersion{{}, "", ""};
-
-enum Element : int { serviceException = 14, exception = 16, exceptionText = 17 };
-
 /// Place of the first blank or comma.
 std::size_t endOfName(std::string_view s, std::size_t from) noexcept {
   while (from < s.size() && s[from] != ' ' && s[from] != ',') ++from;
@@ -114,59 +110,6 @@ int Handler::HandleVersion(const xercesc::Attributes& attrs) {
   return 0;
 }
 
-bool Handler::startReportElement(const XMLCh* localname, const xercesc::Attributes& attrs) {
-  const auto is = [&](int section, const char* name) {
-    return iSection == section && equalsIgnoringCase(localname, name);
-  };
-  if (equalsIgnoringCase(localname, "serviceexceptionreport")) {
-    iSection = serviceExceptionReport;
-  } else if (equalsIgnoringCase(localname, "exceptionreport")) {
-    iSection = exceptionReport;
-  } else if (is(serviceExceptionReport, "serviceexception")) {
-    iElement = serviceException;
-    m_exceptions.service.join(" Code=");
-    m_exceptions.service.join(m_utf8(findAttribute(attrs, "code")));
-    m_exceptions.service.join(" Locator=");
-    m_exceptions.service.join(m_utf8(findAttribute(attrs, "locator")));
-  } else if (is(exceptionReport, "exception")) {
-    iElement = exception;
-    m_exceptions.report.join(" Code=");
-    m_exceptions.report.join(m_utf8(findAttribute(attrs, "exceptioncode")));
-  } else if (is(exceptionReport, "exceptiontext")) {
-    iElement = exceptionText;
-  } else {
-    return false;
-  }
-  return true;
-}
-
-bool Handler::addReportText(const XMLCh* chars, XMLSize_t length) {
-  switch (iElement) {
-  case serviceException:
-    m_exceptions.service.join("Service Exception Text=");
-    m_exceptions.service.join(m_utf8(chars, length));
-    return true;
-  case exceptionText:
-    m_exceptions.report.join("Exception Text=");
-    m_exceptions.report.join(m_utf8(chars, length));
-    return true;
-  default:
-    return iElement == exception;
-  }
-}
-
-bool Handler::endReportElement(const XMLCh* localname) {
-  iElement = 0;
-  const bool service = iSection == serviceExceptionReport;
-  if (!service && iSection != exceptionReport) return false;
-  if (equalsIgnoringCase(localname, service ? "serviceexceptionreport" : "exceptionreport")) {
-    iSection = noSection;
-    iSubSection = 0;
-    pCurNode = nullptr;
-  }
-  return true;
-}
-
 std::string Handler::describe(const xercesc::SAXParseException& e, const char* format) {
   const std::string message(m_utf8(e.getMessage()));
   const std::string uri(m_utf8(e.getSystemId()));
@@ -186,16 +129,5 @@ void Handler::fatalError(const xercesc::SAXParseException& e) {
   m_reporter.fail("%s",
                   describe(e, "Fatal Error: SAX Parser: Message (%s), Line (%d), Column( %d), URI (%s).").c_str());
 }
-
-ExceptionHandler::ExceptionHandler(Reporter& reporter, Arena& arena) : Handler(reporter, arena, anyVersion) {}
-
-void ExceptionHandler::startElement(const XMLCh*, const XMLCh* localname, const XMLCh*,
-                                    const xercesc::Attributes& attrs) {
-  startReportElement(localname, attrs);
-}
-
-void ExceptionHandler::endElement(const XMLCh*, const XMLCh* localname, const XMLCh*) { endReportElement(localname); }
-
-void ExceptionHandler::characters(const XMLCh* chars, XMLSize_t length) { addReportText(chars, length); }
 
 } // namespace ogc::xml

@@ -47,11 +47,7 @@ struct ExceptionTexts {
   transfer::Text report;  ///< of an ExceptionReport
 };
 
-/// Section codes that every handler knows; a handler's own codes start at 1001.
-enum Section : int { noSection = 0, serviceExceptionReport = 13, exceptionReport = 15 };
-
-/// Base of the handlers of one parse, on the stack of one request. A derived handler overrides the content callbacks
-/// and lets startReportElement, addReportText and endReportElement see every event first.
+/// Base of the handlers of one parse, on the stack of one request. A derived handler overrides the content callbacks.
 class Handler : public xercesc::DefaultHandler {
 public:
   void warning(const xercesc::SAXParseException& e) override;
@@ -94,48 +90,21 @@ protected:
   /// Reads and checks the root element's version. \return 0. \throws CCurlException
   int HandleVersion(const xercesc::Attributes& attrs);
 
-  /// \name Exception reports, of both forms
-  /// @{
-  /// Opens a report's section and collects its attributes. \return true when the element belongs to a report.
-  bool startReportElement(const XMLCh* localname, const xercesc::Attributes& attrs);
-  /// Collects a run of text. \return true when it belongs to a report.
-  bool addReportText(const XMLCh* chars, XMLSize_t length);
-  /// Closes the report's section. \return true when the element belongs to a report.
-  bool endReportElement(const XMLCh* localname);
-  /// @}
-
   Reporter& m_reporter;
   Arena& m_arena;
   Utf8 m_utf8;
-  int iElement = 0; ///< what the current element's text is for, 0 nothing
   int iSection = 0;
   int iSubSection = 0;
   const char* szVersion = nullptr;
   const char* szUpdateSequence = nullptr;
   xNodeStr_t* pCurNode = nullptr;
+  ExceptionTexts m_exceptions;
 
 private:
   /// Message, line, column and document of a parser's report, in that order.
   std::string describe(const xercesc::SAXParseException& e, const char* format);
 
   const VersionRule& m_versions;
-  ExceptionTexts m_exceptions;
-};
-
-/// Collects the exception texts of a document and nothing else: for XML answers where a map or a coverage was expected.
-class ExceptionHandler final : public Handler {
-public:
-  ExceptionHandler(Reporter& reporter, Arena& arena);
-  void startElement(const XMLCh* uri, const XMLCh* localname, const XMLCh* qname,
-                    const xercesc::Attributes& attrs) override;
-  void endElement(const XMLCh* uri, const XMLCh* localname, const XMLCh* qname) override;
-  void characters(const XMLCh* chars, XMLSize_t length) override;
-  void endDocument() override { m_complete = true; }
-  /// True once the whole document was read.
-  [[nodiscard]] bool complete() const noexcept { return m_complete; }
-
-private:
-  bool m_complete = false;
 };
 
 } // namespace ogc::xml

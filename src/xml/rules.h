@@ -51,32 +51,18 @@ public:
     void (*end)(H&) = nullptr;
     bool exact = false;
     bool opensSection = false;
-    bool ofReport = false; ///< may belong to an exception report
   };
 
-  Grammar(std::initializer_list<Rule> rules) : m_elements(1), m_names(entries(rules)) {
-    m_elements.resize(m_codes.size() + 1);
-    for (const char* name : reportNames) {
-      Element& element = m_elements[code(name)];
-      element.name = name;
-      element.ofReport = true;
+  Grammar(std::initializer_list<Rule> rules) {
+    std::map<std::string, Element> elements; // by lower-case name
+    for (const Rule& rule : reportRules()) add(rule, elements);
+    for (const Rule& rule : rules) add(rule, elements);
+    std::vector<ElementNames::Entry> entries;
+    for (auto& [name, element] : elements) {
+      entries.push_back({name.c_str(), static_cast<int>(m_elements.size())});
+      m_elements.push_back(std::move(element));
     }
-    for (const Rule& rule : rules) {
-      if (std::string_view(rule.name) == "*") {
-        m_everywhere.push_back(rule);
-        continue;
-      }
-      Element& element = m_elements[code(rule.name)];
-      element.name = rule.name;
-      element.rules.push_back(rule);
-      element.exact = element.exact || rule.exact;
-      element.opensSection = element.opensSection || rule.opens.section != 0;
-      if (rule.end != nullptr) element.end = rule.end;
-      if (rule.closedBy == nullptr) continue;
-      Element& closing = m_elements[code(rule.closedBy)];
-      for (const auto place : {&Place::section, &Place::group, &Place::part})
-        if (rule.opens.*place != 0) closing.closes.*place = rule.opens.*place;
-    }
+    m_names = ElementNames(entries);
   }
 
   /// The element of that name; an element without rules for other names.
@@ -88,29 +74,49 @@ public:
   [[nodiscard]] const std::vector<Rule>& everywhere() const noexcept { return m_everywhere; }
 
 private:
-  static constexpr const char* reportNames[] = {"ServiceExceptionReport", "ServiceException", "ExceptionReport",
-                                                "Exception", "ExceptionText"};
-
-  std::size_t code(const char* name) { return static_cast<std::size_t>(m_codes.at(lowerCase(name))); }
-  std::vector<ElementNames::Entry> entries(std::initializer_list<Rule> rules) {
-    std::vector<ElementNames::Entry> all;
-    const auto add = [&](const char* name) {
-      if (name == nullptr || std::string_view(name) == "*") return;
-      const int next = static_cast<int>(m_codes.size()) + 1;
-      if (m_codes.emplace(lowerCase(name), next).second) all.push_back({name, next});
+  /// The rules of exception reports, which take the place of any document. Codes of handlers are larger.
+  static std::array<Rule, 5> reportRules() {
+    using Attributes = xercesc::Attributes;
+    using Texts = ExceptionTexts;
+    enum Section : int { service = 13, report = 15 };
+    static constexpr auto ignoreText = [](H& h, const Attributes&) { h.collect(nullptr); };
+    static constexpr auto serviceException = [](H& h, const Attributes& attrs) {
+      h.report(&Texts::service, " Code=", attrs, "code");
+      h.report(&Texts::service, " Locator=", attrs, "locator");
+      h.collectReport(&Texts::service, "Service Exception Text=");
     };
-    for (const char* name : reportNames) add(name);
-    for (const Rule& rule : rules) {
-      add(rule.name);
-      add(rule.closedBy);
-    }
-    return all;
+    static constexpr auto exception = [](H& h, const Attributes& attrs) {
+      h.report(&Texts::report, " Code=", attrs, "exceptioncode");
+      h.collect(nullptr);
+    };
+    static constexpr auto text = [](H& h, const Attributes&) { h.collectReport(&Texts::report, "Exception Text="); };
+    return {{{"ServiceExceptionReport", {}, ignoreText, {service, 0, 0}},
+             {"ServiceException", {service}, serviceException},
+             {"ExceptionReport", {}, ignoreText, {report, 0, 0}},
+             {"Exception", {report}, exception},
+             {"ExceptionText", {report}, text}}};
   }
 
-  std::map<std::string, int> m_codes; ///< by lower-case name
-  std::vector<Element> m_elements;    ///< by code
+  void add(const Rule& rule, std::map<std::string, Element>& elements) {
+    if (std::string_view(rule.name) == "*") {
+      m_everywhere.push_back(rule);
+      return;
+    }
+    Element& element = elements[lowerCase(rule.name)];
+    element.name = rule.name;
+    element.rules.push_back(rule);
+    element.exact = element.exact || rule.exact;
+    element.opensSection = element.opensSection || rule.opens.section != 0;
+    if (rule.end != nullptr) element.end = rule.end;
+    if (rule.closedBy == nullptr) return;
+    Place& closes = elements[lowerCase(rule.closedBy)].closes;
+    for (const auto place : {&Place::section, &Place::group, &Place::part})
+      if (rule.opens.*place != 0) closes.*place = rule.opens.*place;
+  }
+
+  std::vector<Element> m_elements{1}; ///< by code
   std::vector<Rule> m_everywhere;
-  ElementNames m_names;
+  ElementNames m_names{};
 };
 
 /// Reads a document by the rules of a grammar. `H` is the handler itself; its rules reach what is public here.
@@ -123,7 +129,6 @@ public:
   void startElement(const XMLCh*, const XMLCh* localname, const XMLCh*, const xercesc::Attributes& attrs) override {
     const auto& element = m_grammar.find(localname);
     m_open.push_back(&element);
-    if (element.ofReport && startReportElement(localname, attrs)) return forgetText();
     H& self = static_cast<H&>(*this);
     for (const auto& rule : element.rules) {
       if (!rule.in.holds(place())) continue;
@@ -136,7 +141,7 @@ public:
   }
 
   void characters(const XMLCh* chars, XMLSize_t length) override {
-    if (iElement != 0 && addReportText(chars, length)) return;
+    if (m_report != nullptr) return addToReport(*m_report, m_reportLabel, m_utf8(chars, length));
     if (m_names) return ParseConcatenatedValues(m_utf8(chars, length), 1);
     const char** text = m_text;
     if (m_runs != nullptr) {
@@ -146,11 +151,10 @@ public:
     if (text != nullptr) AppendStrings(text, m_utf8(chars, length), 0, 0);
   }
 
-  void endElement(const XMLCh*, const XMLCh* localname, const XMLCh*) override {
+  void endElement(const XMLCh*, const XMLCh*, const XMLCh*) override {
     const auto& element = *m_open.back();
     m_open.pop_back();
     collect(nullptr);
-    if (element.ofReport) endReportElement(localname);
     if (element.end != nullptr) return element.end(static_cast<H&>(*this));
     if (element.closes.section != 0 && element.closes.section == iSection) {
       iSection = 0;
@@ -168,7 +172,6 @@ public:
   void collect(const char** text) noexcept {
     forgetText();
     m_text = text;
-    iElement = 0;
   }
   /// The first text that is counted goes to `first`, the second to `second`, others nowhere.
   void collectRuns(const char** first, const char** second, int* runs) noexcept {
@@ -181,11 +184,21 @@ public:
     collect(nullptr);
     m_names = pCurNode != nullptr;
   }
+  /// The text of this element goes to an exception report, after a label.
+  void collectReport(transfer::Text ExceptionTexts::*text, const char* label) noexcept {
+    collect(nullptr);
+    m_report = &(m_exceptions.*text);
+    m_reportLabel = label;
+  }
+  /// The value of an attribute goes to an exception report, after a label.
+  void report(transfer::Text ExceptionTexts::*text, const char* label, const xercesc::Attributes& attrs,
+              const char* name) {
+    addToReport(m_exceptions.*text, label, m_utf8(findAttribute(attrs, name)));
+  }
   void closeGroup() noexcept {
     iSubSection = m_part = 0;
     pCurNode = nullptr;
   }
-  void openSection(int section) noexcept { iSection = section; }
   void closeSection() noexcept {
     iSection = 0;
     closeGroup();
@@ -229,7 +242,12 @@ private:
   void forgetText() noexcept {
     m_text = nullptr;
     m_runs = nullptr;
+    m_report = nullptr;
     m_names = false;
+  }
+  static void addToReport(transfer::Text& text, const char* label, std::string_view piece) {
+    text.join(label);
+    text.join(piece);
   }
   [[nodiscard]] Place place() const noexcept { return {iSection, iSubSection, m_part}; }
   void open(const Place& opens) noexcept {
@@ -247,7 +265,21 @@ private:
   const char** m_text = nullptr;
   const char** m_second = nullptr;
   int* m_runs = nullptr;
+  transfer::Text* m_report = nullptr;
+  const char* m_reportLabel = nullptr;
   bool m_names = false;
+};
+
+/// Reads exception reports and nothing else: for XML where a map or a coverage was expected.
+class ExceptionHandler final : public RuleHandler<ExceptionHandler> {
+public:
+  ExceptionHandler(Reporter& reporter, Arena& arena);
+  void endDocument() override { m_complete = true; }
+  /// Was the whole document read?
+  [[nodiscard]] bool complete() const noexcept { return m_complete; }
+
+private:
+  bool m_complete = false;
 };
 
 /// An attribute and where it goes.

@@ -5,7 +5,7 @@
 #include "client/base.h"
 #include "curl_test.h"
 #include "fake_bridge.h"
-#include "xml/handler.h"
+#include "xml/rules.h"
 
 #include <filesystem>
 #include <fstream>
@@ -34,17 +34,19 @@ public:
 };
 
 /// Joins all texts of a document, and those of its attributes named "a".
-class TextHandler : public ogc::xml::Handler {
+class TextHandler : public ogc::xml::RuleHandler<TextHandler> {
 public:
-  explicit TextHandler(Client& client) : Handler(client, arena, versions) {}
+  explicit TextHandler(Client& client) : RuleHandler(client, arena, versions, noRules) {}
 
-  void startElement(const XMLCh*, const XMLCh* localname, const XMLCh*, const xercesc::Attributes& attrs) override {
+  void startElement(const XMLCh* uri, const XMLCh* localname, const XMLCh* qname,
+                    const xercesc::Attributes& attrs) override {
     onElement();
-    if (!startReportElement(localname, attrs)) GetAttributes(attrs, "a", &attribute);
+    GetAttributes(attrs, "a", &attribute);
+    RuleHandler::startElement(uri, localname, qname, attrs);
   }
-  void endElement(const XMLCh*, const XMLCh* localname, const XMLCh*) override { endReportElement(localname); }
   void characters(const XMLCh* chars, XMLSize_t length) override {
-    if (!addReportText(chars, length)) AppendStrings(&text, m_utf8(chars, length), 0, 0);
+    AppendStrings(&text, m_utf8(chars, length), 0, 0);
+    RuleHandler::characters(chars, length);
   }
 
   ogc::xml::Arena arena;
@@ -54,6 +56,7 @@ public:
 
 private:
   static constexpr ogc::xml::VersionRule versions{{}, "", ""};
+  const Grammar noRules = Grammar({});
 };
 
 class Ogc : public ::testing::Test {
