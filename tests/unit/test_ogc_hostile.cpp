@@ -218,6 +218,8 @@ TEST_F(OgcHostile, ADocumentCostsASecondAnd64MebibytesAtMost) {
        "8192 characters"},
       {"recursion", document("<!ENTITY e '&f;'><!ENTITY f '&e;'>", "&e;"), "8192 characters"},
       {"one large entity", document("<!ENTITY q '" + std::string(9000, 'x') + "'>", "&q;"), "(q)"},
+      {"many large entities", document(numbered(140, "<!ENTITY e", (" '" + std::string(8000, 'x') + "'>").c_str()), ""),
+       "its entities expand to more than"},
       {"a long chain", document(chain(20'000, "<!ENTITY @ '&#;'>"), ""), "characters"},
       {"quadratic text", document(large, many("&q;")), "refused: it expands more than"},
       {"quadratic attribute", document(large, "", "a='" + many("&q;") + "'"), "expands more than"},

@@ -55,11 +55,8 @@ TEST_F(Ogc, FailuresOfTheParserAreOneKindOfException) {
 TEST_F(Ogc, ErrorsOfTheHostPassUnchanged) {
   write("a.dtd", "<!ELEMENT a EMPTY>");
   const std::string invalid = "<!DOCTYPE a SYSTEM 'a.dtd'><a><b/></a>";
-  const std::pair<std::string, const char*> cases[] = {{invalid, "XML DTD"},
-                                                       {invalid, "XML Schema"},
-                                                       {invalid, "Error SAX"},
-                                                       {"<a>", "Fatal Error"},
-                                                       {invalid, nullptr}};
+  const std::pair<std::string, const char*> cases[] = {
+      {invalid, "Error SAX"}, {"<a>", "Fatal Error"}, {invalid, nullptr}};
   for (const auto& [document, when] : cases) {
     fakeBridge() = {};
     if (when == nullptr) fakeBridge().onInfo = [](auto&) { throw Unwinding{nullptr}; };
@@ -192,7 +189,8 @@ TEST_F(Ogc, SchemasAreReadWithoutTheirDtd) {
   write("a.xsd", "<!DOCTYPE xs:schema SYSTEM 'http://127.0.0.1:1/XMLSchema.dtd' [<!ENTITY % p SYSTEM 'none'> %p;]>" +
                      std::string(schemaHead) + schemaOfA + "</xs:schema>");
   EXPECT_EQ(parse(withSchema("a.xsd", "one"), 1, 1), "");
-  EXPECT_EQ(fakeBridge().info.size(), 1U);
+  ASSERT_EQ(fakeBridge().info.size(), 1U);
+  EXPECT_TRUE(fakeBridge().info[0].starts_with("Error SAX")) << fakeBridge().info[0];
 }
 
 } // namespace

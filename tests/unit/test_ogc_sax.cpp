@@ -117,6 +117,12 @@ TEST(OgcArena, TextsThatGrowInTurnKeepTheirContent) {
     ASSERT_EQ(*arena.make<int>(), 0);
   }
   for (std::size_t at = 0; at < texts.size(); ++at) EXPECT_TRUE(texts[at] == expected[at]) << at;
+  for (std::size_t left = 15; left < 25; ++left) { // of the first chunk
+    ogc::xml::Arena full;
+    const char* text = full.copy(std::string((16 << 10) - 1 - left, 'x'));
+    full.append(&text, std::string(20, 'y'), "");
+    EXPECT_EQ(full.size() == 16 << 10, left >= 20) << left;
+  }
   arena.release();
   EXPECT_STREQ(arena.copy("anew"), "anew");
 }
