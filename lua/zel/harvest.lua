@@ -47,10 +47,12 @@ local function select_hosts(entries, shard)
   return chosen
 end
 
+-- A directory that goes when it is closed, and also when this process is killed: a shell waits for that.
 local function temporary_directory()
-  local pipe <close> = assert(io.popen("umask 077; mktemp -d"))
-  local path = assert(pipe:read("l"), "There is no place for temporary files")
-  return setmetatable({path = path}, {__close = function() os.execute("rm -rf '" .. path .. "'") end})
+  local made <close> = assert(io.popen("umask 077; mktemp -d"))
+  local path = assert(made:read("l"), "There is no place for temporary files")
+  local guard = assert(io.popen(("trap '' INT TERM HUP; cat >/dev/null; rm -rf '%s'"):format(path), "w"))
+  return setmetatable({path = path}, {__close = function() guard:close() end})
 end
 
 local harvest = {}
@@ -86,7 +88,7 @@ function harvest.run(given)
   end
   local settings = {run = id, file = directory.path .. "/document", options = options, offset = offset,
                     properties = ogc_options.properties(options)}
-  if jobs > 1 then workers(left, settings, jobs, directory.path, take) else work(left, settings, take) end
+  if jobs > 1 and #left > 0 then workers(left, settings, jobs, directory.path, take) else work(left, settings, take) end
   store:flush()
   run.finish(base, id, now)
   base:finish()

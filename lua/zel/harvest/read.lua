@@ -97,10 +97,10 @@ function Request:take(known, file, settings)
 end
 
 -- Raises again what is to end the run, and makes an outcome of what concerns this service alone.
-local function failed(why)
+local function failed(why, settings)
   local words = tostring(why)
   if words:find("interrupted!", 1, true) or words:find("Cancel request detected", 1, true) then error(why, 0) end
-  return outcome.failed(errors.is(why) and why.message or words)
+  return outcome.failed(errors.is(why) and why.message or service.told(settings, words))
 end
 
 --- Reads the service of an entry. `known` is its row in the database; `settings` has file (where documents go),
@@ -109,7 +109,7 @@ end
 -- has `wait`, the seconds until then.
 return function(entry, known, settings)
   local opened, result = pcall(open, entry, settings)
-  if not opened then return failed(result) end
+  if not opened then return failed(result, settings) end
   local request <close> = result
   local tried, statements = request:ask_versions(known), nil
   local path = request.object:GetProperty{"LAST_FILE"}.LAST_FILE
@@ -118,7 +118,7 @@ return function(entry, known, settings)
   if not tried then
     file:seek("set")
     local done, first, second = pcall(request.take, request, known, file, settings)
-    if done then tried, statements = first, second else tried = failed(first) end
+    if done then tried, statements = first, second else tried = failed(first, settings) end
   end
   if tried.again then tried.wait = service.pause_after(request.object, entry.tries + 1) end
   tried.version, tried.bytes = tried.version or request.version, size

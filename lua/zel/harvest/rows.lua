@@ -1,6 +1,7 @@
 --- What a service offers, as statements that put it into the database.
 
 local boxes = require "zel.ogc.boxes"
+local errors = require "zel.ogc.errors"
 local layer = require "zel.ogc.layer"
 local records = require "zel.ogc.records"
 local schema = require "zel.harvest.schema"
@@ -39,7 +40,7 @@ end
 
 local function box_columns(box)
   if not box then return "NULL,NULL,NULL,NULL" end
-  return number(box[1]) .. "," .. number(box[2]) .. "," .. number(box[3]) .. "," .. number(box[4])
+  return ("%.17g,%.17g,%.17g,%.17g"):format(box[1], box[2], box[3], box[4])
 end
 
 -- The box around both; one that crosses the date line counts on beyond 180 degrees.
@@ -63,9 +64,8 @@ function Service:index(item, title, name, keywords, abstract, box)
   self.words[#self.words + 1] = "(" .. item .. "," .. title .. "," .. name .. "," .. text(concat(words, ", ")) .. ","
                                 .. abstract .. ")"
   if box then
-    local west, south, east, north = table.unpack(boxes.unrolled(box))
-    self.boxes[#self.boxes + 1] = "(" .. item .. "," .. number(west) .. "," .. number(east) .. "," .. number(south) .. ","
-                                  .. number(north) .. ")"
+    local edges = boxes.unrolled(box)
+    self.boxes[#self.boxes + 1] = ("(%d,%.17g,%.17g,%.17g,%.17g)"):format(item, edges[1], edges[3], edges[2], edges[4])
   end
 end
 
@@ -90,6 +90,7 @@ end
 
 function Service:layer(record)
   local position = tonumber(record.LAYER) + 1
+  if position >= schema.SPAN then errors.raise(("the service has more than %d layers"):format(schema.SPAN - 1)) end
   local id = self.id + position
   local above = self.open[tonumber(record.PARENT)] or {}
   local scale = layer.scale(record)

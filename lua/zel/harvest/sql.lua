@@ -21,10 +21,9 @@ end
 --- A text; NULL without one or for an empty one.
 function sql.text(value)
   if value == nil or value == "" then return "NULL" end
-  if find(value, "['%z\x80-\xFF]") then
-    value = gsub(gsub(value, "%z", " "), "'", "''")
-    if not valid(value) then value = mended(value) end
-  end
+  if find(value, "\0", 1, true) then value = gsub(value, "\0", " ") end
+  if find(value, "'", 1, true) then value = gsub(value, "'", "''") end
+  if not valid(value) then value = mended(value) end
   return "'" .. value .. "'"
 end
 
