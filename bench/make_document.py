@@ -48,7 +48,7 @@ class Wms:
 
     def __init__(self, options):
         self.options = options
-        self.old = options.version == "1.1.1"
+        self.old = options.version != "1.3.0"
         self.names_tag = "SRS" if self.old else "CRS"
         self.extra = "".join(self.style(n) for n in range(options.styles)) + "".join(
             self.dimension(n) for n in range(options.dimensions))
@@ -200,7 +200,7 @@ DOCUMENTS = {
 }
 
 
-def arguments():
+def arguments(words=None):
     parser = argparse.ArgumentParser(description="Writes a generated document to standard output.")
     kinds = parser.add_subparsers(dest="kind", required=True)
 
@@ -214,7 +214,7 @@ def arguments():
         options.add_argument("--other-case", action="store_true", help="repeat them in other letter case")
 
     wms = kinds.add_parser("wms", help="WMS capabilities")
-    add(wms, "--version", "1.1.1", "1.1.1 or 1.3.0", type=str, choices=("1.1.1", "1.3.0"))
+    add(wms, "--version", "1.1.1", "1.1.0, 1.1.1 or 1.3.0", type=str, choices=("1.1.0", "1.1.1", "1.3.0"))
     add(wms, "--layers", 1000, "layers below the root layer")
     add(wms, "--depth", 1, "layers nested in each other below the root layer")
     add_reference_names(wms, 8, "at the root layer")
@@ -230,7 +230,13 @@ def arguments():
     add_reference_names(offerings, 8, "in every offering alike")
     add(offerings, "--axes", 1, "axis descriptions of an offering")
     add(offerings, "--values", 4, "single values of an axis")
-    return parser.parse_args()
+    return parser.parse_args(words)
+
+
+def document(*words):
+    """The document that a command line with these words writes."""
+    options = arguments([str(word) for word in words])
+    return "".join(DOCUMENTS[options.kind](options))
 
 
 def main():
@@ -238,4 +244,5 @@ def main():
     sys.stdout.writelines(DOCUMENTS[options.kind](options))
 
 
-main()
+if __name__ == "__main__":
+    main()
