@@ -68,7 +68,7 @@ function harvest.run(given)
   local entries = read_list(given.list, say)
   if given.shard then entries = select_hosts(entries, given.shard) end
 
-  local base <close> = database.open(given.database, true)
+  local base <close> = database.open(given.database, true, given.shard ~= nil)
   local directory <close> = temporary_directory()
   local offset = clock.offset(base)
   local now = clock.new(offset)

@@ -78,8 +78,9 @@ end
 
 local database = {}
 
---- Opens a database; with `create` it is made where there is none, and written to.
-function database.open(path, create)
+--- Opens a database; with `create` it is made where there is none, and written to. With `alone` nobody else can read it
+-- meanwhile, and it needs no memory shared with others, which file systems of a network do not have.
+function database.open(path, create, alone)
   if files.exists(path .. "/.") then errors.raise(path .. " is a directory, not a database") end
   if not create and not files.exists(path) then
     errors.raise(("there is no database %s; zel-ogc harvest makes one"):format(path))
@@ -89,6 +90,7 @@ function database.open(path, create)
   local connection, why = environment:connect(place(path), PATIENCE)
   if not connection then errors.raise(("%s cannot be opened: %s"):format(path, (why:gsub("^LuaSQL: ", "")))) end
   local opened = setmetatable({path = path, environment = environment, connection = connection}, Database)
+  if alone then opened:run("PRAGMA locking_mode = EXCLUSIVE") end
   local done, wrong = pcall(prepare, opened, create)
   if not done then
     opened:__close()
