@@ -99,15 +99,22 @@ def server():
 
 
 @pytest.fixture
-def run(tmp_path):
-    """run(words): starts zel-ogc and waits for its end."""
-    def run(*words, status=0, **options):
+def run(tmp_path, monkeypatch):
+    """run(words): runs zel-ogc. No harvest leaves temporary files."""
+    monkeypatch.setenv("ZEL_USER_DIR", str(tmp_path / "user"))
+    monkeypatch.setenv("TMPDIR", str(tmp_path))
+
+    def run(*words, status=0):
         done = subprocess.run([BUILD / "zel-ogc", *map(str, words)], cwd=tmp_path, capture_output=True, text=True,
-                              timeout=120, env=os.environ | {"ZEL_USER_DIR": str(tmp_path / "user")}, **options)
-        assert done.returncode == status, done.stderr
-        assert "traceback" not in done.stderr
+                              timeout=120)
+        assert done.returncode == status and "traceback" not in done.stderr, done.stderr
         return done
-    return run
+
+    yield run
+    end = time.monotonic() + 20
+    while list(tmp_path.glob("tmp.*")) and time.monotonic() < end:
+        time.sleep(0.1)
+    assert not list(tmp_path.glob("tmp.*"))
 
 
 def write_list(tmp_path, server, names, hosts=5):
@@ -118,7 +125,8 @@ def write_list(tmp_path, server, names, hosts=5):
 
 QUERIES = {
     "services": "SELECT url, kind, version, title, west, south, east, north FROM service",
-    "attempts": "SELECT url, result, again, attempt.bytes, CASE WHEN words LIKE '%timed out%' THEN 'time' ELSE words END FROM attempt JOIN service ON id = service",
+    "attempts": "SELECT url, result, again, attempt.bytes, CASE WHEN words LIKE '%timed out%' THEN 'time' ELSE words END "
+                "FROM attempt JOIN service ON id = service",
     "layers": "SELECT url, layer.id % 1000000, parent % 1000000, level, layer.name, layer.title, layer.west, layer.east, "
               "queryable, (SELECT group_concat(y.name) FROM layer_system AS y WHERE y.layer = layer.id) FROM layer "
               "JOIN service ON service.id = service",
@@ -219,11 +227,10 @@ def workers(directory):
 def test_processes_end(server, run, tmp_path):
     """A process that is killed loses one service; Ctrl-C leaves no process, and the next run goes on."""
     write_list(tmp_path, server, [*(f"s{i}" for i in range(60)), "slow"], hosts=30)
-    environment = os.environ | {"TMPDIR": str(tmp_path)}
     command = [BUILD / "zel-ogc", "harvest", "list", "a.db", "--jobs", "2", "--timeout", "10"]
     server.answers["slow"] = 30
     for stop in (signal.SIGKILL, signal.SIGINT):
-        with subprocess.Popen(command, cwd=tmp_path, env=environment, stderr=subprocess.PIPE, text=True) as process:
+        with subprocess.Popen(command, cwd=tmp_path, stderr=subprocess.PIPE, text=True) as process:
             while "slow" not in server.queries:
                 time.sleep(0.05)
             time.sleep(1)

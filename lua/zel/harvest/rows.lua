@@ -10,6 +10,7 @@ local service = require "zel.ogc.service"
 
 local concat = table.concat
 local text, number, flag, row = sql.text, sql.number, sql.flag, sql.row
+local MOST_OF_LISTS = 4000000 -- bytes of lists of systems that are kept in mind
 local PART = 500      -- layers that are looked at at once
 local BY_NUMBER = 32000 -- layers that can be asked for in parts
 local TABLES = { -- what is collected for them
@@ -72,11 +73,12 @@ end
 -- The number of a list of names of systems, which is made from the names; it is stored once.
 function Service:system_list(names)
   if #names == 0 then return "NULL" end
-  local key = concat(names, "\n")
-  local list = self.lists[key]
+  local key, lists = concat(names, "\n"), self.lists
+  local list = lists.numbers[key]
   if not list then
     list = tonumber(zel.digest(key):sub(1, 15), 16)
-    self.lists[key] = list
+    if lists.bytes > MOST_OF_LISTS then lists.bytes, lists.numbers = 0, {} end
+    lists.bytes, lists.numbers[key] = lists.bytes + #key, list
     for i, name in ipairs(names) do self.system[#self.system + 1] = row(list, i, text(name)) end
   end
   return list
@@ -218,7 +220,7 @@ function rows.removal(id)
 end
 
 --- The statements that store what the object read of a service, whose row is `known`. `facts` are further columns of
--- it, `lists` the lists of systems that are stored already.
+-- it, `lists` the numbers of lists of systems that are stored already, by their names, and the bytes of those names.
 function rows.of(object, known, facts, lists)
   local made = setmetatable({id = known.id, kind = known.kind, lists = lists, levels = {}, open = {}, rows = {},
                              statements = known.harvested and rows.removal(known.id) or {}}, Service)

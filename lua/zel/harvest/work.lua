@@ -13,7 +13,7 @@ local MUCH = 2000000 -- bytes of a document after which memory is given back at 
 return function(entries, settings, store, before)
   local now = new_clock(settings.offset)
   local queue = new_queue(entries, settings.options.pause)
-  settings.now, settings.lists = now, {}
+  settings.now, settings.lists = now, {bytes = 0, numbers = {}}
   for entry in queue.take, queue do
     if before then before(entry) end
     local started, began = now(), zel.clock()
