@@ -51,7 +51,6 @@ def test_time_series(example, ogc, tmp_path):
 
 @pytest.mark.parametrize("script, arguments, said", [
     ("feature_info.lua", "{service} places 8.6 47.4", "name = 'Zürich'"),
-    ("feature_info.lua", "{service} earth 8.6 47.4", "feature_info.lua:14: layer earth answers no questions"),
     ("feature_info.lua", "", "Usage: zel feature_info.lua"),
     ("plain_methods.lua", "{service} atlantis", "Invalid layer(s) given"),
 ])

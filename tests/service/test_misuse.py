@@ -81,7 +81,7 @@ ROUTINES = {
     "overflows": "local function deeper() return 1 + deeper() end return step < 3 and deeper()",
     "yields": "coroutine.yield()", "returns an object": "return o", "vanishes": "on_status = nil",
     "turns into another": 'o:SetProperty{CALLBACK_FUNCTION = function() error("the other one") end}',
-    "asks for what is refused": 'o:GetMap("a=b")'}
+    "asks for what is refused": 'o:GetMap("a=b")', "resets the session": "zel.reset()"}
 IMAGE = (b"HTTP/1.1 200 OK\r\nContent-Type: image/png\r\nContent-Length: 4\r\nConnection: close\r\n\r\ndone")
 DOCUMENT = (b"HTTP/1.1 200 OK\r\nContent-Type: text/xml\r\nContent-Length: %d\r\nConnection: close\r\n\r\n"
             % len(DOCUMENTS["WMS"])) + DOCUMENTS["WMS"].encode()
