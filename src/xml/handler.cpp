@@ -3,9 +3,6 @@
 #include <algorithm>
 #include <strings.h>
 #include <xercesc/sax/SAXParseException.hpp>
-#include <xercesc/util/PlatformUtils.hpp>
-#include <xercesc/util/XMLString.hpp>
-#include <xercesc/util/XMLUTF8Transcoder.hpp>
 
 namespace ogc::xml {
 
@@ -21,39 +18,6 @@ std::size_t endOfName(std::string_view s, std::size_t from) noexcept {
 }
 
 } // namespace
-
-Utf8::Utf8() = default;
-Utf8::~Utf8() = default;
-
-std::string_view Utf8::operator()(const XMLCh* text) {
-  return text == nullptr ? std::string_view{} : (*this)(text, xercesc::XMLString::stringLen(text));
-}
-
-std::string_view Utf8::operator()(const XMLCh* chars, XMLSize_t length) {
-  constexpr std::size_t longestSequence = 4;
-  if (m_buffer.size() < length) m_buffer.resize(length);
-  std::size_t done = 0;
-  for (; done < length && chars[done] < 0x80; ++done) m_buffer[done] = static_cast<char>(chars[done]);
-  std::size_t used = done;
-  if (done < length && m_transcoder == nullptr) {
-    m_transcoder = std::make_unique<xercesc::XMLUTF8Transcoder>(xercesc::XMLUni::fgUTF8EncodingString, 1024,
-                                                                xercesc::XMLPlatformUtils::fgMemoryManager);
-  }
-  while (done < length) {
-    m_buffer.resize(std::max(m_buffer.size(), used + longestSequence * (length - done)));
-    XMLSize_t eaten = 0;
-    const bool trailing = chars[done] >= 0xDC00 && chars[done] < 0xE000;
-    if (!trailing)
-      used += m_transcoder->transcodeTo(chars + done, length - done, reinterpret_cast<XMLByte*>(m_buffer.data()) + used,
-                                        m_buffer.size() - used, eaten, xercesc::XMLTranscoder::UnRep_RepChar);
-    if (eaten == 0) { // half a surrogate pair
-      used += std::string_view("\xEF\xBF\xBD").copy(m_buffer.data() + used, longestSequence);
-      eaten = 1;
-    }
-    done += eaten;
-  }
-  return {m_buffer.data(), used};
-}
 
 Handler::Handler(Reporter& reporter, Arena& arena, const VersionRule& versions)
     : m_reporter(reporter), m_arena(arena), m_versions(versions) {}

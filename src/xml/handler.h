@@ -5,34 +5,16 @@
 #include "xml/arena.h"
 #include "xml/caller.h"
 #include "xml/element_names.h"
+#include "xml/utf8.h"
 #include "zel_curl_text.h"
 
-#include <memory>
 #include <span>
 #include <string>
 #include <string_view>
 #include <xercesc/sax2/Attributes.hpp>
 #include <xercesc/sax2/DefaultHandler.hpp>
 
-XERCES_CPP_NAMESPACE_BEGIN
-class XMLTranscoder;
-XERCES_CPP_NAMESPACE_END
-
 namespace ogc::xml {
-
-/// Converts the parser's characters to UTF-8.
-class Utf8 {
-public:
-  Utf8();
-  ~Utf8();
-  /// UTF-8 of `length` characters; valid until the next call.
-  [[nodiscard]] std::string_view operator()(const XMLCh* chars, XMLSize_t length);
-  [[nodiscard]] std::string_view operator()(const XMLCh* text);
-
-private:
-  std::unique_ptr<xercesc::XMLTranscoder> m_transcoder;
-  std::string m_buffer;
-};
 
 /// Versions that a service's documents may have, and what is said about others.
 struct VersionRule {

@@ -1,6 +1,5 @@
 #include "xml/limits.h"
 
-#include "xml/handler.h"
 #include "zel_curl_file.h"
 
 #include <algorithm>
@@ -11,8 +10,6 @@
 #include <xercesc/util/BinFileInputStream.hpp>
 #include <xercesc/util/BinMemInputStream.hpp>
 #include <xercesc/util/PlatformUtils.hpp>
-#include <xercesc/util/TransService.hpp>
-#include <xercesc/util/XMLException.hpp>
 #include <xercesc/util/XMLString.hpp>
 #include <xercesc/util/XMLUni.hpp>
 
@@ -66,17 +63,6 @@ std::size_t streamLength(const std::byte* block, XMLSize_t size) noexcept {
 }
 
 } // namespace
-
-String fromUtf8(std::string_view text) {
-  try {
-    const xercesc::TranscodeFromStr chars(reinterpret_cast<const XMLByte*>(text.data()), text.size(), "UTF-8");
-    return {chars.str(), chars.length()};
-  } catch (const xercesc::XMLException&) {
-    String chars;
-    for (const char c : text) chars += static_cast<unsigned char>(c);
-    return chars;
-  }
-}
 
 xercesc::MemoryManager* Memory::getExceptionMemoryManager() { return xercesc::XMLPlatformUtils::fgMemoryManager; }
 
@@ -191,8 +177,7 @@ void LimitFilter::internalEntityDecl(const XMLCh* name, const XMLCh* value) {
   try {
     grow(entity, size);
   } catch (const Refusal& refusal) {
-    Utf8 utf8;
-    throw Refusal("with entity (" + std::string(utf8(name)) + ") " + refusal.reason());
+    throw Refusal("with entity (" + toUtf8(name) + ") " + refusal.reason());
   }
 }
 

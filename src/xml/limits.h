@@ -2,11 +2,12 @@
 /// Reading XML that nobody vouches for: limits on memory, entities and nesting.
 #pragma once
 
+#include "xml/utf8.h"
+
 #include <cstddef>
 #include <memory_resource>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <unordered_map>
 #include <vector>
 #include <xercesc/framework/MemoryManager.hpp>
@@ -15,11 +16,6 @@
 #include <xercesc/sax2/DefaultHandler.hpp>
 
 namespace ogc::xml {
-
-using String = std::basic_string<XMLCh>;
-
-/// The parser's characters of a UTF-8 text; a text that is not UTF-8 is taken byte by byte.
-[[nodiscard]] String fromUtf8(std::string_view text);
 
 /// Thrown through the parser when a document asks for more than it may have.
 class Refusal {

@@ -73,8 +73,7 @@ private:
 }
 
 [[noreturn]] void failParse(const char* kind, const XMLCh* message) {
-  Utf8 utf8;
-  const std::string text(transfer::cutAt(utf8(message), parserMessageLimit));
+  const std::string text(transfer::cutAt(toUtf8(message), parserMessageLimit));
   throw CCurlException(kind, text.c_str());
 }
 
@@ -121,8 +120,7 @@ void read(Handler& handler, const char* file, const Validation& validation, Repo
       reader->parse(FileSource(path));
     } catch (const CCurlException&) {
       if (reader.foundUnknownPrefix() && !loadsDtd && !reader.filter().dtd().empty()) {
-        Utf8 utf8;
-        const std::string name(utf8(reader.filter().dtd().c_str()));
+        const std::string name = toUtf8(reader.filter().dtd().c_str());
         reporter.warn("Warning: the prefix may be declared in the DTD (%s), which was not read. "
                       "VALIDATION_MODE 1 reads it.",
                       name.c_str());

@@ -153,45 +153,24 @@ private:
     for (std::size_t c = charKind(from); c <= charKind(to); ++c) set.set(c);
   }
 
-  /// The characters of an escape behind its backslash; all of them for those that name a set other than digits.
+  /// The characters of an escape after its backslash. Those that name a set, except digits and spaces, count as all.
   CharSet escape() {
     CharSet set;
     const XMLCh c = take();
-    switch (c) {
-    case u'd':
-      add(set, u'0', u'9');
-      set.set(charKinds - 1);
-      break;
-    case u'n':
-      add(set, u'\n', u'\n');
-      break;
-    case u'r':
-      add(set, u'\r', u'\r');
-      break;
-    case u't':
-      add(set, u'\t', u'\t');
-      break;
-    case u's':
-      for (const XMLCh blank : {u' ', u'\t', u'\n', u'\r'}) add(set, blank, blank);
-      break;
-    case u'p':
-    case u'P':
+    if (c == u'p' || c == u'P') {
       while (m_at < m_pattern.size() && take() != u'}') {
       }
-      set.set();
-      break;
-    case u'D':
-    case u'S':
-    case u'w':
-    case u'W':
-    case u'i':
-    case u'I':
-    case u'c':
-    case u'C':
-      set.set();
-      break;
-    default:
-      add(set, c, c);
+      return set.set();
+    }
+    if (String(u"DSwWiIcC").find(c) != String::npos) return set.set();
+    if (c == u'd') {
+      add(set, u'0', u'9');
+      set.set(charKinds - 1);
+    } else if (c == u's') {
+      for (const XMLCh space : {u' ', u'\t', u'\n', u'\r'}) add(set, space, space);
+    } else {
+      const XMLCh meant = c == u'n' ? u'\n' : c == u'r' ? u'\r' : c == u't' ? u'\t' : c;
+      add(set, meant, meant);
     }
     return set;
   }

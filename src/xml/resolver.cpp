@@ -1,6 +1,5 @@
 #include "xml/resolver.h"
 
-#include "xml/handler.h"
 #include "xml/url.h"
 
 #include <algorithm>
@@ -29,11 +28,6 @@ fs::path directoryOf(const fs::path& file) {
   return fs::equivalent(directory, shortest, none) ? shortest : fs::weakly_canonical(directory, none);
 }
 
-std::string utf8(const XMLCh* text) {
-  Utf8 convert;
-  return std::string(convert(text));
-}
-
 } // namespace
 
 Resolver::Resolver(Reporter& reporter, Fetcher& fetcher, const std::string& path, WantedGrammars wanted,
@@ -47,14 +41,14 @@ Resolver::Resolver(Reporter& reporter, Fetcher& fetcher, const std::string& path
 
 xercesc::InputSource* Resolver::resolveEntity(xercesc::XMLResourceIdentifier* resource) {
   using Resource = xercesc::XMLResourceIdentifier;
-  const std::string name = utf8(resource->getSystemId());
-  const std::string base = utf8(resource->getBaseURI());
+  const std::string name = toUtf8(resource->getSystemId());
+  const std::string base = toUtf8(resource->getBaseURI());
   const auto type = resource->getResourceIdentifierType();
   if (type != Resource::ExternalEntity && type != Resource::UnKnown) {
     return m_wanted.schema && !name.empty() ? schema(name, base) : nullptr;
   }
   if (m_schemas.contains(base)) return source({}, name); // schemas do without
-  if (name != utf8(m_reader->filter().dtd().c_str())) {
+  if (name != toUtf8(m_reader->filter().dtd().c_str())) {
     throw Refusal("it refers to the external entity (" + name + "), which is never read");
   }
   if (!m_wanted.dtd) return source({}, name);

@@ -1,7 +1,5 @@
 #include "xml/schema_limits.h"
 
-#include "xml/handler.h"
-
 #include <algorithm>
 #include <cmath>
 #include <xercesc/sax/SAXParseException.hpp>
@@ -45,11 +43,6 @@ XMLCh kindOf(const XMLCh* localname) noexcept {
 String localPart(const String& name) { return name.substr(name.find(u':') + 1); }
 
 String key(XMLCh kind, const String& name) { return kind + name; }
-
-std::string utf8(const XMLCh* text) {
-  Utf8 convert;
-  return std::string(convert(text));
-}
 
 } // namespace
 
@@ -177,7 +170,7 @@ void SchemaLimits::addPattern(const XMLCh* pattern) {
     m_hasPatterns = true;
   } catch (const Refusal& refusal) {
     constexpr std::size_t shown = 60;
-    throw Refusal("its pattern (" + utf8(String(pattern).substr(0, shown).c_str()) +
+    throw Refusal("its pattern (" + toUtf8(String(pattern).substr(0, shown).c_str()) +
                   ") takes too long to match: " + refusal.reason());
   }
 }
@@ -223,7 +216,7 @@ std::size_t SchemaLimits::sizeOf(Node& node) {
 void SchemaLimits::checkPatterns(const String& name, Node& node, const ValueExtent& values) {
   const double bits = patternBits(node, values);
   if (bits > valueBits || bits + std::log2(std::max<std::size_t>(values.count, 1)) > documentBits) {
-    throw Refusal("the values of (" + utf8(name.c_str() + 1) + ") are too long, or too many, for their pattern");
+    throw Refusal("the values of (" + toUtf8(name.c_str() + 1) + ") are too long, or too many, for their pattern");
   }
 }
 
@@ -242,7 +235,7 @@ double SchemaLimits::patternBits(Node& node, const ValueExtent& values) {
 }
 
 void SchemaLimits::error(const xercesc::SAXParseException& e) {
-  throw Refusal("line " + std::to_string(e.getLineNumber()) + ": " + utf8(e.getMessage()));
+  throw Refusal("line " + std::to_string(e.getLineNumber()) + ": " + toUtf8(e.getMessage()));
 }
 
 } // namespace ogc::xml
