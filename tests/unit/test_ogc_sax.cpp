@@ -123,6 +123,12 @@ TEST(OgcArena, TextsThatGrowInTurnKeepTheirContent) {
     full.append(&text, std::string(20, 'y'), "");
     EXPECT_EQ(full.size() == 16 << 10, left >= 20) << left;
   }
+  const char* grown = arena.copy("x");
+  const char* next = arena.copy("-");
+  arena.append(&grown, "y", ""); // has room for three more now
+  next = arena.copy("z");
+  arena.append(&grown, "1234", "");
+  EXPECT_EQ(grown + std::string(next), "xy1234z");
   arena.release();
   EXPECT_STREQ(arena.copy("anew"), "anew");
 }
