@@ -6,12 +6,12 @@
 """
 
 import contextlib
-import dataclasses
 import os
 import pathlib
 import resource
 import signal
 import subprocess
+import types
 
 import pytest
 
@@ -36,16 +36,6 @@ def http(servers):
 def ogc(servers):
     """`.service` and `.secure_service` are the URLs of MapServer, `.data` holds its rasters."""
     return servers.web
-
-
-@dataclasses.dataclass
-class Run:
-    """What a program left behind."""
-
-    status: int
-    out: str
-    err: str
-    user_dir: pathlib.Path
 
 
 def limited(size):
@@ -87,7 +77,7 @@ def zel(tmp_path):
                               capture_output=True, text=True, stdin=subprocess.DEVNULL,
                               env=os.environ | {"ZEL_USER_DIR": str(user_dir)} | (env or {}), **options)
         assert not ok or done.returncode == 0, done.stdout + done.stderr
-        return Run(done.returncode, done.stdout, done.stderr, user_dir)
+        return types.SimpleNamespace(status=done.returncode, out=done.stdout, err=done.stderr, user_dir=user_dir)
 
     return run
 

@@ -71,8 +71,8 @@ def places(servers, ogc):
     refusal = b"HTTP/1.1 %s\r\nContent-Type: text/xml\r\nContent-Length: 25\r\n\r\n<ServiceExceptionReport/>"
     with Responder([HEAD, HOLD]) as silent, Responder([HEAD, refusal % b"400 Bad Request"]) as refusing, \
             Responder([HEAD, refusal % b"500 Internal Server Error"]) as failing:
-        yield {"nobody": NOBODY, "refusing": refusing.url, "failing": failing.url, "http": ogc.url, "service": ogc.service, "secure": ogc.secure_service,
-               "silent": silent.url, "proxy": servers.guarded_proxy.port}
+        yield {"nobody": NOBODY, "refusing": refusing.url, "failing": failing.url, "http": ogc.url, "silent": silent.url,
+               "service": ogc.service, "secure": ogc.secure_service, "proxy": servers.guarded_proxy.port}
 
 
 @pytest.mark.parametrize("code, message", CASES.items(), ids=lambda value: value[:40])

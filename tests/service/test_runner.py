@@ -15,11 +15,6 @@ MODULE = BUILD / "tests" / "sample_module.so"
 SETUP = f"zel.load('{MODULE}')\nlocal o = zel.new('Sample')\n"
 
 
-def command(*words, stdin="", cwd=None, **env):
-    return subprocess.run([BUILD / "zel", *map(str, words)], input=stdin, text=True, capture_output=True, timeout=60,
-                          cwd=cwd, env=os.environ | env)
-
-
 @pytest.mark.parametrize("words, status, out, err", [
     (["--help"], 0, "Usage: zel", ""),
     (["--version"], 0, "zel 1.", ""),
@@ -39,17 +34,15 @@ def command(*words, stdin="", cwd=None, **env):
     (["/"], 2, "", "cannot read /"),
 ])
 def test_command_line(words, status, out, err):
-    done = command(*words, stdin="print('piped')")
+    done = subprocess.run([BUILD / "zel", *words], input="print('piped')", text=True, capture_output=True, timeout=60)
     assert done.returncode == status, done.stderr
     assert out in done.stdout and err in done.stderr
 
 
-def test_fifo_as_script(tmp_path):
+def test_fifo_as_script(zel, tmp_path):
     """It can be opened only once."""
     os.mkfifo(tmp_path / "fifo")
-    done = subprocess.run(["sh", "-c", 'echo "print(6 * 7)" > fifo & exec "$0" fifo', BUILD / "zel"], cwd=tmp_path,
-                          capture_output=True, text=True, timeout=60)
-    assert done.returncode == 0 and done.stdout == "42\n", done.stderr
+    assert zel(tmp_path / "fifo", wrap=["sh", "-c", 'echo "print(6 * 7)" > fifo & exec "$@"', "sh"]).out == "42\n"
 
 
 def test_script_has_arguments_and_errors_have_positions(zel):

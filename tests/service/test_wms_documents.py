@@ -170,14 +170,13 @@ def test_service_section(read):
 
 
 MISSING = "Error: The WMS Capabilities Version number attribute is missing."
-UNSUPPORTED = ("Error: OGC WMS version number (1.0.0) is not supported. This WMS Client supports OGC WMS version 1.1.0, 1.1.1, "
-               "and 1.3.0.")
 ROOTS = {
     "<WMT_MS_Capabilities version='1.1.0'><Layer/></WMT_MS_Capabilities>": ("1.1.0", ""),
     "<x:wms_capabilities xmlns:x='u' Version='1.3.0' updateSequence='7'><Layer/></x:wms_capabilities>": ("1.3.0", "7"),
     "<WMS_Capabilities version='1.3.0'><WMT_MS_Capabilities version='9'/><Layer/></WMS_Capabilities>": ("1.3.0", ""),
     "<WMS_Capabilities><Layer/></WMS_Capabilities>": MISSING, "<WMS_Capabilities version=''/>": MISSING,
-    "<WMS_Capabilities version='1.0.0'><Layer/></WMS_Capabilities>": UNSUPPORTED,
+    "<WMS_Capabilities version='1.0.0'><Layer/></WMS_Capabilities>":
+        "(1.0.0) is not supported. This WMS Client supports OGC WMS version 1.1.0, 1.1.1, and 1.3.0.",
     "<WMS_Capabilities version='1.3.0'><Layer/><Layer>&#x7;</Layer></WMS_Capabilities>": "invalid character reference",
 }
 
