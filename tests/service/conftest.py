@@ -1,8 +1,8 @@
 """What all service tests share: real servers, and the runner.
 
     servers            all servers, see servers.py
-    http, ogc          the web server: lighttpd with MapServer, see mapserver/ for what it serves
-    zel(script, ...)   runs a Lua script with the runner
+    http, ogc          the web server
+    zel(script, ...)   runs a Lua script with the runner, zel_running(script, ...) goes on beside it
 """
 
 import contextlib
@@ -27,15 +27,12 @@ def servers(tmp_path_factory):
 
 
 @pytest.fixture(scope="session")
-def http(servers):
-    """`.url`, `.tls_url`, `.ca`, `.root` (served), `.dav` (written)."""
-    return servers.web
-
-
-@pytest.fixture(scope="session")
 def ogc(servers):
-    """`.service` and `.secure_service` are the URLs of MapServer, `.data` holds its rasters."""
+    """The web server with MapServer, see mapserver/ogc_server.py."""
     return servers.web
+
+
+http = ogc
 
 
 def limited(size):
