@@ -56,17 +56,22 @@ local function statement(match, bbox, kind, limit)
   if kind then
     where[#where + 1] = ("(SELECT kind FROM service WHERE service.id = %s - %s %% 1000000) = %s"):format(id, id, sql.text(kind))
   end
-  return ("SELECT found.score, item.*, service.url, service.kind AS type, service.title AS service_title FROM "
-          .. "(SELECT %s AS id, %s AS score FROM %s WHERE %s ORDER BY score LIMIT %d) AS found "
-          .. "JOIN item ON item.id = found.id JOIN service ON service.id = item.service ORDER BY found.score, item.id"):format(
-            id, order, from, table.concat(where, " AND "), limit)
+  return ("SELECT %s AS id, %s AS score FROM %s WHERE %s ORDER BY score, id LIMIT %d"):format(
+    id, order, from, table.concat(where, " AND "), limit)
 end
 
+-- The rows of what a statement finds, in its order.
 local function collect(database, text)
-  local found = {}
+  local found, places, ids = {}, {}, {}
   for row in database:rows(text) do
-    row.box = row.west and {row.west, row.south, row.east, row.north} or nil
     found[#found + 1] = row
+    ids[#ids + 1], places[row.id] = row.id, #found
+  end
+  for row in database:rows("SELECT item.*, service.url, service.kind AS type, service.title AS service_title FROM item "
+                           .. ("JOIN service ON service.id = item.service WHERE item.id IN (%s)"):format(table.concat(ids, ","))) do
+    row.score = found[places[row.id]].score
+    row.box = row.west and {row.west, row.south, row.east, row.north} or nil
+    found[places[row.id]] = row
   end
   return found
 end
@@ -76,6 +81,7 @@ end
 return function(database, words, bbox, kind, limit)
   local match = query(words, false)
   if words == "" and not bbox then errors.raise("search wants words to look for, or --bbox") end
+  if bbox and bbox[2] > bbox[4] then errors.raise("the box's south is beyond its north: --bbox takes W S E N") end
   if words ~= "" and not match then return {} end -- nothing but signs
   local found = collect(database, statement(match, bbox, kind, limit))
   if #found == 0 and match then found = collect(database, statement(query(words, true), bbox, kind, limit)) end

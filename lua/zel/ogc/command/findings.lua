@@ -2,6 +2,7 @@
 
 local json = require "dkjson"
 
+local arguments = require "zel.ogc.arguments"
 local database = require "zel.harvest.database"
 local listing = require "zel.ogc.command.listing"
 local printable = require "zel.ogc.printable"
@@ -23,7 +24,7 @@ end
 
 return function(o)
   local store <close> = database.open(o.database)
-  local found = search(store, table.concat(o.words, " "), o.bbox, o.kind, o.limit or LIMIT)
+  local found = search(store, table.concat(o.words, " "), o.bbox, o.kind, arguments.check_count("limit", o.limit) or LIMIT)
   if o.geojson then return listing.features(found, properties) end
   if o.json then
     local list = setmetatable({}, {__jsontype = "array"})

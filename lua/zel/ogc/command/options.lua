@@ -69,13 +69,13 @@ local function add_box(command)
 end
 
 -- Options of the requests; they may stand before and after the command's own.
-local function add_common(command)
+local function add_common(command, retries)
   command:option("--user", "User; the password is asked for, or comes from ZEL_OGC_PASSWORD."):argname("NAME")
   command:option("--password-file", "File whose first line is the password."):argname("FILE")
   command:option("--proxy", "Proxy: http://host:port"):argname("URL")
   command:option("--ca", "Certificates of the authorities to trust."):argname("FILE")
   command:option("--timeout", "Seconds for a transfer."):argname("SECONDS"):convert(positive)
-  command:option("--retries", "Tries after a failure that may pass; 3 without it."):argname("COUNT"):convert(whole)
+  command:option("--retries", ("Tries after a failure that may pass; %d without it."):format(retries or 3)):argname("COUNT"):convert(whole)
   command:option("--wms", "Version of the Web Map Service: 1.1.1"):argname("VERSION")
   command:flag("--verbose", "Trace the transfers.")
   command:flag("--quiet", "Print results and errors only.")
@@ -131,7 +131,8 @@ local function add_commands(parser)
   harvest:option("--jobs", "Processes that ask; 1 without it."):argname("COUNT"):convert(positive)
   harvest:option("--shard", "Only the Ith of N parts, cut by hosts."):argname("I/N"):convert(part)
 
-  for _, command in ipairs{info, map, feature, coverage, catalogue, harvest} do add_common(command) end
+  for _, command in ipairs{info, map, feature, coverage, catalogue} do add_common(command) end
+  add_common(harvest, 1)
 
   local merge = parser:command("merge", "Put databases of harvests together.")
   merge:argument("database", "Database to make or to bring up to date."):argname("DATABASE")
