@@ -8,7 +8,8 @@ local HIDDEN = "***"
 
 -- Parameters of a URL that nobody else should see.
 local SECRETS = {}
-for name in ("password passwd pass pwd token access_token apikey api_key key secret signature sig auth authkey"):gmatch("%S+") do
+for _, name in ipairs{"password", "passwd", "pass", "pwd", "token", "access_token", "apikey", "api_key", "key", "secret",
+                      "signature", "sig", "auth", "authkey"} do
   SECRETS[name] = true
 end
 

@@ -16,8 +16,8 @@ local TABLES = {
 -- The names of the columns of each table.
 local function read_columns(base)
   local found = {}
-  for row in base:rows("SELECT t.name AS owner, c.name AS name FROM main.sqlite_master AS t, pragma_table_info(t.name) AS c "
-                       .. "WHERE t.type = 'table' ORDER BY t.name, c.cid") do
+  for row in base:rows("SELECT t.name AS owner, c.name AS name FROM main.sqlite_master AS t, "
+                       .. "pragma_table_info(t.name) AS c WHERE t.type = 'table' ORDER BY t.name, c.cid") do
     found[row.owner] = found[row.owner] or {}
     table.insert(found[row.owner], row.name)
   end

@@ -42,7 +42,7 @@ end
 local function fresh_services(database, seconds, clock)
   local fresh = {}
   local since = sql.text(clock.text(os.time() - seconds))
-  for row in database:rows("SELECT DISTINCT service FROM attempt WHERE again = 0 AND result IN ('new', 'changed', 'unchanged') "
+  for row in database:rows("SELECT DISTINCT service FROM attempt WHERE result IN ('new', 'changed', 'unchanged') "
                            .. "AND started > " .. since) do
     fresh[row.service] = true
   end
@@ -78,8 +78,9 @@ end
 
 --- The statement that notes a try.
 function run.attempt(id, service, started, seconds, tried)
-  return "INSERT INTO attempt VALUES " .. sql.row(service, sql.text(started), id, ("%.3f"):format(seconds), sql.number(tried.bytes or 0),
-    sql.text(tried.version), sql.text(tried.result), sql.flag(tried.again), sql.text(tried.words))
+  return "INSERT INTO attempt VALUES " .. sql.row(
+    service, sql.text(started), id, ("%.3f"):format(seconds), sql.number(tried.bytes or 0), sql.text(tried.version),
+    sql.text(tried.result), sql.flag(tried.again), sql.text(tried.words))
 end
 
 --- Notes that the run came to its end.

@@ -2,6 +2,7 @@
 
 local boxes = require "zel.ogc.boxes"
 local errors = require "zel.ogc.errors"
+local schema = require "zel.harvest.schema"
 local sql = require "zel.harvest.sql"
 
 local SIZE = "(box.east - box.west) * (box.north - box.south)"
@@ -54,7 +55,8 @@ local function statement(match, bbox, kind, limit)
   if bbox then where[#where + 1] = touching(bbox) end
   local id = match and "words.rowid" or "box.id"
   if kind then
-    where[#where + 1] = ("(SELECT kind FROM service WHERE service.id = %s - %s %% 1000000) = %s"):format(id, id, sql.text(kind))
+    where[#where + 1] = ("(SELECT kind FROM service WHERE service.id = %s - %s %% %d) = %s"):format(
+      id, id, schema.SPAN, sql.text(kind))
   end
   return ("SELECT %s AS id, %s AS score FROM %s WHERE %s ORDER BY score, id LIMIT %d"):format(
     id, order, from, table.concat(where, " AND "), limit)
@@ -67,8 +69,9 @@ local function collect(database, text)
     found[#found + 1] = row
     ids[#ids + 1], places[row.id] = row.id, #found
   end
-  for row in database:rows("SELECT item.*, service.url, service.kind AS type, service.title AS service_title FROM item "
-                           .. ("JOIN service ON service.id = item.service WHERE item.id IN (%s)"):format(table.concat(ids, ","))) do
+  local details = "SELECT item.*, service.url, service.kind AS type, service.title AS service_title "
+                  .. "FROM item JOIN service ON service.id = item.service WHERE item.id IN (%s)"
+  for row in database:rows(details:format(table.concat(ids, ","))) do
     row.score = found[places[row.id]].score
     row.box = row.west and {row.west, row.south, row.east, row.north} or nil
     found[places[row.id]] = row

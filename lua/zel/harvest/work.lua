@@ -7,9 +7,9 @@ local run = require "zel.harvest.run"
 
 local MUCH = 2000000 -- bytes of a document after which memory is given back at once
 
---- Asks all entries. settings: run (its number), file, options, properties, offset (of the clock). For each try it calls
--- `store(entry, tried, statements, last)`, in which `tried` is the outcome and `last` is false when the service will be
--- tried again; `before(entry)`, if given, is called before each.
+--- Asks all entries. settings: run (its number), file, options, properties, offset (of the clock). For each try it
+-- calls `store(entry, tried, statements, last)`, in which `tried` is the outcome and `last` is false when the service
+-- will be tried again; `before(entry)`, if given, is called before each.
 return function(entries, settings, store, before)
   local now = new_clock(settings.offset)
   local queue = new_queue(entries, settings.options.pause)
@@ -22,10 +22,9 @@ return function(entries, settings, store, before)
     statements = statements or {}
     statements[#statements + 1] = run.attempt(settings.run, entry.known.id, started, zel.clock() - began, tried)
     local last = not tried.again or entry.tries > settings.options.retries
-    local much = tried.bytes and tried.bytes > MUCH
     store(entry, tried, statements, last)
-    statements = nil
-    if much then zel.collect() end
+    statements = nil -- so that they can be collected
+    if (tried.bytes or 0) > MUCH then zel.collect() end
     queue:done(entry, not last and tried.wait or nil)
   end
 end
