@@ -76,10 +76,13 @@ def test_terminal(steps, screen):
     assert status == 0 and lines == screen + [""]
 
 
-def test_narrow_terminal_gets_no_bar_and_a_dumb_one_plain_lines():
-    code = PLAY % ("{" + HALF + "}")
-    assert on_terminal(code, columns=30)[1] == [" 50 %  2.0 MB of 4.0 MB  1.0 ", ""]
-    assert on_terminal(code, {"TERM": "dumb"})[1][-2] == "   50 %  2.0 MB of 4.0 MB  1.0 MB/s  0:02 left"
+@pytest.mark.parametrize("more, options, line, shown", [
+    ("", {"columns": 30}, 0, r" 50 %  2.0 MB of 4.0 MB  1.0 "),
+    ("", {"environment": {"TERM": "dumb"}}, -2, r"   50 %  2.0 MB of 4.0 MB  1.0 MB/s  0:02 left"),
+    (' error("failed")', {}, 1, r"zel: \(command line\):\d+: failed")])
+def test_other_terminals_and_ends(more, options, line, shown):
+    """A narrow terminal gets no bar, a dumb one plain lines; an error begins on a line of its own."""
+    assert re.fullmatch(shown, on_terminal(PLAY % ("{" + HALF + "}") + more, **options)[1][line])
 
 
 def test_elsewhere_at_most_a_line_a_second(zel):
@@ -87,8 +90,3 @@ def test_elsewhere_at_most_a_line_a_second(zel):
     lines = zel(PLAY % ("{" + steps + "}")).err.splitlines()
     assert lines == ["  Sending", "  500 B  1.0 kB/s", "  1.5 kB  1.0 kB/s", "  2.5 kB  1.0 kB/s",
                      "  3.5 kB  1.0 kB/s", "  done"]
-
-
-def test_error_begins_on_a_line_of_its_own():
-    _, lines = on_terminal(PLAY % ("{" + HALF + "}") + ' error("failed")')
-    assert re.fullmatch(r"zel: \(command line\):\d+: failed", lines[1]), lines
