@@ -74,7 +74,8 @@ MAPS = [
     *[(server, "earth", f"crs = '{system}', bbox = {{8, 48, 18, 52}}, bbox_crs = 'EPSG:4326', width = 400", system)
       for server in OTHERS for system in SYSTEMS],
     *[("QGIS", NAME, "bbox = {0, 40, 20, 50}, width = 200", "EPSG:4326")] * ("QGIS" in OTHERS)]
-# What may differ between the versions: MapServer rounds and shifts the datum of DHDN another way, QGIS Server samples otherwise.
+# What may differ between the versions: MapServer rounds, and shifts the datum of DHDN another way; QGIS Server samples
+# otherwise.
 MOVED = {"MapServer": 0.3, "QGIS": 1, "MapProxy": 0}
 
 

@@ -182,7 +182,8 @@ REFUSED_BY = {
         'GetCapabilities, {VALIDATION_MODE = 3, SCHEMA_CHECKING = 3}': SCHEMA,
         'GetCapabilities, {VALIDATION_MODE = 65536}': VALIDATION, 'GetCapabilities, {VALIDATION_MODE = 3}': VALIDATION,
         'GetMap, ""': "Error: Passed in Map argument is empty.", 'GetMap': "Incorrect number of arguments",
-        'GetMap, "a=b", {FORMAT = "x"}': "Keyword FORMAT is not allowed", 'GetMap, 5': "A string is required", 'GetMap, o': "OGCWMS::GETMAP: ", 'GetMap, {1, 2}': "OGCWMS::GETMAP: ",
+        'GetMap, "a=b", {FORMAT = "x"}': "Keyword FORMAT is not allowed", 'GetMap, 5': "A string is required",
+        'GetMap, o': "OGCWMS::GETMAP: ", 'GetMap, {1, 2}': "OGCWMS::GETMAP: ",
         'GetFeatureInfo, ""': "Error: Passed in Feature argument is empty."},
     "WCS": REFUSED | {
         'GetCapabilities, {VALIDATION_MODE = 3, SCHEMA_CHECKING = 3}': VALIDATION,
