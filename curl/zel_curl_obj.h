@@ -130,15 +130,9 @@ public:
   void CurlSetQuerySuffix(const char* v);
   void CurlSetProxy(const char* v);
   void CurlSetFileNameHttpGetRsp(const char* v);
-  void CurlSetFileNameHttpPutPostRsp(const char* v);
-  void CurlSetFileNameFtpGetRsp(const char* v);
-  void CurlSetFileNameFtpRsp(const char* v);
-  void CurlSetFileToSend(const char* v);
   void CurlSetCallback(const char* v);
   void CurlSetSslCAInfo(const char* v);
   void CurlSetRspParsedContentType(const char* v);
-  static void CurlStringHandler(transfer::Text* field, const char* value);
-  static void CurlCleanUpCharArray(transfer::Text* field) noexcept;
 
   /// Stores the text, then converts it. \return the port. \throws CCurlException for an empty text or a number below 1;
   /// an unusable text stays stored.
@@ -150,23 +144,15 @@ public:
   void CurlSetPasswd(const char* v);
   void CurlSetProxyUser(const char* v);
   void CurlSetProxyPasswd(const char* v);
-  /// "user:password", absent when both are. Kept for users of the transfer object.
-  static void CurlCreateUsrPwd(transfer::Text* out, const char* user, const char* pwd);
 
   /// Values outside the range throw CCurlException and change nothing.
   void CurlSetAuthent(int v);
   void CurlSetProxyAuthent(int v);
   void CurlSetEncode(int v);
-  void CurlSetFtpDirListType(int v);
-  void CurlSetFtpAscii(int v);
-  void CurlSetSslVersion(int v);
-  void CurlSetExtVers(int v);
 
   /// Any value is taken: flags become 0 or 1, timeouts at least 1, a verbose of 2 and more 1.
   void CurlSetSslVerifyPeer(int v) noexcept;
   void CurlSetSslVerifyHost(int v) noexcept;
-  void CurlSetFtpExplicitSSL(int v) noexcept;
-  void CurlSetFtpConnMode(int v) noexcept;
   void CurlSetToBuf(int v) noexcept;
   void CurlSetRxTxTo(int seconds) noexcept;
   void CurlSetConnectTo(int seconds) noexcept;
@@ -178,8 +164,6 @@ public:
   /// Copies another object's settings and status callback, but not its header lines, buffers and response.
   void copySettings(const CCurl& from);
 
-  /// Upload from the caller's memory (not copied, must live until the request has ended) instead of the file to send.
-  void CurlSetFromBufPtr(int flag, const char* data, long length) noexcept;
   void CurlReleaseToBuf() noexcept;
 
   [[nodiscard]] const transfer::Settings& settings() const noexcept { return m_set; }
@@ -197,8 +181,6 @@ public:
   /// Empties a list.
   static void CurlCleanUpStrNodes(transfer::TextList* list) noexcept;
   [[nodiscard]] static int CurlGetStrNodeCount(const xNodeStr_t* head) noexcept;
-  /// Node `index` (from 0; below 1 gives the head), null when the list ends first.
-  [[nodiscard]] static const xNodeStr_t* CurlGetStrNode(const xNodeStr_t* head, int index) noexcept;
   /// Adds a request header line (an FTP command for a command request) to the next request, which consumes the list. An
   /// empty line adds an absent one, which is not sent.
   void CurlAddHeader(const char* line);
@@ -215,19 +197,8 @@ public:
   /// Splits "scheme://[credentials@]host[:port]/path?query" into scheme, host, port and path; the query is not kept.
   /// \throws CCurlException naming what is missing; the parts before it stay set.
   void CurlParseURL(const char* url);
-  /// Splits any URL with scheme and host, also into path and query.
-  void CurlParseURLSimple(const char* url);
   /// Blanks become "%20" in place, in a buffer of `size` bytes. \throws CCurlException when it does not fit.
   static void CurlEscapeSpaces(char* str, unsigned long size);
-  /// Percent encoding and decoding through libcurl. \return 1, or 0 when there is no input or `out` is too small.
-  static int CurlUrlEncode(const char* in, char* out, unsigned long outSize);
-  static int CurlUrlDecode(const char* in, char* out, unsigned long outSize);
-  /// 1 when the path ends in a file name.
-  [[nodiscard]] static int CurlContainsFilename(const char* path) noexcept;
-  static void CurlReplaceInvalidFilenameChars(char* name) noexcept;
-  /// Gives a response file name the extension of the content type and deletes an older file of that name.
-  /// \return the result of `unlink`.
-  int CurlBuildFileName(transfer::Text* name);
   /// Number of leading spaces; the last character is never counted.
   [[nodiscard]] static int CurlCountLeadingSpaces(const char* str) noexcept;
   /// Cuts line feeds, carriage returns, spaces and commas off the end of the first `len` characters.
@@ -237,6 +208,44 @@ public:
   /// Runs one request (transfer::RequestType). \throws CCurlException for every failure it reports, after the status
   /// callback was told; also when another transfer is running.
   void CurlProcessRequest(const char* url, int requestType);
+
+  /// \name Kept for native code that transfers without a service client; nothing in the module calls these
+  /// @{
+  /// Uploads and FTP: settings with the rules of the setters above.
+  void CurlSetFileNameHttpPutPostRsp(const char* v);
+  void CurlSetFileNameFtpGetRsp(const char* v);
+  void CurlSetFileNameFtpRsp(const char* v);
+  void CurlSetFileToSend(const char* v);
+  void CurlSetFtpDirListType(int v);
+  void CurlSetFtpAscii(int v);
+  void CurlSetFtpExplicitSSL(int v) noexcept;
+  void CurlSetFtpConnMode(int v) noexcept;
+  /// Upload from the caller's memory (not copied, must live until the request has ended) instead of the file to send.
+  void CurlSetFromBufPtr(int flag, const char* data, long length) noexcept;
+  /// TLS versions and file names, with the rules of the setters above.
+  void CurlSetSslVersion(int v);
+  void CurlSetExtVers(int v);
+  /// Texts of the caller's own, stored and forgotten as the object does with its settings.
+  static void CurlStringHandler(transfer::Text* field, const char* value);
+  static void CurlCleanUpCharArray(transfer::Text* field) noexcept;
+  /// "user:password" for programs that take both as one text, absent when both are.
+  static void CurlCreateUsrPwd(transfer::Text* out, const char* user, const char* pwd);
+  /// Node `index` of a text list (from 0; below 1 gives the head), null when the list ends first.
+  [[nodiscard]] static const xNodeStr_t* CurlGetStrNode(const xNodeStr_t* head, int index) noexcept;
+  /// Splits any URL with scheme and host, also into path and query.
+  void CurlParseURLSimple(const char* url);
+  /// Percent encoding and decoding through libcurl. \return 1, or 0 when there is no input or `out` is too small.
+  static int CurlUrlEncode(const char* in, char* out, unsigned long outSize);
+  static int CurlUrlDecode(const char* in, char* out, unsigned long outSize);
+  /// 1 when the path ends in a file name.
+  [[nodiscard]] static int CurlContainsFilename(const char* path) noexcept;
+  static void CurlReplaceInvalidFilenameChars(char* name) noexcept;
+  /// Gives a response file name the extension of the content type and deletes an older file of that name.
+  /// \return the result of `unlink`.
+  int CurlBuildFileName(transfer::Text* name);
+  /// The text between <html> and </html>, for answers that the caller has in a buffer of its own.
+  static void CurlHttpParseError(const char* text, char* out, int outSize);
+  /// @}
 
   /// \name Response analysis
   /// @{
@@ -248,7 +257,6 @@ public:
   virtual void CurlHttpParseContentType();
   /// Composes the message for an HTML answer where data was expected; cut to `outSize`. \return length without the cut.
   int CurlHttpGetHtmlErrorMsg(char* out, int outSize);
-  static void CurlHttpParseError(const char* text, char* out, int outSize);
   static int CurlGetRspValue(const char* header, int index, transfer::Text* value);
   /// Index just past the first match of `pattern` (lower case; text may be lower or upper) in `text` between `start`
   /// and `limit`, or 0. After a mismatch the search goes on at the next character without trying the mismatching one

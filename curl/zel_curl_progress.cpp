@@ -44,7 +44,10 @@ void CCurl::tell(const std::string& text) { CurlIssueCallback(text.c_str(), null
 
 int CCurl::xferInfo(void* object, curl_off_t dlTotal, curl_off_t dlNow, curl_off_t ulTotal, curl_off_t ulNow) noexcept {
   return guardCallback(object, 1, [&](CCurl& self) {
-    if (transfer::Lease::interrupted()) return self.m_cancelled = 1;
+    if (transfer::Lease::interrupted()) {
+      self.m_cancelled = 1;
+      return 1;
+    }
     if (self.m_requestType == transfer::httpDelete) return 0;
     return CurlHttpProgressCallback(object, static_cast<double>(dlTotal), static_cast<double>(dlNow),
                                     static_cast<double>(ulTotal), static_cast<double>(ulNow));

@@ -27,7 +27,8 @@ void TextList::clear() noexcept {
 
 std::size_t utf8Size(std::string_view text) noexcept {
   const auto byte = [text](std::size_t i) { return static_cast<unsigned char>(text[i]); };
-  const std::size_t size = byte(0) >= 0xf0 && byte(0) < 0xf5 ? 4 : byte(0) >= 0xe0 ? 3 : byte(0) >= 0xc2 ? 2 : 1;
+  std::size_t size = 1;
+  for (const int least : {0xc2, 0xe0, 0xf0}) size += byte(0) >= least ? 1 : 0;
   if (byte(0) >= 0xf5 || size > text.size()) return 1;
   if ((byte(0) == 0xe0 && byte(1) < 0xa0) || (byte(0) == 0xf0 && byte(1) < 0x90)) return 1; // longer than needed
   for (std::size_t i = 1; i < size; ++i)

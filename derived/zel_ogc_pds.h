@@ -7,6 +7,6 @@
 /// Defines both instance structures and makes them object classes.
 void ZEL_PDSInit_zel_ogc();
 
-/// The definitions; null before ZEL_PDSInit_zel_ogc() was called.
+/// The definitions, for native code that makes objects of the classes; null before ZEL_PDSInit_zel_ogc().
 [[nodiscard]] const ZEL_StructDef* ZEL_StructDefPtr_ZELNETOGCWCS() noexcept;
 [[nodiscard]] const ZEL_StructDef* ZEL_StructDefPtr_ZELNETOGCWMS() noexcept;

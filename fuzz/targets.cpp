@@ -1,6 +1,4 @@
 // What the fuzz targets do with an input; a program is built for each, which FUZZ_TARGET names.
-#include "zel_ogcwms_obj.h"
-
 #include "host/heap.h"
 #include "host/messages.h"
 #include "host/objects.h"
@@ -8,6 +6,7 @@
 #include "host/session.h"
 #include "host/strings.h"
 #include "host/variables.h"
+#include "zel_ogcwms_obj.h"
 
 #include <array>
 #include <cstdio>

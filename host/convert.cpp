@@ -3,7 +3,6 @@
 #include "host/routines.h"
 #include "host/strings.h"
 #include "host/variables.h"
-
 #include "zel_module.h"
 
 #include <array>

@@ -1,12 +1,10 @@
 #include "host/directories.h"
 
 #include "host/strings.h"
-
 #include "zel_module.h"
 
 #include <cerrno>
 #include <cstdlib>
-
 #include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -18,9 +16,9 @@ namespace zel::host {
 namespace {
 
 fs::path homeDirectory() {
-  if (const char* home = std::getenv("HOME"); (home != nullptr) && (*home != 0)) return home;
+  if (const char* home = std::getenv("HOME"); home != nullptr && *home != 0) return home;
   const passwd* user = ::getpwuid(::getuid());
-  return (user != nullptr) && (user->pw_dir != nullptr) ? user->pw_dir : "";
+  return user != nullptr && user->pw_dir != nullptr ? user->pw_dir : "";
 }
 
 /// The first when it is a directory, else the second.
@@ -53,9 +51,9 @@ fs::path sharedDirectory() {
 }
 
 fs::path userRoot() {
-  if (const char* root = std::getenv("ZEL_USER_DIR"); (root != nullptr) && (*root != 0)) return fs::absolute(root);
+  if (const char* root = std::getenv("ZEL_USER_DIR"); root != nullptr && *root != 0) return fs::absolute(root);
   // A relative XDG directory is invalid and must be ignored.
-  if (const char* data = std::getenv("XDG_DATA_HOME"); (data != nullptr) && *data == '/') return fs::path(data) / "zel";
+  if (const char* data = std::getenv("XDG_DATA_HOME"); data != nullptr && *data == '/') return fs::path(data) / "zel";
   const fs::path home = homeDirectory();
   return home.empty() ? home : home / ".local" / "share" / "zel";
 }

@@ -3,17 +3,15 @@
 #include "host/messages.h"
 #include "host/strings.h"
 #include "host/variables.h"
-
 #include "zel_module.h"
 
 #include <array>
 #include <cerrno>
 #include <cstdio>
-#include <utility>
-
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
 namespace fs = std::filesystem;
 
@@ -130,7 +128,7 @@ char* ZEL_FilePathFromRoot(char* out, std::size_t size, const char* root, const 
   }
   separate();
   if (file != nullptr) path += file;
-  if ((file != nullptr) && (extension != nullptr)) path += extension;
+  if (file != nullptr && extension != nullptr) path += extension;
   if (size > 0) {
     *out = '\0';
     ZEL_StrBase_strlcat(out, path.c_str(), size);
@@ -139,7 +137,7 @@ char* ZEL_FilePathFromRoot(char* out, std::size_t size, const char* root, const 
 }
 
 void ZEL_FileCopy(ZEL_Variable* source, ZEL_Variable* target, ZEL_Variable* overwrite) {
-  const bool replace = (overwrite != nullptr) && zel::host::scalarInteger(overwrite) != 0;
+  const bool replace = overwrite != nullptr && zel::host::scalarInteger(overwrite) != 0;
   zel::host::copyFile(scalarText(source), scalarText(target), replace);
 }
 

@@ -5,7 +5,6 @@
 #include <filesystem>
 #include <string>
 #include <string_view>
-
 #include <sys/types.h>
 
 namespace zel::host {

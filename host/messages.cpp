@@ -2,7 +2,6 @@
 
 #include "host/routines.h"
 #include "host/variables.h"
-
 #include "zel_module.h"
 
 #include <cstdarg>
@@ -96,7 +95,7 @@ using zel::host::raise;
 extern "C" {
 
 ZEL_MsgBlock ZEL_MessageDefineBlock(const char* name, int n, const ZEL_MsgDef* defs) {
-  if ((name == nullptr) || n < 1 || (defs == nullptr)) return nullptr;
+  if (name == nullptr || n < 1 || defs == nullptr) return nullptr;
   auto block = std::make_unique<ZEL_MsgBlockDef>();
   block->name = name;
   for (const ZEL_MsgDef* def = defs; def != defs + n; ++def) {

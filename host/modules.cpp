@@ -4,18 +4,16 @@
 #include "host/messages.h"
 #include "host/objects.h"
 #include "host/strings.h"
-
 #include "zel_module.h"
 
 #include <algorithm>
 #include <cstdlib>
+#include <dlfcn.h>
 #include <exception>
 #include <filesystem>
 #include <map>
 #include <sstream>
 #include <vector>
-
-#include <dlfcn.h>
 
 namespace fs = std::filesystem;
 

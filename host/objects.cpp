@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <deque>
-
 #include <strings.h>
 
 namespace zel::host {
@@ -68,16 +67,16 @@ const ZEL_ObjDef* ZEL_ObjDefOfStruct(const ZEL_StructDef* sdef) noexcept {
 }
 
 const ZEL_ObjDef* ZEL_ObjInsertDef(const ZEL_StructDef* sdef) {
-  if ((sdef == nullptr) || sdef->name.empty()) raise("An object class needs a named structure.");
+  if (sdef == nullptr || sdef->name.empty()) raise("An object class needs a named structure.");
   const ZEL_ObjDef* known = ZEL_ObjDefOfStruct(sdef);
   return known != nullptr ? known : &classes().emplace_back(ZEL_ObjDef{sdef});
 }
 
 ZEL_HeapVar* ZEL_ObjReference(ZEL_Variable* v) {
-  if (v->type != ZEL_TYP_OBJREF || ((v->flags & ZEL_V_ARR) != 0)) ZEL_MessageVE_REQOBJREF(v);
+  if (v->type != ZEL_TYP_OBJREF || (v->flags & ZEL_V_ARR) != 0) ZEL_MessageVE_REQOBJREF(v);
   if (v->value.hvid == 0) raise("The object reference is null.");
   ZEL_HeapVar* hv = ZEL_HeapVarHashFind(v->value.hvid);
-  if ((hv == nullptr) || (hv->objdef == nullptr)) raise("The object no longer exists: it was closed.");
+  if (hv == nullptr || hv->objdef == nullptr) raise("The object no longer exists: it was closed.");
   return hv;
 }
 

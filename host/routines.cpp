@@ -99,7 +99,7 @@ ZEL_Variable* invoke(const Routine& routine, int argc, ZEL_Variable** argv, cons
 }
 
 bool usable(const ZEL_SysRtnDef& def) {
-  return (def.name != nullptr) && (*def.name != 0) && def.name == upper(def.name) && (def.code.fun != nullptr) &&
+  return def.name != nullptr && *def.name != 0 && def.name == upper(def.name) && def.code.fun != nullptr &&
          def.argMin >= 0 && def.argMin <= def.argMax;
 }
 
@@ -144,8 +144,7 @@ Temp callRoutine(const Routine& routine, int argc, ZEL_Variable** argv, const ZE
   }
   if (!failure.empty()) raise("The module failed: " + failure + '.');
   if (!routine.isFunction) return nullptr;
-  if ((result == nullptr) || ((result->flags & ZEL_V_TEMP) == 0))
-    raise("The module failed: the function gave no result.");
+  if (result == nullptr || (result->flags & ZEL_V_TEMP) == 0) raise("The module failed: the function gave no result.");
   frame.setResult(result);
   return Temp(result);
 }
@@ -185,7 +184,7 @@ extern "C" int ZEL_SysRtnAdd(const ZEL_SysRtnDef* defs, int isFunction, int n) {
   auto& byName = zel::host::routines().byName;
   std::vector<std::string_view> names;
   for (const ZEL_SysRtnDef* def = defs; def != defs + n; ++def) {
-    if (!zel::host::usable(*def) || byName.contains(def->name) || (std::ranges::count(names, def->name) != 0)) return 0;
+    if (!zel::host::usable(*def) || byName.contains(def->name) || std::ranges::count(names, def->name) != 0) return 0;
     names.emplace_back(def->name);
   }
   for (const ZEL_SysRtnDef* def = defs; def != defs + n; ++def)

@@ -75,7 +75,7 @@ void addTag(ZEL_StructDef& def, Tag tag) {
 }
 
 void addTags(ZEL_StructDef& def, const ZEL_StructTagDef* tags) {
-  for (; (tags != nullptr) && (tags->name != nullptr); ++tags) {
+  for (; tags != nullptr && tags->name != nullptr; ++tags) {
     if ((tags->type == ZEL_TYP_STRUCT) != (tags->sdef != nullptr))
       refuse(def, std::string("tag ") + tags->name + " must have a definition exactly when it is a structure.");
     if ((tags->flags & ZEL_TAG_INHERIT) != 0) {

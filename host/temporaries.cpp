@@ -74,8 +74,7 @@ ZEL_Variable* ZEL_GettmpInt(std::int16_t value) {
 }
 
 void ZEL_Deltmp(ZEL_Variable* v) noexcept {
-  if ((v != nullptr) && ((v->flags & ZEL_V_TEMP) != 0))
-    zel::host::releaseTemporary(static_cast<zel::host::Temporary&>(*v));
+  if (v != nullptr && (v->flags & ZEL_V_TEMP) != 0) zel::host::releaseTemporary(static_cast<zel::host::Temporary&>(*v));
 }
 
 std::int64_t ZEL_TempCount() noexcept { return static_cast<std::int64_t>(temporaries().alive.size()); }

@@ -3,12 +3,10 @@
 #include "host/files.h"
 #include "host/messages.h"
 #include "host/strings.h"
-
 #include "zel_module.h"
 
-#include <system_error>
-
 #include <sys/stat.h>
+#include <system_error>
 
 namespace fs = std::filesystem;
 

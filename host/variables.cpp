@@ -88,7 +88,7 @@ std::int64_t typeSize(ZEL_Type type) noexcept { return type < typeRows.size() ? 
 const char* typeName(ZEL_Type type) noexcept { return type < typeRows.size() ? typeRows[type].name : "unknown type"; }
 
 std::string describe(const ZEL_Variable* v) {
-  if ((v == nullptr) || v->type == ZEL_TYP_UNDEF) return "an undefined variable";
+  if (v == nullptr || v->type == ZEL_TYP_UNDEF) return "an undefined variable";
   std::string name = typeName(v->type);
   if ((v->flags & ZEL_V_ARR) != 0) return "an array of " + std::to_string(v->n) + " (" + name + ')';
   if (v->type == ZEL_TYP_STRING) return name + " \"" + std::string(text(v->value.str)) + '"';
@@ -168,7 +168,7 @@ void ZEL_StoreScalar(ZEL_Variable* dst, ZEL_Type type, const void* value) {
 }
 
 void ZEL_VarGetData(ZEL_Variable* v, std::int64_t* n, char** data) noexcept {
-  const bool scalar = (v->data == nullptr) && v->type != ZEL_TYP_UNDEF;
+  const bool scalar = v->data == nullptr && v->type != ZEL_TYP_UNDEF;
   *n = scalar ? 1 : v->n;
   *data = scalar ? reinterpret_cast<char*>(&v->value) : v->data;
 }

@@ -158,6 +158,7 @@ public:
   void OgcWcsGetNextCOBSkip(int count);
 
   /// \name Parts of a coverage offering
+  /// For native code that takes an offering apart; the routines return whole records.
   /// Offering `co` and item `n` of one of its lists, both from 0; below that the first is meant. An item beyond the end
   /// is null, a list of an absent item has no length. \throws CCurlException when `co` is not below the number of
   /// offerings, and when there are none. Counts of a grid or an axis take -1 for the largest among all.
@@ -184,9 +185,9 @@ public:
 
   /// \name Clean-ups
   /// @{
+  /// For native code that is done with the capabilities, the descriptions, or the exception texts alone.
   void OgcWcsCleanupNewCap();
   void OgcWcsCleanupDesCov();
-  /// Forgets the exception texts only.
   void OgcWcsCleanupCov() noexcept { clearExceptions(); }
   /// Forgets records, file names, exception texts and the transfer settings. \return 1
   int OgcWcsCleanup();

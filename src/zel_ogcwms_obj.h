@@ -253,6 +253,7 @@ public:
   const xWmsLayer_t* OgcWmsGetNextLayer() noexcept;
   /// \throws CCurlException for an index out of range, and for a layer that is no longer in the cache.
   [[nodiscard]] const xWmsLayer_t* OgcWmsGetLayer(int i) const;
+  /// For native code that takes a layer apart; the routines return whole records.
   /// Entry `k` of a list of layer `i`, null when the list is shorter; the first for a `k` below 1.
   /// \throws CCurlException for a layer index out of range.
   [[nodiscard]] const xWmsStyle_t* OgcWmsGetLyrStyle(int i, int k) const;

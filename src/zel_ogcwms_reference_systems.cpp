@@ -45,15 +45,16 @@ public:
   /// Id of a name. \param make gives it one when it has none
   std::uint32_t id(const char* name, bool make) {
     const std::uint32_t guess = m_known[m_last].follower;
-    if (guess >= firstReal && name != nullptr && FoldedEqual{}(m_known[guess].name, name)) return m_last = guess;
-    std::uint32_t id = m_names.idOf(name);
+    const bool guessed = guess >= firstReal && name != nullptr && FoldedEqual{}(m_known[guess].name, name);
+    std::uint32_t id = guessed ? guess : m_names.idOf(name);
     if (id == unshared && make) {
       id = static_cast<std::uint32_t>(m_known.size());
       m_names.m_idOf.emplace(name, id);
       m_known.push_back({name});
     }
     m_known[m_last].follower = id;
-    return m_last = id;
+    m_last = id;
+    return id;
   }
 
 private:

@@ -12,7 +12,7 @@
 /// last.
 class COgcWmsSaxHelper : public ogc::xml::RuleHandler<COgcWmsSaxHelper> {
 public:
-  /// 1 when some node of `list` holds `s`, in any letter case; 0 for a null `s`.
+  /// 1 when some node of `list` holds `s`, in any letter case; 0 for a null `s`. For handlers that collect names once.
   [[nodiscard]] static int CheckStringNode(const xNodeStr_t* list, const char* s) noexcept;
 
   /// Index of the last layer so far with that level, -1 when there is none.

@@ -4,7 +4,6 @@
 #include "frontend/kept.h"
 #include "frontend/objects.h"
 #include "frontend/values.h"
-
 #include "host/messages.h"
 #include "host/strings.h"
 #include "host/variables.h"
@@ -41,7 +40,7 @@ public:
       const int value = lua_gettop(m_state);
       if (lua_type(m_state, value - 1) == LUA_TSTRING)
         addInput(keywordName(value - 1), value);
-      else if ((lua_isinteger(m_state, value - 1) != 0) && lua_type(m_state, value) == LUA_TSTRING)
+      else if (lua_isinteger(m_state, value - 1) != 0 && lua_type(m_state, value) == LUA_TSTRING)
         addKeyword(keywordName(value), true);
       else
         host::raise(m_routine.name + ": the table of keywords holds a " + luaL_typename(m_state, value) +
@@ -74,7 +73,7 @@ public:
     for (Keyword& keyword : m_keywords) {
       if (!keyword.output) continue;
       if (outputs++ == 0) lua_newtable(m_state);
-      const bool text = keyword.value->type == ZEL_TYP_STRING && ((keyword.value->flags & ZEL_V_ARR) == 0);
+      const bool text = keyword.value->type == ZEL_TYP_STRING && (keyword.value->flags & ZEL_V_ARR) == 0;
       if (!text || !pushFunction(m_state, std::string(host::text(keyword.value->value.str))))
         pushValue(m_state, *keyword.value);
       lua_setfield(m_state, -2, keyword.name.c_str());
@@ -126,7 +125,7 @@ private:
 /// How a script spells the method that runs.
 std::string spelling(lua_State* L, const host::Routine& routine) {
   lua_Debug call{};
-  if ((lua_getstack(L, 0, &call) != 0) && (lua_getinfo(L, "n", &call) != 0) && (call.name != nullptr) &&
+  if (lua_getstack(L, 0, &call) != 0 && lua_getinfo(L, "n", &call) != 0 && call.name != nullptr &&
       routine.name.ends_with("::" + host::upper(call.name)))
     return call.name;
   return routine.name.substr(routine.name.rfind(':') + 1);

@@ -3,7 +3,6 @@
 #pragma once
 
 #include "frontend/support.h"
-
 #include "host/routines.h"
 
 namespace zel::lua {

@@ -2,9 +2,8 @@
 
 #include <cstdio>
 #include <cstring>
-#include <vector>
-
 #include <readline/readline.h>
+#include <vector>
 
 namespace zel::lua {
 

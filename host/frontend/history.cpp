@@ -4,9 +4,8 @@
 
 #include <cstdio>
 #include <ctime>
-#include <fstream>
-
 #include <fcntl.h>
+#include <fstream>
 #include <readline/history.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -49,7 +48,7 @@ History::History() : m_file(findFile()) {
 void History::add(const std::string& statement) const {
   if (statement.find_first_not_of(" \t\n") != 0) return;
   const HIST_ENTRY* last = history_get(history_base + history_length - 1);
-  if ((last != nullptr) && statement == last->line) return;
+  if (last != nullptr && statement == last->line) return;
   add_history(statement.c_str());
   if (m_file.empty()) return;
   const int fd = ::open(m_file.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR);

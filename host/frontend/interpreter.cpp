@@ -4,7 +4,6 @@
 #include "frontend/library.h"
 #include "frontend/stop.h"
 #include "frontend/values.h"
-
 #include "host/heap.h"
 #include "host/messages.h"
 
@@ -133,12 +132,12 @@ void Interpreter::callScript(const std::string& routine, int argc, ZEL_Variable*
     host::raise(host::Error{text, true});
   }
   if (!call.found) host::raise("There is no global function \"" + routine + "\" to call.");
-  if ((result != nullptr) && !call.wrong.empty()) host::raise(call.wrong);
+  if (result != nullptr && !call.wrong.empty()) host::raise(call.wrong);
   if (result != nullptr) storeResult(L, result);
 }
 
 void Interpreter::collectObjects(lua_State* L) {
-  if (host::objectMemory() < std::max(m_collectAt, manyBytes) || (lua_gc(L, LUA_GCISRUNNING) == 0)) return;
+  if (host::objectMemory() < std::max(m_collectAt, manyBytes) || lua_gc(L, LUA_GCISRUNNING) == 0) return;
   lua_gc(L, LUA_GCCOLLECT);
   m_collectAt = 2 * host::objectMemory();
 }

@@ -3,7 +3,6 @@
 #pragma once
 
 #include "frontend/support.h"
-
 #include "host/session.h"
 
 #include <cstdint>

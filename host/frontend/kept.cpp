@@ -71,7 +71,7 @@ std::string keepFunction(lua_State* L, int self, int index, const std::string& k
   const int kept = lua_gettop(L);
   for (lua_pushnil(L); lua_next(L, kept) != 0; lua_pop(L, 1)) {
     const std::string_view name = lua_tostring(L, -2);
-    if (name.starts_with(prefixOf(keyword)) && (lua_rawequal(L, -1, index) != 0)) return std::string(name);
+    if (name.starts_with(prefixOf(keyword)) && lua_rawequal(L, -1, index) != 0) return std::string(name);
   }
   pushOwners(L);
   lua_pushvalue(L, self);

@@ -3,7 +3,6 @@
 #include "frontend/interpreter.h"
 #include "frontend/objects.h"
 #include "frontend/values.h"
-
 #include "host/directories.h"
 #include "host/heap.h"
 #include "host/modules.h"
@@ -16,10 +15,9 @@
 #include <cstdio>
 #include <filesystem>
 #include <memory>
-#include <thread>
-
 #include <openssl/evp.h>
 #include <sys/ioctl.h>
+#include <thread>
 #ifdef ZEL_MIMALLOC
 #include <mimalloc.h>
 #endif

@@ -2,7 +2,6 @@
 #include "frontend/interpreter.h"
 #include "frontend/prompt.h"
 #include "frontend/run.h"
-
 #include "host/messages.h"
 #include "host/modules.h"
 
@@ -10,9 +9,8 @@
 #include <iostream>
 #include <optional>
 #include <string>
-#include <vector>
-
 #include <unistd.h>
+#include <vector>
 
 namespace {
 
@@ -96,7 +94,7 @@ int run(const Options& options) {
   for (const Step& step : options.steps)
     if (!runStep(L, step)) return exitScriptError;
   if (!options.script && options.code) return exitDone;
-  if (!options.script && (::isatty(STDIN_FILENO) != 0)) return zel::lua::runPrompt(L) ? exitDone : exitScriptError;
+  if (!options.script && ::isatty(STDIN_FILENO) != 0) return zel::lua::runPrompt(L) ? exitDone : exitScriptError;
   switch (zel::lua::runFile(L, options.script.value_or("-"))) {
   case zel::lua::Outcome::done:
     return exitDone;

@@ -3,7 +3,6 @@
 #include "frontend/calls.h"
 #include "frontend/interpreter.h"
 #include "frontend/kept.h"
-
 #include "host/heap.h"
 #include "host/messages.h"
 #include "host/modules.h"
@@ -88,7 +87,7 @@ void pushMethod(lua_State* L, const Object& object, const char* key) {
   names.emplace_back("close");
   std::string text =
       host::className(object.objdef) + " has no method \"" + key + "\"; it has " + host::join(names, ", ");
-  if (name == key && (host::findMethod(object.objdef, "GETPROPERTY") != nullptr))
+  if (name == key && host::findMethod(object.objdef, "GETPROPERTY") != nullptr)
     text += std::string(". A property is read by object:GetProperty{\"") + key + "\"}." + key;
   host::raise(text + '.');
 }

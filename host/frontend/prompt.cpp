@@ -13,13 +13,12 @@
 #include <cstdlib>
 #include <iostream>
 #include <memory>
-#include <string>
-#include <string_view>
-#include <utility>
-
 #include <poll.h>
 #include <readline/readline.h>
+#include <string>
+#include <string_view>
 #include <unistd.h>
+#include <utility>
 
 namespace zel::lua {
 
@@ -113,8 +112,8 @@ Input loadStatement(lua_State* L, std::string& text, int& status) {
 bool usesColours(int fd) {
   const char* terminal = std::getenv("TERM");
   const char* refused = std::getenv("NO_COLOR");
-  return (::isatty(fd) != 0) && (terminal != nullptr) && std::string_view(terminal) != "dumb" &&
-         ((refused == nullptr) || (*refused == 0));
+  return ::isatty(fd) != 0 && terminal != nullptr && std::string_view(terminal) != "dumb" &&
+         (refused == nullptr || *refused == 0);
 }
 
 /// Whether a line of a traceback says nothing of a user's own functions: the statement, C, or the library's modules.
@@ -207,7 +206,7 @@ private:
   /// Adds what a server said when it refused the request that failed; the error is on top of the stack.
   void explain() {
     const ZEL_HVID failed = std::exchange(Interpreter::of(m_state).failedObject, 0);
-    if ((failed == 0u) || (lua_checkstack(m_state, LUA_MINSTACK) == 0)) return;
+    if (failed == 0 || lua_checkstack(m_state, LUA_MINSTACK) == 0) return;
     const int error = lua_gettop(m_state);
     pushFunction("explain");
     lua_pushvalue(m_state, error);

@@ -1,7 +1,6 @@
 // Converts host values to script values.
 #include "frontend/objects.h"
 #include "frontend/values.h"
-
 #include "host/messages.h"
 #include "host/strings.h"
 #include "host/structs.h"

@@ -1,7 +1,6 @@
 // Converts script values to host values.
 #include "frontend/objects.h"
 #include "frontend/values.h"
-
 #include "host/messages.h"
 #include "host/strings.h"
 #include "host/structs.h"
@@ -40,7 +39,7 @@ public:
   void read(int index, ZEL_Variable& out) {
     if (isUndefined(index)) return;
     const Shape shape = shapeOf(index, 0);
-    if (shape.n > 0 || (shape.sdef != nullptr)) {
+    if (shape.n > 0 || shape.sdef != nullptr) {
       char* data = shape.sdef != nullptr ? host::makeStructs(out, shape.sdef, std::max<std::int64_t>(shape.n, 1))
                                          : host::makeArray(out, shape.type, shape.n);
       if (shape.n == 0) out.flags &= static_cast<std::uint8_t>(~ZEL_V_ARR);
@@ -92,7 +91,7 @@ private:
   /// Counts an element of a nested table. Refuses too many, and stops if the user interrupts.
   void countNested() {
     if (++m_nested > maxNested) refuse("its tables hold more than " + std::to_string(maxNested) + " elements");
-    if (m_nested % 1024 == 0 && (ZEL_InterpInterrupted() != 0)) refuse("interrupted");
+    if (m_nested % 1024 == 0 && ZEL_InterpInterrupted() != 0) refuse("interrupted");
   }
 
   Shape shapeOfTable(int index, int depth) {
@@ -142,7 +141,7 @@ private:
     std::size_t length = 0;
     const char* key = lua_tolstring(m_state, -2, &length);
     std::string name = host::upper({key, length});
-    const auto isOdd = [](char c) { return (std::isalnum(static_cast<unsigned char>(c)) == 0) && c != '_'; };
+    const auto isOdd = [](char c) { return std::isalnum(static_cast<unsigned char>(c)) == 0 && c != '_'; };
     if (name.empty() || std::ranges::any_of(name, isOdd)) {
       std::ranges::replace_if(
           name, [](char c) { return std::iscntrl(static_cast<unsigned char>(c)); }, '?');

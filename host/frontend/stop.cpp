@@ -1,7 +1,6 @@
 #include "frontend/stop.h"
 
 #include "frontend/interpreter.h"
-
 #include "host/routines.h"
 
 #include <atomic>
@@ -134,7 +133,7 @@ void raisePendingStop(lua_State* L) {
     if (close) lua_close(interpreter.state());
     std::exit(code);
   }
-  if ((ZEL_InterpInterrupted() != 0) && host::takeInterrupt()) raiseInterrupt(L);
+  if (ZEL_InterpInterrupted() != 0 && host::takeInterrupt()) raiseInterrupt(L);
 }
 
 void openStop(lua_State* L) {
@@ -158,7 +157,7 @@ Interruptible::~Interruptible() {
   host::takeInterrupt();
   g_interrupt = {};
   for (const auto& state : g_states)
-    if (lua_State* L = state.load(); (L != nullptr) && lua_gethook(L) == hook) lua_sethook(L, nullptr, 0, 0);
+    if (lua_State* L = state.load(); L != nullptr && lua_gethook(L) == hook) lua_sethook(L, nullptr, 0, 0);
 }
 
 } // namespace zel::lua

@@ -7,9 +7,8 @@
 
 #include <cstddef>
 #include <exception>
-#include <string_view>
-
 #include <lua.hpp>
+#include <string_view>
 
 namespace zel::lua {
 

@@ -9,7 +9,6 @@
 #pragma once
 
 #include "frontend/support.h"
-
 #include "host/variables.h"
 
 #include <string>

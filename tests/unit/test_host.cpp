@@ -1,7 +1,4 @@
 // The host behind the module interface, called as a module calls it.
-#include "rows.h"
-#include "zel_module.h"
-
 #include "host/directories.h"
 #include "host/heap.h"
 #include "host/messages.h"
@@ -12,6 +9,8 @@
 #include "host/strings.h"
 #include "host/structs.h"
 #include "host/variables.h"
+#include "rows.h"
+#include "zel_module.h"
 
 #include <cstdlib>
 #include <filesystem>
@@ -19,7 +18,6 @@
 #include <iterator>
 #include <limits>
 #include <map>
-
 #include <sys/stat.h>
 #include <unistd.h>
 
