@@ -17,7 +17,7 @@ for _, layer in ipairs(wms:GetLayers()) do
   print(("  "):rep(layer.LEVEL) .. layer.TITLE .. " [" .. layer.NAME .. "]")
 end
 
-local query = ("LAYERS=%s&STYLES=&SRS=EPSG:4326&BBOX=-180,-90,180,90&WIDTH=512&HEIGHT=256&FORMAT=image/png"):format(name)
+local query = "STYLES=&SRS=EPSG:4326&BBOX=-180,-90,180,90&WIDTH=512&HEIGHT=256&FORMAT=image/png&LAYERS=" .. name
 local done, file = pcall(wms.GetMap, wms, query)
 if not done then
   local refusal = zel.refusal(wms)

@@ -32,7 +32,9 @@ attempt() {
     fi
     case $status in
     0) ;;
-    "$EX_TEMPFAIL") echo "check_bare.sh: packages could not be fetched, twice; nothing was found wrong" >&2; exit $status ;;
+    "$EX_TEMPFAIL")
+        echo "check_bare.sh: packages could not be fetched, twice; nothing was found wrong" >&2
+        exit $status ;;
     *) fail "this failed with status $status: $*" ;;
     esac
 }
@@ -111,7 +113,8 @@ inside() {
     git clone -q "$PWD" "$first/root/zel_ogc"
 
     readme "$first" scripts/demo.sh
-    within "$first" "test -s demo-output/map.png -a -s demo-output/coverage.tif" || fail "the demo's files are not there"
+    within "$first" "test -s demo-output/map.png -a -s demo-output/coverage.tif" ||
+        fail "the demo's files are not there"
     readme "$first" "(cd build && cpack)"
     readme "$first" scripts/test.sh
     ! within "$first" "grep -nE '[0-9]+ skipped|\[  SKIPPED \]|Not Run' build/Testing/Temporary/LastTest.log" ||
@@ -121,8 +124,10 @@ inside() {
     cp "$first"/root/zel_ogc/build/*.deb "$second/root/zel_ogc/build"
     echo "== apt install, on another bare $SUITE"
     attempt fetching "Failed to fetch" within "$second" "apt-get update && apt install -y ./build/*.deb"
-    within "$second" "cd / && zel --version && zel -e 'require(\"zel.ogc\") assert(zel.new(\"ZELnetOGCWMS\")):close()' &&
-                      test -e /usr/lib/zel/bin/bin.linux.x86_64/ca-bundle.crt" || fail "what was installed does not run"
+    within "$second" "cd / && zel --version &&
+                      zel -e 'require(\"zel.ogc\") assert(zel.new(\"ZELnetOGCWMS\")):close()' &&
+                      test -e /usr/lib/zel/bin/bin.linux.x86_64/ca-bundle.crt" ||
+        fail "what was installed does not run"
     chroot "$first" apt-get -qq autoclean
 }
 

@@ -98,7 +98,8 @@ killed=$directory/killed.db
 for ((kill = 1; kill <= KILLS; kill++)); do
     zel-ogc harvest "$list" "$killed" --jobs $((kill % 2 + 1)) --quiet &
     pid=$!
-    sleep "$(awk -v seed=$kill -v most="$seconds" -v kills=$KILLS 'BEGIN { srand(seed); print 1.2 * rand() * most / kills }')"
+    sleep "$(awk -v seed=$kill -v most="$seconds" -v kills=$KILLS '
+        BEGIN { srand(seed); print 1.2 * rand() * most / kills }')"
     kill -KILL $pid 2>/dev/null || fail "the harvest came to its end before it was killed $KILLS times"
     wait $pid || true
 done

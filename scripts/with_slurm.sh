@@ -87,7 +87,8 @@ SchedulerParameters=batch_sched_delay=0,sched_min_interval=100000
 JobAcctGatherType=jobacct_gather/none
 AccountingStorageType=accounting_storage/none
 SlurmdParameters=config_overrides
-NodeName=localhost NodeHostname=$(hostname -s) NodeAddr=127.0.0.1 CPUs=2 RealMemory=$(awk '/^MemTotal/ { print int($2 / 1024) }' /proc/meminfo)
+NodeName=localhost NodeHostname=$(hostname -s) NodeAddr=127.0.0.1 CPUs=2 \
+    RealMemory=$(awk '/^MemTotal/ { print int($2 / 1024) }' /proc/meminfo)
 PartitionName=all Nodes=ALL Default=YES State=UP
 CONF
 

@@ -6,7 +6,8 @@ local reference = require "zel.reference"
 
 local find, gmatch, gsub, lower, match = string.find, string.gmatch, string.gsub, string.lower, string.match
 local sub, upper, sort, move = string.sub, string.upper, table.sort, table.move
-local getmetatable, ipairs, next, rawget, tonumber, tostring, type = getmetatable, ipairs, next, rawget, tonumber, tostring, type
+local getmetatable, ipairs, next, rawget = getmetatable, ipairs, next, rawget
+local tonumber, tostring, type = tonumber, tostring, type
 local globals, strings, method_names = _G, string, zel.methods
 
 local WORDS = {"and", "break", "do", "else", "elseif", "end", "false", "for", "function", "goto", "if", "in", "local",

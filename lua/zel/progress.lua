@@ -57,7 +57,8 @@ local function figures(t, ended)
   local speed = t.seconds > 0 and t.bytes / t.seconds or 0
   if t.total <= 0 then return ("%s  %s/s"):format(bytes(t.now), bytes(speed)) end
   local left = speed > 0 and duration((t.total - t.now) / speed) or "-:--"
-  return ("%3.0f %%  %s of %s  %s/s  %s left"):format(100 * t.now / t.total, bytes(t.now), bytes(t.total), bytes(speed), left)
+  local percent = 100 * t.now / t.total
+  return ("%3.0f %%  %s of %s  %s/s  %s left"):format(percent, bytes(t.now), bytes(t.total), bytes(speed), left)
 end
 
 -- Full up to what has come; for an unknown total a mark that wanders while something comes.

@@ -42,7 +42,8 @@ function prompt.show(statement, ...)
       if show_value(value, rows) then
         local entries = rawlen(value) > 1 and format(", %d entries", rawlen(value)) or ""
         local source = count == 1 and not find(statement, "\n") and statement or "value"
-        write(stdout, terminal.paint("note", format("... cut to the screen%s; zel.show(%s) prints all", entries, source)), "\n")
+        local note = format("... cut to the screen%s; zel.show(%s) prints all", entries, source)
+        write(stdout, terminal.paint("note", note), "\n")
       end
     else
       line[#line + 1] = plain(value)

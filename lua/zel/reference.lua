@@ -8,7 +8,8 @@
 -- names(row)        the names in backticks in a row's first cell
 
 -- Kept from the start: completion must not run what a script puts in their place.
-local find, gmatch, gsub, lower, match, sub = string.find, string.gmatch, string.gsub, string.lower, string.match, string.sub
+local find, gmatch, gsub = string.find, string.gmatch, string.gsub
+local lower, match, sub = string.lower, string.match, string.sub
 local ipairs = ipairs
 
 local _, path = ...

@@ -4,7 +4,8 @@ local rounds, port, tls_port = tonumber(arg[1]), arg[2], arg[3]
 local SETTLED, LIMIT = 100, 2048
 
 local function server(class, path, more)
-  local o = assert(zel.new(class, {URL_HOSTNAME = "localhost", URL_PORT = port, URL_PATH = path, URL_QUERY_PREFIX = "map=earth"}))
+  local o = assert(zel.new(class, {URL_HOSTNAME = "localhost", URL_PORT = port, URL_PATH = path,
+                                   URL_QUERY_PREFIX = "map=earth"}))
   o:SetProperty(more or {})
   return o
 end
@@ -35,7 +36,8 @@ local function write(name, text)
 end
 write("small.dtd", [[<!ELEMENT WMT_MS_Capabilities (Layer)> <!ELEMENT Layer EMPTY>
 <!ATTLIST WMT_MS_Capabilities version CDATA "1.1.1">]])
-write("small.xml", [[<!DOCTYPE WMT_MS_Capabilities SYSTEM "small.dtd"><WMT_MS_Capabilities><Layer/></WMT_MS_Capabilities>]])
+write("small.xml", [[<!DOCTYPE WMT_MS_Capabilities SYSTEM "small.dtd">
+<WMT_MS_Capabilities><Layer/></WMT_MS_Capabilities>]])
 write("broken.xml", '<WMT_MS_Capabilities version="1.1.1"><Service><Name>x</Name></Service><Capability><Layer>')
 
 assert(wms:GetCapabilities() > 0)

@@ -8,7 +8,8 @@ local new_progress = require "zel.work_progress"
 local COMMAND = [[trap '' INT HUP; trap 'kill $workers; wait' TERM
 dir=%s; echo $$ >"$dir/shell"; zel=$(readlink /proc/$PPID/exe); i=0
 while [ $i -lt %d ]; do i=$((i + 1))
-"$zel" -e 'require("zel.catalogue.worker")(arg[1])' - "$dir" </dev/null 2>>"$dir/errors" & workers="$workers $!"; done; wait
+"$zel" -e 'require("zel.catalogue.worker")(arg[1])' - "$dir" </dev/null 2>>"$dir/errors" &
+workers="$workers $!"; done; wait
 [ -e /proc/$PPID/exe ] || rm -rf "$dir"]]
 
 local function run(command)

@@ -65,7 +65,8 @@ end
 -- Makes the tables in an empty file, and refuses what is none of these databases.
 local function prepare(database, create)
   local application, version = database:value("PRAGMA application_id"), database:value("PRAGMA user_version")
-  if application == 0 and version == 0 and create and database:value("SELECT count(*) AS n FROM sqlite_master") == 0 then
+  local unmarked = application == 0 and version == 0
+  if unmarked and create and database:value("SELECT count(*) AS n FROM sqlite_master") == 0 then
     database:run("PRAGMA journal_mode = WAL")
     database:transaction(schema.STATEMENTS)
   elseif application ~= schema.APPLICATION then

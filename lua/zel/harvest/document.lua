@@ -12,7 +12,8 @@ local function skipped(head)
   while true do
     place = head:match("^%s*()", place)
     local next_place = head:match("^<%?.-%?>()", place) or head:match("^<!%-%-.-%-%->()", place)
-                       or head:match("^<!DOCTYPE[^%[>]*%[.-%]%s*>()", place) or head:match("^<!DOCTYPE[^%[>]*>()", place)
+                       or head:match("^<!DOCTYPE[^%[>]*%[.-%]%s*>()", place)
+                       or head:match("^<!DOCTYPE[^%[>]*>()", place)
     if not next_place then return place end
     place = next_place
   end

@@ -8,8 +8,8 @@ local HIDDEN = "***"
 
 -- Parameters of a URL that nobody else should see.
 local SECRETS = {}
-for _, name in ipairs{"password", "passwd", "pass", "pwd", "token", "access_token", "apikey", "api_key", "key", "secret",
-                      "signature", "sig", "auth", "authkey"} do
+for _, name in ipairs{"password", "passwd", "pass", "pwd", "token", "access_token", "apikey", "api_key", "key",
+                      "secret", "signature", "sig", "auth", "authkey"} do
   SECRETS[name] = true
 end
 
@@ -39,7 +39,8 @@ local function entry(line)
 end
 
 --- Reads a list from a file, "-" for standard input. `complain(text)` is told of every line that cannot be used.
--- Returns the entries in their order, each service of a kind once: url (to ask), public (to store and show), kind, host.
+-- Returns the entries in their order, each service of a kind once: url (to ask), public (to store and show), kind,
+-- host.
 return function(path, complain)
   local file <close> = path == "-" and io.stdin or io.open(path)
   if not file then errors.raise(("the list %s cannot be read"):format(path)) end

@@ -39,8 +39,8 @@ local function replacement(columns, other_id, id, is_stored)
     if name ~= "id" and name ~= "url" and name ~= "kind" then own[#own + 1] = name end
   end
   local all = table.concat(own, ",")
-  list[#list + 1] = ("UPDATE main.service SET (%s) = (SELECT %s FROM other.service WHERE id = %d) WHERE id = %d"):format(
-    all, all, other_id, id)
+  local update = "UPDATE main.service SET (%s) = (SELECT %s FROM other.service WHERE id = %d) WHERE id = %d"
+  list[#list + 1] = update:format(all, all, other_id, id)
   for _, entry in ipairs(TABLES) do
     local name, ids = table.unpack(entry)
     local key = ids.id and "id" or next(ids)
@@ -62,15 +62,17 @@ local HISTORY = {
 attempt.version, attempt.result, attempt.again, attempt.words FROM other.attempt AS attempt
 JOIN other.service AS service ON service.id = attempt.service JOIN main.service AS own ON own.url = service.url
   AND own.kind = service.kind
-JOIN other.run AS made ON made.id = attempt.run JOIN main.run AS run ON run.list = made.list AND run.started = made.started]],
+JOIN other.run AS made ON made.id = attempt.run
+JOIN main.run AS run ON run.list = made.list AND run.started = made.started]],
 }
 
 -- Merges the attached database in one transaction. Returns how many services were taken from it.
 local function merge_attached(base)
   local statements, taken, columns = {}, 0, read_columns(base)
   local last = base:value("SELECT coalesce(max(id), 0) FROM main.service")
-  for row in base:rows("SELECT other.id, other.url, other.kind, other.harvested, own.id AS own, own.harvested AS before "
-                       .. "FROM other.service AS other LEFT JOIN main.service AS own ON own.url = other.url "
+  for row in base:rows("SELECT other.id, other.url, other.kind, other.harvested, "
+                       .. "own.id AS own, own.harvested AS before FROM other.service AS other "
+                       .. "LEFT JOIN main.service AS own ON own.url = other.url "
                        .. "AND own.kind = other.kind ORDER BY other.id") do
     local id = row.own
     if not id then

@@ -96,8 +96,10 @@ function Service:layer(record)
   local id = self.id + position
   local above = self.open[tonumber(record.PARENT)] or {}
   local scale = layer.scale(record)
-  local own = {box = usable(layer.box(record)) or above.box, min = scale.min or above.min, max = scale.max or above.max,
-               queryable = inherited(record.QUERYABLE, above.queryable), opaque = inherited(record.OPAQUE, above.opaque),
+  local own = {box = usable(layer.box(record)) or above.box,
+               min = scale.min or above.min, max = scale.max or above.max,
+               queryable = inherited(record.QUERYABLE, above.queryable),
+               opaque = inherited(record.OPAQUE, above.opaque),
                attribution = records.text(record.ATTRIBUTION.TITLE) or above.attribution, id = id,
                level = tonumber(record.LEVEL) or 1}
   self:open_level(tonumber(record.LAYER), own)
@@ -108,7 +110,8 @@ function Service:layer(record)
     box_columns(own.box), number(own.min), number(own.max), self:system_list(layer.systems(record)))
   self:index(id, title, name, records.list(record.KEYWORD, record.NUM_KEYWORD), abstract, own.box)
   for i, style in ipairs(layer.styles(record)) do
-    self.style[#self.style + 1] = row(id, i, text(style.name), text(style.title), text(style.abstract), text(style.legend))
+    self.style[#self.style + 1] = row(id, i, text(style.name), text(style.title), text(style.abstract),
+                                      text(style.legend))
   end
   for i, one in ipairs(layer.dimensions(record)) do
     self.dimension[#self.dimension + 1] = row(id, i, text(one.name), text(one.units), text(one.default),

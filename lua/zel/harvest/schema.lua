@@ -52,13 +52,15 @@ schema.STATEMENTS = {
   "CREATE TABLE coverage (id INTEGER PRIMARY KEY, service INTEGER NOT NULL REFERENCES service (id), position INTEGER, "
     .. "name TEXT, title TEXT, abstract TEXT, " .. BOX .. ", time_begin TEXT, time_end TEXT)",
   "CREATE INDEX coverage_service ON coverage (service)",
-  "CREATE TABLE system (list INTEGER, position INTEGER, name TEXT NOT NULL, PRIMARY KEY (list, position)) WITHOUT ROWID",
+  "CREATE TABLE system (list INTEGER, position INTEGER, name TEXT NOT NULL, PRIMARY KEY (list, position)) "
+    .. "WITHOUT ROWID",
   "CREATE INDEX system_name ON system (name)",
   "CREATE TABLE style (layer INTEGER, position INTEGER, name TEXT, title TEXT, abstract TEXT, legend TEXT, "
     .. "PRIMARY KEY (layer, position)) WITHOUT ROWID",
   "CREATE TABLE dimension (layer INTEGER, position INTEGER, name TEXT, units TEXT, preset TEXT, extent TEXT, "
     .. "PRIMARY KEY (layer, position)) WITHOUT ROWID",
-  "CREATE TABLE keyword (item INTEGER, position INTEGER, word TEXT NOT NULL, PRIMARY KEY (item, position)) WITHOUT ROWID",
+  "CREATE TABLE keyword (item INTEGER, position INTEGER, word TEXT NOT NULL, PRIMARY KEY (item, position)) "
+    .. "WITHOUT ROWID",
   "CREATE TABLE attempt (service INTEGER REFERENCES service (id), started TEXT, run INTEGER REFERENCES run (id), "
     .. "seconds REAL, bytes INTEGER, version TEXT, result TEXT NOT NULL, again INTEGER NOT NULL, words TEXT, "
     .. "PRIMARY KEY (service, started)) WITHOUT ROWID",

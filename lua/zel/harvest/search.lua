@@ -38,8 +38,8 @@ end
 -- How little a box and the one asked for share, from -1 (they are the same) to 0.
 local function unlike(bbox)
   local west, south, east, north = table.unpack(boxes.unrolled(bbox))
-  local shared = ("max(0.0, min(box.east, %s) - max(box.west, %s)) * max(0.0, min(box.north, %s) - max(box.south, %s))"):format(
-    sql.number(east), sql.number(west), sql.number(north), sql.number(south))
+  local shared = ("max(0.0, min(box.east, %s) - max(box.west, %s)) * max(0.0, min(box.north, %s) - max(box.south, %s))")
+    :format(sql.number(east), sql.number(west), sql.number(north), sql.number(south))
   local area = sql.number((east - west) * (north - south) + 1e-9)
   return ("-(%s) / (%s + %s - %s)"):format(shared, SIZE, area, shared)
 end

@@ -92,8 +92,8 @@ function commands.map(o)
   local s <close> = wms(o)
   describe(s:map{layers = o.layers, styles = o.style, crs = o.crs, bbox = o.bbox, bbox_crs = o.bbox_crs,
                  width = o.size and o.size[1], height = o.size and o.size[2], tile = o.tile, format = o.format,
-                 transparent = o.transparent, bgcolor = o.bgcolor, time = o.time, elevation = o.elevation, dimensions = named(o.dimension),
-                 extra = named(o.extra), to = o.to or usual_file(o.layers[1])}, o)
+                 transparent = o.transparent, bgcolor = o.bgcolor, time = o.time, elevation = o.elevation,
+                 dimensions = named(o.dimension), extra = named(o.extra), to = o.to or usual_file(o.layers[1])}, o)
 end
 
 function commands.feature(o)

@@ -17,8 +17,8 @@ local function copy(library)
 end
 
 local function surroundings()
-  return {string = copy(string), table = copy(table), math = copy(math), tonumber = tonumber, tostring = tostring, pairs = pairs,
-          ipairs = ipairs, os = {getenv = os.getenv}}
+  return {string = copy(string), table = copy(table), math = copy(math), tonumber = tonumber, tostring = tostring,
+          pairs = pairs, ipairs = ipairs, os = {getenv = os.getenv}}
 end
 
 --- Returns the table, an empty one without a file, and the path.

@@ -31,8 +31,8 @@ local USUAL = 1024                   -- cells of the longer side, for a system t
 
 local TYPES = {
   name = "string", crs = "string|number", bbox = "table", bbox_crs = "string|number", width = "number",
-  height = "number", resx = "number", resy = "number", format = "string", to = "string", time = "string|table", interpolation = "string", ranges = "table",
-  extra = "table",
+  height = "number", resx = "number", resy = "number", format = "string", to = "string",
+  time = "string|table", interpolation = "string", ranges = "table", extra = "table",
 }
 
 -- Words that names of formats contain, by extensions and names that people use.

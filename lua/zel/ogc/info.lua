@@ -4,8 +4,8 @@
 --   lon, lat     the place in degrees, or
 --   x, y         the place in the units of the system
 --   crs          the system; as for maps without it
---   pixel        size of a pixel of the map that is asked about, in units of the system; services look around the place by
---                some pixels. A thousandth of the layers' box without it, within the layers' scales
+--   pixel        size of a pixel of the map that is asked about, in units of the system; services look around the
+--                place by some pixels. A thousandth of the layers' box without it, within the layers' scales
 --   format       "application/json"; JSON where it is offered, else plain text, else the first
 --   count        how many features of a layer at most; 10
 --   styles, time, elevation, dimensions, extra   as for maps

@@ -91,7 +91,8 @@ function tiles.fetch(s, plan, map, largest, to)
   if not extension then errors.raise(plan.format .. " cannot be joined from tiles: ask for a format of pictures") end
   if not to then errors.raise("a map of several tiles needs a name: say where with to") end
   if to:find("%c") then -- programs get the names of the tiles line by line
-    errors.raise(('the name of a map of several tiles must not contain a control character: "%s"'):format(printable(to)))
+    local words = 'the name of a map of several tiles must not contain a control character: "%s"'
+    errors.raise(words:format(printable(to)))
   end
   if to:sub(1, 1) == "-" then to = "./" .. to end -- programs would take it for an option
   local directory = files.stem(to) .. ".tiles/"

@@ -10,10 +10,10 @@
 -- s:info{...}                           asks what is at a place, see zel.ogc.info
 -- s:close()                             releases the object; `local s <close>` does so, too
 --
--- A layer: name, title, abstract, keywords, level (from 1), parent, children, box {west, south, east, north} in degrees,
--- crs (names), bounding_boxes {crs =, box = as in the document}, styles {name, title, abstract, legend}, dimensions
--- {name, units, default, values}, scale {min, max} as denominators, queryable, opaque, attribution, record (the layer
--- structure). What a service does not say is nil; lists are lists, also when they are empty.
+-- A layer: name, title, abstract, keywords, level (from 1), parent, children, box {west, south, east, north} in
+-- degrees, crs (names), bounding_boxes {crs =, box = as in the document}, styles {name, title, abstract, legend},
+-- dimensions {name, units, default, values}, scale {min, max} as denominators, queryable, opaque, attribution, record
+-- (the layer structure). What a service does not say is nil; lists are lists, also when they are empty.
 
 local arguments = require "zel.ogc.arguments"
 local errors = require "zel.ogc.errors"

@@ -24,7 +24,8 @@ end
 
 return function(o)
   local store <close> = database.open(o.database)
-  local found = search(store, table.concat(o.words, " "), o.bbox, o.kind, arguments.check_count("limit", o.limit) or LIMIT)
+  local limit = arguments.check_count("limit", o.limit) or LIMIT
+  local found = search(store, table.concat(o.words, " "), o.bbox, o.kind, limit)
   if o.geojson then return listing.features(found, properties) end
   if o.json then
     local list = setmetatable({}, {__jsontype = "array"})

@@ -71,8 +71,8 @@ local function write(value) print(json.encode(value, {indent = true, keyorder = 
 local function service(s, list, make)
   local kind = s.layers and "layers" or "coverages"
   return {title = s.title, abstract = s.abstract, version = s.version or "1.0.0", url = s.url,
-          type = s.layers and "WMS" or "WCS", formats = copied(s.formats), info_formats = copied(s.info_formats), max_width = s.max_width,
-          max_height = s.max_height, [kind] = mapped(list, make)}
+          type = s.layers and "WMS" or "WCS", formats = copied(s.formats), info_formats = copied(s.info_formats),
+          max_width = s.max_width, max_height = s.max_height, [kind] = mapped(list, make)}
 end
 
 --- Prints a service as JSON; of some names everything that is known.
