@@ -295,7 +295,7 @@ public:
   [[nodiscard]] const char* responseFile() const noexcept { return m_rsp.file.get(); }
 
 protected:
-  /// With `hold`, the files that requests write from now on stay open, so that responseFileIsOurs can tell.
+  /// With `hold`, the files that requests write from now on stay open, so that responseFileIsOurs can compare.
   void holdResponseFile(bool hold) noexcept;
   /// True when the file of that name is still the very file that the last request wrote.
   [[nodiscard]] bool responseFileIsOurs() const noexcept;
@@ -376,7 +376,7 @@ private:
 
   int m_requestType = 0;
   int m_cancelled = 0;
-  bool m_headerTruncated = false; ///< of the current header block, and told
+  bool m_headerTruncated = false; ///< of the current header block, and reported
   std::string m_headerTail;       ///< its last characters
   bool m_headerEnded = false;     ///< its blank line came, also in a block that was cut
   bool m_headerExamined = false;

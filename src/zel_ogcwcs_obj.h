@@ -151,7 +151,8 @@ public:
   /// "&".
   void OgcWcsGetCoverage(const char* query);
 
-  /// Brief at the cursor, null at the end; the cursor goes on. A capabilities request puts it at the first brief.
+  /// The brief at the cursor, which moves on; null at the end. A capabilities request puts the cursor at the first
+  /// brief.
   const ogc::WcsBrief* OgcWcsGetNextCOB() noexcept;
   /// Moves the cursor past the first `count` briefs. \throws CCurlException when there are fewer or `count` is
   /// negative.

@@ -45,7 +45,7 @@ public:
   ReferenceSystems(xNodeStr_t* xWmsLayer_t::*list, int xWmsLayer_t::*count) noexcept : m_list(list), m_count(count) {}
 
   /// Lets every layer but the first inherit the names of its parent, and adds their number to the layer's count.
-  /// `layers` are in document order, each behind its parent.
+  /// `layers` are in document order, each after its parent.
   void inherit(std::span<xWmsLayer_t* const> layers);
   void clear() noexcept;
 

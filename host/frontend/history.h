@@ -14,7 +14,7 @@ class History {
 public:
   History();
 
-  /// Adds a statement of one or more lines. Not kept: an empty one, one that begins with a blank, and a repetition.
+  /// Adds a statement of one or more lines. Not kept: an empty one, one that begins with a space, and a repetition.
   void add(const std::string& statement) const;
 
 private:

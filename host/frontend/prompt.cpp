@@ -152,7 +152,7 @@ public:
   }
 
 private:
-  /// Runs the statement that was loaded. \return whether the prompt goes on.
+  /// Runs the statement that was loaded. \return whether the prompt continues.
   bool runStatement(const std::string& text, int status) {
     const int translated = translate(text);
     if (translated == LUA_TBOOLEAN) return false;

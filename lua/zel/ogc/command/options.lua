@@ -32,7 +32,7 @@ end
 local KINDS = {wms = "WMS", wcs = "WCS"}
 
 local function kind(text)
-  return KINDS[text:lower()], ("'%s' is no kind of service: wms and wcs are known"):format(text)
+  return KINDS[text:lower()], ("'%s' is not a kind of service: give wms or wcs"):format(text)
 end
 
 -- I/N: the Ith of N parts.
@@ -40,66 +40,67 @@ local function part(text)
   local number_of, parts = text:match("^(%d+)/(%d+)$")
   number_of, parts = math.tointeger(number_of), math.tointeger(parts)
   if number_of and number_of >= 1 and number_of <= parts then return {number_of, parts} end
-  return nil, ("'%s' is no part like 3/8, the third of eight"):format(text)
+  return nil, ("'%s' is not a part such as 3/8, the third of eight"):format(text)
 end
 
 -- WIDTHxHEIGHT, or the width alone.
 local function size(text)
   local width, height = text:match("^(%d+)x?(%d*)$")
   if width then return {math.tointeger(width), math.tointeger(height)} end
-  return nil, ("'%s' is no size like 800 or 800x600"):format(text)
+  return nil, ("'%s' is not a size such as 800 or 800x600"):format(text)
 end
 
 local function pair(text)
   local name, value = text:match("^([^=]+)=(.*)$")
   if name then return {name, value} end
-  return nil, ("'%s' is not like NAME=VALUE"):format(text)
+  return nil, ("'%s' is not of the form NAME=VALUE"):format(text)
 end
 
 local function add_box(command)
-  command:option("--bbox", "The box to show, x before y whatever the system."):args(4):argname{"W", "S", "E N"}
+  command:option("--bbox", "Box to show, x before y in every system."):args(4):argname{"W", "S", "E N"}
     :convert(number)
-  command:option("--crs", "Reference system: EPSG:3857"):argname("SYSTEM")
-  command:option("--bbox-crs", "Reference system of the box, when it is another."):argname("SYSTEM")
+  command:option("--crs", "Reference system, such as EPSG:3857."):argname("SYSTEM")
+  command:option("--bbox-crs", "Reference system of the box, if it is another."):argname("SYSTEM")
   command:option("--format", "Format of the file."):argname("FORMAT")
   command:option("--time", "Time, as the service writes it."):argname("TIME")
-  command:option("--to", "The file to write, named after the layer without it; its extension chooses the format.")
+  command:option("--to", "File to write; its extension chooses the format (default: the layer's name).")
     :argname("FILE")
-  command:option("--extra", "A further parameter of this server."):argname("NAME=VALUE"):convert(pair):count("*")
+  command:option("--extra", "Another parameter that this server knows."):argname("NAME=VALUE"):convert(pair):count("*")
 end
 
 -- Options of the requests; they may stand before and after the command's own.
 local function add_common(command, retries)
-  command:option("--user", "User; the password is asked for, or comes from ZEL_OGC_PASSWORD."):argname("NAME")
+  command:option("--user", "User; the password comes from ZEL_OGC_PASSWORD or is asked for."):argname("NAME")
   command:option("--password-file", "File whose first line is the password."):argname("FILE")
   command:option("--proxy", "Proxy: http://host:port"):argname("URL")
   command:option("--ca", "Certificates of the authorities to trust."):argname("FILE")
-  command:option("--timeout", "Seconds for a transfer."):argname("SECONDS"):convert(positive)
-  command:option("--retries", ("Tries after a failure that may pass; %d without it."):format(retries or 3))
+  command:option("--timeout", "Longest time for one transfer."):argname("SECONDS"):convert(positive)
+  command:option("--retries", ("Tries after a failure that may pass (default %d)."):format(retries or 3))
     :argname("COUNT"):convert(whole)
-  command:option("--wms", "Version of the Web Map Service: 1.1.1"):argname("VERSION")
+  command:option("--wms", "Version of the Web Map Service, such as 1.1.1."):argname("VERSION")
   command:flag("--verbose", "Trace the transfers.")
   command:flag("--quiet", "Print results and errors only.")
 end
 
 local function add_commands(parser)
-  local info = parser:command("info", "List what a service offers, or all about some layers or coverages.")
+  local info = parser:command("info", "List what a service offers, or describe some layers or coverages.")
   info:argument("url", "URL of the service, or a file with its capabilities."):argname("URL")
   info:argument("names", "Layers or coverages."):args("*"):argname("NAME")
-  info:flag("--wcs", "Ask for coverages.")
+  info:flag("--wcs", "List coverages instead of layers.")
   info:mutex(info:flag("--json", "Print JSON."), info:flag("--geojson", "Print the footprints as GeoJSON."))
 
-  local map = parser:command("map", "Fetch a map, placed on the Earth by files beside it.")
+  local map = parser:command("map", "Fetch a map, georeferenced by files beside it.")
   map:argument("url", "URL of the service."):argname("URL")
-  map:argument("layers", "Layers, the lowest first."):args("+"):argname("LAYER")
+  map:argument("layers", "Layers, from bottom to top."):args("+"):argname("LAYER")
   add_box(map)
-  map:option("--size", "Pixels."):argname("W[xH]"):convert(size)
-  map:option("--tile", "Fetch tiles of at most so many pixels, joined by a .vrt."):argname("PIXELS"):convert(positive)
-  map:option("--style", "Style of a layer; again for the next layer."):argname("NAME"):count("*")
+  map:option("--size", "Size in pixels."):argname("W[xH]"):convert(size)
+  map:option("--tile", "Fetch tiles of at most this many pixels a side, joined by a .vrt.")
+    :argname("PIXELS"):convert(positive)
+  map:option("--style", "Style of a layer; repeat for the next layer."):argname("NAME"):count("*")
   map:option("--elevation", "Elevation."):argname("VALUE")
-  map:option("--dimension", "Value of a further dimension."):argname("NAME=VALUE"):convert(pair):count("*")
-  map:option("--bgcolor", "Colour of the background: #ff8000"):argname("COLOUR")
-  map:flag("--transparent", "Leave the background out.")
+  map:option("--dimension", "Value of another dimension."):argname("NAME=VALUE"):convert(pair):count("*")
+  map:option("--bgcolor", "Background colour, such as #ff8000."):argname("COLOUR")
+  map:flag("--transparent", "Make the background transparent.")
 
   local feature = parser:command("feature", "Ask what is at a place.")
   feature:argument("url", "URL of the service."):argname("URL")
@@ -107,45 +108,45 @@ local function add_commands(parser)
   feature:argument("lon", "Degrees east."):argname("LON"):convert(number)
   feature:argument("lat", "Degrees north."):argname("LAT"):convert(number)
   feature:option("--format", "Format of the answer."):argname("FORMAT")
-  feature:option("--count", "Features at most; 10 without it."):argname("COUNT"):convert(positive)
+  feature:option("--count", "Most features to return (default 10)."):argname("COUNT"):convert(positive)
   feature:option("--time", "Time, as the service writes it."):argname("TIME")
 
-  local coverage = parser:command("coverage", "Fetch a coverage, the numbers themselves.")
+  local coverage = parser:command("coverage", "Fetch a coverage: the values, not a picture of them.")
   coverage:argument("url", "URL of the service."):argname("URL")
   coverage:argument("name", "Coverage."):argname("NAME")
   add_box(coverage)
-  coverage:option("--res", "Size of a cell in units of the system."):argname("SIZE"):convert(positive)
-  coverage:option("--size", "Cells."):argname("W[xH]"):convert(size)
-  coverage:option("--interpolation", "How values between cells are made."):argname("METHOD")
+  coverage:option("--res", "Cell size in units of the reference system."):argname("SIZE"):convert(positive)
+  coverage:option("--size", "Size in cells."):argname("W[xH]"):convert(size)
+  coverage:option("--interpolation", "How to interpolate between cells."):argname("METHOD")
 
-  local catalogue = parser:command("catalogue", "Write a page with all layers and their pictures.")
+  local catalogue = parser:command("catalogue", "Write a web page with a picture of every layer.")
   catalogue:argument("url", "URL of the service."):argname("URL")
-  catalogue:argument("to", "The page to write."):argname("OUT.html")
-  catalogue:option("--jobs", "Pictures that are fetched at once; 4 without it."):argname("COUNT"):convert(positive)
-  catalogue:option("--pictures", "How many layers get a picture; all without it."):argname("COUNT"):convert(positive)
+  catalogue:argument("to", "Page to write."):argname("OUT.html")
+  catalogue:option("--jobs", "Pictures to fetch at a time (default 4)."):argname("COUNT"):convert(positive)
+  catalogue:option("--pictures", "How many layers get a picture (default all)."):argname("COUNT"):convert(positive)
 
   local harvest = parser:command("harvest", "Read many services into a database.")
-  harvest:argument("list", "File with a URL a line, \"-\" for standard input."):argname("LIST")
-  harvest:argument("database", "SQLite database to make or to bring up to date."):argname("DATABASE")
-  harvest:option("--older", "Ask only what was not read within so many days."):argname("DAYS"):convert(not_negative)
-  harvest:option("--pause", "Seconds between two requests to a host."):argname("SECONDS"):convert(not_negative)
-  harvest:option("--jobs", "Processes that ask; 1 without it."):argname("COUNT"):convert(positive)
-  harvest:option("--shard", "Only the Ith of N parts, cut by hosts."):argname("I/N"):convert(part)
+  harvest:argument("list", "File with one URL a line; \"-\" for standard input."):argname("LIST")
+  harvest:argument("database", "SQLite database to create or update."):argname("DATABASE")
+  harvest:option("--older", "Ask only services not read within this many days."):argname("DAYS"):convert(not_negative)
+  harvest:option("--pause", "Pause between two requests to one host."):argname("SECONDS"):convert(not_negative)
+  harvest:option("--jobs", "Processes to run (default 1)."):argname("COUNT"):convert(positive)
+  harvest:option("--shard", "Harvest only the Ith of N parts, divided by host."):argname("I/N"):convert(part)
 
   for _, command in ipairs{info, map, feature, coverage, catalogue} do add_common(command) end
   add_common(harvest, 1)
 
-  local merge = parser:command("merge", "Put databases of harvests together.")
-  merge:argument("database", "Database to make or to bring up to date."):argname("DATABASE")
+  local merge = parser:command("merge", "Merge databases of harvests.")
+  merge:argument("database", "Database to create or update."):argname("DATABASE")
   merge:argument("databases", "Databases of harvests, such as those of shards."):args("+"):argname("SHARD.db")
   merge:flag("--quiet", "Print errors only.")
 
   local search = parser:command("search", "Find services, layers and coverages in a database.")
   search:argument("database", "Database of a harvest."):argname("DATABASE")
   search:argument("words", "Words of titles, names, keywords and abstracts."):args("*"):argname("WORD")
-  search:option("--bbox", "Box in degrees that is to be touched."):args(4):argname{"W", "S", "E N"}:convert(number)
-  search:option("--kind", "Only services of this kind: wms, wcs."):argname("KIND"):convert(kind)
-  search:option("--limit", "Results at most; 20 without it."):argname("COUNT"):convert(positive)
+  search:option("--bbox", "Box in degrees that results must touch."):args(4):argname{"W", "S", "E N"}:convert(number)
+  search:option("--kind", "Only services of this kind: wms or wcs."):argname("KIND"):convert(kind)
+  search:option("--limit", "Most results to print (default 20)."):argname("COUNT"):convert(positive)
   search:mutex(search:flag("--json", "Print JSON."), search:flag("--geojson", "Print the boxes as GeoJSON."))
 end
 
