@@ -19,15 +19,11 @@ function Database:run(statement)
   if type(done) == "userdata" then done:close() end
 end
 
---- The rows of a query, as tables by column name, in a loop.
+--- The rows of a query, as tables by column name, in a loop; however that ends.
 function Database:rows(query)
   local cursor, why = self.connection:execute(query)
   if not cursor then errors.raise(("%s: %s"):format(self.path, (why:gsub("^LuaSQL: ", "")))) end
-  return function()
-    local row = cursor:fetch({}, "a")
-    if not row then cursor:close() end
-    return row
-  end
+  return function() return cursor:fetch({}, "a") end, nil, nil, setmetatable({}, {__close = function() cursor:close() end})
 end
 
 --- The first value of a query's first row.
