@@ -83,7 +83,7 @@ void COgcBase::OgcBaseParseURL(const char* url) {
   if (query.empty()) return;
 
   constexpr int controlLength = 8;
-  std::array<int, 3> controls{}; // where each starts; below 0 when it is not there
+  std::array<int, 3> controls{}; // where each starts, negative if missing
   std::ranges::transform(std::array{"service=", "request=", "version="}, controls.begin(), [&](const char* pattern) {
     return CurlFindStringEndIdx(static_cast<int>(query.size()), query.c_str(), pattern, 0) - controlLength;
   });
@@ -166,7 +166,7 @@ void COgcBase::reportRefusal(const char* file) {
   }
   try {
     OgcBaseServerErrorCheck();
-  } catch (const CCurlException&) { // the status routine was told; the request's own error follows
+  } catch (const CCurlException&) { // already reported; the request's own error follows
   }
 }
 
@@ -209,7 +209,7 @@ void COgcBase::parseAnswer(ogc::xml::Handler& handler, const char* file, const o
   try {
     OgcBaseParse(&handler, file, validation.schemaChecking, validation.dtdMode);
   } catch (const CCurlException&) {
-    requireOwnAnswer(file); // what is wrong with another's file says nothing
+    requireOwnAnswer(file); // errors in somebody else's file mean nothing
     throw;
   }
   requireOwnAnswer(file);

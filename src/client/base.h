@@ -15,8 +15,8 @@ constexpr std::size_t queryLimit = 4095;
 
 class COgcBase : public CCurl, public ogc::xml::Reporter, private ogc::xml::Fetcher {
 public:
-  /// Takes scheme, host, port and path from a service URL; its parameters before the last of service=, request= and
-  /// version= become the query prefix, those after it the query suffix, the three themselves are dropped.
+  /// Takes scheme, host, port and path from a service URL. The parameters before the last of service=, request= and
+  /// version= become the query prefix, those after it the query suffix; these three are left out.
   /// \throws CCurlException for a URL without scheme, host, path or "?".
   void OgcBaseParseURL(const char* url);
 
@@ -31,7 +31,7 @@ public:
   /// \throws CCurlException for every failure, also for an exception report.
   void OgcBaseParse(ogc::xml::Handler* handler, const char* file, int schemaChecking, int validationMode);
 
-  /// Content types that contain "xml" or "html" read just so.
+  /// Shortens a content type that contains "xml" or "html" to just that.
   void CurlHttpParseContentType() override;
 
   static void OgcBaseStringHandler(transfer::Text* slot, const char* text) { slot->set(text); }
@@ -39,18 +39,18 @@ public:
 
   [[nodiscard]] const transfer::Text& version() const noexcept { return m_version; }
 
-  /// Hands a line to the status callback, whose answer cancels nothing.
+  /// Passes a line to the status callback and ignores the answer.
   void reportStatus(const char* text) override { callStatusRoutine(text, nullptr); }
-  /// The same as a warning: also an informational message.
+  /// The same, and prints an informational message.
   void reportWarning(const char* text) override;
 
-  /// Refuses to go on while a request of this client runs, its parse included. \throws CCurlException naming `what`.
+  /// Throws a CCurlException that names `what` if a request of this client is running or being parsed.
   void requireIdle(const char* what) const;
 
 protected:
   using ogc::xml::Reporter::fail;
 
-  /// Marks the client busy for the time of one request. \throws CCurlException when it already is.
+  /// Marks the client as busy during one request. \throws CCurlException if it already is.
   class Request {
   public:
     explicit Request(COgcBase& client);
@@ -65,7 +65,7 @@ protected:
     COgcBase& m_client;
   };
 
-  /// Reports nothing for the time of a scope.
+  /// Suppresses reports during a scope.
   class Quiet {
   public:
     explicit Quiet(COgcBase& client) noexcept : m_client(client) { client.m_quiet = true; }
@@ -80,8 +80,8 @@ protected:
   explicit COgcBase(const char* version);
   ~COgcBase() = default;
 
-  /// Runs a request that fills records anew: whatever it had read by then is forgotten when it fails, since half a
-  /// document must not pass for a whole one.
+  /// Runs a request that replaces records. If it fails, what it has read is forgotten: half a document must not pass
+  /// for a complete one.
   template <typename Forget, typename Read>
   void refill(Forget forget, Read read) {
     const Request request(*this);
@@ -96,8 +96,8 @@ protected:
 
   /// Where a document comes from, and what it is checked against.
   struct ReadOptions {
-    const char* fromFile; ///< an existing document; null: none
-    const char* fromUrl;  ///< a whole request; null: none
+    const char* fromFile; ///< an existing document, or null
+    const char* fromUrl;  ///< a complete request URL, or null
     ogc::xml::Validation validation;
   };
 
@@ -117,19 +117,19 @@ protected:
 
   /// Formats "Version=...&Service=...&Request=...rest" and makes it the query.
   void setQuery(const char* service, const char* request, std::string_view rest);
-  /// Composes the URL, performs the HTTP GET into `file`, checks that a file came. \return its name.
+  /// Composes the URL, performs the HTTP GET into `file` and checks that there is a file. \return its name.
   std::string fetchFile(const char* file, const RequestTexts& texts);
-  /// Performs an HTTP GET of a URL given whole into `file`; nothing is parsed.
+  /// Performs an HTTP GET of a complete URL into `file`, without parsing the answer.
   void fetchUrl(const char* url, const char* file);
   /// \throws CCurlException with the server's error text when the answer is HTML.
   void throwIfHtml();
   [[nodiscard]] bool answerIsXml() const noexcept;
-  /// Parses the answer just written; refuses it when another process replaced the file meanwhile.
+  /// Parses the answer just written. Refuses it if another process has replaced the file.
   void parseAnswer(ogc::xml::Handler& handler, const char* file, const ogc::xml::Validation& validation = {});
   /// Reads a document into `handler`: the answer to the query, or an existing file, which is then kept as `keptAs`.
   void readDocument(ogc::xml::Handler& handler, const ReadOptions& options, const transfer::Text& keptAs,
                     const DocumentTexts& texts);
-  /// Reads capabilities. Of a URL the answer is only fetched.
+  /// Reads capabilities. The answer to a URL is fetched, not parsed.
   void readCapabilities(ogc::xml::Handler& handler, const char* service, const ReadOptions& options,
                         const transfer::Text& keptAs);
   /// Stores the name of a response file. \throws CCurlException with `refusal` for an empty one.
@@ -149,11 +149,11 @@ private:
   template <typename Call>
   auto callOut(Call call);
   void sendGet(const char* url);
-  /// Reports the exception texts in the answer to a failed request, when there are any.
+  /// Reports the exception texts, if any, in the answer to a failed request.
   void reportRefusal(const char* file);
 
   ogc::xml::ExceptionTexts m_exceptions; ///< of the last document parsed
-  std::exception_ptr m_hostError;        ///< what left the host last, whatever a parser made of it
+  std::exception_ptr m_hostError;        ///< last error of the host, which a parser may have replaced with its own
   bool m_busy = false;
   bool m_quiet = false;
 };

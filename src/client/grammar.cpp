@@ -5,7 +5,7 @@
 
 #include <array>
 
-/// A transfer whose reports go to the client, and which ends once there is too much.
+/// A transfer that reports through the client and stops at a size limit.
 class COgcBase::GrammarTransfer final : public CCurl {
 public:
   GrammarTransfer(COgcBase& client, std::size_t limit) : m_client(client), m_limit(static_cast<double>(limit)) {}
@@ -36,7 +36,7 @@ std::string COgcBase::fetchGrammar(const std::string& url, std::size_t limit) {
     transfer.CurlSetUser(nullptr);
     transfer.CurlSetPasswd(nullptr);
   }
-  transfer.CurlSetEncode(0); // what arrives is what is counted
+  transfer.CurlSetEncode(0); // the limit counts what arrives
   transfer.CurlSetToBuf(1);
   reportStatus("Sending Http Get Request: ");
   reportStatus(url.c_str());

@@ -18,10 +18,10 @@ namespace ogc {
 /// The same for the class of a service.
 std::int64_t* instanceSlot(const Service& service, ZEL_Variable* object);
 
-/// The client whose address is in a slot, null when there is none.
+/// The client whose address is in a slot, null if there is none.
 COgcBase* clientAt(const std::int64_t* slot) noexcept;
 
-/// The client whose address is in a slot; errors when there is none.
+/// The client whose address is in a slot; errors if there is none.
 COgcBase& clientIn(const Service& service, const std::int64_t* slot);
 
 /// The client of an object; errors when it has none.

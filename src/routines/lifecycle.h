@@ -16,7 +16,7 @@ namespace ogc {
 /// installation.
 void setDefaults(const Service& service, COgcBase& client);
 
-/// A new client; errors when there is no memory for it.
+/// A new client; errors if there is no memory for it.
 template <typename Client>
 std::unique_ptr<Client> make(const Service& service) {
   try {

@@ -28,7 +28,7 @@ void apply(COgcBase& client, Value value) {
   (static_cast<Class&>(client).*Setter)(value);
 }
 
-/// A text without the blanks that the host's conversion pads a number with.
+/// A text without the spaces that the host pads converted numbers with.
 const char* unpadded(const Converted& value, const ZEL_STRING& s) {
   const char* text = cString(s);
   return value.converted() ? text + CCurl::CurlCountLeadingSpaces(text) : text;
@@ -41,7 +41,7 @@ void setText(COgcBase& client, ZEL_Variable* v) {
   apply<Setter>(client, unpadded(text, text->value.str));
 }
 
-/// Digits, also in a text that begins with blanks.
+/// Digits, after leading spaces if any.
 template <auto Setter>
 void setDigits(COgcBase& client, ZEL_Variable* v) {
   requireScalar(v);

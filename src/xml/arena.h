@@ -11,7 +11,7 @@
 
 namespace ogc::xml {
 
-/// Hands out zero-filled records and texts that live until release() or the arena's end. Nothing is freed singly.
+/// Hands out zero-filled records and texts that live until release() or the arena's end. Nothing is freed on its own.
 class Arena {
 public:
   Arena() = default;
@@ -29,13 +29,13 @@ public:
   [[nodiscard]] const char* copy(std::string_view text);
 
   /// Appends `text` to the arena text `*dst`, after `separator` when `*dst` is not null. Appending is linear over all
-  /// appends to one text, also when texts are extended in turn.
+  /// appends to one text, even if several texts are extended in turn.
   void append(const char** dst, std::string_view text, std::string_view separator);
 
   /// Bytes taken from the system.
   [[nodiscard]] std::size_t size() const noexcept { return m_size; }
 
-  /// Forgets everything that was handed out; the memory goes back.
+  /// Forgets everything that was handed out and returns the memory.
   void release() noexcept;
 
 private:

@@ -1,5 +1,5 @@
 /// \file
-/// What the reader asks of whoever has a document read.
+/// What the reader needs from its caller.
 #pragma once
 
 #include <cstddef>
@@ -7,7 +7,7 @@
 
 namespace ogc::xml {
 
-/// Hears what is said about a document while it is read.
+/// Receives reports on a document while it is read.
 class Reporter {
 public:
   virtual void reportStatus(const char* text) = 0;
@@ -28,7 +28,7 @@ protected:
 /// Fetches the DTD and schemas that are on a server.
 class Fetcher {
 public:
-  /// \throws Refusal for what cannot be had, and for more than `limit` bytes.
+  /// \throws Refusal if it is unavailable or larger than `limit` bytes.
   virtual std::string fetchGrammar(const std::string& url, std::size_t limit) = 0;
 
 protected:

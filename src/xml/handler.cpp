@@ -11,7 +11,7 @@ namespace {
 constexpr std::size_t nameLimit = 1023;
 constexpr std::size_t versionMessageLimit = 511;
 
-/// Place of the first blank or comma.
+/// Position of the first space or comma.
 std::size_t endOfName(std::string_view s, std::size_t from) noexcept {
   while (from < s.size() && s[from] != ' ' && s[from] != ',') ++from;
   return from < s.size() ? from : s.npos;

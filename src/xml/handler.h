@@ -43,20 +43,20 @@ protected:
   Handler(Reporter& reporter, Arena& arena, const VersionRule& versions);
   ~Handler() override = default;
 
-  /// Appends a run of text to `*dst`, behind one blank (or a comma and a blank) when `*dst` holds something. An empty
-  /// source changes nothing; a source that trimming empties still becomes, or adds a blank to, the text.
+  /// Appends a run of text to `*dst`, after a space (or a comma and a space) if `*dst` is not null. An empty source
+  /// changes nothing, but one that becomes empty by trimming does: it adds the separator, or an empty text.
   void AppendStrings(const char** dst, std::string_view src, int trimTrailing, int commaSeparated);
-  /// `s` without trailing line feeds, carriage returns, blanks and commas.
+  /// `s` without trailing line feeds, carriage returns, spaces and commas.
   [[nodiscard]] static std::string_view RemoveTrailingLfCrSpacesCommas(std::string_view s) noexcept;
-  /// Splits a run of names separated by blanks or commas: the first goes to `pCurNode`, each further one to a new node
-  /// behind it, which becomes `pCurNode`. Two separators in a row other than blanks end the split. Second and later
-  /// names are cut at 1023 bytes.
+  /// Splits a run of names separated by spaces or commas. The first goes to `pCurNode`, each of the others to a new
+  /// node after it, which becomes `pCurNode`. Two separators in a row end the split, unless both are spaces. All names
+  /// but the first are cut to 1023 bytes.
   void ParseConcatenatedValues(std::string_view s, int trimTrailing);
   /// Appends an empty node to a list, by its head and tail slots.
   xNodeStr_t* AddStringNode(xNodeStr_t** head, xNodeStr_t** tail);
-  /// Links an empty node behind pCurNode, or makes it the head when pCurNode is null; it becomes pCurNode.
+  /// Links an empty node after pCurNode, or makes it the head when pCurNode is null; it becomes pCurNode.
   xNodeStr_t* addCurrentNode(xNodeStr_t** head);
-  /// Links a zero-filled record behind `*current`, or stores it in `*head` when `*current` is null; it becomes
+  /// Links a zero-filled record after `*current`, or stores it in `*head` when `*current` is null; it becomes
   /// `*current`. \tparam Next the record's link.
   template <typename T>
   T* addRecord(T** head, T** current, T* T::*next) {

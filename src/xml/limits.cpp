@@ -39,10 +39,10 @@ constexpr std::size_t prefixesPerUnit = 8;
 // grows with the square of their length.
 constexpr std::size_t modelWork = 32'000'000;
 
-// Each block begins with its size, and takes whole units: pools of other sizes hand out blocks that are not aligned.
+// Each block starts with its size and is a multiple of this one: other pools hand out blocks that are not aligned.
 constexpr std::size_t header = alignof(std::max_align_t);
 
-// No callback tells of expansions in attribute values and of parameter entities. But for every entity that it expands,
+// No callback reports expansions in attribute values or of parameter entities. But for every entity that it expands,
 // of any kind and anywhere, Xerces makes a stream over the entity's characters, and right after it a reader of the
 // stream.
 
@@ -52,7 +52,7 @@ XMLSize_t blockSize() noexcept {
   return xercesc::XMLPlatformUtils::alignPointerForNewBlockAllocation(sizeof(xercesc::MemoryManager*)) + sizeof(T);
 }
 
-/// Characters of the stream in a block, 0 when there is something else in it.
+/// Characters of the stream in a block, 0 if it holds something else.
 std::size_t streamLength(const std::byte* block, XMLSize_t size) noexcept {
   using Stream = xercesc::BinMemInputStream;
   if (block == nullptr || size != blockSize<Stream>()) return 0;
@@ -97,8 +97,8 @@ void Memory::endGrammar() noexcept {
   m_document.reset();
 }
 
-// The parser is left in the middle of something: what it frees on the way out may be a block that it has freed before.
-// From the refusal on everything stays until the end.
+// The parser is left in the middle of something: what it frees on the way out may be a block that it has already freed.
+// After a refusal nothing is freed until the end.
 void Memory::refuse(std::string reason) {
   m_refused = true;
   throw Refusal(std::move(reason));
@@ -238,7 +238,7 @@ FileSource::FileSource(std::string path) : InputSource(fromUtf8(path).c_str()), 
 
 xercesc::BinInputStream* FileSource::makeStream() const {
   xercesc::MemoryManager* memory = getMemoryManager();
-  transfer::FilePtr file(std::fopen(m_path.c_str(), "rbe")); // as the parser opens files, but for this process alone
+  transfer::FilePtr file(std::fopen(m_path.c_str(), "rbe")); // like the parser, but not inherited by child processes
   if (!file) return nullptr;
   auto* stream = new (memory) xercesc::BinFileInputStream(static_cast<xercesc::FileHandle>(file.get()), memory);
   static_cast<void>(file.release());

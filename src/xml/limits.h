@@ -1,5 +1,5 @@
 /// \file
-/// Reading XML that nobody vouches for: limits on memory, entities and nesting.
+/// Reading XML from untrusted sources: limits on memory, entities and nesting.
 #pragma once
 
 #include "xml/utf8.h"
@@ -17,7 +17,7 @@
 
 namespace ogc::xml {
 
-/// Thrown through the parser when a document asks for more than it may have.
+/// Thrown through the parser if a document demands more than the limits allow.
 class Refusal {
 public:
   explicit Refusal(std::string reason) : m_reason(std::move(reason)) {}
@@ -32,28 +32,28 @@ struct Limits {
   std::size_t depth;  ///< of nested elements
 };
 
-/// The parser holds no document, only what it is reading: there is room for texts of millions of characters.
+/// The parser keeps no document, only what it is reading: enough for texts of millions of characters.
 constexpr Limits documentLimits{40UL << 20, 10'000};
-/// It holds whole grammars, when it reads any.
+/// Grammars, in contrast, are kept as a whole.
 constexpr std::size_t grammarMemory = 88UL << 20;
 
-/// All memory of one reader, freed with it, also what the parser itself forgets.
+/// All memory of one reader, freed with it: even what the parser leaks.
 class Memory final : public xercesc::MemoryManager {
 public:
   explicit Memory(std::size_t limit);
 
-  /// \throws Refusal once, when there is too much, or when the entities expanded are too large.
+  /// \throws Refusal once: above the limit, or if the expanded entities are too large.
   void* allocate(XMLSize_t size) override;
   void deallocate(void* block) noexcept override;
   MemoryManager* getExceptionMemoryManager() override;
-  /// A grammar is read from now on, until the document goes on.
+  /// Everything until endGrammar() belongs to a grammar.
   void beginGrammar() noexcept;
   void endGrammar() noexcept;
 
 private:
   struct Block {
     const std::byte* start = nullptr;
-    XMLSize_t size = 0; ///< as asked for
+    XMLSize_t size = 0; ///< as requested
   };
 
   [[noreturn]] void refuse(std::string reason);
@@ -79,8 +79,8 @@ struct Reading {
 };
 
 /// Watches a document on its way to the handler: how deep its elements nest, how large its entities can get, and what
-/// each element costs the parser beyond the characters it has. Joins the pieces in which the parser delivers a text:
-/// all characters between two tags reach the handler as one.
+/// each element costs the parser besides its characters. Joins the pieces in which the parser delivers a text: the
+/// handler gets all characters between two tags at once.
 class LimitFilter final : public xercesc::DefaultHandler {
 public:
   /// \param handler  gets the content
@@ -148,7 +148,7 @@ private:
   std::unordered_map<String, std::size_t> m_attributeWork; ///< of an element of that name
 };
 
-/// A SAX2 reader with its limits. Resolver and features are the caller's to set; Xerces itself opens nothing.
+/// A SAX2 reader with its limits. The caller sets resolver and features. Xerces itself opens nothing.
 class Reader {
 public:
   Reader(xercesc::ContentHandler& handler, const Reading& reading);
@@ -173,7 +173,7 @@ private:
   Parser m_reader;
 };
 
-/// A local file as the parser's input, by a name in the bytes of the file system, whatever the locale.
+/// A local file as the parser's input. Its name is in the bytes of the file system, whatever the locale.
 class FileSource final : public xercesc::InputSource {
 public:
   explicit FileSource(std::string path);

@@ -45,7 +45,7 @@ constexpr SchemaMode schemaModes[] = {{false, false, "XML Schema validation is o
                                       {true, false, "XML Schema validation is on. "},
                                       {true, true, "XML Full Schema validation is on. "}};
 
-/// Passes the parser's reports on; those that came before the reading began anew only once.
+/// Passes the parser's reports on. Reports that a second reading repeats are not passed on again.
 class Reports final : public xercesc::ErrorHandler {
 public:
   explicit Reports(xercesc::ErrorHandler& handler) : m_handler(handler) {}
@@ -57,14 +57,14 @@ public:
   }
   void fatalError(const xercesc::SAXParseException& e) override { m_handler.fatalError(e); }
   void resetErrors() override {}
-  void beginAnew() noexcept { m_known = std::exchange(m_seen, 0); }
+  void startOver() noexcept { m_known = std::exchange(m_seen, 0); }
 
 private:
   bool isNew() noexcept { return ++m_seen > m_known; }
 
   xercesc::ErrorHandler& m_handler;
   std::size_t m_seen = 0;
-  std::size_t m_known = 0; ///< of the reports that come first
+  std::size_t m_known = 0; ///< reports of the first reading
 };
 
 [[noreturn]] void failForMemory(const char* file, Reporter& reporter) {
@@ -130,9 +130,9 @@ void read(Handler& handler, const char* file, const Validation& validation, Repo
   };
   try {
     readContent();
-  } catch (const NamespaceDeclared&) { // a DTD comes before any content
+  } catch (const NamespaceDeclared&) { // from the DTD, so before any content
     reading.fast = false;
-    reports.beginAnew();
+    reports.startOver();
     readContent();
   }
 }

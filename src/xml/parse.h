@@ -16,7 +16,7 @@ struct Validation {
   int dtdMode = 0;        ///< 0 off, 1 when the document has a DTD, 2 always; others set nothing
 };
 
-/// Reads `file`. \throws CCurlException for every failure, also for whatever `reporter` and `fetcher` throw.
+/// Reads `file`. \throws CCurlException for every failure, including whatever `reporter` and `fetcher` throw.
 void parse(Handler& handler, const char* file, const Validation& validation, Reporter& reporter, Fetcher& fetcher);
 
 } // namespace ogc::xml

@@ -11,8 +11,8 @@ namespace ogc::xml {
 namespace {
 
 constexpr std::size_t patternLimit = 2'000;   // characters
-constexpr std::size_t nestingLimit = 100;     // parentheses
-constexpr std::size_t expandedLimit = 10'000; // atoms, those of a counted repetition once for each count
+constexpr std::size_t nestingLimit = 100;     // nested parentheses
+constexpr std::size_t expandedLimit = 10'000; // atoms, those of a counted repetition as often as it counts
 constexpr std::size_t noEnd = static_cast<std::size_t>(-1);
 
 /// What a part of a pattern matches, and at what cost.
@@ -21,7 +21,7 @@ struct Part {
   CharSet first; ///< characters that it can begin with
   std::size_t atoms = 0;
   bool canBeEmpty = true;
-  bool repeats = false; ///< something in it, a varying number of times
+  bool repeats = false; ///< a part of it may match a varying number of times
   bool chooses = false;
   bool ambiguous = false; ///< chooses between alternatives that begin alike
 };
@@ -175,7 +175,7 @@ private:
     return set;
   }
 
-  /// The characters of a class behind its bracket. What is subtracted from it counts as well.
+  /// The characters of a class after its opening bracket. Subtracted ones are included.
   CharSet charClass(std::size_t depth) {
     if (depth > nestingLimit) throw Refusal("classes are nested too deep");
     CharSet set;

@@ -17,7 +17,7 @@ constexpr std::size_t charKinds = 129;
 constexpr std::size_t charKind(XMLCh c) noexcept { return c < charKinds - 1 ? c : charKinds - 1; }
 using CharSet = std::bitset<charKinds>;
 
-/// What is known of some values together: how many there are, and the most that one of them has of anything.
+/// A summary of some values: how many there are, and the maxima over all of them.
 struct ValueExtent {
   std::size_t count = 0;
   std::size_t longest = 0;

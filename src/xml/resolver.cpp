@@ -20,7 +20,7 @@ constexpr std::size_t countLimit = 256;
 // The parser walks through a schema by recursion.
 constexpr Limits schemaTextLimits{48UL << 20, 256};
 
-/// The directory of a file in its shortest form. "a/.." goes where the file system goes, also when "a" is a link.
+/// The directory of a file in its shortest form. "a/.." is resolved as the file system does, even if "a" is a link.
 fs::path directoryOf(const fs::path& file) {
   const fs::path directory = file.parent_path();
   fs::path shortest = directory.lexically_normal();
@@ -47,7 +47,7 @@ xercesc::InputSource* Resolver::resolveEntity(xercesc::XMLResourceIdentifier* re
   if (type != Resource::ExternalEntity && type != Resource::UnKnown) {
     return m_wanted.schema && !name.empty() ? schema(name, base) : nullptr;
   }
-  if (m_schemas.contains(base)) return source({}, name); // schemas do without
+  if (m_schemas.contains(base)) return source({}, name); // not needed by schemas
   if (name != toUtf8(m_reader->filter().dtd().c_str())) {
     throw Refusal("it refers to the external entity (" + name + "), which is never read");
   }

@@ -22,8 +22,8 @@ struct WantedGrammars {
   bool schema;
 };
 
-/// Gives the parser the DTD and the schemas of one document, when the caller asked for them, and nothing else: no
-/// entity, no other file. A relative name stands for a file beside the document, or beside the schema that uses it.
+/// Gives the parser the DTD and the schemas of one document if the caller asked for them, and nothing else: no entity,
+/// no other file. A relative name is that of a file next to the document, or next to the schema that uses it.
 /// Local files are read from the document's own directory and below, so that a document from elsewhere cannot reach
 /// into the rest of the machine. What lies on a server is fetched by the caller.
 class Resolver final : public xercesc::XMLEntityResolver {
@@ -32,11 +32,11 @@ public:
   Resolver(Reporter& reporter, Fetcher& fetcher, const std::string& path, WantedGrammars wanted,
            const DocumentValues& values);
 
-  /// Gives the sources to `reader` from now on. What was loaded for another one is not loaded again.
+  /// Gives the sources to `reader` from now on. Nothing is loaded twice.
   void serve(Reader& reader) noexcept { m_reader = &reader; }
 
-  /// \return the source, an empty one, or null for a schema that cannot be had, after a warning.
-  /// \throws Refusal for an entity, or for a DTD that cannot be had.
+  /// \return the source, an empty one, or, after a warning, null for a schema that is unavailable.
+  /// \throws Refusal for an entity, and for a DTD that is unavailable.
   xercesc::InputSource* resolveEntity(xercesc::XMLResourceIdentifier* resource) override;
 
 private:
@@ -57,7 +57,7 @@ private:
   std::map<std::string, std::string> m_contents; ///< of DTD and schemas, by URL
   std::size_t m_loaded = 0;                      ///< their bytes
   std::set<std::string> m_schemas;               ///< URLs of what was read as a schema
-  std::set<std::string> m_unused;                ///< URLs of schemas that cannot be had
+  std::set<std::string> m_unused;                ///< URLs of schemas that are unavailable
   SchemaLimits m_limits;
 };
 

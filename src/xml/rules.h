@@ -41,7 +41,7 @@ public:
     Place opens{0, 0, 0};        ///< for the elements inside, before `act`
     const char* closedBy = name; ///< the element whose end tag closes what is opened, null for none
     void (*end)(H&) = nullptr;   ///< at the end tag, instead of closing anything
-    bool exact = false;          ///< the letter case of the name counts
+    bool exact = false;          ///< the name is case-sensitive
   };
 
   struct Element {
@@ -74,7 +74,7 @@ public:
   [[nodiscard]] const std::vector<Rule>& everywhere() const noexcept { return m_everywhere; }
 
 private:
-  /// The rules of exception reports, which take the place of any document. Codes of handlers are larger.
+  /// The rules of exception reports, which a server may send instead of any document. Codes of handlers are larger.
   static std::array<Rule, 5> reportRules() {
     using Attributes = xercesc::Attributes;
     using Texts = ExceptionTexts;
@@ -168,12 +168,12 @@ public:
 
   /// \name For rules
   /// @{
-  /// The text of this element goes there; nowhere for null.
+  /// Stores the text of this element, or discards it for null.
   void collect(const char** text) noexcept {
     forgetText();
     m_text = text;
   }
-  /// The first text that is counted goes to `first`, the second to `second`, others nowhere.
+  /// Stores the first text that is counted in `first`, the second in `second`, and discards others.
   void collectRuns(const char** first, const char** second, int* runs) noexcept {
     collect(first);
     m_second = second;
@@ -184,13 +184,13 @@ public:
     collect(nullptr);
     m_names = pCurNode != nullptr;
   }
-  /// The text of this element goes to an exception report, after a label.
+  /// Adds the text of this element to an exception report, after a label.
   void collectReport(transfer::Text ExceptionTexts::*text, const char* label) noexcept {
     collect(nullptr);
     m_report = &(m_exceptions.*text);
     m_reportLabel = label;
   }
-  /// The value of an attribute goes to an exception report, after a label.
+  /// Adds the value of an attribute to an exception report, after a label.
   void report(transfer::Text ExceptionTexts::*text, const char* label, const xercesc::Attributes& attrs,
               const char* name) {
     addToReport(m_exceptions.*text, label, m_utf8(findAttribute(attrs, name)));
@@ -225,7 +225,7 @@ public:
   void append(T** head, T** current, T* T::*next) {
     addRecord(head, current, next);
   }
-  /// Appends a node to a list of texts; this element's text goes there.
+  /// Appends a node for this element's text to a list of texts.
   void appendText(xNodeStr_t** head, xNodeStr_t** tail) {
     while (*tail != nullptr && (*tail)->next != nullptr) *tail = (*tail)->next;
     pCurNode = AddStringNode(head, tail);
@@ -270,7 +270,7 @@ private:
   bool m_names = false;
 };
 
-/// Reads exception reports and nothing else: for XML where a map or a coverage was expected.
+/// Reads exception reports only: for XML that came instead of a map or a coverage.
 class ExceptionHandler final : public RuleHandler<ExceptionHandler> {
 public:
   ExceptionHandler(Reporter& reporter, Arena& arena);
@@ -282,15 +282,15 @@ private:
   bool m_complete = false;
 };
 
-/// An attribute and where it goes.
+/// An attribute and the field for its value.
 template <typename T>
 struct Attribute {
   const char* name; ///< lower case
   const char* T::*text;
 };
 
-/// What the rules of a handler `H` do. `Record` is its pointer to the record that is being filled; nothing is done
-/// while that is null.
+/// What the rules of a handler `H` do. `Record` is its pointer to the record that is being filled; while it is null,
+/// they do nothing.
 template <typename H>
 struct Acts {
   using Attributes = xercesc::Attributes;

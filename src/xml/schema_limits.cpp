@@ -15,15 +15,15 @@ using xercesc::XMLString;
 
 // The largest real set of schemas, GML 3.2.1 with ISO 19139, has 1,714 components.
 constexpr std::size_t componentLimit = 4'000;
-// The parser walks from component to component by recursion: 24,000 levels fill a stack of 8 MiB.
+// The parser recurses from component to component: 24,000 levels fill a stack of 8 MiB.
 constexpr std::size_t levelLimit = 12'000;
 // A type is compared with what it is derived from, a substitution with all that it replaces: the time grows with the
 // square of what a component has, its bases included. So many steps take about a second.
 constexpr std::size_t workLimit = 16'000'000;
 constexpr std::size_t sizeLimit = 1 << 20;
-// Names in a document whose values are known apart.
+// Names in a document whose values are counted separately.
 constexpr std::size_t nameLimit = 10'000;
-// Ways through one value, and through all values of one name, as binary logarithms: about a second, and some.
+// Binary logarithms of the ways to match one value, and all values of one name: about a second, and some more.
 constexpr double valueBits = 27;
 constexpr double documentBits = 31;
 
@@ -152,13 +152,13 @@ void SchemaLimits::addUses(XMLCh kind, const XMLCh* names, bool ofValues) {
   if (names == nullptr) return;
   const String list(names);
   Node* values = kind == typeKind ? declaredValues() : nullptr;
-  constexpr const XMLCh* blanks = u" \t\r\n";
-  for (std::size_t at = list.find_first_not_of(blanks); at != list.npos;) {
-    const std::size_t end = std::min(list.find_first_of(blanks, at), list.size());
+  constexpr const XMLCh* spaces = u" \t\r\n";
+  for (std::size_t at = list.find_first_not_of(spaces); at != list.npos;) {
+    const std::size_t end = std::min(list.find_first_of(spaces, at), list.size());
     const String used = key(kind, localPart(list.substr(at, end - at)));
     if (!ofValues) m_component->uses.push_back(used);
     if (values != nullptr) values->uses.push_back(used);
-    at = list.find_first_not_of(blanks, end);
+    at = list.find_first_not_of(spaces, end);
   }
 }
 
@@ -220,7 +220,7 @@ void SchemaLimits::checkPatterns(const String& name, Node& node, const ValueExte
   }
 }
 
-/// Nodes that use each other in a ring are gone through once.
+/// Visits nodes that use each other in a cycle once.
 double SchemaLimits::patternBits(Node& node, const ValueExtent& values) {
   if (node.state == Node::open) return 0;
   node.state = Node::open;

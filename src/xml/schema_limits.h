@@ -23,9 +23,9 @@ public:
   void startElement(const XMLCh* uri, const XMLCh* localname, const XMLCh* qname,
                     const xercesc::Attributes& attrs) override;
   void characters(const XMLCh* chars, XMLSize_t length) override;
-  void fatalError(const xercesc::SAXParseException&) override {} // will be reported when the document is read
+  void fatalError(const xercesc::SAXParseException&) override {} // is reported when the document itself is read
 
-  /// The values of the name; with many names in the document those that are met late share one entry.
+  /// The values of the name. In a document with many names, those that appear late share one entry.
   [[nodiscard]] const Named* find(const String& name) const;
   [[nodiscard]] const std::unordered_map<String, Named>& all() const noexcept { return m_named; }
 
@@ -58,7 +58,7 @@ private:
   /// A component, or all elements and attributes of one name.
   struct Node {
     std::size_t own = 1;      ///< declarations in it
-    std::vector<String> uses; ///< keys of what it contains as a whole, once for each use
+    std::vector<String> uses; ///< keys of the components that it contains, once for each use
     std::vector<PatternCost> patterns;
     std::size_t size = 0; ///< own declarations and those of all that it uses
     enum { unknown, open, known } state = unknown;

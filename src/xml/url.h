@@ -16,7 +16,7 @@ public:
 
   /// Goes to a relative reference, or to another URL. \throws Refusal for a text that is neither.
   void apply(const std::string& reference);
-  /// A part in its full form, empty when there is none.
+  /// A part in its full form, empty if missing.
   [[nodiscard]] std::string get(CURLUPart part, unsigned flags = 0) const;
   void dropFragment() { curl_url_set(m_url.get(), CURLUPART_FRAGMENT, nullptr, 0); }
   [[nodiscard]] bool isFile() const { return get(CURLUPART_SCHEME) == "file"; }
