@@ -93,7 +93,7 @@ public:
   /// Brings the transfer library up when needed.
   CCurl();
   /// Drops the cached connections. The object must not be transferring (isTransferring).
-  ~CCurl();
+  virtual ~CCurl();
   CCurl(const CCurl&) = delete;
   CCurl& operator=(const CCurl&) = delete;
 

@@ -78,7 +78,7 @@ protected:
   };
 
   explicit COgcBase(const char* version);
-  ~COgcBase() = default;
+  ~COgcBase() override = default;
 
   /// Runs a request that replaces records. If it fails, what it has read is forgotten: half a document must not pass
   /// for a complete one.
