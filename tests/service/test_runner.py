@@ -39,6 +39,15 @@ def test_command_line(words, status, out, err):
     assert out in done.stdout and err in done.stderr
 
 
+def test_digests(zel):
+    """FIPS 180-4's own examples; a file is read from where it stands."""
+    abc = "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad"
+    assert zel("""local file <close> = io.tmpfile()
+      file:write("-abc") file:seek("set", 1)
+      print(zel.digest("abc"), zel.digest(file), zel.digest(file))""").out.split() == [
+        abc, abc, "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855"]
+
+
 def test_fifo_as_script(zel, tmp_path):
     """It can be opened only once."""
     os.mkfifo(tmp_path / "fifo")
