@@ -45,7 +45,8 @@ public:
   /// Id of a name. \param make gives it one when it has none
   std::uint32_t id(const char* name, bool make) {
     const std::uint32_t guess = m_known[m_last].follower;
-    const bool guessed = guess >= firstReal && name != nullptr && FoldedEqual{}(m_known[guess].name, name);
+    const bool guessed = guess >= firstReal && name != nullptr &&
+                         (m_known[guess].name == name || FoldedEqual{}(m_known[guess].name, name));
     std::uint32_t id = guessed ? guess : m_names.idOf(name);
     if (id == unshared && make) {
       id = static_cast<std::uint32_t>(m_known.size());

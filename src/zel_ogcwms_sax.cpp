@@ -130,9 +130,15 @@ void entry(H& h, const Attributes&) {
   ++(h.layer->*Count);
   h.appendText(&(h.layer->*List), &(h.current.*Tail));
 }
+/// The text names a reference system of the layer. Layers often list the same ones as the layer before.
 template <auto Count, auto List, auto Tail>
-void names(H& h, const Attributes& attrs) {
+void system(H& h, const Attributes& attrs) {
   entry<Count, List, Tail>(h, attrs);
+  if (h.layer->*Count == 1) h.expectAsBefore(h.layer->*List);
+}
+template <auto Count, auto List, auto Tail>
+void systems(H& h, const Attributes& attrs) {
+  system<Count, List, Tail>(h, attrs);
   h.collectNames();
 }
 /// The record of the layer that exists once.
@@ -191,8 +197,8 @@ const Grammar& grammar() {
 
       {"KeywordList", {LAYER}, nullptr, {0, KEYWORDS, 0}},
       {"Keyword", {Place::any, KEYWORDS}, entry<&Layer::nKeyword, &Layer::pKeyword, &Current::keyword>},
-      {"CRS", {LAYER}, entry<&Layer::nCrs, &Layer::pCrs, &Current::crs>, {0, CRS, 0}},
-      {"SRS", {LAYER}, names<&Layer::nSrs, &Layer::pSrs, &Current::srs>, {0, SRS, 0}, nullptr},
+      {"CRS", {LAYER}, system<&Layer::nCrs, &Layer::pCrs, &Current::crs>, {0, CRS, 0}},
+      {"SRS", {LAYER}, systems<&Layer::nSrs, &Layer::pSrs, &Current::srs>, {0, SRS, 0}, nullptr},
 
       // The box stays open for the attributes of other elements until another group begins.
       {"LatLonBoundingBox",

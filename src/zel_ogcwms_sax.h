@@ -5,6 +5,7 @@
 #include "xml/rules.h"
 #include "zel_ogcwms_obj.h"
 
+#include <utility>
 #include <vector>
 
 /// Elements are recognised by local name in any letter case, and by the section and group that they are in. One that is
@@ -49,6 +50,9 @@ public:
     if (count++ == 0) record = m_arena.make<T>();
   }
 
+  /// A list of reference systems begins: it may be that of the layer before.
+  void expectAsBefore(const xNodeStr_t* systems) noexcept { m_expected = std::exchange(m_systems, systems); }
+
   xWmsLayer_t* layer = nullptr; ///< opened last
   xWmsService_t* service = nullptr;
   xNodeStr_t* serviceKeyword = nullptr;
@@ -64,7 +68,8 @@ protected:
 private:
   ogc::WmsCapabilities& m_document;
   int m_layerDepth = 0;
-  std::vector<int> m_lastOfLevel; ///< by level: index of the last layer
+  const xNodeStr_t* m_systems = nullptr; ///< of the last layer that has any
+  std::vector<int> m_lastOfLevel;        ///< by level: index of the last layer
 };
 
 /// Reads a capabilities document.

@@ -19,7 +19,7 @@ void* Arena::allocate(std::size_t bytes, std::size_t align) {
   if (m_top == nullptr || std::align(align, bytes, place, room) == nullptr) {
     const std::size_t wanted = std::clamp(m_nextChunk, firstChunk, largestChunk);
     const std::size_t size = std::max(wanted, bytes);
-    m_chunks.push_back(std::make_unique<std::byte[]>(size));
+    m_chunks.push_back(std::make_unique_for_overwrite<std::byte[]>(size));
     place = m_chunks.back().get();
     m_end = m_chunks.back().get() + size;
     m_nextChunk = wanted * 2;

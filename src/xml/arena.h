@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstring>
 #include <memory>
 #include <string_view>
 #include <type_traits>
@@ -22,7 +23,7 @@ public:
   template <typename T>
   [[nodiscard]] T* make(std::size_t n = 1) {
     static_assert(std::is_trivially_default_constructible_v<T> && std::is_trivially_destructible_v<T>);
-    return static_cast<T*>(allocate(sizeof(T) * n, alignof(T)));
+    return static_cast<T*>(std::memset(allocate(sizeof(T) * n, alignof(T)), 0, sizeof(T) * n));
   }
 
   /// Stores a copy of `text`, also of an empty one.
@@ -31,6 +32,13 @@ public:
   /// Appends `text` to the arena text `*dst`, after `separator` when `*dst` is not null. Appending is linear over all
   /// appends to one text, even if several texts are extended in turn.
   void append(const char** dst, std::string_view text, std::string_view separator);
+
+  /// Makes `*dst` a text that another place has, too: appending to either leaves the other as it is.
+  /// \pre `*dst` is null, and something was made after the text
+  void share(const char** dst, const char* text) {
+    *dst = text;
+    m_grown.erase(text);
+  }
 
   /// Bytes taken from the system.
   [[nodiscard]] std::size_t size() const noexcept { return m_size; }

@@ -1,7 +1,9 @@
 #include "xml/handler.h"
 
 #include <algorithm>
+#include <cstring>
 #include <strings.h>
+#include <utility>
 #include <xercesc/sax/SAXParseException.hpp>
 
 namespace ogc::xml {
@@ -28,7 +30,21 @@ std::string_view Handler::RemoveTrailingLfCrSpacesCommas(std::string_view s) noe
 
 void Handler::AppendStrings(const char** dst, std::string_view src, int trimTrailing, int commaSeparated) {
   if (src.empty()) return;
-  m_arena.append(dst, trimTrailing != 0 ? RemoveTrailingLfCrSpacesCommas(src) : src, commaSeparated != 0 ? ", " : " ");
+  const std::string_view text = trimTrailing != 0 ? RemoveTrailingLfCrSpacesCommas(src) : src;
+  const bool startsEntry = *dst == nullptr && pCurNode != nullptr && dst == &pCurNode->str;
+  if (const char* known = startsEntry ? expected(text) : nullptr)
+    m_arena.share(dst, known);
+  else
+    m_arena.append(dst, text, commaSeparated != 0 ? ", " : " ");
+}
+
+const char* Handler::expected(std::string_view text) noexcept {
+  for (int tries = 2; tries > 0 && m_expected != nullptr; --tries) {
+    const char* next = std::exchange(m_expected, m_expected->next)->str;
+    if (next != nullptr && std::strncmp(next, text.data(), text.size()) == 0 && next[text.size()] == '\0') return next;
+  }
+  m_expected = nullptr;
+  return nullptr;
 }
 
 void Handler::ParseConcatenatedValues(std::string_view s, int trimTrailing) {

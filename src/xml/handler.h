@@ -81,8 +81,12 @@ protected:
   const char* szUpdateSequence = nullptr;
   xNodeStr_t* pCurNode = nullptr;
   ExceptionTexts m_exceptions;
+  /// The texts that the current list probably holds next, from a list before: they are not stored again.
+  const xNodeStr_t* m_expected = nullptr;
 
 private:
+  /// The expected text that equals `text`. Null when neither of the next two does: then nothing more is expected.
+  const char* expected(std::string_view text) noexcept;
   /// Message, line, column and document of a parser's report, in that order.
   std::string describe(const xercesc::SAXParseException& e, const char* format);
 

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstring>
 #include <memory>
+#include <utility>
 #include <xercesc/framework/XMLErrorCodes.hpp>
 #include <xercesc/internal/XMLReader.hpp>
 #include <xercesc/util/BinFileInputStream.hpp>
@@ -142,16 +143,16 @@ void LimitFilter::endElement(const XMLCh* uri, const XMLCh* localname, const XML
 }
 
 void LimitFilter::characters(const XMLCh* chars, XMLSize_t length) {
-  if (length > textLimit - m_text.size()) {
+  if (length > textLimit - m_textLength) {
     throw Refusal("it has a text of more than " + std::to_string(textLimit) + " characters");
   }
-  m_text.append(chars, length);
+  if (m_text.size() < m_textLength + length) m_text.resize(2 * (m_textLength + length));
+  std::copy_n(chars, length, m_text.data() + m_textLength);
+  m_textLength += length;
 }
 
 void LimitFilter::deliverText() {
-  if (m_text.empty()) return;
-  m_next.characters(m_text.data(), m_text.size());
-  m_text.clear();
+  if (m_textLength > 0) m_next.characters(m_text.data(), std::exchange(m_textLength, 0));
 }
 
 void LimitFilter::startDTD(const XMLCh*, const XMLCh*, const XMLCh* systemId) {

@@ -135,7 +135,8 @@ private:
   xercesc::ContentHandler& m_next;
   Memory& m_memory;
   Reading m_reading;
-  String m_text; ///< since the last tag
+  String m_text; ///< room for the text since the last tag
+  std::size_t m_textLength = 0;
   std::size_t m_depth = 0;
   std::size_t m_elements = 0;
   std::size_t m_prefixes = 0; ///< in scope

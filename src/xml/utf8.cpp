@@ -9,6 +9,24 @@
 
 namespace ogc::xml {
 
+namespace {
+
+/// Copies the ASCII characters that a text begins with. \return their number
+std::size_t copyAscii(char* to, const XMLCh* chars, std::size_t length) noexcept {
+  constexpr std::size_t block = 8; // becomes a few vector instructions
+  std::size_t done = 0;
+  for (; done + block <= length; done += block) {
+    XMLCh bits = 0;
+    for (std::size_t i = 0; i < block; ++i) bits |= chars[done + i];
+    if (bits >= 0x80) break;
+    for (std::size_t i = 0; i < block; ++i) to[done + i] = static_cast<char>(chars[done + i]);
+  }
+  for (; done < length && chars[done] < 0x80; ++done) to[done] = static_cast<char>(chars[done]);
+  return done;
+}
+
+} // namespace
+
 String fromUtf8(std::string_view text) {
   try {
     const xercesc::TranscodeFromStr chars(reinterpret_cast<const XMLByte*>(text.data()), text.size(), "UTF-8");
@@ -32,8 +50,7 @@ std::string_view Utf8::operator()(const XMLCh* text) {
 std::string_view Utf8::operator()(const XMLCh* chars, XMLSize_t length) {
   constexpr std::size_t longestSequence = 4;
   if (m_buffer.size() < length) m_buffer.resize(length);
-  std::size_t done = 0;
-  for (; done < length && chars[done] < 0x80; ++done) m_buffer[done] = static_cast<char>(chars[done]);
+  std::size_t done = copyAscii(m_buffer.data(), chars, length);
   std::size_t used = done;
   if (done < length && m_transcoder == nullptr) {
     m_transcoder = std::make_unique<xercesc::XMLUTF8Transcoder>(xercesc::XMLUni::fgUTF8EncodingString, 1024,
