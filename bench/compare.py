@@ -14,6 +14,7 @@ import sys
 import tempfile
 import time
 
+from bench.fleet import Fleet
 from mapserver.lighttpd import Lighttpd
 
 HERE = pathlib.Path(__file__).resolve().parent
@@ -34,10 +35,11 @@ class Cost:
 
 @dataclasses.dataclass
 class Program:
-    """A command and what it must print; anything else ends the benchmark."""
+    """A command and what it must print; anything else ends the benchmark. The file it makes is removed before."""
 
     command: list
     prints: str = ""
+    makes: pathlib.Path = None
 
 
 @dataclasses.dataclass
@@ -80,6 +82,8 @@ class Bench:
     def run(self, program):
         # The peak of a process counts from its parent's size on: a small parent stands in between.
         peak, out = self.directory / "peak", self.directory / "out"
+        if program.makes:
+            program.makes.unlink(missing_ok=True)
         with open(out, "wb") as output:
             begin = time.monotonic()
             child = subprocess.Popen(["time", "-q", "-f", "%M", "-o", peak, *program.command], stdout=output,
@@ -249,15 +253,47 @@ def transfer(bench):
             yield bench.download_row(work, to_buffer(name), curl(name), 1.5, 2 * bench.rounds)
 
 
-PARTS = {part.__name__: part for part in (xml, results, transfer)}
+def harvest(bench):
+    """Services of the usual kind into a database, from a server that answers at once."""
+    services = 300
+
+    def rate(seconds):
+        return f"{services / seconds:,.0f} services a second"
+
+    with Fleet(bench.directory / "fleet", services, "--usual") as fleet:
+        database, peer_database = bench.directory / "harvest.db", bench.directory / "owslib.db"
+        command = [bench.build / "zel-ogc", "harvest", fleet.list, database, "--quiet"]
+        alone, two = Program(command, makes=database), Program([*command, "--jobs", "2"], makes=database)
+        bench.run(alone)
+        tables = database.rename(bench.directory / "tables.db")
+        owslib = Program(["/usr/bin/python3", HERE / "owslib_harvest.py", fleet.list, peer_database, tables],
+                         makes=peer_database)
+        fetches = bench.directory / "fetches"
+        fetches.write_text("".join(f'url = "{url}?REQUEST=GetCapabilities"\noutput = "{bench.directory}/answer"\n'
+                                   for url in fleet.urls))
+        fetch = Program(["curl", "-s", "-K", fetches])
+
+        for work, program, target in (("a harvest by one process", alone, 0.1), ("the same by two processes", two, None)):
+            ours, theirs, ratio = bench.compare((program, owslib), lambda ours, theirs: (ours.wall, theirs.wall))
+            yield Row(work, rate(ours), f"{rate(theirs)}, OWSLib", ratio, target)
+        ours, theirs, ratio = bench.compare((alone, owslib), lambda ours, theirs: (ours.memory, theirs.memory), 1)
+        yield Row("a harvest: memory", mebibytes(ours), f"{mebibytes(theirs)}, OWSLib", ratio, 0.1)
+        ours, fetched, ratio = bench.compare((alone, fetch), lambda ours, fetch: (ours.cpu - fetch.cpu, fetch.cpu))
+        yield Row("a harvest: reading and storing, beside fetching", milliseconds(ours), f"{milliseconds(fetched)}, curl -o",
+                  ratio)
+
+
+PARTS = {part.__name__: part for part in (xml, results, transfer, harvest)}
 
 PAGE = """# Benchmarks
 
 Made by `scripts/bench.sh`, which anyone can run again. Each row is one piece of work, done by the system and by what
 it is compared with, in turn in one run; times, memory and ratios are the medians of the rounds. Reading documents and
 handing out records counts computing time above that of a tiny document, small documents many times in one process on
-both sides; downloads count time on the clock. The bare scan is the XML parser's default scanner with an empty handler.
-Nothing is copied while a document is read: the copy that is kept of it is given its own name.
+both sides; downloads and harvests count time on the clock. The bare scan is the XML parser's default scanner with an
+empty handler. Nothing is copied while a document is read: the copy that is kept of it is given its own name. A harvest
+is of 300 services with 40 layers and 60 KB each, which a server on the same machine has ready; OWSLib fills the same
+tables and indexes.
 Measured on {processor}.
 
 """

@@ -188,7 +188,7 @@ RARE = [
                                                  for part in (answer(body)[start:start + 1000], 0.05)])),
     (1, lambda n: good_wms(n, layers=300, depth=300)),
     (1, lambda n: good_wms(n, change=replaced(*BOXES))),
-    (1, lambda n: good_wms(n, change=replaced(("Temperature of", "Te\tmper\n\n&#x9b;31m&#x202e; a'b\"); DROP TABLE layer;-- NEAR(")))),
+    (1, lambda n: good_wms(n, change=replaced(("Temperature", "Te\tmp\n\n&#x9b;31m&#x202e; a'b\"); DROP TABLE layer;-- NEAR(")))),
     (1, lambda n: good_wms(n, change=replaced(("temperature_", "same&amp;name_")))),
     (1, lambda n: good_wms(n, change=lambda body: body.decode().replace("UTF-8", "UTF-16").encode("utf-16"))),
     (1, lambda n: good_wms(n, change=replaced(("Monthly", "Monthly " * 100_000)))),
@@ -208,7 +208,7 @@ RARE = [
     # broken
     (2, lambda n: failed(lambda _: [answer(wms(n, "1.3.0", 8))[:4000]], "bytes remaining")),
     (1, lambda n: failed(lambda _: [chunked(wms(n, "1.3.0", 8))[:7000]], "outstanding read data")),
-    (1, lambda n: failed(lambda _: answer(wms(n, "1.3.0", 8)[:4000]), "unexpected end of input")),
+    (1, lambda n: failed(lambda _: answer(wms(n, "1.3.0", 8)[:4000]), "Fatal Error: SAX Parser")),
     (1, lambda n: failed([RESET], "reset by peer")),
     (1, lambda n: failed([b""], "Empty reply")),
     (1, lambda n: failed([b"SSH-2.0-OpenSSH_9.2p1 Debian-2\r\n"], "HTTP/0.9")),
@@ -272,7 +272,8 @@ class Connection(asyncio.Protocol):
             elif step == HOLD:
                 return
             elif step == RESET:
-                self.transport.get_extra_info("socket").setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
+                wire = self.transport.get_extra_info("socket")
+                wire.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
                 self.transport.abort()
             else:
                 await asyncio.sleep(step)

@@ -5,19 +5,20 @@ cd "$(dirname "$0")/.."
 
 usage() {
     cat <<'TEXT'
-usage: scripts/bench.sh [xml|results|transfer|all]
+usage: scripts/bench.sh [xml|results|transfer|harvest|all]
 
   xml       reading documents, beside a bare scan of the parser and OWSLib
   results   handing records to scripts, beside reading them
   transfer  downloads over loopback, beside curl -o
-  all       all three (default), and writes the table to docs/benchmarks.md
+  harvest   harvesting services into a database, beside OWSLib
+  all       all of them (default), and writes the table to docs/benchmarks.md
 TEXT
 }
 
 part=${1:-all}
 case $part in
 -h | --help) usage; exit ;;
-xml | results | transfer | all) [ $# -le 1 ] || { usage >&2; exit 2; } ;;
+xml | results | transfer | harvest | all) [ $# -le 1 ] || { usage >&2; exit 2; } ;;
 *) echo "bench.sh: there is nothing to compare named $part" >&2; usage >&2; exit 2 ;;
 esac
 
