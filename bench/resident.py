@@ -46,6 +46,8 @@ def main():
         time.sleep(0.05)
     if child.returncode != 0:
         sys.exit(child.returncode)
+    if not settled:
+        return print("these are too few services to watch the memory")
     for name, before, after in zip(("resident", "peak"), settled, last):
         print(f"{name} {before / 1024:.1f} MiB after {seen} services, {after / 1024:.1f} MiB in the end")
         if after > before + MORE:
