@@ -58,6 +58,7 @@ LINES = [
     ("map REGIONS germany --bbox 7,47,12,55 --size 64x64", 0, "germany.png\n", "it may be empty"),
     ("feature SERVICE places 8.6 47.4", 0, "name = 'Zürich'", ""),
     ("feature SERVICE places -21.9 64.15 --wms 1.1.1", 0, "name = 'Reykjavík'", ""),
+    ("feature SERVICE places 8.6 47.4 --count 1.5", 1, "", "count must be a whole number"),
     ("feature SERVICE earth 8 47", 1, "", "layer earth answers no questions; these do: "),
     ("coverage SERVICE relief --res 1 --to r.tif", 0, "r.tif\n", "360 x 180, "),
     ("coverage SERVICE seasons", 1, "", "several times, say which: 2024-01-01, 2024-07-01"),
@@ -82,7 +83,10 @@ def test_listings_for_programs(zel_ogc, tmp_path):
     relief, = json.loads(zel_ogc("info SERVICE relief --wcs --json").stdout)["coverages"]
     assert relief["grids"][0]["size"] == [720, 360] and relief["range"]["null"] == [-32768] and relief["axes"] == []
 
-    (tmp_path / "features.json").write_text(zel_ogc("info REGIONS --geojson").stdout)
+    text = zel_ogc("info REGIONS --geojson").stdout
+    assert [[7, 47], [12, 47], [12, 55], [7, 55], [7, 47]] in [
+        feature["geometry"]["coordinates"][0] for feature in json.loads(text)["features"] if feature["geometry"]]
+    (tmp_path / "features.json").write_text(text)
     footprints = gdal.OpenEx(str(tmp_path / "features.json"))
     boxes = {feature["name"]: feature.GetGeometryRef().GetEnvelope() for feature in footprints.GetLayer()}
     assert boxes["germany"] == (7, 12, 47, 55) and boxes["pacific"] == (-180, 180, -50, -10)

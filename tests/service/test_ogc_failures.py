@@ -1,6 +1,7 @@
 """The library zel.ogc where things go wrong: the server's own words, tries that are repeated, odd services, defaults."""
 
 import os
+import re
 import signal
 import time
 
@@ -93,7 +94,7 @@ def test_tries_again_what_may_pass(zel):
     first, busy, unreachable = done.out.splitlines()
     assert first.startswith("true\ttrue\t") and int(first.split("\t")[2]) >= 2
     assert busy.startswith("false\t(404)") and unreachable.startswith("false\tnil")
-    assert done.err.count("Trying again in") == 5 and len(server.requests) == 7
+    assert re.findall(r"Trying again in (\d+) s", done.err) == ["0", "1", "0", "0", "1"] and len(server.requests) == 7
 
 
 @pytest.mark.parametrize("pause", ["zel.sleep(60)", "require 'zel.ogc'.wms(arg[1] .. 'wms')"])

@@ -217,7 +217,7 @@ HELP = [
     ("'proxy'", ["Maps and coverages by name: wms\n  proxy", "See also: PROXY_AUTHENTICATION, PROXY_HOSTNAME"]),
     ("'status routine'", ["Status routine\n", "CALLBACK_FUNCTION"]),
     ("'structure'", ["Topics:\n  Layer structure\n"]),
-    ("'cookie'", ["Proxies, credentials and certificates\n  When a server redirects"]),
+    ("'Cookie'", ["Proxies, credentials and certificates\n  When a server redirects"]),
     ("'errors people meet'", ["\n  ... Curl Error Code = 28\n      the time is up"]),
     ("", ["  GetLayers, GetMap, GetFeatureInfo\n", "WMS_VERSION", "Errors people meet"]),
     ("'nosuch'", ["There is nothing about nosuch; zel.help() lists the names.\n"]),
