@@ -141,7 +141,7 @@ TEST_F(OgcHostile, CharactersAndEncodings) {
               {encoded("windows-1252", "h\xe4 \x80"), euro},
               {wide(u"<?xml version='1.0' encoding='UTF-16'?><a>h\u00e4 \u20ac</a>"), euro},
               {wide(u"<a>h\u00e4 \u20ac</a>") + "x", euro},
-              {"\xef\xbb\xbf<a>\u20ac</a>", "\u20ac"},
+              {"\xef\xbb\xbf<a>\U0001F30D</a>", "\U0001F30D"},
               {"<?xml version='1.1'?><a>&#1;</a>", "\x01"},
               {encoded("UTF-16", "no wide x"), "no wide x"}});
 }

@@ -1,12 +1,11 @@
-// The helpers of the handlers: texts, lists, attributes, versions, exception reports, and what they stand on.
+// The helpers of the handlers: texts, lists of names, and the memory that they stand in.
 #include "ogc_client.h"
 
 #include <sstream>
-#include <xercesc/util/PlatformUtils.hpp>
 
 namespace {
 
-/// Opens the helpers to tests. Reads the version and the attribute "href" of a root.
+/// Opens the helpers to tests.
 class Helper : public ogc::xml::Handler {
 public:
   explicit Helper(Client& client) : Handler(client, arena, versions) {}
@@ -14,16 +13,10 @@ public:
   using Handler::AppendStrings;
   using Handler::ParseConcatenatedValues;
 
-  void startElement(const XMLCh*, const XMLCh*, const XMLCh*, const xercesc::Attributes& attrs) override {
-    HandleVersion(attrs);
-    const bool found = GetAttributes(attrs, "href", &href);
-    EXPECT_EQ(found, href != nullptr);
-  }
-
-  static constexpr const char* supported[] = {"1.1.0", "1.1.1"};
-  static constexpr ogc::xml::VersionRule versions{supported, "no version", "version (%s)"};
   ogc::xml::Arena arena;
-  const char* href = nullptr;
+
+private:
+  static constexpr ogc::xml::VersionRule versions{{}, "", ""};
 };
 
 /// The runs of a text that a row gives with "|" between them.
@@ -62,47 +55,6 @@ TEST_F(Ogc, RunsOfNamesAreSplit) {
   expectRows(names, {"EPSG:1 EPSG:2 -> EPSG:1|EPSG:2|", "a/p, a/g,a/t -> a/p|a/g|a/t|", "a   b   -> a|b|", "a ,b -> a|",
                      "a,,b -> a|", "  a ->   a|", "  a b ->   a|b|", "    ->    |", ",a -> -|a|", "a b|c d -> a|b c|d|",
                      name + " " + name + " -> " + name + '|' + name.substr(0, 1023) + '|'});
-}
-
-TEST_F(Ogc, RootsAreCheckedForTheirVersion) {
-  const auto result = [this](const std::string& attributes) {
-    Helper helper(client);
-    const std::string file = write("root.xml", "<r " + attributes + "/>");
-    const std::string error = errorOf([&] { client.OgcBaseParse(&helper, file.c_str(), 0, 0); });
-    EXPECT_TRUE(error.empty() || fakeBridge().status.back() + "." == error);
-    return error + shown(helper.href);
-  };
-  expectEach(result, {{"Version='1.1.1' xmlns:x='u' x:HREF='h'", "h"},
-                      {"version='1.1.0'", "-"},
-                      {"version='2'", "version (2).-"},
-                      {"version='" + std::string(600, '9') + "'", "version (" + std::string(502, '9') + ".-"},
-                      {"version=''", "no version.-"},
-                      {"", "no version.-"}});
-}
-
-TEST(OgcUtf8, ConvertsEveryCharacterAndHalvesOfPairs) {
-  xercesc::XMLPlatformUtils::Initialize();
-  const struct {
-    std::u16string chars;
-    const char* utf8;
-  } cases[] = {{u"", ""},
-               {u"plain", "plain"},
-               {u"h\u00e4 \u20ac \U0001F30D!", "h\u00e4 \u20ac \U0001F30D!"},
-               {u"a\xD83C", "a\uFFFD"},
-               {u"\xDF0D z", "\uFFFD z"}};
-  ogc::xml::Utf8 utf8;
-  for (const auto& c : cases) EXPECT_EQ(utf8(c.chars.c_str()), c.utf8);
-  const std::u16string many(100'000, u'\u20ac');
-  EXPECT_EQ(utf8(many.data(), many.size()).size(), 300'000U);
-  EXPECT_EQ(utf8(nullptr), "");
-}
-
-TEST(OgcNames, AreFoundInAnyCase) {
-  const ogc::xml::ElementNames names{{"Layer", 1}, {"srs", 2}, {"BoundingBox", 3}};
-  EXPECT_EQ(names.find(u"layer"), 1);
-  EXPECT_EQ(names.find(u"SRS"), 2);
-  EXPECT_EQ(names.find(u"BOUNDINGbox"), 3);
-  for (const char16_t* other : {u"", u"Layers", u"Laye", u"l\u00e4yer", u"\u212Aayer"}) EXPECT_EQ(names.find(other), 0);
 }
 
 TEST(OgcArena, TextsThatGrowInTurnKeepTheirContent) {
