@@ -164,10 +164,6 @@ TEST(CurlFtp, RepliesGiveTheirCode) {
                      {"22", "0 230 Welcome\r\n"},
                      {"221", "221 221"},
                      {"500 AUTH is not understood\r\n", "500 500 AUTH is not understood\r\n"}});
-  curl.CurlSetFtpExplicitSSL(1);
-  shown("500 No idea\r\n");
-  EXPECT_TRUE(curl.told.empty());
-  EXPECT_EQ(curl.header("500 auth is not understood\r\n"), static_cast<std::size_t>(-1));
 }
 
 TEST(CurlProgress, LinesOfTheRequestTypes) {

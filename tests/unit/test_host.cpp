@@ -164,22 +164,6 @@ TEST_F(Host, RefusesBadStructures) {
     EXPECT_NE(errorOf([&tags] { ZEL_MakeStruct(nullptr, tags); }).find("Unable to define"), std::string::npos);
 }
 
-TEST_F(Host, ForgetsStructuresThatNothingHas) {
-  const auto define = [](int i) {
-    const ZEL_StructTagDef inner[] = {{"X", ZEL_TYP_STRING, i + 1, nullptr, 0}, {}};
-    const ZEL_StructTagDef outer[] = {{"OUTER", ZEL_TYP_STRUCT, 3, ZEL_MakeStruct(nullptr, inner), 0}, {}};
-    return ZEL_MakeStruct(nullptr, outer);
-  };
-  Variable kept, copy;
-  ZEL_VarCopy(ZEL_MakeTempStruct(define(0), 2, nullptr), kept.get());
-  ZEL_VarCopy(kept.get(), copy.get());
-  zel::host::clear(*kept);
-  const std::size_t before = zel::host::structCount();
-  for (int i = 1; i < 2000; ++i, zel::host::forgetUnusedStructs()) define(i);
-  EXPECT_LT(zel::host::structCount(), before + 200);
-  EXPECT_EQ(copy->sdef, define(0));
-}
-
 TEST_F(Host, TellsObjectsAndHeapVariables) {
   const ZEL_StructTagDef base[] = {{"OWN", ZEL_TYP_LONG64, 0, nullptr, 0}, {}};
   const ZEL_StructDef* baseDef = ZEL_MakeStruct("HOSTBASE", base);
@@ -197,11 +181,7 @@ TEST_F(Host, TellsObjectsAndHeapVariables) {
   EXPECT_EQ(ZEL_ObjReference(reference.get()), object);
   for (const auto& [name, expected] : {std::pair{"HostChild", 1}, {"HOSTBASE", 1}, {"HOST", 0}})
     EXPECT_EQ(ZEL_ObjContainsClassByStr(object, name), expected) << name;
-  for (const int bytes : {500, 400}) ZEL_ObjSetMemory(object->hvid, bytes);
-  ZEL_ObjSetMemory(object->hvid + 1, 1);
-  EXPECT_EQ(zel::host::objectMemory(), 400);
   ZEL_HeapVarDelete(object);
-  EXPECT_EQ(zel::host::objectMemory(), 0);
   const Temp null = number<ZEL_HVID>(ZEL_TYP_OBJREF, 0), five(ZEL_GettmpInt(5));
   for (const Temp* v : {&reference, &null, &five}) EXPECT_NE(errorOf([v] { ZEL_ObjReference(v->get()); }), "");
   EXPECT_EQ(ZEL_HeapVarHashFind(reference->value.hvid), nullptr);
@@ -346,12 +326,4 @@ TEST_F(Host, LoadsModules) {
   setenv("SAMPLE_NO_RESET", "1", 1);
   EXPECT_EQ(errorOf([] { zel::host::resetSession(); }), "The session could not be reset.");
   unsetenv("SAMPLE_NO_RESET");
-}
-
-TEST_F(Host, CallsNobodyWithoutAnInterpreter) {
-  ZEL_CallDesc call{1, ZEL_IdentHash("status"), 0, nullptr, nullptr};
-  EXPECT_EQ(ZEL_IdentHash("status"), call.routine);
-  EXPECT_EQ(errorOf([&] { ZEL_InterpCallFromSysproc(&call); }), "There is no interpreter to call routine status.");
-  zel::host::requestInterrupt();
-  EXPECT_TRUE(ZEL_InterpInterrupted() == 1 && zel::host::takeInterrupt() && !zel::host::takeInterrupt());
 }
