@@ -123,29 +123,3 @@ def test_order_of_application(zel):
     assert REFUSED["ENCODE"][1] in first and "ZELNETOGCWMS::SETPROPERTY" in first and "CCurlException:  " in first
     assert values == ['["X: y"]', '"p"', "0", "1800", "0"] and proxy == '"3129"'
     assert "Error: CurlSetProxyPort failed to convert port value from string to integer:  3128." in last
-
-
-def test_callback_data_is_a_copy_with_one_owner(zel):
-    assert zel(ACCESS + """
-      local o = zel.new("ZELnetOGCWCS")
-      local data = {A = 1, B = {1, 2}}
-      for i = 1, 3 do data.A = i; o:SetProperty{CALLBACK_DATA = data} end
-      data.A = 7
-      o:GetProperty{"CALLBACK_DATA"}.CALLBACK_DATA.A = 8
-      get(o, "CALLBACK_DATA")
-      print(zel.counts().heap)
-      o:SetProperty{CALLBACK_DATA = zel.undefined}
-      print(zel.counts().heap)
-    """, no_leak=True).out.splitlines() == ['{"A":3,"B":[1,2]}', "1", "0"]
-
-
-def test_parse_url(zel):
-    url = "https://localhost:8443/cgi-bin/wms?map=a.map&SERVICE=WMS&VERSION=1.1.1&REQUEST=GetCapabilities&token=x"
-    lines = zel(ACCESS + """
-      local o = zel.new("ZELnetOGCWMS")
-      o:ParseURL(arg[1])
-      for name in ("SCHEME HOSTNAME PORT PATH QUERY_PREFIX QUERY_SUFFIX"):gmatch("%S+") do get(o, "URL_" .. name) end
-      print(select(2, pcall(o.ParseURL, o, "http://localhost/wms")))
-    """, url).out.splitlines()
-    assert lines[:6] == ['"https"', '"localhost"', '"8443"', '"cgi-bin/wms"', '"map=a.map"', '"token=x"']
-    assert "does not contain a ?" in lines[6]

@@ -203,23 +203,6 @@ def test_refused_arguments(on, service):
         assert part in line, call
 
 
-@BOTH
-def test_bad_sources(zel, tmp_path, service):
-    """Each ends in an error, the object goes on, and nothing is left."""
-    document, item, method, _ = CAPABILITIES[service]
-    (tmp_path / "good.xml").write_text(document.format(item.format(1, "")))
-    (tmp_path / "cut.xml").write_text(document.format(item.format(1, ""))[:-9])
-    (tmp_path / "empty.xml").touch()
-    zel(f"""
-      local o = zel.new("ZELnetOGC{service}")
-      for _, source in ipairs{{"cut.xml", "empty.xml", ".", "/usr/share/xplanet/images/earth.jpg"}} do
-        assert(not pcall(o.GetCapabilities, o, {{FROM_FILE = source}}), source)
-        assert(o:GetCapabilities{{FROM_FILE = "good.xml"}} == 1 and o:{method}()[1].NAME == "c1")
-      end
-      o:close() o = nil
-    """, no_leak=True)
-
-
 def test_many_layers_and_names(on, tmp_path):
     """The count wraps at 16 bits. INDEX and NUMBER reach the first layers, an INDEX without NUMBER all the rest."""
     for n, names in ((70000, 1), (33000, 1), (40, 6000)):

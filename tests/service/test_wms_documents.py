@@ -133,15 +133,9 @@ LAYERS = {
     "<Layer><Attribution><Title>t</Title><Name>n</Name>" + URL + "<LogoURL width='1' height='2'><Format>f</Format>"
     "<OnlineResource href='l'/></LogoURL><Format>no</Format></Attribution><Title>own</Title></Layer>":
         "0 -1 1 NAME=n TITLE=own ATTRIBUTION[t|u|f|l|1|2]",
-    f"<Layer><AuthorityURL name='a'>{URL}</AuthorityURL><AuthorityURL name='b'/><Identifier authority='a'>i</Identifier>{URL}"
-    "</Layer>": "0 -1 1 AUTHORITY 2[a|u][b] IDENTIFIER 1[i|a]",
     f"<Layer><MetadataURL type='t'><Format>f</Format>{URL}<Title>own</Title></MetadataURL><DataURL>{URL}<Format>g</Format>"
     f"</DataURL><FeatureListURL><Format>h</Format></FeatureListURL><FeatureListURL>{URL}</FeatureListURL><Format>no</Format>"
     "</Layer>": "0 -1 1 TITLE=own METADATA_URL 1[t|f|u] DATA_URL 1[g|u] FEATURE_URL 2[h][|u]",
-    f"<Layer><Style>{URL}<Name>s</Name><Title>t</Title><Abstract>a</Abstract><LegendURL width='1' height='2'><Format>lf"
-    f"</Format>{URL}</LegendURL><StyleSheetURL><Format>sf</Format>{URL}</StyleSheetURL><StyleURL><Format>uf</Format>{URL}"
-    "</StyleURL><Format>no</Format></Style><Style><Name>r</Name></Style><Name>own</Name></Layer>":
-        "0 -1 1 NAME=own STYLE 2[s|t|a|lf|u|1|2|sf|u|uf|u][r]",
     # formats belong to all layers that follow
     "<GetMap><Format>lost</Format></GetMap><GetMap><Format>p</Format><x><Format>j</Format></x></GetMap><GetFeatureInfo>"
     "<Format>t</Format></GetFeatureInfo><Exception><Format>no</Format></Exception><Layer><Layer/></Layer>":
