@@ -145,6 +145,8 @@ ODD = {
                      "</Request>" + LAYER.replace("<Layer>", "<Layer queryable='1'>")),
         "select(2, s:info{layers = 'a', lon = 1, lat = 2, pixel = 1}).features[1].name", "Z", answer(
             '{"features": [{"name": "Z"}]}', "application/json")),
+    "many names": (capabilities(f"<Layer>{''.join(f'<Layer><Name>n{i}</Name></Layer>' for i in range(25))}</Layer>"),
+                   "select(2, pcall(s.map, s, {layers = 'x'})).message:match('and %d+ more')", "and 5 more"),
     "no type": (capabilities(LAYER), "s:map{layers = 'a', bbox = {0, 0, 1, 1}, to = 'map'}.file", "map", answer("x", "")),
 }
 
@@ -155,6 +157,38 @@ def test_odd_services(zel, case):
     with Responder(document, *(picture or [PICTURE])) as server:
         done = zel(f"local s = require 'zel.ogc'.wms(arg[1] .. 'wms', {{quiet = true}}) print({code})", server.url)
     assert done.out.strip() == printed
+
+
+FLOOR = """<Layer queryable="1"><Name>a</Name><CRS>EPSG:4326</CRS><MinScaleDenominator>1000000</MinScaleDenominator>
+  <EX_GeographicBoundingBox><westBoundLongitude>0</westBoundLongitude><eastBoundLongitude>1</eastBoundLongitude>
+  <southBoundLatitude>0</southBoundLatitude><northBoundLatitude>1</northBoundLatitude></EX_GeographicBoundingBox>
+  <Dimension name="elevation" units="m">5,6</Dimension></Layer>"""
+BRIEF = "<name>c</name><label>C</label><lonLatEnvelope><pos>0 0</pos><pos>4 2</pos></lonLatEnvelope>"
+COVERAGE = [answer(f"""<WCS_Capabilities version="1.0.0"><Service><name>n</name><label>l</label></Service><ContentMetadata>
+  <CoverageOfferingBrief>{BRIEF}</CoverageOfferingBrief></ContentMetadata></WCS_Capabilities>"""),
+            answer(f"""<CoverageDescription version="1.0.0"><CoverageOffering>{BRIEF}<domainSet><spatialDomain/><temporalDomain>
+  <timePosition>2020</timePosition></temporalDomain></domainSet><rangeSet><RangeSet><name>r</name><label>R</label>
+  <axisDescription><AxisDescription><name>depth</name><label>D</label><values><singleValue>1</singleValue></values>
+  </AxisDescription></axisDescription></RangeSet></rangeSet>
+  <supportedCRSs><requestCRSs>EPSG:4326 EPSG:3857</requestCRSs></supportedCRSs><supportedFormats nativeFormat="HDF">
+  <formats>JPEG</formats><formats>HDF</formats></supportedFormats></CoverageOffering></CoverageDescription>""")]
+# What is asked for, and what then goes out to the server.
+QUERIES = [
+    ([capabilities(FLOOR)], "wms", "map{layers = 'a', elevation = 5}", "&ELEVATION=5&"),
+    ([capabilities(FLOOR)], "wms", "info{layers = 'a', lon = .5, lat = .5, pixel = 1}", "&BBOX=-50,-50,51,51&.*&I=50&J=50 "),
+    ([capabilities(FLOOR)], "wms", "info{layers = 'a', lon = .5, lat = .5}", r"&BBOX=0\.2\d*,0\.2\d*,0\.7\d*,0\.7\d*&"),
+    (COVERAGE, "wcs", "get{name = 'c', resx = 1, resy = .5, ranges = {depth = {min = 0, max = 8, step = 2}}}",
+     "&CRS=EPSG:4326&BBOX=0,0,4,2&RESX=1&RESY=0.5&FORMAT=HDF&TIME=2020&depth=0/8/2[ &]"),
+    (COVERAGE, "wcs", "get{name = 'c', crs = 3857, bbox = {0, 0, 2, 1}, width = 4, to = 'c.jpeg'}", "&CRS=EPSG:3857&.*=4&HEIGHT=2&"),
+]
+
+
+@pytest.mark.parametrize("documents, service, call, query", QUERIES)
+def test_queries(zel, tmp_path, documents, service, call, query):
+    with Responder(*documents, PICTURE) as server:
+        zel(f"require 'zel.ogc'.{service}(arg[1] .. 's', {{quiet = true}}):{call}", server.url)
+    assert re.search(query, server.requests[-1].splitlines()[0])
+    assert (tmp_path / "c.jpeg.aux.xml").exists() == ("jpeg" in call)
 
 
 def test_version_is_agreed_upon(zel):
