@@ -18,9 +18,10 @@ LAYER = "<Layer queryable='1'><Name>{0}</Name><Title>{1}</Title><Abstract>About 
 BOX = ("<EX_GeographicBoundingBox><westBoundLongitude>{}</westBoundLongitude><southBoundLatitude>{}</southBoundLatitude>"
        "<eastBoundLongitude>{}</eastBoundLongitude><northBoundLatitude>{}</northBoundLatitude></EX_GeographicBoundingBox>")
 REFUSAL = "<ServiceExceptionReport><ServiceException code='{}'>{}</ServiceException></ServiceExceptionReport>"
+MANY = 501  # coverages, more than go into a database at once
 WCS = ("<WCS_Capabilities version='1.0.0'><Service><name>c</name><label>Coverages</label></Service><ContentMetadata>"
-       "<CoverageOfferingBrief><name>relief</name><label>Relief</label><lonLatEnvelope><pos>5 45</pos><pos>10 48</pos>"
-       "</lonLatEnvelope></CoverageOfferingBrief></ContentMetadata></WCS_Capabilities>")
+       + "<CoverageOfferingBrief><name>relief</name><label>Relief</label><lonLatEnvelope><pos>5 45</pos><pos>10 48</pos>"
+       "</lonLatEnvelope></CoverageOfferingBrief>" * MANY + "</ContentMetadata></WCS_Capabilities>")
 
 
 def wms(inside, title="Atlas", version="1.3.0", attributes="", service=True):
@@ -156,6 +157,7 @@ def test_answers_of_all_kinds(server, run, tmp_path):
     assert b"secret" not in (tmp_path / "a.db").read_bytes() and b"sesame" not in (tmp_path / "a.db").read_bytes()
     assert "token=sesame" in server.queries["refused"][0] and not server.overlaps
     found = contents(tmp_path / "a.db")
+    assert sum(row[2] == "relief" for row in found["found"]) == MANY
     tries = collections.defaultdict(list)
     for url, *tried in found["attempts"]:
         tries[url.split("/")[3].split("?")[0]].append(tried)
@@ -174,10 +176,14 @@ def test_what_is_unchanged_costs_a_row(server, run, tmp_path):
     server.answers |= {"a": wms("", "One", attributes="updateSequence='a&amp;1'"), "b": wms("", "Two")}
     write_list(tmp_path, server, ["a", "b", "atlas"])
     run("harvest", "list", "a.db")
+    run("harvest", "list", "old.db")
     server.answers |= {"a": REFUSAL.format("CurrentUpdateSequence", "no news"), "atlas": wms("", "Other maps")}
     done = run("harvest", "list", "a.db")
-    assert "0 new, 1 changed, 2 unchanged" in done.stderr and "&UPDATESEQUENCE=a%261" in server.queries["a"][1]
+    assert "0 new, 1 changed, 2 unchanged" in done.stderr and "&UPDATESEQUENCE=a%261" in server.queries["a"][2]
     found = contents(tmp_path / "a.db")
+    for merged in (("b.db", "a.db", "old.db"), ("c.db", "old.db", "a.db")):  # the later reading counts
+        run("merge", *merged)
+        assert contents(tmp_path / merged[0])["layers"] == found["layers"]
     assert len(found["attempts"]) == 6 and not [row for row in found["found"] if row[2] == "roads"]
     assert "3 not asked again" in run("harvest", "list", "a.db", "--older", 1).stderr
 
@@ -192,8 +198,10 @@ def test_search(server, run, tmp_path):
     pacific, _ = json.loads(run("search", "a.db", "--bbox", 179, -19, 181, -18, "--geojson").stdout)["features"]
     assert pacific["geometry"]["type"] == "MultiPolygon" and pacific["properties"]["name"] == "fiji"
     assert "\x9b" not in run("search", "a.db", "fiji").stdout
-    names = [item["name"] for item in json.loads(run("search", "a.db", "relief", "--kind", "wcs", "--json").stdout)]
-    assert names == ["relief"] and run("search", "a.db", "relief", "--kind", "wms").stdout == ""
+    relief = json.loads(run("search", "a.db", "relief", "--kind", "wcs", "--json").stdout)
+    assert {item["name"] for item in relief} == {"relief"} and relief[0]["score"] > 0
+    assert run("search", "a.db", "--bbox", 365, 45, 370, 48).stdout  # the same place
+    assert run("search", "a.db", "relief", "--kind", "wms").stdout == ""
     assert len(json.loads(run("search", "a.db", "--bbox", 5, 45, 10, 48, "--json", "--limit", 2).stdout)) == 2
 
 
