@@ -157,25 +157,18 @@ def test_capabilities(read):
 
 
 OFFERINGS = {
-    # envelopes, also with time periods, keep two positions each
-    "<description>d</description><name>n</name><label>l</label><lonLatEnvelope srsName='s' dimension='9'><pos dimension='2'>1 1"
-    "</pos><pos dimension='3'>2 2</pos><pos dimension='4'>3 3</pos><timePosition>t1</timePosition><timePosition>t2"
-    "</timePosition><timePosition>t3</timePosition></lonLatEnvelope><label>too late</label><domainSet><spatialDomain><Envelope "
-    "srsName='e1'><pos>1</pos><pos dimension='2'>2</pos></Envelope><EnvelopeWithTimePeriod srsName='e2'><pos>3</pos>"
-    "<timePosition>t4</timePosition><timePosition>t5</timePosition></EnvelopeWithTimePeriod><pos>outside</pos></spatialDomain>"
-    "</domainSet>":
-        "CO_NAME=n CO_LABEL=l CO_DESC=d LONLATENV={SRS_NAME=s POS1=1 1 DIMS1=2 POS2=2 2 DIMS2=3 TIME_POS1=t1 TIME_POS2=t2} "
-        "SPAT_DOM_LONLATENV=[SRS_NAME=e1 POS1=1 POS2=2 DIMS2=2; SRS_NAME=e2 POS1=3 TIME_POS1=t4 TIME_POS2=t5]",
-    # null values and axes, single and as intervals
-    "<rangeSet><RangeSet><description>d</description><name>n</name><label>l</label><min>outside</min><axisDescription>"
-    "<AxisDescription><description>ad</description><name>an</name><label>al</label><values><interval><min>1</min><max>2</max>"
-    "<res>.5</res></interval><singleValue>7</singleValue><interval><min>3</min></interval><singleValue>8</singleValue><default>7"
-    "</default></values></AxisDescription></axisDescription><axisDescription><AxisDescription><min>no interval yet</min><name>"
-    "second</name></AxisDescription></axisDescription><nullValues><min>none yet</min><singleValue>-1</singleValue><interval><min>"
-    "-9</min><max>-5</max></interval></nullValues><nullValues><max>none here</max><interval><res>2</res></interval>"
-    "<singleValue>-2</singleValue></nullValues></RangeSet></rangeSet>":
-        "RANGE={NAME=n LABEL=l DESC=d NULL_SINGLE_VALUES=[-1; -2] NULL_INTERVAL=[MIN=-9 MAX=-5; RES=2]} RANGE_AXIS=[NAME=an "
-        "LABEL=al DESC=ad SINGLE_VALUE=[7; 8] INTERVAL=[MIN=1 MAX=2 RES=.5; MIN=3] DEFAULT=7; NAME=second]",
+    # an envelope keeps two positions
+    "<label>l</label><lonLatEnvelope srsName='s' dimension='9'><pos dimension='2'>1 1</pos><pos>2 2</pos><pos dimension='4'>3 3"
+    "</pos><timePosition>t1</timePosition><timePosition>t2</timePosition><timePosition>t3</timePosition></lonLatEnvelope><label>"
+    "too late</label><spatialDomain><Envelope/><pos>outside</pos></spatialDomain>":
+        "CO_LABEL=l LONLATENV={SRS_NAME=s POS1=1 1 DIMS1=2 POS2=2 2 TIME_POS1=t1 TIME_POS2=t2}",
+    # limits outside of an interval are nowhere
+    "<RangeSet><min>outside</min><AxisDescription><interval><min>1</min></interval><singleValue>7</singleValue><interval><max>3"
+    "</max></interval></AxisDescription><AxisDescription><min>no interval yet</min><name>second</name></AxisDescription>"
+    "<nullValues><min>none yet</min><interval><min>-9</min></interval></nullValues><nullValues><max>none here</max>"
+    "<singleValue>-2</singleValue></nullValues></RangeSet>":
+        "RANGE={NULL_SINGLE_VALUES=[-2] NULL_INTERVAL=[MIN=-9]} "
+        "RANGE_AXIS=[SINGLE_VALUE=[7] INTERVAL=[MIN=1; MAX=3]; NAME=second]",
     # range sets and axes count only as spelled
     "<lonLatEnvelope/><rangeset><name>n</name></rangeset><RangeSet><name>m</name><axisdescription><label>l</label>"
     "</axisdescription></RangeSet>": "RANGE={NAME=m LABEL=l}",

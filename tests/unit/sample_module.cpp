@@ -41,14 +41,6 @@ struct Processed : Keywords {
 
 const char* textOf(const ZEL_Variable* v) { return v->value.str.s ? v->value.str.s : ""; }
 
-/// The object's only own tag: how many calls of script routines run for it.
-std::int64_t& running(ZEL_Variable* self) {
-  ZEL_HeapVar* object = ZEL_ObjReference(self);
-  if (!ZEL_ObjContainsClassByStr(object, "Sample")) ZEL_MessageFromBlock(g_messages, 0, ZEL_MSG_ERROR, "not a sample");
-  const auto offset = ZEL_StructTagInfoByName(object->var.sdef, "RUNNING", ZEL_MSG_ERROR, nullptr);
-  return *reinterpret_cast<std::int64_t*>(object->var.data + offset);
-}
-
 /// FAIL=text: an informational message and 0.
 ZEL_Variable* init(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk) {
   const Processed given(argc, argv, argk);
@@ -56,9 +48,7 @@ ZEL_Variable* init(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk) {
   return ZEL_GettmpInt(given.fail.present ? 0 : 1);
 }
 
-void cleanup(int, ZEL_Variable** argv) {
-  if (running(argv[0]) > 0) ZEL_MessageFromBlock(g_messages, 0, ZEL_MSG_ERROR, "still running");
-}
+void cleanup(int, ZEL_Variable**) {}
 
 /// The argument, or what a converting keyword became; COUNT: how many elements the argument has.
 ZEL_Variable* echo(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk) {
@@ -77,12 +67,6 @@ ZEL_Variable* echo(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk) {
 
 /// Calls the routine of that name with a text, a progress array and the further arguments; gives its 16-bit answer.
 ZEL_Variable* call(int argc, ZEL_Variable** argv) {
-  std::int64_t& calls = running(argv[0]);
-  const struct Count {
-    std::int64_t& n;
-    explicit Count(std::int64_t& calls) : n(calls) { ++n; }
-    ~Count() { --n; }
-  } count(calls);
   const zel::Temp text(ZEL_StrToSTRING("working"));
   char* data = nullptr;
   const zel::Temp progress(ZEL_MakeTempVector(ZEL_TYP_LONG64, 5, &data));

@@ -71,19 +71,6 @@ TEST_F(Clients, CursorsAndIndexesKnowTheirLimits) {
   wms.OgcWmsGetNextLayerSkip(2);
   EXPECT_EQ(wms.OgcWmsGetNextLayer()->iIndex, 2) << "the list is there without the cache";
   EXPECT_NE(errorOf([&] { (void)wms.OgcWmsGetLayer(2); }), "");
-
-  EXPECT_EQ(
-      readOfferings("<CoverageOffering/><CoverageOffering><spatialDomain><Grid><axisName/><axisName/></Grid><Grid/>"
-                    "</spatialDomain><RangeSet><AxisDescription><interval/></AxisDescription><AxisDescription>"
-                    "<interval/><interval><min>2</min></interval></AxisDescription></RangeSet></CoverageOffering>"),
-      "");
-  for (const int i : {-1, 0, 1, 2})
-    EXPECT_EQ(errorOf([&] { (void)wcs.OgcWcsGetCO(i); }), i < 2 ? "" : "Error: Invalid index in OgcWcsGetCO call..");
-  EXPECT_EQ(wcs.OgcWcsGetCOSDGridAxisNameCount(1, 0), 2);
-  EXPECT_EQ(wcs.OgcWcsGetCOSDGridAxisNameCount(1, 2), 0);
-  EXPECT_EQ(wcs.OgcWcsGetCORngAxisIntCount(1, -1), 2) << "the largest of all";
-  EXPECT_STREQ(wcs.OgcWcsGetCORngAxisInt(1, 1, 1)->min, "2");
-  EXPECT_EQ(wcs.OgcWcsGetCORngAxisInt(1, 2, 0), nullptr);
 }
 
 TEST_F(Clients, LayersInheritOnce) {
