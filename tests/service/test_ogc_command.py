@@ -77,7 +77,7 @@ def test_lines(zel_ogc, line, status, out, err):
 def test_listings_for_programs(zel_ogc, tmp_path):
     service = json.loads(zel_ogc("info SERVICE --json").stdout)
     layers = {layer["name"]: layer for layer in service["layers"]}
-    assert service["type"] == "WMS" and len(layers) == 10 and layers["earth"]["parent"] == "pictures"
+    assert service["type"] == "WMS" and len(layers) == 10 and layers["pictures"]["parent"] == "world"
     assert layers["zones"]["box"] == [-180, -90, 180, 90] and layers["zones"]["styles"][1]["name"] == "bold"
     assert layers["earth"]["styles"] == [] and layers["seasons"]["dimensions"][0]["values"] == ["2024-01-01", "2024-07-01"]
     relief, = json.loads(zel_ogc("info SERVICE relief --wcs --json").stdout)["coverages"]

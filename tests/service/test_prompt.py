@@ -103,7 +103,7 @@ class Prompt:
 def test_tab_completes_and_history_is_kept(prompt, tmp_path):
     first = prompt()
     assert first.greeting.startswith("zel 1.") and "zel.help()" in first.greeting and "Ctrl-D" in first.greeting
-    first.type('wms = zel.n\t("ZELnetOGCWM\t)\n')
+    assert "zel.new(" in first.type('wms = zel.n\t("ZELnetOGCWM\t)\n')
     first.type("wms:SetProperty{URL_PORT = 8080,\n", ">> ")
     first.type('URL_HOSTN\t= "here"}\n')
     assert "here" in first.type('wms:GetProperty{"URL_H\t}.URL_HOSTNAME\n', "\r\nhere\r\n> ")
@@ -198,6 +198,8 @@ def test_refusal_is_shown_in_the_words_of_the_server(prompt, ogc):
     query = "LAYERS=nosuch&STYLES=&SRS=EPSG:4326&BBOX=0,0,9,9&WIDTH=64&HEIGHT=32&FORMAT=image/png"
     shown = one.type(f"wms:GetMap('{query}')\n")
     assert "The server says: msWMSLoadGetMapParams(): WMS server error. Invalid layer(s)" in shown
+    mine = one.type(f"pcall(wms.GetMap, wms, '{query}') wms:GetProperty{{'URL_PORT'}} error('mine')\n")
+    assert "mine\r\n> " in mine and "The server says" not in mine
     assert "says" not in one.type("wms:SetProperty{URL_PORT = 1}\n") + one.type("wms:GetMap('x')\n")
     assert "says" not in one.type("error('other')\n")
 
