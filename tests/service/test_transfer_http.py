@@ -182,6 +182,7 @@ def test_routine_ends_an_upload(ask, tmp_path, action, result, request_type):
     (tmp_path / "source").write_bytes(bytes(30_000_000))
     got = ask("dav/cancelled", f"send={tmp_path}/source", f"on=: sent (:{action}", request=request_type)
     assert got.result == result and not list(tmp_path.glob("f*"))
+    assert any(line.startswith(f"Http: {request_type}: sending ") for line in got.lines)
 
 
 def test_interrupt_ends_a_delete_too(ask):

@@ -1,4 +1,4 @@
-// Header analysis, progress lines and the verbose trace, fed as libcurl feeds them.
+// Header analysis and the verbose trace, fed as libcurl feeds them.
 #include "curl_test.h"
 #include "zel_curl_obj.h"
 
@@ -18,13 +18,10 @@ public:
     CurlSetHost("host");
     CurlSetCallback("routine");
     CurlSetCallbackData(reinterpret_cast<unsigned long>(this));
-    CurlSetCallbackFunc([](char* name, unsigned long data, const char* message, xProgressValues* progress) {
+    CurlSetCallbackFunc([](char* name, unsigned long data, const char* message, xProgressValues*) {
       EXPECT_STREQ(name, "routine");
       auto& self = *reinterpret_cast<Fed*>(data);
       self.told.emplace_back(message);
-      if (progress != nullptr)
-        self.figures = {static_cast<double>(progress->isValid), progress->dlTotal, progress->dlNow, progress->ulTotal,
-                        progress->ulNow};
       return self.answer;
     });
   }
@@ -41,9 +38,7 @@ public:
     }
     CurlHttpParseRspHdr(response().header.data());
   }
-  int progress(double ulTotal = 0, double ulNow = 0) {
-    return CurlHttpProgressCallback(this, 20.5, 10, ulTotal, ulNow);
-  }
+  int progress() { return CurlHttpProgressCallback(this, 20.5, 10, 0, 0); }
   std::string fields() const {
     const transfer::Response& r = response();
     std::string all = std::to_string(r.statusCode) + ' ' + std::to_string(r.contentLength) + ' ' +
@@ -55,7 +50,6 @@ public:
   }
 
   Lines told;
-  std::vector<double> figures;
   int answer = 1;
 };
 
@@ -164,27 +158,6 @@ TEST(CurlFtp, RepliesGiveTheirCode) {
                      {"22", "0 230 Welcome\r\n"},
                      {"221", "221 221"},
                      {"500 AUTH is not understood\r\n", "500 500 AUTH is not understood\r\n"}});
-}
-
-TEST(CurlProgress, LinesOfTheRequestTypes) {
-  const std::tuple<int, std::string, std::string> rows[] = {
-      // before and while something is sent
-      {transfer::httpGet, "Http: get: received (10), total expected (20)", ""},
-      {transfer::httpPost, "Http: post: sending data...", "Http: post: sent (3), total to send (5)"},
-      {transfer::ftpPut, "Ftp: put: sending file data...", "Ftp: put: sent (3), total to send (5)"},
-      {transfer::ftpCommand, "Ftp: cmd: processing...", ""},
-      {0x45, "unknown call to CurlHttpProgressCallback", ""}};
-  for (const auto& [type, idle, going] : rows) {
-    Fed curl(type);
-    EXPECT_EQ(curl.progress() + curl.progress(5) + curl.progress(0, 3) + curl.progress(5, 3), 0);
-    EXPECT_EQ(curl.told[0] + curl.told[3], idle + (going.empty() ? idle : going));
-    EXPECT_EQ((curl.told[1] == idle) + (curl.told[2] == idle), going.empty() ? 2 : 0);
-    EXPECT_EQ(curl.figures, (std::vector<double>{1, 20.5, 10, 5, 3}));
-  }
-  Fed curl;
-  curl.CurlSetCallback("");
-  curl.answer = 0;
-  EXPECT_TRUE(curl.progress() == 0 && curl.told.empty()) << "without a name nobody is asked";
 }
 
 TEST(CurlTrace, LinesAreLabelledTrimmedCutAndWithoutSecrets) {

@@ -1,4 +1,4 @@
-// The clients of both services beside what a script sees of them: cursors, indexes, queries.
+// The clients of both services beside what a script sees of them: cursors, indexes, steps.
 #include "ogc_client.h"
 #include "zel_ogcwcs_obj.h"
 #include "zel_ogcwms_obj.h"
@@ -97,21 +97,6 @@ TEST_F(Clients, CacheOfLayersGrowsBeforeItIsFull) {
     EXPECT_EQ(wms.layerCacheCapacity(), capacity);
     EXPECT_EQ(wms.OgcWmsGetLayer(layers - 1)->iIndex, layers - 1);
   }
-}
-
-/// Without a host a request ends once its query is composed.
-TEST_F(Clients, NamesOfCoveragesAreJoined) {
-  const std::string head = "Version=1.0.0&Service=WCS&Request=DescribeCoverage&Coverage=";
-  const char* names[] = {"a", "b c", "d,e", "", nullptr};
-  for (const auto& [first, count, joined] :
-       {std::tuple(0, 0, "a"), std::tuple(0, 3, "a,b c,d,e"), std::tuple(2, 3, "d,e,,")}) {
-    EXPECT_NE(
-        errorOf([&, first = first, count = count] { wcs.OgcWcsDescribeCoverage(names + first, count, nullptr, 0, 0); }),
-        "");
-    EXPECT_EQ(wcs.settings().query.str(), head + joined);
-  }
-  EXPECT_NE(errorOf([&] { wcs.OgcWcsDescribeCoverage(nullptr, 0, nullptr, 0, 0); }), "");
-  EXPECT_EQ(wcs.settings().query.str(), head + "d,e,,") << "without names the query is used again";
 }
 
 TEST_F(Clients, TellTheirSteps) {
