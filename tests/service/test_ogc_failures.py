@@ -34,13 +34,11 @@ REFUSALS = {
                                        status="500 Oops"), "a & b|nil|nil"),
     "the first of two": (answer(SE.format("<ServiceException>1</ServiceException><ServiceException>2</ServiceException>")),
                          "1|nil|nil"),
-    "of 1.1.1": (answer(SE.format("<ServiceException>old</ServiceException>"), "application/vnd.ogc.se_xml"), "old|nil|nil"),
     "of newer services": (answer('<ows:ExceptionReport xmlns:ows="http://www.opengis.net/ows/1.1"><ows:Exception '
                                  'exceptionCode="Y" locator="z"><ows:ExceptionText>new</ows:ExceptionText></ows:Exception>'
                                  '</ows:ExceptionReport>', status="400 Bad Request"), "new|Y|z"),
     "no refusal": (answer("<html>gone</html>", "text/html", "404 Not Found"), "nil|nil|nil"),
     "cut": (answer("<ServiceExceptionReport><ServiceException>x", status="500 Oops"), "nil|nil|nil"),
-    "ill-formed": (answer("<ServiceExceptionReport><a></b>", status="500 Oops"), "nil|nil|nil"),
 }
 
 
@@ -209,7 +207,6 @@ DEFAULTS = {
     "return {retries = 0, timeout = 7, USERNAME = 'x', proxy = 'http://me:pw@localhost:3128'}": "0 7 x localhost 3128 me",
     "return {retrys = 0}": 'there is no argument "retrys" of ',
     "return 5": "must return a table",
-    "return {": "your defaults cannot be read: ",
     "io.open('x')": "your defaults cannot be read: ",
     "return {NO_SUCH = 1}": "Keyword NO_SUCH is not allowed",
     "return {proxy = 'ftp://x/y'}": '"ftp://x/y" is no proxy',
