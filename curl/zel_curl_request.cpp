@@ -437,7 +437,7 @@ void CCurl::throwTransferError(const RequestKind& kind, CURLcode code) {
     tell("Cancel Request Detected...Operation Cancelled.");
     throw CCurlException("Cancel request detected...Operation canceled.");
   }
-  std::string reason = m_fault.empty() ? m_errorText.data() : m_fault;
+  std::string reason = m_fault.empty() ? std::string(transfer::wholeCharacters(m_errorText.data())) : m_fault;
   if (reason.empty()) reason = curl_easy_strerror(code);
   constexpr const char* format = "Error: %s Request Failed. Error = %s, Curl Error Code = %d";
   const std::string text = transfer::formatLimited(reportLimit, format, kind.name, reason.c_str(), code);

@@ -7,6 +7,13 @@ namespace transfer {
 
 namespace {
 bool isContinuation(char c) noexcept { return (static_cast<unsigned char>(c) & 0xc0) == 0x80; }
+
+/// Bytes of the character that begins with this byte.
+std::size_t sizeFrom(char first) noexcept {
+  std::size_t size = 1;
+  for (const int least : {0xc2, 0xe0, 0xf0}) size += static_cast<unsigned char>(first) >= least ? 1 : 0;
+  return size;
+}
 } // namespace
 
 void TextList::append(std::string_view text) {
@@ -27,8 +34,7 @@ void TextList::clear() noexcept {
 
 std::size_t utf8Size(std::string_view text) noexcept {
   const auto byte = [text](std::size_t i) { return static_cast<unsigned char>(text[i]); };
-  std::size_t size = 1;
-  for (const int least : {0xc2, 0xe0, 0xf0}) size += byte(0) >= least ? 1 : 0;
+  const std::size_t size = sizeFrom(text[0]);
   if (byte(0) >= 0xf5 || size > text.size()) return 1;
   if ((byte(0) == 0xe0 && byte(1) < 0xa0) || (byte(0) == 0xf0 && byte(1) < 0x90)) return 1; // longer than needed
   for (std::size_t i = 1; i < size; ++i)
@@ -41,6 +47,12 @@ std::string_view cutAt(std::string_view text, std::size_t limit) noexcept {
   std::size_t start = limit; // of the character at the cut
   while (start > 0 && limit - start < 3 && isContinuation(text[start])) --start;
   return text.substr(0, start + utf8Size(text.substr(start)) > limit ? start : limit);
+}
+
+std::string_view wholeCharacters(std::string_view text) noexcept {
+  std::size_t start = text.size(); // of the last character
+  while (start > 0 && text.size() - start < 3 && isContinuation(text[start - 1])) --start;
+  return start > 0 && start - 1 + sizeFrom(text[start - 1]) > text.size() ? text.substr(0, start - 1) : text;
 }
 
 int copyTruncated(char* out, int size, std::string_view text) noexcept {

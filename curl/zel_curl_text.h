@@ -82,6 +82,9 @@ private:
 /// The first `limit` bytes of a text, less those of a character that does not fit whole.
 [[nodiscard]] std::string_view cutAt(std::string_view text, std::size_t limit) noexcept;
 
+/// A text that was cut by others, less the part of a character that it ends with.
+[[nodiscard]] std::string_view wholeCharacters(std::string_view text) noexcept;
+
 /// Copies a text to a buffer of `size` bytes, cut to it and terminated. \return length without the cut.
 int copyTruncated(char* out, int size, std::string_view text) noexcept;
 

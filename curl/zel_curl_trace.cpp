@@ -31,6 +31,7 @@ void CCurl::trace(curl_infotype type, std::string_view data) {
   switch (type) {
   case CURLINFO_TEXT:
     label = "Info:      ";
+    data = transfer::wholeCharacters(data.substr(0, data.find_last_not_of("\r\n") + 1)); // libcurl cuts at bytes
     break;
   case CURLINFO_HEADER_IN:
     label = "Header In: ";

@@ -167,6 +167,7 @@ TEST(CurlTrace, LinesAreLabelledTrimmedCutAndWithoutSecrets) {
     Lines pieces, shown;
   } rows[] = {
       {CURLINFO_TEXT, {"Trying, \r\n"}, {"Trying"}},
+      {CURLINFO_TEXT, {"CAfile: \xc3\xa9\xe2\x82\n"}, {"CAfile: \xc3\xa9"}},
       {CURLINFO_HEADER_IN, {"Date: x\r\n", "Set-Cookie: id=secret\r\n"}, {"Date: x", "Set-Cookie: ***"}},
       {CURLINFO_DATA_IN, {"data"}, {}},
       {CURLINFO_TEXT, {std::string(509, 'x') + ", y"}, {std::string(509, 'x') + cut}},

@@ -158,6 +158,9 @@ TEST(CurlNames, CutsLeaveWholeCharacters) {
   expectRows(cut, {"2a\xc3\xa9 -> a", "3a\xc3\xa9 -> a\xc3\xa9", "2\xe2\x82\xac x -> ",
                    "3\xe2\x82\xac x -> \xe2\x82\xac", "4a\xf0\x9f\x8c\x8d x -> a", "2\xe9\xe9\xe9 -> \xe9\xe9", "0 -> ",
                    "5\x80\x80\x80\x80\x80\x80 -> \x80\x80\x80\x80\x80"});
+  const auto whole = [](const std::string& text) { return std::string(transfer::wholeCharacters(text)); };
+  expectRows(whole, {"a\xc3 -> a", "a\xe2\x82 -> a", "\xf0\x9f\x8c -> ", "a\xe2\x82\xac -> a\xe2\x82\xac",
+                     "\xc3\xa9\x80 -> \xc3\xa9\x80", "ab -> ab", " -> "});
 }
 
 TEST(CurlNames, ResponseFilesGetTheExtensionOfTheContentType) {
