@@ -242,7 +242,6 @@ DRAWN = {
     ],
     "1.3.0": [
         (GEOGRAPHIC, ("30,-20,70,40", "675", "450"), "20° W to 40° E"),
-        (GEOGRAPHIC + LIMITS.format(50000, 500000), ("49.8113", "720"), "1:50,000 to 1:500,000"),
         (GEOGRAPHIC + LIMITS.format(50000, 500000), ("49.8113", "720"), "at about 1:333,000"),
         (GEOGRAPHIC + LIMITS.format(1000000000, 0), ("-", "720"), "1:1,000,000,000 and smaller scales"),
         (GEOGRAPHIC + LIMITS.format(0, 1e18), ("30,-20,70,40",), "20° W to 40° E"),

@@ -82,18 +82,6 @@ def test_map(on, ogc, version, query, extension):
     assert gdal.Open(file).GetDriver().ShortName == extension.upper() and gdal.Open(file).ReadAsArray().std() > 20
 
 
-def test_feature_info(on, ogc):
-    query = MAP.replace("earth", "places") + "&QUERY_LAYERS=places&X=188&Y=42&INFO_FORMAT="
-    plain, gml = (line.split("\t", 1) for line in on("WMS", f"""
-      for _, format in ipairs{{"text/plain", "application/vnd.ogc.gml"}} do
-        local file = o:GetFeatureInfo("{query}" .. format)
-        print(file, (io.open(file):read("a"):gsub("\\n", " ")))
-      end
-    """, ogc.service))
-    assert plain[0].endswith("/feature.plain") and "Zürich" in plain[1]
-    assert gml[0].endswith("/feature.vnd.ogc.gml") and "<name>Zürich</name>" in gml[1]
-
-
 REPORT = "<ServiceExceptionReport><ServiceException code='c'>no</ServiceException></ServiceExceptionReport>"
 NEWER = "<ExceptionReport><Exception exceptionCode='No'/></ExceptionReport>"
 SAID = "Error: Remote OGC server returned a service exception: ( Code= c"

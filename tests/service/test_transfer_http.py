@@ -200,13 +200,6 @@ def test_handle_in_use_is_left_alone(ask, http, tmp_path, line):
     assert got.told.count("Connected to") == 2
 
 
-def test_settings_changed_meanwhile_serve_the_next_request(ask, http, source):
-    for line in ("Http: put: sending", "Http: put: sent"):
-        got = ask("dav/changed", f"send={source}", f"on={line}:settings", request="put")
-        assert got.result == "ok" and (http.dav / "changed").read_bytes() == source.read_bytes()
-    assert ask("big.bin", f"on=received ({BIG}):settings").result == "ok"
-
-
 def test_connections_are_kept_until_they_are_closed(ask):
     assert ask("hello.txt", "tobuf=1", "verbose=1", "request=get").told.count("Connected to") == 1
     assert ask("hello.txt", "tobuf=1", "verbose=1", "request=get", "closeconnections=1").told.count("Connected to") == 2

@@ -133,9 +133,6 @@ LAYERS = {
     "<Layer><Attribution><Title>t</Title><Name>n</Name>" + URL + "<LogoURL width='1' height='2'><Format>f</Format>"
     "<OnlineResource href='l'/></LogoURL><Format>no</Format></Attribution><Title>own</Title></Layer>":
         "0 -1 1 NAME=n TITLE=own ATTRIBUTION[t|u|f|l|1|2]",
-    f"<Layer><MetadataURL type='t'><Format>f</Format>{URL}<Title>own</Title></MetadataURL><DataURL>{URL}<Format>g</Format>"
-    f"</DataURL><FeatureListURL><Format>h</Format></FeatureListURL><FeatureListURL>{URL}</FeatureListURL><Format>no</Format>"
-    "</Layer>": "0 -1 1 TITLE=own METADATA_URL 1[t|f|u] DATA_URL 1[g|u] FEATURE_URL 2[h][|u]",
     # formats belong to all layers that follow
     "<GetMap><Format>lost</Format></GetMap><GetMap><Format>p</Format><x><Format>j</Format></x></GetMap><GetFeatureInfo>"
     "<Format>t</Format></GetFeatureInfo><Exception><Format>no</Format></Exception><Layer><Layer/></Layer>":

@@ -69,13 +69,6 @@ void act(Driver& driver, const std::string& action) {
   if (action == "cleanup") attempt(action, [&] { driver.curl.CurlCleanup(); });
   if (action == "close") attempt(action, [] { CCurl::CurlCloseConnections(); });
   if (action == "destroy") attempt(action, [] { CCurl().CurlSetHost("another"); });
-  if (action == "settings") {
-    for (const auto set : {&CCurl::CurlSetFileNameHttpGetRsp, &CCurl::CurlSetFileToSend, &CCurl::CurlSetUser,
-                           &CCurl::CurlSetProxy, &CCurl::CurlSetSslCAInfo, &CCurl::CurlSetCallback})
-      (driver.curl.*set)("/changed/meanwhile");
-    driver.curl.CurlSetFromBufPtr(1, "short", 5);
-    driver.curl.CurlSetToBuf(1);
-  }
 }
 
 int onStatus(char*, unsigned long, const char* message, xProgressValues*) {
