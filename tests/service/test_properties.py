@@ -115,7 +115,7 @@ def test_order_of_application(zel):
       local o = zel.new("ZELnetOGCWMS")
       print(pcall(o.SetProperty, o, {VERBOSE = 1, TIMEOUT = 9, ENCODE = 7, URL_PATH = "p", HEADERS = "X: y"}))
       for _, name in ipairs{"HEADERS", "URL_PATH", "ENCODE", "TIMEOUT", "VERBOSE"} do get(o, name) end
-      pcall(o.SetProperty, o, {URL_PORT = "none"})
+      pcall(o.SetProperty, o, {URL_PORT = "0"})
       print(pcall(o.SetProperty, o, {PROXY_PORT = 3128}))
       o:SetProperty{PROXY_PORT = 3129, URL_PORT = 80}
       get(o, "PROXY_PORT")

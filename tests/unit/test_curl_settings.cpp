@@ -39,16 +39,6 @@ TEST(CurlSettings, NumbersAreRefusedOrBroughtIntoRange) {
     }
 }
 
-TEST(CurlSettings, PortsAreCheckedAsNumbersAndKeptAsTexts) {
-  CCurl curl;
-  EXPECT_EQ(curl.CurlSetPort("8080"), 8080);
-  EXPECT_EQ(curl.CurlSetProxyPort("x"), 8080) << "only the server's port is looked at";
-  for (const char* text : {"abc", "0", "-1"}) {
-    EXPECT_NE(errorOf([&] { curl.CurlSetPort(text); }).find(std::string("integer:  ") + text), std::string::npos);
-    EXPECT_EQ(curl.settings().port.str(), text);
-  }
-}
-
 TEST(CurlSettings, CleanupLeavesTextsAbsentAndNumbersAsTheyAre) {
   CCurl curl;
   const Settings& set = curl.settings();
