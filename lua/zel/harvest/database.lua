@@ -23,7 +23,8 @@ end
 function Database:rows(query)
   local cursor, why = self.connection:execute(query)
   if not cursor then errors.raise(("%s: %s"):format(self.path, (why:gsub("^LuaSQL: ", "")))) end
-  return function() return cursor:fetch({}, "a") end, nil, nil, setmetatable({}, {__close = function() cursor:close() end})
+  local closing = setmetatable({}, {__close = function() cursor:close() end})
+  return function() return cursor:fetch({}, "a") end, nil, nil, closing
 end
 
 --- The first value of a query's first row.
