@@ -176,7 +176,7 @@ ZEL_Variable* ZEL_OgcWcsDescribeCoverage(int argc, ZEL_Variable** argv, const ZE
     std::transform(texts.begin(), texts.end(), names.begin(), [](const std::string& text) { return text.c_str(); });
     client.OgcWcsDescribeCoverage(given != nullptr ? names.data() : nullptr, static_cast<int>(names.size()),
                                   orNull(fromFile), schemaChecking, validationMode);
-    const int n = client.offeringCount();
+    const auto n = static_cast<int>(client.offeringCount());
     store(keywords[table.slot("COUNT")], n);
     if (n == 0) return zel::Temp(ZEL_StrToSTRING(""));
     char* data = nullptr;

@@ -79,7 +79,7 @@ TEST(CurlNames, TextsAreConverted) {
   const auto escaped = [](std::string text) {
     text.resize(3 * text.size() + 1);
     const std::string error = errorOf([&] { CCurl::CurlEscapeSpaces(text.data(), text.size()); });
-    return error.empty() ? std::string(text.c_str()) : error;
+    return error.empty() ? text.substr(0, text.find('\0')) : error;
   };
   expectEach(escaped, {{"", ""}, {"ab", "ab"}, {"a  bc d", "a%20%20bc%20d"}, {" ", "Error: Request is too long."}});
   const auto within15 = [](int (*convert)(const char*, char*, unsigned long)) {
@@ -94,7 +94,7 @@ TEST(CurlNames, TextsAreConverted) {
              {{"a%20b%26", "1a b&"}, {"123456789%31234567", "0untouched"}, {"", "0untouched"}});
   const auto trimmed = [](std::string text) {
     CCurl::CurlRemoveTrailingLfCrSpacesCommas(text.data(), static_cast<int>(text.size()));
-    return text.c_str();
+    return text.substr(0, text.find('\0'));
   };
   expectEach(trimmed, {{"a, \r\n", "a"}, {"a b", "a b"}, {" ,", ""}, {"", ""}});
   const auto valid = [](std::string name) {
@@ -148,7 +148,8 @@ TEST(CurlNames, NothingSecretAndNoControlCharacterIsShown) {
 TEST(CurlNames, CutsLeaveWholeCharacters) {
   const auto cut = [](const std::string& row) { // the limit, and the text
     const std::size_t limit = static_cast<std::size_t>(row[0] - '0');
-    const std::string text = row.substr(1), kept(transfer::cutAt(text, limit));
+    const std::string text = row.substr(1);
+    std::string kept(transfer::cutAt(text, limit));
     std::array<char, 8> out{};
     EXPECT_EQ(transfer::formatLimited(limit, "%s", text.c_str()), kept);
     EXPECT_EQ(transfer::copyTruncated(out.data(), static_cast<int>(limit) + 1, text), text.size());

@@ -301,7 +301,7 @@ TEST_F(OgcHostile, SchemasCostASecondAndNoStack) {
     const char* name;
     std::string schema;
     const char* why; ///< "" for what is used
-    std::string content = "";
+    std::string content = {};
   } cases[] = {
       {"simple types", chain(20'000, simple), "more than 4000 components"},
       {"unions", chain(40, both), "derived from each other"},

@@ -76,9 +76,9 @@ TEST(OgcArena, TextsThatGrowInTurnKeepTheirContent) {
     EXPECT_EQ(full.size() == 16 << 10, left >= 20) << left;
   }
   const char* grown = arena.copy("x");
-  const char* next = arena.copy("-");
+  EXPECT_STREQ(arena.copy("-"), "-");
   arena.append(&grown, "y", ""); // has room for three more now
-  next = arena.copy("z");
+  const char* next = arena.copy("z");
   arena.append(&grown, "1234", "");
   EXPECT_EQ(grown + std::string(next), "xy1234z");
   arena.release();
