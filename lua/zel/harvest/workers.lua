@@ -83,7 +83,7 @@ return function(entries, settings, jobs, directory, store)
   local pipe = assert(io.popen(("exec setpriv --pdeathsig TERM sh '%s/all.sh' '%s' %d %d"):format(directory, directory,
                                                                                                    #batches, jobs)))
   local complete, why = pcall(function()
-    for line in pipe:lines() do
+    for line in function() return pipe:read("l") end do -- lines() raises at Ctrl-C, before that is known here
       local batch, number, result, word = line:match("^(%d+) (%d+) (%a+) (%a+)$")
       if batch then
         store(nil, {result = result}, take(("%s/%s.%s.sql"):format(directory, batch, number)), word == "last")
