@@ -131,7 +131,7 @@ def test_large_map_goes_on_where_it_was_stopped(zel_ogc, zel_running, tmp_path, 
         return gdal.Translate("", str(ogc.data / "earth.tif"), format="MEM", width=width, height=width // 2,
                               resampleAlg="average").ReadAsArray()
 
-    line = "map REGIONS earth --size 4500 --to world.vrt"
+    line = "map REGIONS earth --size 2400 --tile 600 --to world.vrt"
     run = zel_running("", *line.replace("REGIONS", ogc.regions).split(), program="zel-ogc")
     while len(tiles()) < 2:
         time.sleep(0.02)
@@ -139,12 +139,12 @@ def test_large_map_goes_on_where_it_was_stopped(zel_ogc, zel_running, tmp_path, 
     out, err = run.communicate(timeout=20)
     assert run.returncode == 130 and "zel-ogc: interrupted" in err and out == ""
     before = tiles()
-    assert 2 <= len(before) < 6 and not (tmp_path / "world.vrt").exists()
-    assert zel_ogc(line).stdout == "world.vrt\n" and len(tiles()) == 6 and before.items() <= tiles().items()
+    assert 2 <= len(before) < 8 and not (tmp_path / "world.vrt").exists()
+    assert zel_ogc(line).stdout == "world.vrt\n" and len(tiles()) == 8 and before.items() <= tiles().items()
     world = gdal.Open(str(tmp_path / "world.vrt"))
-    assert world.GetGeoTransform() == pytest.approx((-180, 0.08, 0, 90, 0, -0.08))
-    assert abs(world.ReadAsArray().astype(int) - source(4500)).max() <= 1
+    assert world.GetGeoTransform() == pytest.approx((-180, 0.15, 0, 90, 0, -0.15))
+    assert abs(world.ReadAsArray().astype(int) - source(2400)).max() <= 1
 
-    assert zel_ogc(line.replace("4500", "2250") + " --format 'image/png; mode=8bit'").returncode == 0
+    assert zel_ogc(line.replace("2400", "1200") + " --format 'image/png; mode=8bit'").returncode == 0
     colours = gdal.Open(str(tmp_path / "world.vrt")).ReadAsArray()
-    assert colours.shape == (4, 1125, 2250) and abs(colours[:3].astype(int) - source(2250)).mean() < 8
+    assert colours.shape == (4, 600, 1200) and abs(colours[:3].astype(int) - source(1200)).mean() < 8
