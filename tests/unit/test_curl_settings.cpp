@@ -15,18 +15,13 @@ TEST(CurlSettings, NumbersAreRefusedOrBroughtIntoRange) {
     void (CCurl::*set)(int);
     int Settings::*field;
     Values values;
-  } rows[] = {{&CCurl::CurlSetAuthent, &Settings::authent, upTo3},
-              {&CCurl::CurlSetProxyAuthent, &Settings::proxyAuthent, upTo3},
-              {&CCurl::CurlSetEncode, &Settings::encode, upTo3},
-              {&CCurl::CurlSetSslVersion, &Settings::sslVersion, upTo3},
+  } rows[] = {{&CCurl::CurlSetSslVersion, &Settings::sslVersion, upTo3},
               {&CCurl::CurlSetFtpDirListType, &Settings::ftpDirListType, upTo1},
               {&CCurl::CurlSetFtpAscii, &Settings::ftpAscii, upTo1},
               {&CCurl::CurlSetExtVers, &Settings::extVers, upTo1},
               {&CCurl::CurlSetSslVerifyPeer, &Settings::sslVerifyPeer, flag},
-              {&CCurl::CurlSetSslVerifyHost, &Settings::sslVerifyHost, flag},
               {&CCurl::CurlSetFtpExplicitSSL, &Settings::ftpExplicitSsl, flag},
               {&CCurl::CurlSetFtpConnMode, &Settings::ftpConnMode, flag},
-              {&CCurl::CurlSetRxTxTo, &Settings::rxTxTimeout, seconds},
               {&CCurl::CurlSetConnectTo, &Settings::connectTimeout, seconds},
               {&CCurl::CurlSetVerbose, &Settings::verbose, {{7, 1}, {-3, -3}}}};
   CCurl curl;

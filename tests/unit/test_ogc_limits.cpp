@@ -1,6 +1,7 @@
 // How service URLs are split, and every limit of a text or buffer: one character below it, at it, above it, far above.
 #include "ogc_client.h"
 #include "zel_ogcwcs_obj.h"
+#include "zel_ogcwms_obj.h"
 
 #include <cstring>
 
@@ -115,6 +116,15 @@ TEST_F(OgcLimits, TextsAreCutBehindTheLastCharacterThatFits) {
          wcs.CurlSetCallback("on_status");
          const std::string file = write("version.xml", "<WCS_Capabilities version='" + text + "'/>");
          return lineOf([&] { wcs.OgcWcsGetCap(file.c_str(), nullptr, 0, 0); });
+       }},
+      {"name in a list", 1023, "",
+       [&](auto& text) {
+         COgcWms wms;
+         wms.OgcWmsSetCapFN(path("names").c_str());
+         const std::string file = write("names.xml", "<WMT_MS_Capabilities version='1.1.1'><Layer><SRS>a " + text +
+                                                         "</SRS></Layer></WMT_MS_Capabilities>");
+         wms.OgcWmsGetCap(file.c_str(), nullptr, 0, 0, 1);
+         return shown(wms.OgcWmsGetLayer(0)->pSrs->next->str);
        }},
       {"names of coverages", 2047, ",",
        [&](auto& text) {

@@ -177,14 +177,6 @@ TEST_F(Ogc, NothingElseIsRead) {
   EXPECT_TRUE(fakeBridge().info[0].starts_with("Warning: XML Schema is not used: (")) << fakeBridge().info[0];
 }
 
-TEST_F(Ogc, AnInterruptWhileAGrammarIsFetchedEndsTheParse) {
-  const std::string cancelled = "Cancel request detected...Operation canceled..";
-  CCurl::setInterruptFunc([] { return 1; });
-  EXPECT_EQ(parse(withSchema("http://127.0.0.1:1/x.xsd", ""), 1, 0), cancelled);
-  EXPECT_EQ(parse("<!DOCTYPE a SYSTEM 'http://127.0.0.1:1/x.dtd'><a/>", 0, 1), cancelled);
-  CCurl::setInterruptFunc(nullptr);
-}
-
 TEST_F(Ogc, SchemasAreReadWithoutTheirDtd) {
   write("a.xsd", "<!DOCTYPE xs:schema SYSTEM 'http://127.0.0.1:1/XMLSchema.dtd' [<!ENTITY % p SYSTEM 'none'> %p;]>" +
                      std::string(schemaHead) + schemaOfA + "</xs:schema>");

@@ -1,0 +1,36 @@
+// The memory that the texts of a document stand in.
+#include "xml/arena.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+TEST(OgcArena, TextsThatGrowInTurnKeepTheirContent) {
+  ogc::xml::Arena arena;
+  std::vector<const char*> texts(5, nullptr);
+  std::vector<std::string> expected(texts.size());
+  for (std::size_t round = 0; round < 3000; ++round) {
+    const std::size_t at = (round + round / 3) % texts.size();
+    const std::string piece(1 + round % 39, static_cast<char>('a' + at));
+    arena.append(&texts[at], piece, "-");
+    expected[at] += (expected[at].empty() ? "" : "-") + piece;
+    ASSERT_EQ(*arena.make<int>(), 0);
+  }
+  for (std::size_t at = 0; at < texts.size(); ++at) EXPECT_TRUE(texts[at] == expected[at]) << at;
+  for (std::size_t left = 15; left < 25; ++left) { // of the first chunk
+    ogc::xml::Arena full;
+    const char* text = full.copy(std::string((16 << 10) - 1 - left, 'x'));
+    full.append(&text, std::string(20, 'y'), "");
+    EXPECT_EQ(full.size() == 16 << 10, left >= 20) << left;
+  }
+  const char* grown = arena.copy("x");
+  EXPECT_STREQ(arena.copy("-"), "-");
+  arena.append(&grown, "y", ""); // has room for three more now
+  const char* next = arena.copy("z");
+  arena.append(&grown, "1234", "");
+  EXPECT_EQ(grown + std::string(next), "xy1234z");
+  arena.release();
+  EXPECT_STREQ(arena.copy("anew"), "anew");
+}
+
+} // namespace
