@@ -58,6 +58,7 @@ def test_fifo_as_script(zel, tmp_path):
     ("7", "7"), ("2^53", "9007199254740992"), ("2.5", "2.5"), ("1e300", "1e+300"), ("true", "1"), ("'ä'", '"ä"'), ("''", '""'),
     ("zel.undefined", "null"), ("{1, 2.5}", "[1.0,2.5]"), ("{'a', ''}", '["a",""]'), ("{true, 3}", "[1,3]"),
     ("{b = 1, a = {X = 'q', y = {1, 2}}}", '{"A":{"X":"q","Y":[1,2]},"B":1}'), ("{{k = 1}, {k = 2}}", '[{"K":1},{"K":2}]'),
+    ("(function() local t = 1 for i = 1, 33 do t = {A = t} end return t end)()", '{"A":' * 33 + "1" + "}" * 33),
     ("setmetatable({b = 1, a = 2}, {tags = 'x'})", '{"A":2,"B":1}'),
     ("setmetatable({b = 1, a = 2}, {tags = {'B', 5, {}}})", '{"A":2,"B":1}'),
 ])
@@ -91,7 +92,7 @@ def test_values_that_cannot_be_passed(zel, value, why):
     ("o:Echo(1, {['text\\0x'] = 1})", "SAMPLE::ECHO: a keyword cannot have a zero byte."),
     ("o['Echo\\0x'](o)", "a name cannot have a zero byte"), ("zel.new('Sample\\0x')", "a name cannot have a zero byte"),
     ("o:Echo(1, {5})", "SAMPLE::ECHO: the table of keywords holds a number without a keyword"),
-    ("o:Echo(1, {NUMBER = 'abc'})", 'SAMPLE::ECHO: keyword NUMBER: Unable to read the text "abc" as a number.'),
+    ("o:Echo(1, {NUMBER = {'1', 'abc'}})", 'SAMPLE::ECHO: keyword NUMBER: Unable to read the text "abc" as a number.'),
     ("o:Nosuch()", 'SAMPLE has no method "Nosuch"; it has CALL, '),
     ("o.Echo(5)", "SAMPLE::ECHO: a method is called with its object"),
     ("o:Fault(1)", "SAMPLE::FAULT: The module failed: out of luck."),

@@ -47,6 +47,20 @@ def test_what_the_routine_is_told(script):
     assert second and all(line.startswith("3 ") and line.endswith(" 7") for line in second)
 
 
+@pytest.mark.parametrize("line", ["Parsing", "XML Schema"])
+def test_an_answer_replaced_before_it_has_been_read(script, line):
+    with Responder([HEAD, IMAGE.replace(b"image/png", b"text/xml") + b"36\r\n\r\n<WMT_MS_Capabilities version='1.1.1'/>"]) as server:
+        done = script(f"""
+          wms:SetProperty{{CAPABILITIES_FILENAME = "answer", CALLBACK_FUNCTION = function(text)
+            if text:find("^{line}") then
+              io.open("other", "w"):write("<WMT_MS_Capabilities version='1.1.0'/>"):close()
+              os.rename("other", "answer.xml")
+            end
+          end}}
+          print((try(wms.GetCapabilities, wms)))""", server.port)
+    assert "was replaced by another process" in done.out
+
+
 # What the routine tries while a map is being transferred, and what is said to it.
 INSIDE = {
     'wms.GetMap, wms, "a=b"': "still running",

@@ -8,9 +8,14 @@ from lua_json import JSON, check_markers, element
 
 # For each document what the methods give, or what was said.
 READ = JSON + """
-local wcs <close> = zel.new("ZELnetOGCWCS", {CAPABILITIES_FILENAME = "cap", DESCRIBE_COVERAGE_FILENAME = "descov"})
+local checked
+local wcs <close> = zel.new("ZELnetOGCWCS", {CAPABILITIES_FILENAME = "cap", DESCRIBE_COVERAGE_FILENAME = "descov",
+  CALLBACK_FUNCTION = function(text) checked = checked or text:find "^XML Schema validation is on" end})
 for _, file in ipairs(arg) do
-  local ok, why = pcall(file:find("description") and wcs.DescribeCoverage or wcs.GetCapabilities, wcs, {FROM_FILE = file})
+  local describe = file:find("description")
+  local ok, why, out = pcall(describe and wcs.DescribeCoverage or wcs.GetCapabilities, wcs,
+                             {FROM_FILE = file, SCHEMA_CHECKING = 1, describe and "COUNT"})
+  checked = assert(checked and (not (ok and describe) or (why == "" and 0 or #why) == out.COUNT)) and nil
   local given = {wcs:GetServiceSection(), wcs:GetCoverageOfferingBriefs(), {}, ok and "" or why}
   for i = 0, 99 do
     local found, offering = pcall(wcs.GetCoverageOffering, wcs, {INDEX = i})

@@ -108,7 +108,7 @@ def test_every_value_goes_to_its_tag(read, version):
     } | {f"layers[1].{tag}": f"layers[0].{tag}" for tag in ("MAP_FORMAT[0]", "MAP_FORMAT[1]", "FEATURE_FORMAT[0]")}
 
 
-URL = "<OnlineResource x:href='u'/>"
+URL = "<OnlineResource x:href='u' href='v'/>"
 LAYERS = {
     # order, parents and levels
     "<Layer/><Layer/>": "0 -1 1 / 1 -1 1",
@@ -121,11 +121,12 @@ LAYERS = {
     "<Layer><Title>R&amp;D <b>x</b> lost</Title><Abstract></Abstract></Layer>": "0 -1 1 TITLE=R&D  x",
     "<Layer><Name>Wald &amp; W&#105;e<!-- -->se, l<?pi?>'<![CDATA[Île]]></Name></Layer>": "0 -1 1 NAME=Wald & Wiese, l'Île",
     "<Layer><SRS>A  B,C , D</SRS><SRS/><SRS>E&amp;F G</SRS></Layer>": "0 -1 1 SRS 3[A][B][C]",
+    "<Layer><SRS>  A,,B</SRS><SRS>,C</SRS><SRS/></Layer>": "0 -1 1 SRS 3[  A][-][C]",
     "<Layer><CRS>A B</CRS><x/><CRS>C&amp;D</CRS></Layer>": "0 -1 1 CRS 2[A B][C&D]",
     "<Layer><KeywordList><Keyword>a</Keyword><Keyword/></KeywordList><Keyword>no</Keyword><KeywordList><Keyword>b</Keyword>"
     "</KeywordList></Layer>": "0 -1 1 KEYWORD 3[a][-][b]",
     # the lat-lon box stays open until another grouping element
-    "<Layer><LatLonBoundingBox minx='1' miny='2' maxx='3' maxy='4'/><ScaleHint min='5' max='6' minx='9'/><SRS>A</SRS>"
+    "<Layer><LatLonBoundingBox minx='1' miny='2' maxx='3' maxy='4' x:maxy='7'/><ScaleHint min='5' max='6' minx='9'/><SRS>A</SRS>"
     "<z minx='8'/></Layer>": "0 -1 1 SRS 1[A] LAT_LON_BBOX[1 9|2|3|4] MIN_SCALE=5 MAX_SCALE=6",
     "<Layer><LatLonBoundingBox minx='1'/><LatLongBoundingBox maxy='2'/><z minx='8'/><LatLonBoundingBox minx='3'/></Layer>"
     "<z maxx='9'/>": "0 -1 1 LAT_LON_BBOX[1 3|||2]",
@@ -168,7 +169,8 @@ ROOTS = {
     "<WMS_Capabilities><Layer/></WMS_Capabilities>": MISSING, "<WMS_Capabilities version=''/>": MISSING,
     "<WMS_Capabilities version='1.0.0'><Layer/></WMS_Capabilities>":
         "(1.0.0) is not supported. This WMS Client supports OGC WMS version 1.1.0, 1.1.1, and 1.3.0.",
-    "<WMS_Capabilities version='1.3.0'><Layer/><Layer>&#x7;</Layer></WMS_Capabilities>": "invalid character reference",
+    "<WMS_Capabilities version='1.3.0'><Layer/><Layer>\n&#x7;</Layer></WMS_Capabilities>":
+        "invalid character reference), Line (2), Column( 6)",
 }
 
 

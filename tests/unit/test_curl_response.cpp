@@ -143,6 +143,7 @@ TEST(CurlFtp, RepliesGiveTheirCode) {
   expectEach(shown, {{"230 Welcome\r\n", "230 230 Welcome\r\n"},
                      {"22", "0 230 Welcome\r\n"},
                      {"221", "221 221"},
+                     {"230 " + std::string(200, 'x'), "230 230 " + std::string(123, 'x')},
                      {"500 AUTH is not understood\r\n", "500 500 AUTH is not understood\r\n"}});
 }
 
@@ -156,7 +157,9 @@ TEST(CurlTrace, LinesAreLabelledTrimmedCutAndWithoutSecrets) {
       {CURLINFO_TEXT, {"CAfile: \xc3\xa9\xe2\x82\n"}, {"CAfile: \xc3\xa9"}},
       {CURLINFO_HEADER_IN, {"Date: x\r\n", "Set-Cookie: id=secret\r\n"}, {"Date: x", "Set-Cookie: ***"}},
       {CURLINFO_DATA_IN, {"data"}, {}},
-      {CURLINFO_TEXT, {std::string(509, 'x') + ", y"}, {std::string(509, 'x') + cut}},
+      {CURLINFO_TEXT,
+       {std::string(509, 'x') + ", y", std::string(511, 'x')},
+       {std::string(509, 'x') + cut, std::string(511, 'x')}},
       {CURLINFO_HEADER_OUT,
        {"A: b\r\nAUTHORIZATION: Basic secret\r\nProxy-Authorization: Digest secret=\"x\"\r\nCookie: secret\r\n\r\n"},
        {"A: b\r\nAUTHORIZATION: ***\r\nProxy-Authorization: ***\r\nCookie: ***"}},

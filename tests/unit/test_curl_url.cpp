@@ -14,6 +14,7 @@ std::string splitAndComposed(const std::string& url, void (CCurl::*split)(const 
   for (const auto set : {&CCurl::CurlSetScheme, &CCurl::CurlSetHost, &CCurl::CurlSetPath, &CCurl::CurlSetQueryPrefix,
                          &CCurl::CurlSetQuery, &CCurl::CurlSetQuerySuffix})
     (curl.*set)("old");
+  curl.CurlSetPort("81");
   std::string all, error = errorOf([&] { (curl.*split)(url.c_str()); });
   const auto& set = curl.settings();
   for (auto* text : {&set.scheme, &set.host, &set.port, &set.path, &set.queryPrefix, &set.query, &set.querySuffix})
@@ -45,7 +46,7 @@ TEST(CurlUrl, IsSplitAndComposed) {
   const std::string longest(255, 'h');
   expectEach(result, {{"http://" + longest + "/p?q", "http " + longest + " 80 p - - - http://" + longest + "/p?q"},
                       {"http://h" + longest + "/p?q",
-                       "http old 80 old old old old Error: url contains a host of more than 255 characters."},
+                       "http old 81 old old old old Error: url contains a host of more than 255 characters."},
                       {"http://h/p/r?a=b", "http h 80 p/r - - - http://h/p/r?pre&a=b&suf"},
                       {"https://me:pw@h:81/p?q?r", "https h 81 p - - - https://h:81/p?q?r"},
                       {"http://h/p?mail=x@b/c?d", "http b 80 c - - - http://b/c?mail=x@b/c?d"},
@@ -55,7 +56,7 @@ TEST(CurlUrl, IsSplitAndComposed) {
                       {"http:///p?q", "http - 80 p - - - " + missing + "Host"},
                       {"://h/p?q", "- h 80 p - - - " + missing + "Scheme"},
                       {"http://h:81/p", "http h 81 - - - - Error: url does not contain a ?"},
-                      {"http://h", "http old 80 old old old old Error: url does not contain a /"},
+                      {"http://h", "http old 81 old old old old Error: url does not contain a /"},
                       {"ftp://h:/p?q", "ftp h 80 old old old old Error: CurlSetPort failed"}});
 }
 
@@ -69,10 +70,10 @@ TEST(CurlUrl, IsSplitAndComposedWithItsQuery) {
                       {"http://h", "http h 80 - - - - http://h"},
                       {"http:///p", "http - 80 p - - - " + missing + "Host"},
                       {"://h", "- h 80 - - - - " + missing + "Scheme"},
-                      {"", "old old 80 old old old old Error: url does not contain a :"},
-                      {"ftp:/h/", "ftp old 80 old old old old Error: url does not contain a //"},
-                      {"ftp:", "ftp old 80 old old old old Error: url does not contain a //"},
-                      {"ftp://h:x/p?q", "ftp h x old old old old Error: CurlSetPort failed to convert"}});
+                      {"", "old old 81 old old old old Error: url does not contain a :"},
+                      {"ftp:/h/", "ftp old 81 old old old old Error: url does not contain a //"},
+                      {"ftp:", "ftp old 81 old old old old Error: url does not contain a //"},
+                      {"ftp://h:-1/p?q", "ftp h -1 old old old old Error: CurlSetPort failed to convert"}});
 }
 
 TEST(CurlNames, TextsAreConverted) {

@@ -282,7 +282,7 @@ TEST_F(Host, MakesUserDirectories) {
   fs::remove(zel / "README.txt");
   fs::create_symlink(at("elsewhere"), zel / "README.txt");
   make("a");
-  EXPECT_TRUE(read(zel / "a-100/README.txt") == "mine" && !fs::exists(at("elsewhere")));
+  EXPECT_TRUE(read(zel / "a-100/README.txt") == "mine" && fs::is_symlink(zel / "README.txt"));
   EXPECT_EQ(make("../x"), "A directory cannot have the name \"../x\".");
 
   // Without a directory given, the user's data directory.

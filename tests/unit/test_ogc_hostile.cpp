@@ -129,7 +129,8 @@ TEST_F(OgcHostile, CharactersAndEncodings) {
   for (const std::string& refused :
        {"<a>x\0y</a>"s, "<a a='x\0y'/>"s, "\0<a/>"s, "<a>&#0;</a>"s, "<a>\x01</a>"s, "<a\x08/>"s, "<a>&#x110000;</a>"s,
         "<a>&#xD800;</a>"s, "<a>\x80</a>"s, "<a>\xc0\xaf</a>"s, "<a>\xe2\x82</a>"s, encoded("UTF-8", "\xe4"),
-        encoded(std::string(100'000, 'e'), "x"), encoded("ibm037", "x"), wide(u"<a>\xd800</a>")}) {
+        encoded(std::string(100'000, 'e'), "x"), encoded("ibm037", "x"), wide(u"<a>\xd800</a>"), wide(u"<\xdc00/>"),
+        wide(u"<a></a\xd800>")}) {
     const std::string error = parse(refused);
     EXPECT_TRUE(!error.empty() && error.size() <= 1023 && isUtf8(error)) << refused.substr(0, 80) << error;
     EXPECT_TRUE(handler.text == nullptr || isUtf8(handler.text)) << refused;
@@ -238,6 +239,8 @@ TEST_F(OgcHostile, ADocumentCostsASecondAnd64MebibytesAtMost) {
       {"depth below", times(10'000, "<a>") + times(10'000, "</a>")},
       {"elements in the deep", times(9'900, "<a>") + elements + times(9'900, "</a>"), "deeply nested"},
       {"an attribute of 40 MB", document("", "", "a='" + times(40'000'000, "x") + "'"), "40 MiB of memory"},
+      {"a long text", document("", times(8, megabyte) + "x"), "a text of more than 8388608 characters"},
+      {"a text as long as may be", document("", times(8, megabyte))},
       {"long names", "<?" + megabyte + " " + megabyte + "?>" + document("", "", megabyte + "=''")},
       {"a long prefix", "<" + megabyte + ":a xmlns:" + megabyte + "='" + megabyte + "'/>"},
       {"a long comment and CDATA section",
@@ -320,6 +323,7 @@ TEST_F(OgcHostile, SchemasCostASecondAndNoStack) {
       {"references in the deep below", chain(48, deep) + "<xs:element name='c48'/>", ""},
       {"a schema that goes on behind an error", "<xs:element name='x' y:z=''/>" + chain(20'000, reference), "line 1: "},
       {"a repetition in a repetition", pattern("(a*)*b"), "contains what can be empty", letters},
+      {"counted loops", pattern("(a{1,2}){2,}b"), "for their pattern", letters},
       {"repeated alternatives", pattern("(a|ab|b)*c"), "for their pattern", letters},
       {"nothing, repeated", pattern("(a?|b)*"), "contains what can be empty", letters},
       {"loops one after the other", pattern("a*a*a*a*a*b"), "too long, or too many, for their pattern", letters},
