@@ -79,7 +79,7 @@ std::size_t CCurl::splitServer(std::string_view url, bool needsPath) {
   if (slash == url.npos && needsPath)
     throw CCurlException("Error: url does not contain a / cannot locate a host in url");
   const auto server = url.substr(start, slash == url.npos ? slash : slash - start);
-  const auto port = server.find(':');
+  const auto port = server.find(':', server.starts_with('[') ? server.find(']') : 0); // [::1] is a host
   if (server.substr(0, port).size() > hostLimit)
     throw CCurlException("Error: url contains a host of more than 255 characters");
   CurlSetPort("80");
