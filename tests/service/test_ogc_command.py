@@ -132,6 +132,11 @@ def test_large_map_goes_on_where_it_was_stopped(zel_ogc, zel_running, tmp_path, 
                               resampleAlg="average").ReadAsArray()
 
     line = "map REGIONS earth --size 2400 --tile 600 --to world.vrt"
+    for pause in (0.01, 0.02, 0.04):
+        run = zel_running("", "info", ogc.regions, program="zel-ogc")
+        time.sleep(pause)
+        run.send_signal(signal.SIGINT)
+        assert "traceback" not in run.communicate(timeout=20)[1] and run.returncode in (130, -signal.SIGINT)
     run = zel_running("", *line.replace("REGIONS", ogc.regions).split(), program="zel-ogc")
     while len(tiles()) < 2:
         time.sleep(0.02)
