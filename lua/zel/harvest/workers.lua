@@ -5,10 +5,10 @@ local code = require "zel.lua_code"
 local errors = require "zel.ogc.errors"
 local files = require "zel.ogc.files"
 
--- A batch: a process that was killed is followed by one that goes on with the next service. Signals that are meant for
--- all end the batch, and so does a process that was killed before it asked anything.
+-- A batch: a process that was killed is followed by one that goes on with the next service. The batch ends when all are
+-- to end, and when processes are killed again and again before they ask anything.
 local BATCH = [[
-dir=$1 batch=$2 status=0 log=$1/$2.log
+dir=$1 batch=$2 status=0 log=$1/$2.log idle=0
 export ZEL_USER_DIR="$dir/user-$3"
 mkdir -p "$ZEL_USER_DIR"
 while :; do
@@ -16,8 +16,10 @@ while :; do
   "$ZEL" -e 'require("zel.harvest.worker")(arg[1], arg[2], math.tointeger(arg[3]))' - "$dir" "$batch" "$status" \
     </dev/null 2>>"$dir/errors"
   status=$?
-  case $status in 0) exit 0 ;; 129 | 130 | 141 | 143) exit 1 ;; esac
-  [ "$status" -gt 128 ] && [ "$(stat -c %s "$log" 2>/dev/null)" != "$size" ] || exit 1
+  [ "$status" -ne 0 ] || exit 0
+  [ "$status" -gt 128 ] && [ "$status" -ne 141 ] && [ ! -e "$dir/ending" ] || exit 1
+  [ "$(stat -c %s "$log" 2>/dev/null)" = "$size" ] && idle=$((idle + 1)) || idle=0
+  [ "$idle" -lt 3 ] || exit 1
 done
 ]]
 
@@ -26,7 +28,7 @@ done
 local ALL = [[
 dir=$1
 trap '' INT HUP
-trap 'kill -TERM $work 2>/dev/null; wait $work' TERM
+trap ': >"$dir/ending"; kill -TERM $work 2>/dev/null; wait $work' TERM
 echo $$ >"$dir/shell"
 export ZEL=$(readlink /proc/$PPID/exe) PARALLEL_HOME="$dir"
 seq "$2" | setsid parallel --plain --will-cite --tmpdir "$dir" -j "$3" --ungroup --halt now,fail=1 \
