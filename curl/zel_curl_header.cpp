@@ -30,18 +30,14 @@ std::string htmlText(const char* text, int limit, std::size_t most) {
 }
 
 const char* statusClass(int status) noexcept {
-  switch (status / 100) {
-  case 1:
-    return "http: Informational Status.";
-  case 3:
-    return "http: Redirection Status.";
-  case 4:
-    return "http: Client Error.";
-  case 5:
-    return "http: Server Error.";
-  default:
-    return "http: Unknown Status.";
-  }
+  constexpr const char* unknown = "http: Unknown Status.";
+  constexpr const char* byHundreds[] = {unknown,
+                                        "http: Informational Status.",
+                                        unknown,
+                                        "http: Redirection Status.",
+                                        "http: Client Error.",
+                                        "http: Server Error."};
+  return status >= 100 && status < 600 ? byHundreds[status / 100] : unknown;
 }
 
 // True while libcurl reads the trailers of a chunked body, whose fields may be called like a status line.

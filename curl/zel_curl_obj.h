@@ -8,6 +8,7 @@
 #include "zel_curl_file.h"
 #include "zel_curl_text.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <curl/curl.h>
@@ -43,14 +44,18 @@ enum RequestType : int {
   ftpCommand = 0x84
 };
 
-/// What a user sets. Stays across requests.
-struct Settings {
+/// The texts that a user sets.
+struct TextSettings {
   Text callback; ///< name of the status routine; reports are made only when function and name are set
-  unsigned long callbackData = 0;
   Text scheme{"http"}, host, port{"80"}, path, queryPrefix, query, querySuffix;
-  Text proxy, proxyPort{"80"};
-  Text user, passwd;
-  Text proxyUser, proxyPasswd;
+  Text proxy, proxyPort{"80"}, user, passwd, proxyUser, proxyPasswd;
+  Text sslCaInfo;
+  Text fileToSend, fileHttpGetRsp, fileHttpPutPostRsp, fileFtpGetRsp, fileFtpRsp;
+};
+
+/// What a user sets. Stays across requests.
+struct Settings : TextSettings {
+  unsigned long callbackData = 0;
   int authent = 3; ///< 0 none, 1 Basic, 2 Digest, 3 either
   int proxyAuthent = 3;
   int encode = 0;         ///< 0 none, 1 deflate, 2 gzip, 3 whatever libcurl knows
@@ -58,7 +63,6 @@ struct Settings {
   int ftpAscii = 0;
   int ftpExplicitSsl = 0;
   int ftpConnMode = 1; ///< 1 active, 0 passive
-  Text sslCaInfo;
   int sslVerifyPeer = 1;
   int sslVerifyHost = 1;
   int sslVersion = 0;       ///< as CURLOPT_SSLVERSION, 0 to 3
@@ -66,8 +70,6 @@ struct Settings {
   int connectTimeout = 180; ///< seconds
   int rxTxTimeout = 1800;   ///< seconds, whole transfer
   int verbose = 0;
-  Text fileToSend;
-  Text fileHttpGetRsp, fileHttpPutPostRsp, fileFtpGetRsp, fileFtpRsp;
 };
 
 /// What the last response said. Every request starts from the defaults.
@@ -122,17 +124,17 @@ public:
   /// \name Settings
   /// A string setter stores a copy of a non-empty argument; null or empty leaves the setting absent.
   /// @{
-  void CurlSetScheme(const char* v);
-  void CurlSetHost(const char* v);
-  void CurlSetPath(const char* v);
-  void CurlSetQueryPrefix(const char* v);
-  void CurlSetQuery(const char* v);
-  void CurlSetQuerySuffix(const char* v);
-  void CurlSetProxy(const char* v);
-  void CurlSetFileNameHttpGetRsp(const char* v);
-  void CurlSetCallback(const char* v);
-  void CurlSetSslCAInfo(const char* v);
-  void CurlSetRspParsedContentType(const char* v);
+  void CurlSetScheme(const char* v) { m_set.scheme.set(v); }
+  void CurlSetHost(const char* v) { m_set.host.set(v); }
+  void CurlSetPath(const char* v) { m_set.path.set(v); }
+  void CurlSetQueryPrefix(const char* v) { m_set.queryPrefix.set(v); }
+  void CurlSetQuery(const char* v) { m_set.query.set(v); }
+  void CurlSetQuerySuffix(const char* v) { m_set.querySuffix.set(v); }
+  void CurlSetProxy(const char* v) { m_set.proxy.set(v); }
+  void CurlSetFileNameHttpGetRsp(const char* v) { m_set.fileHttpGetRsp.set(v); }
+  void CurlSetCallback(const char* v) { m_set.callback.set(v); }
+  void CurlSetSslCAInfo(const char* v) { m_set.sslCaInfo.set(v); }
+  void CurlSetRspParsedContentType(const char* v) { m_rsp.parsedContentType.set(v); }
 
   /// Stores the text, then converts it. \return the port. \throws CCurlException for an empty text or a number below 1;
   /// an unusable text stays stored.
@@ -140,50 +142,50 @@ public:
   /// Stores the text as proxy port, but checks the server's port: the proxy port itself is judged by libcurl.
   int CurlSetProxyPort(const char* port);
 
-  void CurlSetUser(const char* v);
-  void CurlSetPasswd(const char* v);
-  void CurlSetProxyUser(const char* v);
-  void CurlSetProxyPasswd(const char* v);
+  void CurlSetUser(const char* v) { m_set.user.set(v); }
+  void CurlSetPasswd(const char* v) { m_set.passwd.set(v); }
+  void CurlSetProxyUser(const char* v) { m_set.proxyUser.set(v); }
+  void CurlSetProxyPasswd(const char* v) { m_set.proxyPasswd.set(v); }
 
   /// Values outside the range throw CCurlException and change nothing.
-  void CurlSetAuthent(int v);
-  void CurlSetProxyAuthent(int v);
-  void CurlSetEncode(int v);
+  void CurlSetAuthent(int v) { setInRange(m_set.authent, v, 3, "Authentictation"); }
+  void CurlSetProxyAuthent(int v) { setInRange(m_set.proxyAuthent, v, 3, "ProxyAuthentictation"); }
+  void CurlSetEncode(int v) { setInRange(m_set.encode, v, 3, "Encode"); }
 
   /// Any value is taken: flags become 0 or 1, timeouts at least 1, a verbose of 2 and more 1.
-  void CurlSetSslVerifyPeer(int v) noexcept;
-  void CurlSetSslVerifyHost(int v) noexcept;
-  void CurlSetToBuf(int v) noexcept;
-  void CurlSetRxTxTo(int seconds) noexcept;
-  void CurlSetConnectTo(int seconds) noexcept;
-  void CurlSetVerbose(int v) noexcept;
+  void CurlSetSslVerifyPeer(int v) noexcept { m_set.sslVerifyPeer = flag(v); }
+  void CurlSetSslVerifyHost(int v) noexcept { m_set.sslVerifyHost = flag(v); }
+  void CurlSetToBuf(int v) noexcept { m_toBuf = flag(v); }
+  void CurlSetRxTxTo(int seconds) noexcept { m_set.rxTxTimeout = std::max(seconds, 1); }
+  void CurlSetConnectTo(int seconds) noexcept { m_set.connectTimeout = std::max(seconds, 1); }
+  void CurlSetVerbose(int v) noexcept { m_set.verbose = std::min(v, 1); }
 
-  void CurlSetCallbackFunc(transfer::StatusCallback fn) noexcept;
-  void CurlSetCallbackData(unsigned long data) noexcept;
+  void CurlSetCallbackFunc(transfer::StatusCallback fn) noexcept { m_callback = fn; }
+  void CurlSetCallbackData(unsigned long data) noexcept { m_set.callbackData = data; }
 
   /// Copies another object's settings and status callback, but not its header lines, buffers and response.
   void copySettings(const CCurl& from);
 
-  void CurlReleaseToBuf() noexcept;
+  void CurlReleaseToBuf() noexcept { m_buffer.reset(); }
 
   [[nodiscard]] const transfer::Settings& settings() const noexcept { return m_set; }
   [[nodiscard]] const transfer::Response& response() const noexcept { return m_rsp; }
   /// Last composed status or error message.
   [[nodiscard]] const std::string& message() const noexcept { return m_message; }
   /// Received body of a request in buffer mode: address (null when none), length and reported capacity in bytes.
-  [[nodiscard]] const char* buffer() const noexcept;
-  [[nodiscard]] std::int64_t bufferLength() const noexcept;
-  [[nodiscard]] std::int64_t bufferCapacity() const noexcept;
+  [[nodiscard]] const char* buffer() const noexcept { return m_buffer ? m_buffer->data.c_str() : nullptr; }
+  [[nodiscard]] std::int64_t bufferLength() const noexcept { return m_buffer ? std::ssize(m_buffer->data) : 0; }
+  [[nodiscard]] std::int64_t bufferCapacity() const noexcept { return m_buffer ? m_buffer->capacity : 0; }
   /// @}
 
   /// \name String lists
   /// @{
   /// Empties a list.
   static void CurlCleanUpStrNodes(transfer::TextList* list) noexcept;
-  [[nodiscard]] static int CurlGetStrNodeCount(const xNodeStr_t* head) noexcept;
+  [[nodiscard]] static int CurlGetStrNodeCount(const xNodeStr_t* head) noexcept { return transfer::length(head); }
   /// Adds a request header line (an FTP command for a command request) to the next request, which consumes the list. An
   /// empty line adds an absent one, which is not sent.
-  void CurlAddHeader(const char* line);
+  void CurlAddHeader(const char* line) { m_headers.append(line != nullptr ? line : ""); }
   [[nodiscard]] transfer::TextList& headerList() noexcept { return m_headers; }
   /// @}
 
@@ -212,26 +214,28 @@ public:
   /// \name Kept for native code that transfers without a service client; nothing in the module calls these
   /// @{
   /// Uploads and FTP: settings with the rules of the setters above.
-  void CurlSetFileNameHttpPutPostRsp(const char* v);
-  void CurlSetFileNameFtpGetRsp(const char* v);
-  void CurlSetFileNameFtpRsp(const char* v);
-  void CurlSetFileToSend(const char* v);
-  void CurlSetFtpDirListType(int v);
-  void CurlSetFtpAscii(int v);
-  void CurlSetFtpExplicitSSL(int v) noexcept;
-  void CurlSetFtpConnMode(int v) noexcept;
+  void CurlSetFileNameHttpPutPostRsp(const char* v) { m_set.fileHttpPutPostRsp.set(v); }
+  void CurlSetFileNameFtpGetRsp(const char* v) { m_set.fileFtpGetRsp.set(v); }
+  void CurlSetFileNameFtpRsp(const char* v) { m_set.fileFtpRsp.set(v); }
+  void CurlSetFileToSend(const char* v) { m_set.fileToSend.set(v); }
+  void CurlSetFtpDirListType(int v) { setInRange(m_set.ftpDirListType, v, 1, "FtpDirListType"); }
+  void CurlSetFtpAscii(int v) { setInRange(m_set.ftpAscii, v, 1, "FtpAscii"); }
+  void CurlSetFtpExplicitSSL(int v) noexcept { m_set.ftpExplicitSsl = flag(v); }
+  void CurlSetFtpConnMode(int v) noexcept { m_set.ftpConnMode = flag(v); }
   /// Upload from the caller's memory (not copied, must live until the request has ended) instead of the file to send.
   void CurlSetFromBufPtr(int flag, const char* data, long length) noexcept;
   /// TLS versions and file names, with the rules of the setters above.
-  void CurlSetSslVersion(int v);
-  void CurlSetExtVers(int v);
+  void CurlSetSslVersion(int v) { setInRange(m_set.sslVersion, v, 3, "SSL Version"); }
+  void CurlSetExtVers(int v) { setInRange(m_set.extVers, v, 1, "filename extension version"); }
   /// Texts of the caller's own, stored and forgotten as the object does with its settings.
   static void CurlStringHandler(transfer::Text* field, const char* value);
   static void CurlCleanUpCharArray(transfer::Text* field) noexcept;
   /// "user:password" for programs that take both as one text, absent when both are.
   static void CurlCreateUsrPwd(transfer::Text* out, const char* user, const char* pwd);
   /// Node `index` of a text list (from 0; below 1 gives the head), null when the list ends first.
-  [[nodiscard]] static const xNodeStr_t* CurlGetStrNode(const xNodeStr_t* head, int index) noexcept;
+  [[nodiscard]] static const xNodeStr_t* CurlGetStrNode(const xNodeStr_t* head, int index) noexcept {
+    return transfer::itemAt(head, index);
+  }
   /// Splits any URL with scheme and host, also into path and query.
   void CurlParseURLSimple(const char* url);
   /// Percent encoding and decoding through libcurl. \return 1, or 0 when there is no input or `out` is too small.
@@ -298,7 +302,7 @@ protected:
   /// With `hold`, the files that requests write from now on stay open, so that responseFileIsOurs can compare.
   void holdResponseFile(bool hold) noexcept;
   /// True when the file of that name is still the very file that the last request wrote.
-  [[nodiscard]] bool responseFileIsOurs() const noexcept;
+  [[nodiscard]] bool responseFileIsOurs() const noexcept { return m_file.isStillThere(); }
   /// Hands a line that may be shown and transfer figures to the status callback. \return its answer, 1 when there is
   /// none.
   virtual int callStatusRoutine(const char* msg, xProgressValues* progress);
@@ -319,6 +323,9 @@ private:
     std::string data;
     std::int64_t capacity; ///< as reported
   };
+
+  static int flag(int value) noexcept { return value != 0 ? 1 : 0; }
+  static void setInRange(int& field, int value, int most, const char* name);
 
   template <typename Result, typename Body>
   static Result guardCallback(void* object, Result failed, Body body) noexcept;

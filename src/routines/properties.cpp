@@ -82,7 +82,7 @@ decltype(auto) read(const COgcBase& client) {
   using Class = typename decltype(classOf(Member))::type;
   if constexpr (std::is_member_function_pointer_v<decltype(Member)>)
     return (static_cast<const Class&>(client).*Member)();
-  else if constexpr (std::is_same_v<Class, transfer::Settings>)
+  else if constexpr (std::is_base_of_v<Class, transfer::Settings>)
     return (client.settings().*Member);
   else
     return (client.response().*Member);
