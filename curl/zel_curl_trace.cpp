@@ -33,14 +33,9 @@ void CCurl::trace(curl_infotype type, std::string_view data) {
     label = "Info:      ";
     data = transfer::wholeCharacters(data.substr(0, data.find_last_not_of("\r\n") + 1)); // libcurl cuts at bytes
     break;
-  case CURLINFO_HEADER_IN:
-    label = "Header In: ";
-    break;
-  case CURLINFO_HEADER_OUT:
-    label = "Header Out:";
-    break;
-  default:
-    return;
+  case CURLINFO_HEADER_IN: label = "Header In: "; break;
+  case CURLINFO_HEADER_OUT: label = "Header Out:"; break;
+  default: return;
   }
   std::string text = m_tracedLine + std::string(data); // headers may be sent in pieces that end inside a line
   const std::string before = std::exchange(m_tracedLine, {});

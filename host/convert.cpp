@@ -28,26 +28,16 @@ bool withNumberType(ZEL_Type type, F&& f) {
     return true;
   };
   switch (type) {
-  case ZEL_TYP_BYTE:
-    return call(std::type_identity<std::uint8_t>{});
-  case ZEL_TYP_INT:
-    return call(std::type_identity<std::int16_t>{});
-  case ZEL_TYP_UINT:
-    return call(std::type_identity<std::uint16_t>{});
-  case ZEL_TYP_LONG:
-    return call(std::type_identity<std::int32_t>{});
-  case ZEL_TYP_ULONG:
-    return call(std::type_identity<std::uint32_t>{});
-  case ZEL_TYP_FLOAT:
-    return call(std::type_identity<float>{});
-  case ZEL_TYP_DOUBLE:
-    return call(std::type_identity<double>{});
-  case ZEL_TYP_ULONG64:
-    return call(std::type_identity<std::uint64_t>{});
-  case ZEL_TYP_LONG64:
-    return call(std::type_identity<std::int64_t>{});
-  default:
-    return false;
+  case ZEL_TYP_BYTE: return call(std::type_identity<std::uint8_t>{});
+  case ZEL_TYP_INT: return call(std::type_identity<std::int16_t>{});
+  case ZEL_TYP_UINT: return call(std::type_identity<std::uint16_t>{});
+  case ZEL_TYP_LONG: return call(std::type_identity<std::int32_t>{});
+  case ZEL_TYP_ULONG: return call(std::type_identity<std::uint32_t>{});
+  case ZEL_TYP_FLOAT: return call(std::type_identity<float>{});
+  case ZEL_TYP_DOUBLE: return call(std::type_identity<double>{});
+  case ZEL_TYP_ULONG64: return call(std::type_identity<std::uint64_t>{});
+  case ZEL_TYP_LONG64: return call(std::type_identity<std::int64_t>{});
+  default: return false;
   }
 }
 
@@ -98,18 +88,9 @@ std::optional<To> readNumber(std::string_view given) {
 /// Width in characters of a number as text: that of the widest value of its type and at least one leading space.
 template <typename T>
 constexpr std::size_t textWidth() {
-  if (std::is_same_v<T, double>) return 25;
-  if (std::is_same_v<T, float>) return 16;
-  switch (sizeof(T)) {
-  case 1:
-    return 4;
-  case 2:
-    return 8;
-  case 4:
-    return 12;
-  default:
-    return 22;
-  }
+  if (std::is_floating_point_v<T>) return sizeof(T) == sizeof(double) ? 25 : 16;
+  constexpr std::size_t ofIntegers[] = {0, 4, 8, 0, 12, 0, 0, 0, 22}; // by their size in bytes
+  return ofIntegers[sizeof(T)];
 }
 
 template <typename T>
@@ -169,8 +150,6 @@ std::int64_t scalarInteger(ZEL_Variable* v) {
 
 using namespace zel::host;
 
-extern "C" {
-
 ZEL_Variable* ZEL_VarTypeConvert(ZEL_Variable* v, ZEL_Type type) {
   if (v->type == ZEL_TYP_UNDEF || typeSize(type) == 0) refuse(v, type);
   if (v->type == type) return v;
@@ -192,5 +171,3 @@ ZEL_Variable* ZEL_VarTypeConvert(ZEL_Variable* v, ZEL_Type type) {
 ZEL_Variable* ZEL_CvtString(ZEL_Variable* v) { return ZEL_VarTypeConvert(v, ZEL_TYP_STRING); }
 
 ZEL_Variable* ZEL_CvtFix(ZEL_Variable* v) { return ZEL_VarTypeConvert(v, ZEL_TYP_INT); }
-
-} // extern "C"

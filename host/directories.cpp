@@ -75,4 +75,4 @@ int makeUserDirectory(const fs::path& directory) {
 
 } // namespace zel::host
 
-extern "C" ZEL_Variable* ZEL_SysvDirFunc() { return zel::host::makeTempString(zel::host::installationRoot().string()); }
+ZEL_Variable* ZEL_SysvDirFunc() { return zel::host::makeTempString(zel::host::installationRoot().string()); }

@@ -111,9 +111,7 @@ void copyFile(const fs::path& source, const fs::path& target, bool overwrite) {
 
 } // namespace zel::host
 
-using zel::host::scalarText;
-
-extern "C" {
+using namespace zel::host;
 
 char* ZEL_FilePathFromRoot(char* out, std::size_t size, const char* root, const char* const* dirs, int nDirs,
                            const char* file, const char* extension) {
@@ -137,8 +135,8 @@ char* ZEL_FilePathFromRoot(char* out, std::size_t size, const char* root, const 
 }
 
 void ZEL_FileCopy(ZEL_Variable* source, ZEL_Variable* target, ZEL_Variable* overwrite) {
-  const bool replace = overwrite != nullptr && zel::host::scalarInteger(overwrite) != 0;
-  zel::host::copyFile(scalarText(source), scalarText(target), replace);
+  const bool replace = overwrite != nullptr && scalarInteger(overwrite) != 0;
+  copyFile(scalarText(source), scalarText(target), replace);
 }
 
 void ZEL_FileOpChmod(ZEL_Variable* file, unsigned mode) {
@@ -146,7 +144,5 @@ void ZEL_FileOpChmod(ZEL_Variable* file, unsigned mode) {
   struct stat now {};
   if (::stat(path.c_str(), &now) == 0 && now.st_uid != ::geteuid()) return;
   if (::chmod(path.c_str(), static_cast<mode_t>(mode & 07777)) != 0)
-    zel::host::raiseErrno("Unable to set the permissions of \"" + path + '"', errno);
+    raiseErrno("Unable to set the permissions of \"" + path + '"', errno);
 }
-
-} // extern "C"

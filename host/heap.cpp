@@ -65,12 +65,10 @@ ZEL_HeapVar* newObject(const ZEL_ObjDef* objdef) {
 
 } // namespace zel::host
 
-using zel::host::heap;
-
-extern "C" {
+using namespace zel::host;
 
 ZEL_HeapVar* ZEL_HeapVarNew(ZEL_Variable* value) {
-  ZEL_HeapVar* hv = zel::host::add(nullptr);
+  ZEL_HeapVar* hv = add(nullptr);
   ZEL_VarCopy(value, &hv->var);
   return hv;
 }
@@ -83,13 +81,11 @@ ZEL_HeapVar* ZEL_HeapVarHashFind(ZEL_HVID hvid) noexcept {
 void ZEL_HeapVarDelete(ZEL_HeapVar* hv) noexcept {
   if (hv == nullptr) return;
   const auto found = heap().alive.find(hv->hvid);
-  zel::host::setMemory(found->second, 0);
+  setMemory(found->second, 0);
   heap().alive.erase(found);
 }
 
 void ZEL_ObjSetMemory(ZEL_HVID hvid, std::int64_t bytes) noexcept {
   const auto found = heap().alive.find(hvid);
-  if (found != heap().alive.end()) zel::host::setMemory(found->second, bytes);
+  if (found != heap().alive.end()) setMemory(found->second, bytes);
 }
-
-} // extern "C"

@@ -8,7 +8,6 @@
 
 namespace zel::host {
 
-/// How many heap variables there are.
 struct HeapCounts {
   std::int64_t pointers = 0;
   std::int64_t objects = 0;

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -14,49 +15,30 @@ namespace zel::host {
 
 namespace {
 
-/// The keywords that a routine accepts.
-class KeywordTable {
-public:
-  KeywordTable(const ZEL_KwDef* table, unsigned enabled) : m_begin(table), m_end(table), m_enabled(enabled) {
-    for (; m_end->name != nullptr; ++m_end)
-      if (m_end != m_begin && std::strcmp((m_end - 1)->name, m_end->name) >= 0)
-        raise(std::string("The routine's keyword table is not sorted at ") + m_end->name + '.');
-  }
+/// The rows of a table. Raises an error unless they are sorted.
+std::span<const ZEL_KwDef> rowsOf(const ZEL_KwDef* table) {
+  const auto* end = table;
+  for (; end->name != nullptr; ++end)
+    if (end != table && std::strcmp((end - 1)->name, end->name) >= 0)
+      raise(std::string("The routine's keyword table is not sorted at ") + end->name + '.');
+  return {table, end};
+}
 
-  const ZEL_KwDef& find(const char* name) const {
-    const auto* found = std::lower_bound(m_begin, m_end, name, [](const ZEL_KwDef& def, const char* wanted) {
-      return std::strcmp(def.name, wanted) < 0;
-    });
-    if (found == m_end || std::strcmp(found->name, name) != 0 || !accepted(*found))
-      raise(std::string("Keyword ") + name + " is not allowed. Accepted keywords: " + names() + '.');
-    return *found;
-  }
-
-private:
-  bool accepted(const ZEL_KwDef& def) const noexcept { return (def.mask & m_enabled) != 0; }
-
-  std::string names() const {
-    std::vector<std::string> list;
-    for (const auto* def = m_begin; def != m_end; ++def)
-      if (accepted(*def)) list.emplace_back(def->name);
-    return list.empty() ? "none" : join(list, ", ");
-  }
-
-  const ZEL_KwDef* m_begin;
-  const ZEL_KwDef* m_end;
-  unsigned m_enabled;
-};
+/// The row of a keyword. Raises an error unless it is accepted.
+const ZEL_KwDef& find(std::span<const ZEL_KwDef> table, unsigned enabled, std::string_view name) {
+  const auto accepted = [enabled](const ZEL_KwDef& def) { return (def.mask & enabled) != 0; };
+  const auto found = std::ranges::lower_bound(table, name, {}, &ZEL_KwDef::name);
+  if (found != table.end() && found->name == name && accepted(*found)) return *found;
+  std::vector<std::string_view> names;
+  for (const ZEL_KwDef& def : table)
+    if (accepted(def)) names.emplace_back(def.name);
+  raise("Keyword " + std::string(name) +
+        " is not allowed. Accepted keywords: " + (names.empty() ? "none" : join(names, ", ")) + '.');
+}
 
 template <typename T>
 T& memberAt(ZEL_KwResult* result, std::size_t offset) noexcept {
   return *reinterpret_cast<T*>(reinterpret_cast<char*>(result) + offset);
-}
-
-void checkDirection(const ZEL_KwDef& def, const ZEL_Keyword& given) {
-  const bool output = (def.flags & ZEL_KW_OUT) != 0;
-  if (output && !given.output)
-    raise(std::string("Keyword ") + def.name + " is an output: give its name without a value.");
-  if (!output && given.output) raise(std::string("Keyword ") + def.name + " is an input: give it a value.");
 }
 
 } // namespace
@@ -65,21 +47,22 @@ void checkDirection(const ZEL_KwDef& def, const ZEL_Keyword& given) {
 
 using namespace zel::host;
 
-extern "C" {
-
 int ZEL_KWProcessByOffset(int argc, ZEL_Variable**, const ZEL_Keywords* argk, const ZEL_KwDef* table, unsigned enabled,
                           ZEL_KwResult* result) {
-  const KeywordTable accepted(table, enabled);
+  const auto rows = rowsOf(table);
   std::vector<zel::Temp> converted;
   for (const ZEL_Keyword* given = argk->keywords; given != argk->keywords + argk->count; ++given) {
-    const ZEL_KwDef& def = accepted.find(given->name);
+    const ZEL_KwDef& def = find(rows, enabled, given->name);
     auto& present = memberAt<std::int32_t>(result, def.present);
     if (present != 0) raise(std::string("Keyword ") + def.name + " is given twice.");
-    checkDirection(def, *given);
+    const bool output = (def.flags & ZEL_KW_OUT) != 0;
+    if (output != given->output)
+      raise(std::string("Keyword ") + def.name +
+            (output ? " is an output: give its name without a value." : " is an input: give it a value."));
     present = 1;
 
     ZEL_Variable* value = given->value;
-    if ((def.flags & ZEL_KW_OUT) != 0u) {
+    if (output) {
       clear(*value);
     } else if (def.type != ZEL_TYP_UNDEF && ((def.flags & ZEL_KW_VIN) == 0u)) {
       value = ZEL_VarTypeConvert(value, def.type);
@@ -96,5 +79,3 @@ void ZEL_KWFree(ZEL_KwResult* result) noexcept {
   releaseKept(result->mustFree);
   result->mustFree = 0;
 }
-
-} // extern "C"

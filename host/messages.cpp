@@ -21,20 +21,9 @@ namespace zel::host {
 
 namespace {
 
-Error& keptError() {
-  static Error error;
-  return error;
-}
-
-InfoSink& infoSink() {
-  static InfoSink sink;
-  return sink;
-}
-
-std::vector<std::unique_ptr<ZEL_MsgBlockDef>>& blocks() {
-  static std::vector<std::unique_ptr<ZEL_MsgBlockDef>> defined;
-  return defined;
-}
+Error g_error;
+InfoSink g_infoSink;
+std::vector<std::unique_ptr<ZEL_MsgBlockDef>> g_blocks;
 
 std::string expand(std::string_view format, va_list texts) {
   std::string out;
@@ -69,30 +58,26 @@ void raiseErrno(const std::string& text, int errnum) {
 }
 
 void raise(Error error) {
-  keptError() = std::move(error);
+  g_error = std::move(error);
   throw ZEL_Unwind{};
 }
 
-Error takeError() { return std::exchange(keptError(), {}); }
+Error takeError() { return std::exchange(g_error, {}); }
 
 void inform(const std::string& text) {
-  if (infoSink())
-    infoSink()(text);
+  if (g_infoSink)
+    g_infoSink(text);
   else
     std::cerr << text << '\n';
 }
 
-InfoRedirect::InfoRedirect(InfoSink sink) : m_outer(std::exchange(infoSink(), std::move(sink))) {}
+InfoRedirect::InfoRedirect(InfoSink sink) : m_outer(std::exchange(g_infoSink, std::move(sink))) {}
 
-InfoRedirect::~InfoRedirect() { infoSink() = std::move(m_outer); }
+InfoRedirect::~InfoRedirect() { g_infoSink = std::move(m_outer); }
 
 } // namespace zel::host
 
-using zel::host::argumentLabel;
-using zel::host::describe;
-using zel::host::raise;
-
-extern "C" {
+using namespace zel::host;
 
 ZEL_MsgBlock ZEL_MessageDefineBlock(const char* name, int n, const ZEL_MsgDef* defs) {
   if (name == nullptr || n < 1 || defs == nullptr) return nullptr;
@@ -102,7 +87,7 @@ ZEL_MsgBlock ZEL_MessageDefineBlock(const char* name, int n, const ZEL_MsgDef* d
     if (def->format == nullptr) return nullptr;
     block->formats.emplace_back(def->format);
   }
-  return zel::host::blocks().emplace_back(std::move(block)).get();
+  return g_blocks.emplace_back(std::move(block)).get();
 }
 
 void ZEL_MessageFromBlock(ZEL_MsgBlock block, int code, int action, ...) {
@@ -111,10 +96,10 @@ void ZEL_MessageFromBlock(ZEL_MsgBlock block, int code, int action, ...) {
     raise("Message block " + block->name + " has no message of code " + std::to_string(code) + '.');
   va_list texts;
   va_start(texts, action);
-  std::string text = zel::host::expand(block->formats[static_cast<std::size_t>(-code)], texts);
+  std::string text = expand(block->formats[static_cast<std::size_t>(-code)], texts);
   va_end(texts);
-  if (action == ZEL_MSG_ERROR) raise(zel::host::Error{std::move(text)});
-  zel::host::inform(text);
+  if (action == ZEL_MSG_ERROR) raise(Error{std::move(text)});
+  inform(text);
 }
 
 void ZEL_MessageVE_REQOBJREF(const ZEL_Variable* v) {
@@ -128,5 +113,3 @@ void ZEL_MessageVE_REQSTR(const ZEL_Variable* v) {
 void ZEL_MessageVE_NOTSCALAR(const ZEL_Variable* v) {
   raise(argumentLabel(v) + "A single value is required here, not " + describe(v) + '.');
 }
-
-} // extern "C"

@@ -7,7 +7,6 @@
 
 namespace zel::host {
 
-/// An error that was raised.
 struct Error {
   std::string text;
   bool fromScript = false; ///< raised by a script that a routine called; the front end holds the error value
@@ -24,7 +23,6 @@ Error takeError();
 
 /// Receives the lines of informational messages.
 using InfoSink = std::function<void(const std::string&)>;
-/// Prints an informational message.
 void inform(const std::string& text);
 
 /// Redirects informational messages during its lifetime. Otherwise they go to standard error.

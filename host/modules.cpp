@@ -13,7 +13,6 @@
 #include <filesystem>
 #include <map>
 #include <sstream>
-#include <vector>
 
 namespace fs = std::filesystem;
 
@@ -30,10 +29,7 @@ struct ClassRow {
 constexpr ClassRow providers[] = {{"ZELnetOGCWCS", "zel_ogc"}, {"ZELnetOGCWMS", "zel_ogc"}};
 
 /// Outcome of loading each module, by its real path: empty if it is loaded, otherwise the reason why not.
-std::map<fs::path, std::string>& outcomes() {
-  static std::map<fs::path, std::string> all;
-  return all;
-}
+std::map<fs::path, std::string> g_outcomes;
 
 std::vector<fs::path> searchDirectories() {
   std::vector<fs::path> directories;
@@ -94,8 +90,8 @@ std::string open(const fs::path& path) {
 
 void loadModule(const std::string& name) {
   const fs::path path = findModule(name);
-  auto outcome = outcomes().find(path);
-  if (outcome == outcomes().end()) outcome = outcomes().emplace(path, open(path)).first;
+  auto outcome = g_outcomes.find(path);
+  if (outcome == g_outcomes.end()) outcome = g_outcomes.emplace(path, open(path)).first;
   if (!outcome->second.empty()) raise("Unable to load module \"" + path.string() + "\": " + outcome->second + '.');
 }
 

@@ -5,7 +5,7 @@
 #include "host/structs.h"
 
 #include <algorithm>
-#include <deque>
+#include <list>
 #include <strings.h>
 
 namespace zel::host {
@@ -13,10 +13,7 @@ namespace zel::host {
 namespace {
 
 /// The classes in the order of their definition. Their addresses do not change.
-std::deque<ZEL_ObjDef>& classes() {
-  static std::deque<ZEL_ObjDef> defined;
-  return defined;
-}
+std::list<ZEL_ObjDef> g_classes;
 
 void addLine(const ZEL_StructDef* sdef, std::vector<std::string_view>& line) {
   line.push_back(sdef->name);
@@ -36,13 +33,13 @@ const ZEL_ObjDef* findClass(std::string_view name) {
   return sdef != nullptr ? ZEL_ObjDefOfStruct(sdef) : nullptr;
 }
 
-std::size_t classCount() noexcept { return classes().size(); }
+std::size_t classCount() noexcept { return g_classes.size(); }
 
-void forgetClassesAfter(std::size_t count) { classes().resize(count); }
+void forgetClassesAfter(std::size_t count) { g_classes.resize(count); }
 
 std::vector<std::string> classNames() {
   std::vector<std::string> names;
-  for (const auto& objdef : classes()) names.push_back(className(&objdef));
+  for (const auto& objdef : g_classes) names.push_back(className(&objdef));
   return names;
 }
 
@@ -56,20 +53,17 @@ std::vector<std::string_view> classLine(const ZEL_ObjDef* objdef) {
 
 } // namespace zel::host
 
-using zel::host::classes;
-using zel::host::raise;
-
-extern "C" {
+using namespace zel::host;
 
 const ZEL_ObjDef* ZEL_ObjDefOfStruct(const ZEL_StructDef* sdef) noexcept {
-  const auto found = std::ranges::find(classes(), sdef, &ZEL_ObjDef::sdef);
-  return found == classes().end() ? nullptr : &*found;
+  const auto found = std::ranges::find(g_classes, sdef, &ZEL_ObjDef::sdef);
+  return found == g_classes.end() ? nullptr : &*found;
 }
 
 const ZEL_ObjDef* ZEL_ObjInsertDef(const ZEL_StructDef* sdef) {
   if (sdef == nullptr || sdef->name.empty()) raise("An object class needs a named structure.");
   const ZEL_ObjDef* known = ZEL_ObjDefOfStruct(sdef);
-  return known != nullptr ? known : &classes().emplace_back(ZEL_ObjDef{sdef});
+  return known != nullptr ? known : &g_classes.emplace_back(ZEL_ObjDef{sdef});
 }
 
 ZEL_HeapVar* ZEL_ObjReference(ZEL_Variable* v) {
@@ -82,7 +76,5 @@ ZEL_HeapVar* ZEL_ObjReference(ZEL_Variable* v) {
 
 int ZEL_ObjContainsClassByStr(const ZEL_HeapVar* object, const char* className) noexcept {
   const bool known = object != nullptr && object->objdef != nullptr && className != nullptr;
-  return known && zel::host::inherits(object->objdef->sdef, className) ? 1 : 0;
+  return known && inherits(object->objdef->sdef, className) ? 1 : 0;
 }
-
-} // extern "C"

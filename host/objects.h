@@ -17,11 +17,9 @@ namespace zel::host {
 
 /// The object class with a name, in any case; null if there is none.
 const ZEL_ObjDef* findClass(std::string_view name);
-/// How many classes there are.
 std::size_t classCount() noexcept;
 /// Removes all classes but the first `count`: those of a module that refused to load.
 void forgetClassesAfter(std::size_t count);
-/// Names of all classes that were defined.
 std::vector<std::string> classNames();
 /// Name of a class, upper case.
 const std::string& className(const ZEL_ObjDef* objdef) noexcept;

@@ -15,67 +15,41 @@ namespace zel::host {
 
 namespace {
 
-struct Routines {
-  std::unordered_map<std::string, Routine> byName;
-  std::int64_t leaked = 0;
-};
-
-Routines& routines() {
-  static Routines all;
-  return all;
-}
-
-class Frame;
-Frame*& topFrame() {
-  static Frame* top = nullptr;
-  return top;
-}
+std::unordered_map<std::string, Routine> g_routines;
+std::int64_t g_leaked = 0; // temporaries that routines left over
 
 /// A running routine; the innermost is on top.
-class Frame {
-public:
-  Frame(const Routine& routine, std::span<ZEL_Variable* const> arguments, const ZEL_Keywords& keywords)
-      : m_routine(&routine),
-        m_arguments(arguments),
-        m_keywords(keywords.keywords, static_cast<std::size_t>(keywords.count)),
-        m_outer(topFrame()),
-        m_mark(lastTemporary()),
-        m_depth(m_outer != nullptr ? m_outer->m_depth + 1 : 1) {
-    topFrame() = this;
+struct Frame {
+  Frame(const Routine& running, std::span<ZEL_Variable* const> given, const ZEL_Keywords& named)
+      : routine(running), arguments(given), keywords(named.keywords, static_cast<std::size_t>(named.count)) {
+    top = this;
   }
   ~Frame() {
-    auto& leaked = routines().leaked;
-    for (const auto& temporaries : m_kept) leaked += static_cast<std::int64_t>(temporaries.size());
-    m_kept.clear();
-    leaked += releaseTemporariesAfter(m_mark, m_result);
-    topFrame() = m_outer;
-    if (m_outer == nullptr) forgetUnusedStructs();
+    for (const auto& temporaries : kept) g_leaked += std::ssize(temporaries);
+    kept.clear();
+    g_leaked += releaseTemporariesAfter(mark, result);
+    top = outer;
+    if (outer == nullptr) forgetUnusedStructs();
   }
   Frame(const Frame&) = delete;
   Frame& operator=(const Frame&) = delete;
 
-  const Routine& routine() const noexcept { return *m_routine; }
-  std::span<ZEL_Variable* const> arguments() const noexcept { return m_arguments; }
-  std::span<const ZEL_Keyword> keywords() const noexcept { return m_keywords; }
-  int depth() const noexcept { return m_depth; }
-  void setResult(const ZEL_Variable* result) noexcept { m_result = result; }
-  std::vector<std::vector<Temp>>& kept() noexcept { return m_kept; }
+  static inline Frame* top = nullptr;
 
-private:
-  const Routine* m_routine;
-  std::span<ZEL_Variable* const> m_arguments;
-  std::span<const ZEL_Keyword> m_keywords;
-  Frame* m_outer;
-  std::uint64_t m_mark;
-  int m_depth;
-  const ZEL_Variable* m_result = nullptr;
-  std::vector<std::vector<Temp>> m_kept;
+  const Routine& routine;
+  std::span<ZEL_Variable* const> arguments;
+  std::span<const ZEL_Keyword> keywords;
+  Frame* outer = top;
+  std::uint64_t mark = lastTemporary();
+  int depth = outer != nullptr ? outer->depth + 1 : 1;
+  const ZEL_Variable* result = nullptr;
+  std::vector<std::vector<Temp>> kept; ///< for its keywords
 };
 
 /// Temporaries of the keywords of the running routine, or of those processed outside of any routine.
 std::vector<std::vector<Temp>>& keptHere() {
   static std::vector<std::vector<Temp>> outside;
-  return topFrame() != nullptr ? topFrame()->kept() : outside;
+  return Frame::top != nullptr ? Frame::top->kept : outside;
 }
 
 /// Refuses a wrong number of arguments, counted without the object of a method, and keywords that are not taken.
@@ -106,8 +80,8 @@ bool usable(const ZEL_SysRtnDef& def) {
 } // namespace
 
 const Routine* findRoutine(std::string_view name) {
-  const auto found = routines().byName.find(std::string(name));
-  return found == routines().byName.end() ? nullptr : &found->second;
+  const auto found = g_routines.find(std::string(name));
+  return found == g_routines.end() ? nullptr : &found->second;
 }
 
 const Routine* findMethod(const ZEL_ObjDef* objdef, std::string_view method) {
@@ -120,7 +94,7 @@ std::vector<std::string> methodNames(const ZEL_ObjDef* objdef) {
   std::vector<std::string> names;
   for (const std::string_view owner : classLine(objdef)) {
     const std::string prefix = std::string(owner) + "::";
-    for (const auto& [name, routine] : routines().byName)
+    for (const auto& [name, routine] : g_routines)
       if (name.starts_with(prefix)) names.push_back(name.substr(prefix.size()));
   }
   std::sort(names.begin(), names.end());
@@ -145,25 +119,25 @@ Temp callRoutine(const Routine& routine, int argc, ZEL_Variable** argv, const ZE
   if (!failure.empty()) raise("The module failed: " + failure + '.');
   if (!routine.isFunction) return nullptr;
   if (result == nullptr || (result->flags & ZEL_V_TEMP) == 0) raise("The module failed: the function gave no result.");
-  frame.setResult(result);
+  frame.result = result;
   return Temp(result);
 }
 
-int routineDepth() noexcept { return topFrame() != nullptr ? topFrame()->depth() : 0; }
+int routineDepth() noexcept { return Frame::top != nullptr ? Frame::top->depth : 0; }
 
-std::string routinePrefix() { return topFrame() != nullptr ? topFrame()->routine().name + ':' : std::string(); }
+std::string routinePrefix() { return Frame::top != nullptr ? Frame::top->routine.name + ':' : std::string(); }
 
 std::string argumentLabel(const ZEL_Variable* v) {
-  const Frame* frame = topFrame();
+  const Frame* frame = Frame::top;
   if (frame == nullptr) return "";
-  for (const ZEL_Keyword& keyword : frame->keywords())
+  for (const ZEL_Keyword& keyword : frame->keywords)
     if (keyword.value == v) return std::string("keyword ") + keyword.name + ": ";
-  const auto found = std::ranges::find(frame->arguments(), v);
-  if (found == frame->arguments().end()) return "";
-  return "argument " + std::to_string(found - frame->arguments().begin()) + ": ";
+  const auto found = std::ranges::find(frame->arguments, v);
+  if (found == frame->arguments.end()) return "";
+  return "argument " + std::to_string(found - frame->arguments.begin()) + ": ";
 }
 
-std::int64_t leakedTemporaries() noexcept { return routines().leaked; }
+std::int64_t leakedTemporaries() noexcept { return g_leaked; }
 
 std::int32_t keepForKeywords(std::vector<Temp> temporaries) {
   auto& kept = keptHere();
@@ -180,8 +154,8 @@ void releaseKept(std::int32_t number) noexcept {
 
 } // namespace zel::host
 
-extern "C" int ZEL_SysRtnAdd(const ZEL_SysRtnDef* defs, int isFunction, int n) {
-  auto& byName = zel::host::routines().byName;
+int ZEL_SysRtnAdd(const ZEL_SysRtnDef* defs, int isFunction, int n) {
+  auto& byName = zel::host::g_routines;
   std::vector<std::string_view> names;
   for (const ZEL_SysRtnDef* def = defs; def != defs + n; ++def) {
     if (!zel::host::usable(*def) || byName.contains(def->name) || std::ranges::count(names, def->name) != 0) return 0;

@@ -16,22 +16,14 @@ namespace zel::host {
 
 namespace {
 
-struct Session {
-  FrontEnd* frontEnd = nullptr;
-  std::vector<int (*)()> resets;
-  std::unordered_map<std::string, ZEL_IdentDef> identifiers;
-};
-
-Session& session() {
-  static Session current;
-  return current;
-}
-
+FrontEnd* g_frontEnd = nullptr;
+std::vector<int (*)()> g_resets;
+std::unordered_map<std::string, ZEL_IdentDef> g_identifiers;
 volatile std::sig_atomic_t g_interrupted = 0;
 
 } // namespace
 
-void setFrontEnd(FrontEnd* frontEnd) noexcept { session().frontEnd = frontEnd; }
+void setFrontEnd(FrontEnd* frontEnd) noexcept { g_frontEnd = frontEnd; }
 
 void resetSession() {
   if (routineDepth() > 0) raise("The session cannot be reset while a routine runs.");
@@ -39,7 +31,7 @@ void resetSession() {
   bool done = true;
   {
     const InfoRedirect redirect([&lines](const std::string& line) { lines.push_back(line); });
-    for (const auto reset : session().resets) done = reset() != 0 && done;
+    for (const auto reset : g_resets) done = reset() != 0 && done;
   }
   if (!done) raise("The session could not be reset" + (lines.empty() ? "." : ": " + join(lines, " ")));
   for (const std::string& line : lines) inform(line);
@@ -55,24 +47,17 @@ bool takeInterrupt() noexcept {
 
 } // namespace zel::host
 
-using zel::host::session;
+using namespace zel::host;
 
-extern "C" {
-
-ZEL_Ident ZEL_IdentHash(const char* name) {
-  return &session().identifiers.try_emplace(name, ZEL_IdentDef{name}).first->second;
-}
+ZEL_Ident ZEL_IdentHash(const char* name) { return &g_identifiers.try_emplace(name, ZEL_IdentDef{name}).first->second; }
 
 void ZEL_InterpCallFromSysproc(ZEL_CallDesc* call) {
-  auto* frontEnd = session().frontEnd;
-  if (frontEnd == nullptr) zel::host::raise("There is no interpreter to call routine " + call->routine->name + '.');
-  frontEnd->callScript(call->routine->name, call->argc, call->argv, call->isFunction != 0 ? call->result : nullptr);
+  if (g_frontEnd == nullptr) raise("There is no interpreter to call routine " + call->routine->name + '.');
+  g_frontEnd->callScript(call->routine->name, call->argc, call->argv, call->isFunction != 0 ? call->result : nullptr);
 }
 
-int ZEL_InterpInterrupted() noexcept { return zel::host::g_interrupted != 0 ? 1 : 0; }
+int ZEL_InterpInterrupted() noexcept { return g_interrupted != 0 ? 1 : 0; }
 
 void ZEL_SessionResetAdd(int (*reset)()) {
-  if (reset != nullptr) session().resets.push_back(reset);
+  if (reset != nullptr) g_resets.push_back(reset);
 }
-
-} // extern "C"

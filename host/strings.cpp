@@ -36,8 +36,6 @@ std::string upper(std::string_view name) {
 
 } // namespace zel::host
 
-extern "C" {
-
 void ZEL_StrStore(ZEL_STRING* dst, const char* text) {
   zel::host::store(*dst, text != nullptr ? std::string_view(text) : std::string_view());
 }
@@ -63,5 +61,3 @@ std::size_t ZEL_StrBase_strlcat(char* dst, const char* src, std::size_t size) no
   }
   return have + more;
 }
-
-} // extern "C"

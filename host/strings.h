@@ -9,15 +9,12 @@
 
 namespace zel::host {
 
-/// The text of a host string.
 inline std::string_view text(const ZEL_STRING& s) noexcept {
   return s.s != nullptr ? std::string_view(s.s, static_cast<std::size_t>(s.len)) : std::string_view();
 }
 
-/// Replaces the text of a host string.
 void store(ZEL_STRING& dst, std::string_view text);
 
-/// New temporary scalar string.
 ZEL_Variable* makeTempString(std::string_view text);
 
 /// The text of a variable that must be a string scalar.

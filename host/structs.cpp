@@ -185,17 +185,15 @@ ZEL_StructDef::~ZEL_StructDef() {
   for (const ZEL_StructDef* parent : parents) zel::host::drop(parent);
 }
 
-using zel::host::raise;
-
-extern "C" {
+using namespace zel::host;
 
 const ZEL_StructDef* ZEL_MakeStruct(const char* name, const ZEL_StructTagDef* tags) {
-  return name != nullptr ? zel::host::defineNamed(name, tags) : zel::host::defineAnonymous(tags);
+  return name != nullptr ? defineNamed(name, tags) : defineAnonymous(tags);
 }
 
 const ZEL_StructDef* ZEL_MakeStructInternal(const char* name, const ZEL_StructTagDef* tags) {
   if (name == nullptr) raise("A structure that belongs to a module needs a name.");
-  return zel::host::defineNamed(name, tags);
+  return defineNamed(name, tags);
 }
 
 int ZEL_StructNumTags(const ZEL_StructDef* sdef) noexcept { return static_cast<int>(sdef->tags.size()); }
@@ -205,15 +203,12 @@ std::int64_t ZEL_StructSize(const ZEL_StructDef* sdef) noexcept { return sdef->s
 std::int64_t ZEL_StructTagInfoByIndex(const ZEL_StructDef* sdef, int index, ZEL_StructTagDef* tag) {
   if (index < 0 || index >= ZEL_StructNumTags(sdef))
     raise("A structure of " + std::to_string(sdef->tags.size()) + " tags has no tag " + std::to_string(index) + '.');
-  return zel::host::tagInfo(sdef->tags[static_cast<std::size_t>(index)], tag);
+  return tagInfo(sdef->tags[static_cast<std::size_t>(index)], tag);
 }
 
 std::int64_t ZEL_StructTagInfoByName(const ZEL_StructDef* sdef, const char* name, int action, ZEL_StructTagDef* tag) {
-  const auto found = sdef->positions.find(zel::host::upper(name));
-  if (found != sdef->positions.end())
-    return zel::host::tagInfo(sdef->tags[static_cast<std::size_t>(found->second)], tag);
+  const auto found = sdef->positions.find(upper(name));
+  if (found != sdef->positions.end()) return tagInfo(sdef->tags[static_cast<std::size_t>(found->second)], tag);
   if (action != ZEL_MSG_ERROR) return -1;
   raise("Structure " + (sdef->name.empty() ? std::string("without a name") : sdef->name) + " has no tag " + name + '.');
 }
-
-} // extern "C"

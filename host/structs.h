@@ -36,7 +36,6 @@ void hold(const ZEL_StructDef* sdef) noexcept;
 void drop(const ZEL_StructDef* sdef) noexcept;
 /// Removes anonymous definitions that nothing uses. Must not be called while native code that may hold one is running.
 void forgetUnusedStructs() noexcept;
-/// How many definitions there are.
 std::size_t structCount() noexcept;
 
 } // namespace zel::host

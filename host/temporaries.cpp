@@ -17,29 +17,21 @@ struct Temporary : ZEL_Variable {
   std::list<Temporary>::iterator self;
 };
 
-struct Temporaries {
-  std::list<Temporary> alive; // oldest first
-  std::uint64_t lastSerial = 0;
-};
-
-Temporaries& temporaries() {
-  static Temporaries all;
-  return all;
-}
+std::list<Temporary> g_alive; // oldest first
+std::uint64_t g_lastSerial = 0;
 
 void releaseTemporary(Temporary& v) noexcept {
   clear(v);
-  temporaries().alive.erase(v.self);
+  g_alive.erase(v.self);
 }
 
 } // namespace
 
-std::uint64_t lastTemporary() noexcept { return temporaries().lastSerial; }
+std::uint64_t lastTemporary() noexcept { return g_lastSerial; }
 
 std::int64_t releaseTemporariesAfter(std::uint64_t serial, const ZEL_Variable* keep) noexcept {
   std::int64_t count = 0;
-  auto& alive = temporaries().alive;
-  for (auto it = alive.end(); it != alive.begin();) {
+  for (auto it = g_alive.end(); it != g_alive.begin();) {
     Temporary& v = *--it;
     if (v.serial <= serial) break;
     if (&v == keep) continue;
@@ -52,17 +44,14 @@ std::int64_t releaseTemporariesAfter(std::uint64_t serial, const ZEL_Variable* k
 
 } // namespace zel::host
 
+using namespace zel::host;
 using zel::Temp;
-using zel::host::temporaries;
-
-extern "C" {
 
 ZEL_Variable* ZEL_Gettmp() {
-  auto& all = temporaries();
-  auto& v = all.alive.emplace_back();
+  auto& v = g_alive.emplace_back();
   v.flags = ZEL_V_TEMP;
-  v.serial = ++all.lastSerial;
-  v.self = std::prev(all.alive.end());
+  v.serial = ++g_lastSerial;
+  v.self = std::prev(g_alive.end());
   return &v;
 }
 
@@ -74,21 +63,21 @@ ZEL_Variable* ZEL_GettmpInt(std::int16_t value) {
 }
 
 void ZEL_Deltmp(ZEL_Variable* v) noexcept {
-  if (v != nullptr && (v->flags & ZEL_V_TEMP) != 0) zel::host::releaseTemporary(static_cast<zel::host::Temporary&>(*v));
+  if (v != nullptr && (v->flags & ZEL_V_TEMP) != 0) releaseTemporary(static_cast<Temporary&>(*v));
 }
 
-std::int64_t ZEL_TempCount() noexcept { return static_cast<std::int64_t>(temporaries().alive.size()); }
+std::int64_t ZEL_TempCount() noexcept { return static_cast<std::int64_t>(g_alive.size()); }
 
 ZEL_Variable* ZEL_MakeTempVector(ZEL_Type type, std::int64_t n, char** data) {
   Temp v(ZEL_Gettmp());
-  char* first = zel::host::makeArray(*v, type, n);
+  char* first = makeArray(*v, type, n);
   if (data != nullptr) *data = first;
   return v.release();
 }
 
 ZEL_Variable* ZEL_MakeTempStruct(const ZEL_StructDef* sdef, std::int64_t n, char** data) {
   Temp v(ZEL_Gettmp());
-  char* first = zel::host::makeStructs(*v, sdef, n);
+  char* first = makeStructs(*v, sdef, n);
   if (data != nullptr) *data = first;
   return v.release();
 }
@@ -98,5 +87,3 @@ char* ZEL_GetScratch(ZEL_Variable** tmp, std::int64_t bytes) {
   *tmp = ZEL_MakeTempVector(ZEL_TYP_BYTE, bytes, &scratch);
   return scratch;
 }
-
-} // extern "C"

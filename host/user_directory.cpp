@@ -43,9 +43,9 @@ std::string component(ZEL_Variable* v) {
 
 using namespace zel::host;
 
-extern "C" ZEL_Variable* ZEL_AppUserDir(ZEL_Variable* authorDir, ZEL_Variable* authorDesc, ZEL_Variable* appDir,
-                                        ZEL_Variable* appDesc, ZEL_Variable* readmeText, ZEL_Variable* readmeVersion,
-                                        ZEL_Variable* restrictAppVersion) {
+ZEL_Variable* ZEL_AppUserDir(ZEL_Variable* authorDir, ZEL_Variable* authorDesc, ZEL_Variable* appDir,
+                             ZEL_Variable* appDesc, ZEL_Variable* readmeText, ZEL_Variable* readmeVersion,
+                             ZEL_Variable* restrictAppVersion) {
   const fs::path root = userRoot();
   if (root.empty()) raise("There is no home directory. Set ZEL_USER_DIR to a directory that can be written.");
   const fs::path author = root / component(authorDir);

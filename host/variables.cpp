@@ -135,36 +135,33 @@ char* makeStructs(ZEL_Variable& v, const ZEL_StructDef* sdef, std::int64_t n) {
 
 } // namespace zel::host
 
-using zel::host::clear;
-using zel::host::raise;
-
-extern "C" {
+using namespace zel::host;
 
 void ZEL_VarCopy(ZEL_Variable* src, ZEL_Variable* dst) {
   if (src == dst) return;
   if ((src->flags & ZEL_V_TEMP) != 0) {
     clear(*dst);
-    zel::host::moveValue(*src, *dst);
+    moveValue(*src, *dst);
     ZEL_Deltmp(src);
     return;
   }
-  zel::host::Variable copy;
-  zel::host::copyValue(*src, *copy);
+  Variable copy;
+  copyValue(*src, *copy);
   clear(*dst);
-  zel::host::moveValue(*copy, *dst);
+  moveValue(*copy, *dst);
 }
 
 void ZEL_StoreScalar(ZEL_Variable* dst, ZEL_Type type, const void* value) {
-  const std::int64_t size = zel::host::typeSize(type);
-  if (size == 0) raise(std::string("A scalar cannot have this type: ") + zel::host::typeName(type) + '.');
-  zel::host::Variable scalar;
+  const std::int64_t size = typeSize(type);
+  if (size == 0) raise(std::string("A scalar cannot have this type: ") + typeName(type) + '.');
+  Variable scalar;
   if (type == ZEL_TYP_STRING)
-    zel::host::store(scalar->value.str, zel::host::text(*static_cast<const ZEL_STRING*>(value)));
+    store(scalar->value.str, text(*static_cast<const ZEL_STRING*>(value)));
   else
     std::memcpy(&scalar->value, value, static_cast<std::size_t>(size));
   scalar->type = type;
   clear(*dst);
-  zel::host::moveValue(*scalar, *dst);
+  moveValue(*scalar, *dst);
 }
 
 void ZEL_VarGetData(ZEL_Variable* v, std::int64_t* n, char** data) noexcept {
@@ -172,5 +169,3 @@ void ZEL_VarGetData(ZEL_Variable* v, std::int64_t* n, char** data) noexcept {
   *n = scalar ? 1 : v->n;
   *data = scalar ? reinterpret_cast<char*>(&v->value) : v->data;
 }
-
-} // extern "C"

@@ -34,7 +34,7 @@ public:
   }
 
   void addKeywords(int table) {
-    const StackRestorer guard(m_state);
+    const auto stack = restoreStack(m_state);
     luaL_checkstack(m_state, 8, nullptr);
     for (lua_pushnil(m_state); lua_next(m_state, table) != 0; lua_pop(m_state, 1)) {
       const int value = lua_gettop(m_state);
@@ -44,7 +44,7 @@ public:
         addKeyword(keywordName(value), true);
       else
         host::raise(m_routine.name + ": the table of keywords holds a " + luaL_typename(m_state, value) +
-                    " without a keyword; only names of output keywords stand there.");
+                    " without a keyword; only names of output keywords can be listed.");
     }
   }
 
@@ -55,8 +55,8 @@ public:
     for (Keyword& keyword : m_keywords) keywords.push_back({keyword.name.c_str(), keyword.value, keyword.output});
     Temp result;
     {
-      const Interpreter::Calling calling(m_state);
-      const ObjectUse use(*objectAt(m_state, m_self));
+      const auto calling = Interpreter::calling(m_state);
+      const auto use = useObject(*objectAt(m_state, m_self));
       result = host::callRoutine(m_routine, static_cast<int>(m_argv.size()), m_argv.data(),
                                  {static_cast<int>(keywords.size()), keywords.data()});
     }

@@ -39,24 +39,6 @@ int collectNames(lua_State* L) {
   return 0;
 }
 
-/// Keeps a script's debug hook from running.
-class HookPause {
-public:
-  explicit HookPause(lua_State* L)
-      : m_state(L), m_hook(lua_gethook(L)), m_mask(lua_gethookmask(L)), m_count(lua_gethookcount(L)) {
-    lua_sethook(L, nullptr, 0, 0);
-  }
-  ~HookPause() { lua_sethook(m_state, m_hook, m_mask, m_count); }
-  HookPause(const HookPause&) = delete;
-  HookPause& operator=(const HookPause&) = delete;
-
-private:
-  lua_State* m_state;
-  lua_Hook m_hook;
-  int m_mask;
-  int m_count;
-};
-
 /// The matches one after the other, in memory that readline frees.
 char* nextMatch(const char*, int state) {
   if (state == 0) g_request.next = 0;
@@ -70,9 +52,12 @@ char** offer(const char* word, int start, int) {
   g_request.before = g_request.above + std::string(rl_line_buffer, static_cast<std::size_t>(start));
   g_request.word = word;
   lua_State* L = g_request.state;
-  const StackRestorer guard(L);
-  const HookPause hooks(L);
-  const CollectorPause collector(L); // finalizers are scripts' code, too
+  const auto stack = restoreStack(L);
+  const AtEnd hooks([L, hook = lua_gethook(L), mask = lua_gethookmask(L), count = lua_gethookcount(L)] {
+    lua_sethook(L, hook, mask, count);
+  });
+  lua_sethook(L, nullptr, 0, 0);
+  const auto collector = pauseCollector(L); // finalizers and hooks are scripts' code, too
   lua_pushcfunction(L, collectNames);
   if (lua_pcall(L, 0, 0, 0) != LUA_OK || g_request.names.empty()) return nullptr;
   return rl_completion_matches(word, nextMatch);
@@ -84,7 +69,7 @@ Completion::Completion(lua_State* L) {
   g_request.state = L;
   rl_attempted_completion_function = offer;
   rl_completer_word_break_characters = wordBreaks;
-  const StackRestorer guard(L);
+  const auto stack = restoreStack(L);
   lua_pushcfunction(L, loadNames);
   if (lua_pcall(L, 0, 0, 0) != LUA_OK) rl_attempted_completion_function = nullptr;
 }

@@ -1,6 +1,7 @@
 #include "frontend/history.h"
 
 #include "host/directories.h"
+#include "host/files.h"
 
 #include <cstdio>
 #include <ctime>
@@ -51,11 +52,11 @@ void History::add(const std::string& statement) const {
   if (last != nullptr && statement == last->line) return;
   add_history(statement.c_str());
   if (m_file.empty()) return;
-  const int fd = ::open(m_file.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR);
-  if (fd < 0) return;
+  const host::Descriptor file(
+      ::open(m_file.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
+  if (!file.valid()) return;
   const std::string entry = history_comment_char + std::to_string(std::time(nullptr)) + '\n' + statement + '\n';
-  [[maybe_unused]] const ssize_t written = ::write(fd, entry.data(), entry.size());
-  ::close(fd);
+  [[maybe_unused]] const ssize_t written = ::write(file.get(), entry.data(), entry.size());
 }
 
 } // namespace zel::lua

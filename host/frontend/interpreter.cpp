@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <new>
+#include <utility>
 
 namespace zel::lua {
 
@@ -120,7 +121,7 @@ Interpreter& Interpreter::of(lua_State* L) noexcept { return **static_cast<Inter
 void Interpreter::callScript(const std::string& routine, int argc, ZEL_Variable** argv, ZEL_Variable* result) {
   lua_State* L = m_current;
   if (lua_checkstack(L, 4) == 0) host::raise("There is no room to call routine " + routine + '.');
-  const StackRestorer guard(L);
+  const auto stack = restoreStack(L);
   ScriptCall call{routine, argc, argv, false, {}};
   lua_pushcfunction(L, runScriptCall);
   lua_pushlightuserdata(L, &call);
@@ -142,15 +143,9 @@ void Interpreter::collectObjects(lua_State* L) {
   m_collectAt = 2 * host::objectMemory();
 }
 
-void Interpreter::setCurrent(lua_State* L) noexcept {
-  m_current = L;
+lua_State* Interpreter::setCurrent(lua_State* L) noexcept {
   setInterruptible(m_main, L);
+  return std::exchange(m_current, L);
 }
-
-Interpreter::Calling::Calling(lua_State* L) : m_interpreter(of(L)), m_outer(m_interpreter.m_current) {
-  m_interpreter.setCurrent(L);
-}
-
-Interpreter::Calling::~Calling() { m_interpreter.setCurrent(m_outer); }
 
 } // namespace zel::lua

@@ -36,21 +36,14 @@ public:
   /// The object whose method failed last.
   ZEL_HVID failedObject = 0;
 
-  /// Makes a coroutine the one that native code calls back into while it lives.
-  class Calling {
-  public:
-    explicit Calling(lua_State* L);
-    ~Calling();
-    Calling(const Calling&) = delete;
-    Calling& operator=(const Calling&) = delete;
-
-  private:
-    Interpreter& m_interpreter;
-    lua_State* m_outer;
-  };
+  /// Makes a coroutine the one that native code calls back into during the result's lifetime.
+  [[nodiscard]] static auto calling(lua_State* L) noexcept {
+    Interpreter& self = of(L);
+    return AtEnd([&self, outer = self.setCurrent(L)] { self.setCurrent(outer); });
+  }
 
 private:
-  void setCurrent(lua_State* L) noexcept;
+  lua_State* setCurrent(lua_State* L) noexcept; ///< \return the one before
 
   lua_State* m_main;
   lua_State* m_current;

@@ -9,7 +9,7 @@ namespace zel::lua {
 
 namespace {
 
-/// Registry key of the table that maps the numbers of functions to the objects that keep them. Its values are weak.
+/// Registry key of the table that maps the numbers of functions to the objects that keep them.
 constexpr const char* ownersKey = "zel.functions";
 
 /// Pushes the table of what the object keeps: functions by name, sets of objects by keyword. It is the user value of
@@ -20,14 +20,6 @@ void pushKept(lua_State* L, int self) {
   lua_newtable(L);
   lua_pushvalue(L, -1);
   lua_setiuservalue(L, self, 1);
-}
-
-void pushOwners(lua_State* L) {
-  if (luaL_getsubtable(L, LUA_REGISTRYINDEX, ownersKey) != 0) return;
-  lua_createtable(L, 0, 1);
-  lua_pushliteral(L, "v");
-  lua_setfield(L, -2, "__mode");
-  lua_setmetatable(L, -2);
 }
 
 /// Functions are named "KEYWORD#number".
@@ -43,7 +35,7 @@ int numberOf(std::string_view name) noexcept {
 
 /// Makes the number of a function available again.
 void releaseNumber(lua_State* L, std::string_view name) {
-  pushOwners(L);
+  pushWeakTable(L, ownersKey);
   luaL_unref(L, -1, numberOf(name));
   lua_pop(L, 1);
 }
@@ -65,7 +57,7 @@ void releaseFunctions(lua_State* L, int kept, std::string_view prefix, std::stri
 } // namespace
 
 std::string keepFunction(lua_State* L, int self, int index, const std::string& keyword) {
-  const StackRestorer guard(L);
+  const auto stack = restoreStack(L);
   index = lua_absindex(L, index);
   pushKept(L, self);
   const int kept = lua_gettop(L);
@@ -73,7 +65,7 @@ std::string keepFunction(lua_State* L, int self, int index, const std::string& k
     const std::string_view name = lua_tostring(L, -2);
     if (name.starts_with(prefixOf(keyword)) && lua_rawequal(L, -1, index) != 0) return std::string(name);
   }
-  pushOwners(L);
+  pushWeakTable(L, ownersKey);
   lua_pushvalue(L, self);
   std::string name = prefixOf(keyword) + std::to_string(luaL_ref(L, -2));
   lua_pushvalue(L, index);
@@ -83,7 +75,7 @@ std::string keepFunction(lua_State* L, int self, int index, const std::string& k
 
 void keepObjects(lua_State* L, int self, const std::string& keyword, const std::vector<ZEL_HVID>& objects) {
   if (objects.empty()) return;
-  const StackRestorer guard(L);
+  const auto stack = restoreStack(L);
   pushKept(L, self);
   luaL_getsubtable(L, -1, keyword.c_str());
   for (const ZEL_HVID hvid : objects) {
@@ -94,7 +86,7 @@ void keepObjects(lua_State* L, int self, const std::string& keyword, const std::
 }
 
 void releaseKept(lua_State* L, int self, const std::string& keyword, const Kept& now) {
-  const StackRestorer guard(L);
+  const auto stack = restoreStack(L);
   pushKept(L, self);
   releaseFunctions(L, lua_gettop(L), prefixOf(keyword), now.function);
   lua_pushnil(L);
@@ -103,7 +95,7 @@ void releaseKept(lua_State* L, int self, const std::string& keyword, const Kept&
 }
 
 void releaseKept(lua_State* L, int self) {
-  const StackRestorer guard(L);
+  const auto stack = restoreStack(L);
   if (lua_getiuservalue(L, self, 1) != LUA_TTABLE) return;
   releaseFunctions(L, lua_gettop(L), "", "");
   lua_pushnil(L);
@@ -114,7 +106,7 @@ bool pushFunction(lua_State* L, const std::string& name) {
   const int number = numberOf(name);
   if (number == 0) return false;
   const int top = lua_gettop(L);
-  pushOwners(L);
+  pushWeakTable(L, ownersKey);
   lua_rawgeti(L, -1, number);
   if (objectAt(L, -1) != nullptr) {
     pushKept(L, lua_gettop(L));

@@ -16,6 +16,7 @@
 #include <filesystem>
 #include <memory>
 #include <openssl/evp.h>
+#include <span>
 #include <sys/ioctl.h>
 #include <thread>
 #ifdef ZEL_MIMALLOC
@@ -25,9 +26,6 @@
 namespace zel::lua {
 
 namespace {
-
-constexpr winsize usualSize{
-    .ws_row = 24, .ws_col = 80, .ws_xpixel = 0, .ws_ypixel = 0}; ///< of a terminal that reports none
 
 /// zel.load(name): loads a module.
 int loadModule(lua_State* L) {
@@ -41,7 +39,7 @@ int loadModule(lua_State* L) {
 /// zel.reset(): resets the session.
 int resetSession(lua_State* L) {
   return protect(L, [L] {
-    const Interpreter::Calling calling(L);
+    const auto calling = Interpreter::calling(L);
     host::resetSession();
     return 0;
   });
@@ -96,7 +94,8 @@ int sleep(lua_State* L) {
   return 0;
 }
 
-/// zel.columns(file): the width and the height of the terminal that an open file is; nil when it is none.
+/// zel.columns(file): the width and the height of the terminal that an open file is; nil when it is none. A
+/// terminal that reports no size counts as 80 by 24.
 int columns(lua_State* L) {
   const auto* stream = static_cast<luaL_Stream*>(luaL_checkudata(L, 1, LUA_FILEHANDLE));
   winsize size{};
@@ -104,8 +103,8 @@ int columns(lua_State* L) {
     luaL_pushfail(L);
     return 1;
   }
-  lua_pushinteger(L, size.ws_col > 0 ? size.ws_col : usualSize.ws_col);
-  lua_pushinteger(L, size.ws_row > 0 ? size.ws_row : usualSize.ws_row);
+  lua_pushinteger(L, size.ws_col > 0 ? size.ws_col : 80);
+  lua_pushinteger(L, size.ws_row > 0 ? size.ws_row : 24);
   return 2;
 }
 
@@ -159,12 +158,11 @@ int digest(lua_State* L) {
   if (!done || EVP_DigestFinal_ex(context.get(), bytes.data(), &size) != 1)
     return luaL_error(L, "the digest cannot be made");
   constexpr const char* digits = "0123456789abcdef";
-  std::array<char, std::size_t{2} * EVP_MAX_MD_SIZE> text;
-  for (std::size_t i = 0; i < size; ++i) {
-    text[2 * i] = digits[bytes[i] >> 4U];
-    text[2 * i + 1] = digits[bytes[i] & 15U];
-  }
-  lua_pushlstring(L, text.data(), std::size_t{2} * size);
+  luaL_Buffer text;
+  luaL_buffinit(L, &text);
+  for (const unsigned byte : std::span(bytes).first(size))
+    for (const unsigned half : {byte >> 4U, byte & 15U}) luaL_addchar(&text, digits[half]);
+  luaL_pushresult(&text);
   return 1;
 }
 

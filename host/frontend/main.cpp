@@ -96,12 +96,9 @@ int run(const Options& options) {
   if (!options.script && options.code) return exitDone;
   if (!options.script && ::isatty(STDIN_FILENO) != 0) return zel::lua::runPrompt(L) ? exitDone : exitScriptError;
   switch (zel::lua::runFile(L, options.script.value_or("-"))) {
-  case zel::lua::Outcome::done:
-    return exitDone;
-  case zel::lua::Outcome::unreadable:
-    return exitBadUsage;
-  default:
-    return exitScriptError;
+  case zel::lua::Outcome::done: return exitDone;
+  case zel::lua::Outcome::unreadable: return exitBadUsage;
+  default: return exitScriptError;
   }
 }
 

@@ -23,16 +23,12 @@ constexpr const char* objectMetatable = "zel.object";
 /// Name in the registry of the table from identifiers to the objects that scripts hold.
 constexpr const char* objectsKey = "zel.objects";
 
-void deleteHostObject(Object& object) noexcept {
-  if (object.closed && object.running == 0) ZEL_HeapVarDelete(ZEL_HeapVarHashFind(object.hvid));
-}
-
 /// Runs CLEANUP, which may refuse by raising an error, and releases the host object.
 void close(lua_State* L, Object& object) {
   if (object.closed) return;
   if (const auto* cleanup = host::findMethod(object.objdef, "CLEANUP")) {
-    const Interpreter::Calling calling(L);
-    const ObjectUse use(object);
+    const auto calling = Interpreter::calling(L);
+    const auto use = useObject(object);
     host::Variable self;
     self->type = ZEL_TYP_OBJREF;
     self->value.hvid = object.hvid;
@@ -142,7 +138,7 @@ Object& pushNewObject(lua_State* L, const ZEL_ObjDef* objdef) {
   luaL_setmetatable(L, objectMetatable);
   object->hvid = host::newObject(objdef)->hvid;
   object->closed = false;
-  lua_getfield(L, LUA_REGISTRYINDEX, objectsKey);
+  pushWeakTable(L, objectsKey);
   lua_pushvalue(L, -2);
   lua_rawseti(L, -2, object->hvid);
   lua_pop(L, 1);
@@ -166,19 +162,17 @@ void openObjects(lua_State* L) {
   luaL_setfuncs(L, methods, 0);
   lua_pushliteral(L, "object");
   lua_setfield(L, -2, "__metatable");
-  lua_newtable(L);
-  lua_createtable(L, 0, 1);
-  lua_pushliteral(L, "v");
-  lua_setfield(L, -2, "__mode");
-  lua_setmetatable(L, -2);
-  lua_setfield(L, LUA_REGISTRYINDEX, objectsKey);
   lua_pop(L, 1);
+}
+
+void deleteHostObject(Object& object) noexcept {
+  if (object.closed && object.running == 0) ZEL_HeapVarDelete(ZEL_HeapVarHashFind(object.hvid));
 }
 
 Object* objectAt(lua_State* L, int index) { return static_cast<Object*>(luaL_testudata(L, index, objectMetatable)); }
 
 void pushObject(lua_State* L, ZEL_HVID hvid) {
-  lua_getfield(L, LUA_REGISTRYINDEX, objectsKey);
+  pushWeakTable(L, objectsKey);
   lua_rawgeti(L, -1, hvid);
   lua_replace(L, -2);
 }
@@ -223,11 +217,6 @@ int objectMethods(lua_State* L) {
     }
     return 1;
   });
-}
-
-ObjectUse::~ObjectUse() {
-  --m_object.running;
-  deleteHostObject(m_object);
 }
 
 } // namespace zel::lua

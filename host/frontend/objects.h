@@ -27,16 +27,15 @@ int newObject(lua_State* L);
 /// zel.methods(object): the names of its methods, sorted, in capitals.
 int objectMethods(lua_State* L);
 
-/// Counts a running method; the host object outlives it even when a script closes it meanwhile.
-class ObjectUse {
-public:
-  explicit ObjectUse(Object& object) noexcept : m_object(object) { ++m_object.running; }
-  ~ObjectUse();
-  ObjectUse(const ObjectUse&) = delete;
-  ObjectUse& operator=(const ObjectUse&) = delete;
-
-private:
-  Object& m_object;
-};
+/// Deletes the host object once it is closed and none of its methods runs.
+void deleteHostObject(Object& object) noexcept;
+/// Counts a running method during the result's lifetime; the host object outlives it even when a script closes it.
+[[nodiscard]] inline auto useObject(Object& object) noexcept {
+  ++object.running;
+  return AtEnd([&object] {
+    --object.running;
+    deleteHostObject(object);
+  });
+}
 
 } // namespace zel::lua

@@ -26,18 +26,6 @@ namespace {
 
 volatile std::sig_atomic_t g_interrupted = 0;
 
-/// While it lives, Ctrl-C drops what is typed. A running statement has another handler.
-class DropOnInterrupt {
-public:
-  DropOnInterrupt() noexcept : m_outer(std::signal(SIGINT, [](int) { g_interrupted = 1; })) {}
-  ~DropOnInterrupt() { std::signal(SIGINT, m_outer); }
-  DropOnInterrupt(const DropOnInterrupt&) = delete;
-  DropOnInterrupt& operator=(const DropOnInterrupt&) = delete;
-
-private:
-  void (*m_outer)(int);
-};
-
 /// Reads one character for readline. Ctrl-C ends the line; it is looked for now and then, since it may come just before
 /// the wait begins.
 int readKey(FILE* in) {
@@ -233,7 +221,8 @@ bool runPrompt(lua_State* L) {
   }
   std::cout << "zel " ZEL_VERSION "  zel.help() lists what there is, Ctrl-D ends." << std::endl;
   lua_settop(L, 1);
-  const DropOnInterrupt interrupts;
+  // Ctrl-C drops what is typed. A running statement has another handler.
+  const AtEnd interrupts([outer = std::signal(SIGINT, [](int) { g_interrupted = 1; })] { std::signal(SIGINT, outer); });
   const Completion completion(L);
   Session(L).run();
   return true;

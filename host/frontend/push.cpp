@@ -31,37 +31,27 @@ int tableSize(std::int64_t n) { return static_cast<int>(std::min<std::int64_t>(n
 /// Pushes one element of a type that is no structure.
 void pushElement(lua_State* L, ZEL_Type type, const char* data) {
   switch (type) {
-  case ZEL_TYP_BYTE:
-    return lua_pushinteger(L, load<std::uint8_t>(data));
-  case ZEL_TYP_INT:
-    return lua_pushinteger(L, load<std::int16_t>(data));
-  case ZEL_TYP_UINT:
-    return lua_pushinteger(L, load<std::uint16_t>(data));
-  case ZEL_TYP_LONG:
-    return lua_pushinteger(L, load<std::int32_t>(data));
-  case ZEL_TYP_ULONG:
-    return lua_pushinteger(L, load<std::uint32_t>(data));
-  case ZEL_TYP_LONG64:
-    return lua_pushinteger(L, load<std::int64_t>(data));
+  case ZEL_TYP_BYTE: return lua_pushinteger(L, load<std::uint8_t>(data));
+  case ZEL_TYP_INT: return lua_pushinteger(L, load<std::int16_t>(data));
+  case ZEL_TYP_UINT: return lua_pushinteger(L, load<std::uint16_t>(data));
+  case ZEL_TYP_LONG: return lua_pushinteger(L, load<std::int32_t>(data));
+  case ZEL_TYP_ULONG: return lua_pushinteger(L, load<std::uint32_t>(data));
+  case ZEL_TYP_LONG64: return lua_pushinteger(L, load<std::int64_t>(data));
   case ZEL_TYP_ULONG64: {
     const auto value = load<std::uint64_t>(data);
     if (value > static_cast<std::uint64_t>(std::numeric_limits<lua_Integer>::max()))
       return lua_pushnumber(L, static_cast<lua_Number>(value));
     return lua_pushinteger(L, static_cast<lua_Integer>(value));
   }
-  case ZEL_TYP_FLOAT:
-    return lua_pushnumber(L, load<float>(data));
-  case ZEL_TYP_DOUBLE:
-    return lua_pushnumber(L, load<double>(data));
+  case ZEL_TYP_FLOAT: return lua_pushnumber(L, load<float>(data));
+  case ZEL_TYP_DOUBLE: return lua_pushnumber(L, load<double>(data));
   case ZEL_TYP_STRING: {
     const auto& s = *reinterpret_cast<const ZEL_STRING*>(data);
     lua_pushlstring(L, s.s != nullptr ? s.s : "", static_cast<std::size_t>(s.len));
     return;
   }
-  case ZEL_TYP_OBJREF:
-    return pushObject(L, load<ZEL_HVID>(data));
-  default:
-    host::raise(std::string("A script cannot be given a value of type ") + host::typeName(type) + '.');
+  case ZEL_TYP_OBJREF: return pushObject(L, load<ZEL_HVID>(data));
+  default: host::raise(std::string("A script cannot be given a value of type ") + host::typeName(type) + '.');
   }
 }
 
@@ -74,12 +64,7 @@ constexpr const char* metatablesKey = "zel.structures";
 void pushStructMetatable(lua_State* L, const ZEL_StructDef* sdef) {
   std::string names;
   for (const host::Tag& tag : sdef->tags) names.append(tag.name).push_back(',');
-  if (luaL_getsubtable(L, LUA_REGISTRYINDEX, metatablesKey) == 0) {
-    lua_createtable(L, 0, 1);
-    lua_pushliteral(L, "v");
-    lua_setfield(L, -2, "__mode");
-    lua_setmetatable(L, -2);
-  }
+  pushWeakTable(L, metatablesKey);
   if (lua_getfield(L, -1, names.c_str()) == LUA_TTABLE) return lua_remove(L, -2);
   lua_pop(L, 1);
   lua_createtable(L, 0, 3);
@@ -193,8 +178,7 @@ private:
 
 void pushStructs(lua_State* L, const ZEL_Variable& v) {
   const std::int64_t values = v.n * (v.sdef->size / static_cast<std::int64_t>(sizeof(ZEL_STRING)));
-  std::unique_ptr<CollectorPause> pause;
-  if (values >= manyValues) pause = std::make_unique<CollectorPause>(L);
+  const auto pause = pauseCollector(L, values >= manyValues);
   const int result = lua_gettop(L) + 1;
   const StructPusher pusher(L, v.sdef);
   if ((v.flags & ZEL_V_ARR) != 0)

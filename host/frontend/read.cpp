@@ -66,24 +66,19 @@ private:
   Shape shapeOf(int index, int depth) {
     if (depth > 1) countNested();
     switch (lua_type(m_state, index)) {
-    case LUA_TBOOLEAN:
-      return {ZEL_TYP_LONG64};
-    case LUA_TSTRING:
-      return {ZEL_TYP_STRING};
+    case LUA_TBOOLEAN: return {ZEL_TYP_LONG64};
+    case LUA_TSTRING: return {ZEL_TYP_STRING};
     case LUA_TNUMBER: {
       int exact = 0;
       lua_tointegerx(m_state, index, &exact);
       return {exact != 0 ? ZEL_TYP_LONG64 : ZEL_TYP_DOUBLE};
     }
-    case LUA_TTABLE:
-      return shapeOfTable(index, depth);
+    case LUA_TTABLE: return shapeOfTable(index, depth);
     case LUA_TUSERDATA:
       if (objectAt(m_state, index) != nullptr) return {ZEL_TYP_OBJREF};
       break;
-    case LUA_TNIL:
-      refuse("it is nil; an undefined variable is passed as zel.undefined");
-    default:
-      break;
+    case LUA_TNIL: refuse("it is nil; an undefined variable is passed as zel.undefined");
+    default: break;
     }
     refuse(std::string("a ") + luaL_typename(m_state, index) + " cannot be passed");
   }
@@ -232,8 +227,8 @@ int undefinedToString(lua_State* L) {
 } // namespace
 
 std::vector<ZEL_HVID> readValue(lua_State* L, int index, ZEL_Variable& out, const std::string& what) {
-  const StackRestorer guard(L);
-  const CollectorPause pause(L); // a finalizer could change the tables while they are read
+  const auto stack = restoreStack(L);
+  const auto pause = pauseCollector(L); // a finalizer could change the tables while they are read
   Reader reader(L, what);
   reader.read(lua_absindex(L, index), out);
   return reader.objects();

@@ -88,14 +88,10 @@ lua_State* coroutineToRun(lua_State* L) {
 /// coroutine.resume(co, ...), and what coroutine.wrap() returned; upvalue 1 is the library's own. An exit that was
 /// asked for in the coroutine goes on in the one that runs it, whatever catches the error; so does a second interrupt.
 int resumeCoroutine(lua_State* L) {
-  const struct Resumer {
-    lua_State* state;
-    lua_State* outer = g_states[1];
-    ~Resumer() {
-      g_states[1] = outer;
-      if (Interpreter::of(state).exitAsked || g_interrupt.unwinding) lua_sethook(state, hook, everyStep, 1);
-    }
-  } resumer{L};
+  const AtEnd resumer([L, outer = g_states[1].load()] {
+    g_states[1] = outer;
+    if (Interpreter::of(L).exitAsked || g_interrupt.unwinding) lua_sethook(L, hook, everyStep, 1);
+  });
   if (lua_State* running = coroutineToRun(L)) g_states[1] = running;
   lua_pushvalue(L, lua_upvalueindex(1));
   lua_insert(L, 1);

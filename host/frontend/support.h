@@ -9,6 +9,7 @@
 #include <exception>
 #include <lua.hpp>
 #include <string_view>
+#include <utility>
 
 namespace zel::lua {
 
@@ -23,6 +24,15 @@ inline const char* checkName(lua_State* L, int index) {
   const char* name = luaL_checklstring(L, index, &length);
   luaL_argcheck(L, std::string_view(name).size() == length, index, "a name cannot have a zero byte");
   return name;
+}
+
+/// Pushes the table at a key of the registry. It is made when it is missing; its values are weak.
+inline void pushWeakTable(lua_State* L, const char* key) {
+  if (luaL_getsubtable(L, LUA_REGISTRYINDEX, key) != 0) return;
+  lua_createtable(L, 0, 1);
+  lua_pushliteral(L, "v");
+  lua_setfield(L, -2, "__mode");
+  lua_setmetatable(L, -2);
 }
 
 /// Ends the script, or raises an error in it, if that was asked for while native code was running: by os.exit or
@@ -44,33 +54,27 @@ int protect(lua_State* L, F&& body) {
   return results >= 0 ? results : lua_error(L);
 }
 
-/// Restores the height of the stack at the end of its lifetime.
-class StackRestorer {
-public:
-  explicit StackRestorer(lua_State* L) noexcept : m_state(L), m_top(lua_gettop(L)) {}
-  ~StackRestorer() { lua_settop(m_state, m_top); }
-  StackRestorer(const StackRestorer&) = delete;
-  StackRestorer& operator=(const StackRestorer&) = delete;
+/// Runs a function at the end of its lifetime.
+template <typename F>
+struct AtEnd {
+  explicit AtEnd(F function) : run(std::move(function)) {}
+  ~AtEnd() { run(); }
+  AtEnd(const AtEnd&) = delete;
+  AtEnd& operator=(const AtEnd&) = delete;
 
-private:
-  lua_State* m_state;
-  int m_top;
+  F run;
 };
 
-/// Stops the garbage collector during its lifetime.
-class CollectorPause {
-public:
-  explicit CollectorPause(lua_State* L) noexcept : m_state(lua_gc(L, LUA_GCISRUNNING) != 0 ? L : nullptr) {
-    if (m_state != nullptr) lua_gc(m_state, LUA_GCSTOP);
-  }
-  ~CollectorPause() {
-    if (m_state != nullptr) lua_gc(m_state, LUA_GCRESTART);
-  }
-  CollectorPause(const CollectorPause&) = delete;
-  CollectorPause& operator=(const CollectorPause&) = delete;
+/// Restores the height of the stack at the end of the result's lifetime.
+[[nodiscard]] inline auto restoreStack(lua_State* L) noexcept {
+  return AtEnd([L, top = lua_gettop(L)] { lua_settop(L, top); });
+}
 
-private:
-  lua_State* m_state;
-};
+/// Stops the garbage collector, if that is wanted, during the result's lifetime.
+[[nodiscard]] inline auto pauseCollector(lua_State* L, bool wanted = true) {
+  const bool runs = wanted && lua_gc(L, LUA_GCISRUNNING) != 0;
+  if (runs) lua_gc(L, LUA_GCSTOP);
+  return AtEnd([L, runs] { return runs ? lua_gc(L, LUA_GCRESTART) : 0; });
+}
 
 } // namespace zel::lua

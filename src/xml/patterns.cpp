@@ -94,20 +94,11 @@ private:
 
   std::pair<std::size_t, std::size_t> quantity() {
     switch (peek()) {
-    case u'?':
-      ++m_at;
-      return {0, 1};
-    case u'*':
-      ++m_at;
-      return {0, noEnd};
-    case u'+':
-      ++m_at;
-      return {1, noEnd};
-    case u'{':
-      ++m_at;
-      break;
-    default:
-      return {1, 1};
+    case u'?': ++m_at; return {0, 1};
+    case u'*': ++m_at; return {0, noEnd};
+    case u'+': ++m_at; return {1, noEnd};
+    case u'{': ++m_at; break;
+    default: return {1, 1};
     }
     const std::size_t least = number();
     std::size_t most = least;
