@@ -102,8 +102,12 @@ function choice.box(given, given_in, system, own)
   end
   given_in = crs.name(given_in)
   choice.check_box(given, given_in)
-  local box = crs.describe(given_in).geographic and crs.from_degrees(given, system) or
-    crs.transform_box(given, given_in, system)
+  local box
+  if crs.describe(given_in).geographic then
+    box = crs.from_degrees(given, system)
+  else
+    box = crs.transform_box(given, given_in, system)
+  end
   if not box or not boxes.valid(box) then errors.raise(("bbox lies outside of what %s is for"):format(system)) end
   return box
 end
