@@ -1,12 +1,16 @@
-"""The library zel.ogc where things go wrong: the server's own words, tries that are repeated, odd services, defaults."""
+"""The library zel.ogc and servers that say what they are told: the server's own words, tries that are repeated, odd
+services, all that is read and sent, defaults."""
 
+import json
 import os
 import re
+import shlex
 import signal
 import time
 
 import pytest
 
+from conftest import SOURCE
 from responder import HEAD, Responder
 
 
@@ -16,9 +20,9 @@ def answer(body, kind="text/xml", status="200 OK", more=""):
                   "Connection: close\r\n\r\n".encode() + body]
 
 
-def capabilities(layers, version="1.3.0", service="<Service><Title>t</Title></Service>"):
+def capabilities(layers, version="1.3.0", service="<Service><Title>t</Title></Service>", picture="image/png"):
     root = "WMS_Capabilities" if version == "1.3.0" else "WMT_MS_Capabilities"
-    return answer(f'<{root} version="{version}">{service}<Capability><Request><GetMap><Format>image/png</Format></GetMap>'
+    return answer(f'<{root} version="{version}">{service}<Capability><Request><GetMap><Format>{picture}</Format></GetMap>'
                   f"</Request>{layers}</Capability></{root}>")
 
 
@@ -32,7 +36,7 @@ REFUSALS = {
                              status="400 Bad Request"), "<bad> box|X|BBOX"),
     "by status 500, in CDATA": (answer(SE.format("<ServiceException><![CDATA[a & b]]></ServiceException>"),
                                        status="500 Oops"), "a & b|nil|nil"),
-    "the first of two": (answer(SE.format("<ServiceException>1</ServiceException><ServiceException>2</ServiceException>")),
+    "the first of two": (answer("\ufeff\n" + SE.format("<ServiceException>1</ServiceException><ServiceException>2</ServiceException>")),
                          "1|nil|nil"),
     "of newer services": (answer('<ows:ExceptionReport xmlns:ows="http://www.opengis.net/ows/1.1"><ows:Exception '
                                  'exceptionCode="Y" locator="z"><ows:ExceptionText>new</ows:ExceptionText></ows:Exception>'
@@ -69,14 +73,6 @@ def busy(status, seconds=0):
     return answer("", status=f"{status} Busy", more=f"Retry-After: {seconds}\r\n")
 
 
-def test_a_comma_in_a_name_is_escaped(zel):
-    layers = "<Layer><CRS>EPSG:4326</CRS><Layer><Name>a, &amp; b</Name></Layer><Layer><Name>c</Name></Layer></Layer>"
-    with Responder(capabilities(layers), PICTURE) as server:
-        zel("""require "zel.ogc".wms(arg[1] .. "wms"):map{layers = {"a, & b", "c"}, bbox = {0, 0, 1, 1}, to = "map.png"}""",
-            server.url)
-    assert "LAYERS=a%2C%20%26%20b,c&STYLES=,&" in server.requests[1]
-
-
 def test_tries_again_what_may_pass(zel):
     """After the pause that is asked for, or a growing one, besides that between all requests."""
     with Responder(capabilities(LAYER), busy(503), busy(429, 1), PICTURE, busy(502), busy(504), busy(404)) as server:
@@ -91,20 +87,22 @@ def test_tries_again_what_may_pass(zel):
           s.object:SetProperty{URL_PORT = 1}
           s.options.retries = 1
           try()
+          print(require("zel.ogc.service").pause_after(s.object, 4), 0)
         """, server.url)
     results, seconds = zip(*(line.split("\t") for line in done.out.splitlines()))
-    assert results == ("true", "(404)", "nil") and 1.3 <= float(seconds[0]) < 5 and 0.3 <= float(seconds[1]) < 5
+    assert results == ("true", "(404)", "nil", "8.0") and 1.3 <= float(seconds[0]) < 5 and 0.3 <= float(seconds[1]) < 5
     assert re.findall(r"Trying again in (\d+) s", done.err) == ["0", "1", "0", "0", "1"] and len(server.requests) == 7
 
 
 @pytest.mark.parametrize("pause", ["zel.sleep(60)", "require 'zel.ogc'.wms(arg[1] .. 'wms')"])
 def test_waiting_ends_with_an_interrupt(zel_running, pause):
-    with Responder(busy(503, 60)) as server:
+    with Responder(busy(503, 86400)) as server:
         run = zel_running(f"io.stdout:write('x'):flush() {pause}", server.url)
         run.stdout.read(1)
         time.sleep(0.2)
         run.send_signal(signal.SIGINT)
-        assert "interrupted!" in run.communicate(timeout=30)[1]
+        said = run.communicate(timeout=30)[1]
+        assert "interrupted!" in said and ("again in 60 s" in said) == ("wms" in pause)
 
 
 # Layers of odd services, code that prints something of them, and what; some with the picture that they send.
@@ -116,12 +114,14 @@ ODD = {
                         "s.layers[1].title, tostring(s.layers[1].name), #s.layers[1].styles", "x\tnil\t0"),
     "no boxes": (capabilities(LAYER), "s.layers[1].box, select(2, pcall(s.map, s, {layers = 'a'})).message",
                  "nil\tthe service gives no box in EPSG:4326 for layer a: say which with bbox"),
-    "no boxes, box given": (capabilities(LAYER), "s:map{layers = 'a', bbox = {0, 0, 2, 1}}.size[2]", "512"),
-    "two names alike": (capabilities("<Layer><Layer><Name>a</Name><Title>1</Title></Layer><Layer><Name>a</Name></Layer>"
-                                     "</Layer>"), "s.layer.a.title, #s.layers[1].children", "1\t2"),
-    "scales, times": (capabilities("<Layer><Name>a</Name><MinScaleDenominator>1000</MinScaleDenominator><CRS>EPSG:3857</CRS>"
+    "two names alike": (capabilities("<Layer opaque='1'><Attribution><Title>w</Title></Attribution><Layer><Name>a</Name><Title>1"
+                                     "</Title></Layer><Layer><Name>a</Name></Layer></Layer>"),
+                        "s.layer.a.title, #s.layers[1].children, s.layers[1].opaque, s.layers[1].attribution", "1\t2\ttrue\tw"),
+    "scales, times": (capabilities("<Layer><Name>a</Name><MinScaleDenominator>1000</MinScaleDenominator><MaxScaleDenominator>1e15"
+                                   "</MaxScaleDenominator><CRS>EPSG:3857</CRS>"
                                    "<Dimension name='time' units='ISO8601'>2020,2021</Dimension></Layer>"),
-                      "s.layer.a.scale.min, #s:map{layers = 'a', bbox = {0, 0, 1, 1}, time = '2022'}.notes", "1000\t2"),
+                      "s.layer.a.scale.max, #s:map{layers = 'a', bbox = {0, 0, 1, 1}, time = '2022'}.notes, "
+                      "#s:map{layers = 'a', bbox = {0, 0, 1, 1}, time = '2020/2021'}.notes", "nil\t2\t1"),
     "scale hints": (capabilities('<Layer><Name>a</Name><ScaleHint min="0.39598" max="3.9598"/></Layer>', "1.1.1"),
                     "('%.0f %.0f'):format(s.layer.a.scale.min, s.layer.a.scale.max)", "1000 10000"),
     "over the date line": (capabilities(
@@ -133,8 +133,15 @@ ODD = {
     "dimensions of 1.1.1": (capabilities(
         '<Layer><Name>a</Name><Dimension name="time" units="ISO8601"/><Extent name="time" default="2">1,2, 3</Extent></Layer>',
         "1.1.1"), "#s.layer.a.dimensions[1].values, s.layer.a.dimensions[1].default", "3\t2"),
-    "a limit of width": (capabilities(LAYER, service="<Service><Title>t</Title><MaxWidth>50</MaxWidth></Service>"),
-                         "s.max_width, s:map{layers = 'a', bbox = {0, 0, 1, 1}}.size[1]", "50\t50"),
+    "limits": (capabilities(LAYER, service="<Service><LayerLimit>1</LayerLimit><MaxWidth>50</MaxWidth><MaxHeight>40</MaxHeight>"
+                                           "</Service>"),
+               "s:map{layers = 'a', bbox = {0, 0, 1, 1}, to = 'm.png'}.size[1], select(2, pcall(s.map, s, {layers = {'a', 'a'}}))"
+               ".message", "40\tthe service draws at most 1 layers in one map, not 2"),
+    "an odd format": (capabilities(LAYER, picture="image/x"), "s:map{layers = 'a', bbox = {0, 0, 1, 1}}.format", "image/x"),
+    "names of systems": (
+        capabilities(LAYER), "(('urn:ogc:def:crs:EPSG:9.1:4 http://www.opengis.net/def/crs/EPSG/0/5 CRS:84 urn:ogc:def:crs:OGC::CRS83 "
+        "IGNF:X'):gsub('%S+', function(name) return require 'zel.ogc.crs'.describe(name).definition end))",
+        "EPSG:4 EPSG:5 OGC:CRS84 OGC:CRS83 IGNF:X"),
     "names that steer a terminal": (capabilities("<Layer><Name>a&#x9b;2J</Name></Layer>"),
                                     "select(2, pcall(s.map, s, {layers = 'b'})).message",
                                     'there is no layer "b"; there are: a 2J'),
@@ -155,58 +162,118 @@ ODD = {
 def test_odd_services(zel, case):
     document, code, printed, *picture = ODD[case]
     with Responder(document, *(picture or [PICTURE])) as server:
-        done = zel(f"local s = require 'zel.ogc'.wms(arg[1] .. 'wms', {{quiet = true}}) print({code})", server.url)
+        done = zel(f"""
+          local made, name = {{}}, os.tmpname
+          function os.tmpname() made[#made + 1] = name() return made[#made] end
+          local s = require 'zel.ogc'.wms(arg[1] .. 'wms', {{quiet = true}})
+          print({code})
+          for _, path in ipairs(made) do assert(not zel.is_file(path)) end
+        """, server.url)
     assert done.out.strip() == printed
 
 
-FLOOR = """<Layer queryable="1"><Name>a</Name><CRS>EPSG:4326</CRS><MinScaleDenominator>1000000</MinScaleDenominator>
-  <EX_GeographicBoundingBox><westBoundLongitude>0</westBoundLongitude><eastBoundLongitude>1</eastBoundLongitude>
-  <southBoundLatitude>0</southBoundLatitude><northBoundLatitude>1</northBoundLatitude></EX_GeographicBoundingBox>
-  <Dimension name="elevation" units="m">5,6</Dimension></Layer>"""
-BRIEF = "<name>c</name><label>C</label><lonLatEnvelope><pos>0 0</pos><pos>4 2</pos></lonLatEnvelope>"
-COVERAGE = [answer(f"""<WCS_Capabilities version="1.0.0"><Service><name>n</name><label>l</label></Service><ContentMetadata>
-  <CoverageOfferingBrief>{BRIEF}</CoverageOfferingBrief></ContentMetadata></WCS_Capabilities>"""),
-            answer(f"""<CoverageDescription version="1.0.0"><CoverageOffering>{BRIEF}<domainSet><spatialDomain/><temporalDomain>
-  <timePosition>2020</timePosition></temporalDomain></domainSet><rangeSet><RangeSet><name>r</name><label>R</label>
-  <axisDescription><AxisDescription><name>depth</name><label>D</label><values><singleValue>1</singleValue></values>
-  </AxisDescription></axisDescription></RangeSet></rangeSet>
-  <supportedCRSs><requestCRSs>EPSG:4326 EPSG:3857</requestCRSs></supportedCRSs><supportedFormats nativeFormat="HDF">
-  <formats>JPEG</formats><formats>HDF</formats></supportedFormats></CoverageOffering></CoverageDescription>""")]
-# What is asked for, and what then goes out to the server.
+# A service of maps and one of coverages, with all that is read of them.
+ATLAS, RELIEF = ([answer((SOURCE / f"tests/service/documents/{name}.xml").read_text()) for name in names]
+                 for names in (["atlas"], ["relief", "relief-described"]))
+# What zel-ogc says of them.
+KNOWN = {
+    "info URL b --json": (ATLAS, {
+        "title": "st", "abstract": "sa", "version": "1.3.0", "type": "WMS", "formats": ["image/png", "image/jpeg"],
+        "info_formats": ["text/html", "text/plain"], "max_width": 2000, "max_height": 1500, "layers": [{
+            "name": "b", "title": "tb", "abstract": "ab", "level": 2, "parent": "a", "box": [1, 2, 3, 5], "keywords": ["k"],
+            "scale": {"min": 1000000, "max": 100000000}, "queryable": True, "styles": [{"name": "x", "title": "tx"}],
+            "crs": ["EPSG:4326", "EPSG:32661", "AUTO2:42001", "EPSG:31467"], "dimensions": [
+                {"name": "time", "values": ["1", "2"], "default": "1", "units": "ISO8601"},
+                {"name": "elevation", "values": ["5"], "units": "m"}, {"name": "Wave", "values": [], "units": "nm"}]}]}),
+    "info URL --wcs --json": (RELIEF, {
+        "title": "l", "abstract": "d", "version": "1.0.0", "type": "WCS",
+        "coverages": [{"name": "c", "title": "C", "abstract": "D", "box": [0, 1, 4, 3], "keywords": ["k"]}]}),
+    "info URL c --wcs --json": (RELIEF, {
+        "title": "l", "abstract": "d", "version": "1.0.0", "type": "WCS", "coverages": [{
+            "name": "c", "title": "C", "abstract": "D", "box": [0, 1, 4, 3],
+            "envelopes": [{"crs": "EPSG:4326", "box": [0, 1, 4, 3]}, {"crs": "CRS:84"}],
+            "grids": [{"crs": "EPSG:4326", "size": [80000000, 4], "low": [1, 2], "high": [80000000, 5], "axes": ["x", "y"], "origin": [6, 7],
+                       "offsets": [[0.5, 0], [0, -0.5]], "rectified": True}], "times": ["1/2/P1"],
+            "axes": [{"name": "depth", "title": "dl", "intervals": [{"min": 1, "max": 9, "step": 2}], "default": "3", "values": ["7"]}],
+            "range": {"name": "r", "title": "rl", "abstract": "rd", "null": [-1, "no"], "null_intervals": [{"min": 4, "max": 5}]},
+            "systems": ["EPSG:4326", "EPSG:3857"], "native_systems": ["EPSG:2"], "formats": ["JPEG", "HDF"], "native_format": "HDF",
+            "interpolations": [], "native_interpolation": "bilinear"}]}),
+}
+
+
+def command(zel_running, url, line):
+    """Runs a line of zel-ogc, in which URL is the server's. Returns its output."""
+    words = shlex.split(line.replace("URL", url.replace("//", "//me@") + "s"))
+    return zel_running("", *words, program="zel-ogc", errors="replace").communicate(timeout=30)[0]
+
+
+@pytest.mark.parametrize("line", KNOWN)
+def test_all_that_is_known(zel_running, line):
+    documents, known = KNOWN[line]
+    with Responder(*documents) as server:
+        assert json.loads(command(zel_running, server.url, line)) == known | {"url": server.url + "s"}
+
+
+# What is asked for, by the command or from a script, and what then goes out to the server, or is said; with a world file.
 QUERIES = [
-    ([capabilities(FLOOR)], "wms", "map{layers = 'a', elevation = 5}", "&ELEVATION=5&"),
-    ([capabilities(FLOOR)], "wms", "info{layers = 'a', lon = .5, lat = .5, pixel = 1}", "&BBOX=-50,-50,51,51&.*&I=50&J=50 "),
-    ([capabilities(FLOOR)], "wms", "info{layers = 'a', lon = .5, lat = .5}", r"&BBOX=0\.2\d*,0\.2\d*,0\.7\d*,0\.7\d*&"),
-    (COVERAGE, "wcs", "get{name = 'c', resx = 1, resy = .5, ranges = {depth = {min = 0, max = 8, step = 2}}}",
-     "&CRS=EPSG:4326&BBOX=0,0,4,2&RESX=1&RESY=0.5&FORMAT=HDF&TIME=2020&depth=0/8/2[ &]"),
-    (COVERAGE, "wcs", "get{name = 'c', crs = 3857, bbox = {0, 0, 2, 1}, width = 4, to = 'c.jpeg'}", "&CRS=EPSG:3857&.*=4&HEIGHT=2&"),
+    (ATLAS, "map URL b --style X --format PNG --transparent --bgcolor #ff8000 --time 2 --elevation 5 --dimension wave=6 --extra z=q "
+            "--extra B=1,2 --size 40x30 --bbox .123456789 0 1 .5",
+     "&LAYERS=b&STYLES=x&CRS=EPSG:4326&FORMAT=image/png&TRANSPARENT=TRUE&BGCOLOR=0xFF8000&TIME=2&ELEVATION=5&DIM_WAVE=6&B=1,2&z=q"
+     "&BBOX=0,0.123456789,0.5,1&WIDTH=40&HEIGHT=30[ &]"),
+    (ATLAS, "map URL a --crs 31467 --bbox -357 47 -345 55 --bbox-crs EPSG:4326 --to f.jpeg",
+     r"&FORMAT=image/jpeg&BBOX=5236823\.4\d*,3386569\.8\d*,6097834\.4\d*,3614340\.9\d*&WIDTH=271&HEIGHT=1024 "
+     r"(.|\n)*840\.48\d*\n0\n0\n-840\.83"),
+    (ATLAS, "wms:map{layers = {'a', 'b'}, styles = {b = 'x'}, bbox = {0, 0, 1, 1}}", "&STYLES=,x&CRS=EPSG:31467&"),
+    (ATLAS, "wms:map{layers = {'b', 'c, & d'}, crs = 'EPSG:31467', bbox = {0, 0, 1, 1}}", "&LAYERS=b,c%2C%20%26%20d&STYLES=,&"),
+    (ATLAS, "wms:map{layers = 'b', crs = 'AUTO2:42001,1,9,50', bbox = {0, 0, 2, 1}, transparent = false}",
+     "CRS=AUTO2:42001,1,9,50&.*TRANSPARENT=FALSE.*&BBOX=0,0,2,1&"),
+    (ATLAS, "wms:map{layers = 'b', crs = 32661, bbox = {2e6, 1e6, 4e6, 15e5}, width = 4}", "&BBOX=1000000,2000000,1500000,4000000&WIDTH=4&HEIGHT=1 "),
+    (ATLAS, "feature URL b 1.5 2.5 --count 3 --format TEXT/html --time 2",
+     r"&STYLES=&CRS=EPSG:4326&FORMAT=image/png&TIME=2&BBOX=2\.2\d*,1\.2\d*,2\.7\d*,1\.7\d*&WIDTH=101&HEIGHT=101&QUERY_LAYERS=b"
+     "&INFO_FORMAT=text/html&FEATURE_COUNT=3&I=50&J=50[ &]"),
+    (ATLAS, "wms:info{layers = 'b', x = 100, y = 200, crs = 32661, pixel = 2}", "&BBOX=99,-1,301,201&.*&INFO_FORMAT=text/plain&F"),
+    (ATLAS, "wms:info{layers = 'b', lon = 9, lat = 50, crs = 31467}", r"&BBOX=5512127\.\d*,3471794\.\d*,5568687\.\d*,3528354\."),
+    (ATLAS, "wms:info{layers = 'b', lon = 1, lat = 2, x = 3}", "info wants a place"),
+    (ATLAS, "wms:info{layers = 'b', lon = 1, lat = 2, pixel = 0}", "pixel must be more than 0"),
+    ([capabilities(LAYER), answer("", status="401 No", more="WWW-Authenticate: Basic realm=x\r\n")],
+     "wms:map{layers = 'a', bbox = {0, 0, 2, 1}}", "\nAuthorization: Basic bWU6cEBzcw==\r"),
+    ([capabilities(LAYER, "1.1.1")], "wms:map{layers = 'a', bbox = {0, 0, 2, 1}}", "Version=1.1.1&.*&SRS=EPSG:4326&.*&BBOX=0,0,2,1&"),
+    ([capabilities(LAYER, "1.1.0")], "wms:map{layers = 'a', crs = 2, bbox = {0, 0, 2, 1}}", "SRS=EPSG:2&"),
+    ([answer(SE.format("<ServiceException>1.3.0?</ServiceException>"), status="400 Bad Request"), capabilities(LAYER, "1.1.1")],
+     "wms:map{layers = 'a', bbox = {0, 0, 2, 1}}", "Version=1.1.1&.*&SRS=EPSG:4326&.*&BBOX=0,0,2,1&"),
+    (RELIEF, "coverage URL c --crs 3857 --bbox 0 0 2 1 --bbox-crs EPSG:4326 --res 9e3 --interpolation near --extra k=v --time 1 "
+             "--to f.jpeg", r"&COVERAGE=c&CRS=EPSG:3857&BBOX=0,0,222638.9\d*,111325.1\d*&RESX=9000&RESY=9000&FORMAT=JPEG&TIME=1"
+     r"&INTERPOLATION=near&k=v[ &](.|\n)*8905\.559\d*\n0\n0\n-9277\.095"),
+    (RELIEF, "coverage URL c --size 4 --format hdf", "&CRS=EPSG:4326&BBOX=0,1,4,3&WIDTH=4&HEIGHT=2&FORMAT=HDF&TIME=1/2/P1[ &]"),
+    (RELIEF, "wcs:get{name = 'c', bbox = {0, 1, .001, 3}, time = {'1', '2'}, ranges = {depth = {1, 3}}}",
+     "&WIDTH=20000&HEIGHT=4&FORMAT=HDF&TIME=1,2&depth=1,3[ &]"),
+    (RELIEF, "wcs:get{name = 'c', crs = '3857', bbox = {0, 0, 2, 1}}", "&WIDTH=1024&HEIGHT=512&"),
+    (RELIEF, "wcs:get{name = 'c'}", "80000000 x 4 cells: say how many"),
+    (RELIEF, "wcs:get{name = 'c', resx = 1, width = 4}", "give either width"),
+    (RELIEF, "wcs:get{name = 'c', resy = .5}", "&RESX=0.5&RESY=0.5&"),
+    (RELIEF, "wcs:get{name = 'c', resx = 1, resy = .5, ranges = {DEPTH = {min = 0, max = 8, step = 2}}}",
+     "&RESX=1&RESY=0.5&.*&depth=0/8/2[ &]"),
 ]
 
 
-@pytest.mark.parametrize("documents, service, call, query", QUERIES)
-def test_queries(zel, tmp_path, documents, service, call, query):
+@pytest.mark.parametrize("documents, line, query", QUERIES)
+def test_queries(zel, zel_running, tmp_path, documents, line, query):
     with Responder(*documents, PICTURE) as server:
-        zel(f"require 'zel.ogc'.{service}(arg[1] .. 's', {{quiet = true}}):{call}", server.url)
-    assert re.search(query, server.requests[-1].splitlines()[0])
-    assert (tmp_path / "c.jpeg.aux.xml").exists() == ("jpeg" in call)
-
-
-def test_version_is_agreed_upon(zel):
-    """A server that refuses the newest is asked for older ones; what it answers is what is asked in."""
-    refused = answer(SE.format("<ServiceException>1.3.0?</ServiceException>"), status="400 Bad Request")
-    with Responder(refused, capabilities(LAYER, "1.1.1"), PICTURE) as server:
-        done = zel("""
-          local s = require "zel.ogc".wms(arg[1] .. "wms", {quiet = true})
-          print(s.version)
-          s:map{layers = "a", bbox = {0, 0, 2, 1}}
-        """, server.url)
-    assert done.out == "1.1.1\n" and "SRS=EPSG:4326" in server.requests[2] and "BBOX=0,0,2,1&" in server.requests[2]
+        if "URL" in line:
+            said = command(zel_running, server.url, line)
+        else:
+            service, call = line.split(":", 1)
+            said = zel(f"require 'zel.ogc'.{service}(arg[1], {{quiet = true}}):{call}",
+                       server.url.replace("//", "//me:p%40ss@") + "s", ok=False).err
+    world_file = tmp_path / "f.jgw"
+    assert re.search(query, said + server.requests[-1] + (world_file.read_text() if world_file.exists() else ""))
 
 
 PIPE = "a pipe that nobody writes to"
 # What ~/.config/zel/ogc.lua holds, and what is said about it.
 DEFAULTS = {
-    "return {retries = 0, timeout = 7, USERNAME = 'x', proxy = 'http://me:pw@localhost:3128'}": "0 7 x localhost 3128 me",
+    "return {retries = 0, timeout = 7, connect_timeout = 3, USERNAME = 'x', proxy = 'http://me:pw@localhost:3128'}":
+        "0 8 3 x localhost 3128 me",
     "return {retrys = 0}": 'there is no argument "retrys" of ',
     "return 5": "must return a table",
     "io.open('x')": "your defaults cannot be read: ",
@@ -218,17 +285,20 @@ DEFAULTS = {
 
 @pytest.mark.parametrize("text", DEFAULTS)
 def test_defaults(zel, tmp_path, text):
-    (tmp_path / "config/zel").mkdir(parents=True)
-    config = tmp_path / "config/zel/ogc.lua"
+    """The file is that of XDG_CONFIG_HOME, but only if this is the same place from every directory."""
+    for place in (".config", "relative"):
+        (tmp_path / place / "zel").mkdir(parents=True)
+    (tmp_path / "relative/zel/ogc.lua").write_text("error('not mine')")
+    config = tmp_path / ".config/zel/ogc.lua"
     if text == PIPE:
         os.mkfifo(config)
     else:
         config.write_text(text)
     (tmp_path / "caps.xml").write_text('<WMS_Capabilities version="1.3.0"/>')
     done = zel("""
-      local done, s = pcall(require "zel.ogc".wms, "caps.xml")
+      local done, s = pcall(require "zel.ogc".wms, "caps.xml", {timeout = 8})
       if not done then return print(s.message) end
-      local p = s.object:GetProperty{"TIMEOUT", "USERNAME", "PROXY_HOSTNAME", "PROXY_PORT", "PROXY_USERNAME"}
-      print(s.options.retries, p.TIMEOUT, p.USERNAME, p.PROXY_HOSTNAME, p.PROXY_PORT, p.PROXY_USERNAME)
-    """, env={"XDG_CONFIG_HOME": str(tmp_path / "config")})
+      local p = s.object:GetProperty{"TIMEOUT", "CONNECT_TIMEOUT", "USERNAME", "PROXY_HOSTNAME", "PROXY_PORT", "PROXY_USERNAME"}
+      print(s.options.retries, p.TIMEOUT, p.CONNECT_TIMEOUT, p.USERNAME, p.PROXY_HOSTNAME, p.PROXY_PORT, p.PROXY_USERNAME)
+    """, env={"HOME": str(tmp_path), "XDG_CONFIG_HOME": str(tmp_path / ".config") if text == PIPE else "relative"})
     assert DEFAULTS[text] in done.out.replace("\t", " ")
