@@ -16,7 +16,7 @@ constexpr Tag serviceTags[] = {
     text<&WcsService::name>("NAME"),
     text<&WcsService::label>("LABEL"),
     text<&WcsService::description>("DESCRIPTION"),
-    texts<&WcsService::keywords>("KEYWORDS"),
+    list<&WcsService::keywords>("KEYWORDS"),
     text<&WcsService::individualName>("INDIVIDUAL"),
     text<&WcsService::organisationName>("ORGANIZATION"),
     text<&WcsService::positionName>("POSITION"),
@@ -44,7 +44,7 @@ constexpr Tag briefTags[] = {
     text<&WcsBrief::pos2Dimension>("DIMS2"),
     text<&WcsBrief::timePosition1>("TM_POS1"),
     text<&WcsBrief::timePosition2>("TM_POS2"),
-    texts<&WcsBrief::keywords>("KEYWORDS"),
+    list<&WcsBrief::keywords>("KEYWORDS"),
     text<&WcsBrief::description>("DESCRIPTION"),
     text<&WcsBrief::version>("VERSION"),
     text<&WcsBrief::updateSequence>("UPDATE_SEQ"),
@@ -60,8 +60,8 @@ constexpr Tag envelopeTags[] = {
 constexpr Tag gridTags[] = {
     text<&WcsGrid::rectified>("RECTIFIED"),  text<&WcsGrid::dimension>("DIMS"),
     text<&WcsGrid::srsName>("SRS_NAME"),     text<&WcsGrid::low>("LIMITS_ENV_LOW"),
-    text<&WcsGrid::high>("LIMITS_ENV_HIGH"), texts<&WcsGrid::axisNames>("AXIS_NAMES"),
-    text<&WcsGrid::origin>("ORIGIN_POS"),    texts<&WcsGrid::offsetVectors>("OFFSET_VECTORS"),
+    text<&WcsGrid::high>("LIMITS_ENV_HIGH"), list<&WcsGrid::axisNames>("AXIS_NAMES"),
+    text<&WcsGrid::origin>("ORIGIN_POS"),    list<&WcsGrid::offsetVectors>("OFFSET_VECTORS"),
 };
 
 constexpr Tag timePositionTags[] = {
@@ -90,26 +90,26 @@ constexpr Tag rangeTags[] = {
     text<&WcsRangeSet::name>("NAME"),
     text<&WcsRangeSet::label>("LABEL"),
     text<&WcsRangeSet::description>("DESC"),
-    texts<&WcsRangeSet::nullSingleValues>("NULL_SINGLE_VALUES"),
+    list<&WcsRangeSet::nullSingleValues>("NULL_SINGLE_VALUES"),
     number<&WcsRangeSet::nullIntervals>("NUM_NULL_INTERVALS"),
-    records<&WcsRangeSet::nullIntervals>("NULL_INTERVAL", intervalTags),
+    list<&WcsRangeSet::nullIntervals>("NULL_INTERVAL", intervalTags),
 };
 
 constexpr Tag axisTags[] = {
     text<&WcsAxis::name>("NAME"),
     text<&WcsAxis::label>("LABEL"),
     text<&WcsAxis::description>("DESC"),
-    texts<&WcsAxis::singleValues>("SINGLE_VALUE"),
+    list<&WcsAxis::singleValues>("SINGLE_VALUE"),
     number<&WcsAxis::intervals>("NUM_INTERVALS"),
-    records<&WcsAxis::intervals>("INTERVAL", intervalTags),
+    list<&WcsAxis::intervals>("INTERVAL", intervalTags),
     text<&WcsAxis::defaultValue>("DEFAULT"),
 };
 
 constexpr Tag crsTags[] = {
-    texts<&WcsCrs::requestResponseCRSs>("REQUEST_RESPONSE"),
-    texts<&WcsCrs::requestCRSs>("REQUEST"),
-    texts<&WcsCrs::responseCRSs>("RESPONSE"),
-    texts<&WcsCrs::nativeCRSs>("NATIVE"),
+    list<&WcsCrs::requestResponseCRSs>("REQUEST_RESPONSE"),
+    list<&WcsCrs::requestCRSs>("REQUEST"),
+    list<&WcsCrs::responseCRSs>("RESPONSE"),
+    list<&WcsCrs::nativeCRSs>("NATIVE"),
 };
 
 constexpr Tag offeringTags[] = {
@@ -121,20 +121,20 @@ constexpr Tag offeringTags[] = {
     text<&WcsOffering::description>("CO_DESC"),
     nested<&WcsOffering::lonLatEnvelope>("LONLATENV", envelopeTags),
     number<&WcsOffering::envelopes>("NUM_SPAT_DOM_LLES"),
-    records<&WcsOffering::envelopes>("SPAT_DOM_LONLATENV", envelopeTags),
+    list<&WcsOffering::envelopes>("SPAT_DOM_LONLATENV", envelopeTags),
     number<&WcsOffering::grids>("NUM_SPAT_DOM_GRIDS"),
-    records<&WcsOffering::grids>("SPAT_DOM_GRID", gridTags),
+    list<&WcsOffering::grids>("SPAT_DOM_GRID", gridTags),
     number<&WcsOffering::timePositions>("NUM_TEMP_TM_POSITIONS"),
-    records<&WcsOffering::timePositions>("TEMP_TM_POSITION", timePositionTags),
+    list<&WcsOffering::timePositions>("TEMP_TM_POSITION", timePositionTags),
     number<&WcsOffering::timePeriods>("NUM_TEMP_TM_PERIODS"),
-    records<&WcsOffering::timePeriods>("TEMP_TM_PERIOD", timePeriodTags),
+    list<&WcsOffering::timePeriods>("TEMP_TM_PERIOD", timePeriodTags),
     nested<&WcsOffering::rangeSet>("RANGE", rangeTags),
     number<&WcsOffering::axes>("NUM_RANGE_AXES"),
-    records<&WcsOffering::axes>("RANGE_AXIS", axisTags),
+    list<&WcsOffering::axes>("RANGE_AXIS", axisTags),
     nested<&WcsOffering::crs>("CRS", crsTags),
-    texts<&WcsOffering::formats>("FORMATS"),
+    list<&WcsOffering::formats>("FORMATS"),
     text<&WcsOffering::nativeFormat>("NATIVE_FORMAT"),
-    texts<&WcsOffering::interpolationMethods>("INTERPOLATION_METHOD"),
+    list<&WcsOffering::interpolationMethods>("INTERPOLATION_METHOD"),
     text<&WcsOffering::defaultInterpolation>("NATIVE_INTERPOLATION"),
 };
 
@@ -152,7 +152,7 @@ ZEL_Variable* ZEL_OgcWcsGetCapabilities(int argc, ZEL_Variable** argv, const ZEL
     const auto fromUrl = urlOf(keywords[table.slot("FROM_URL")]);
     const int validationMode = validationModeOf(keywords[table.slot("VALIDATION_MODE")]);
     const int schemaChecking = schemaCheckingOf(keywords[table.slot("SCHEMA_CHECKING")]);
-    client.OgcWcsGetCap(orNull(fromFile), orNull(fromUrl), schemaChecking, validationMode);
+    client.OgcWcsGetCap(fromFile.get(), fromUrl.get(), schemaChecking, validationMode);
     return zel::Temp(ZEL_GettmpInt(static_cast<std::int16_t>(client.briefCount())));
   });
 }
@@ -175,7 +175,7 @@ ZEL_Variable* ZEL_OgcWcsDescribeCoverage(int argc, ZEL_Variable** argv, const ZE
     std::vector<const char*> names(texts.size());
     std::transform(texts.begin(), texts.end(), names.begin(), [](const std::string& text) { return text.c_str(); });
     client.OgcWcsDescribeCoverage(given != nullptr ? names.data() : nullptr, static_cast<int>(names.size()),
-                                  orNull(fromFile), schemaChecking, validationMode);
+                                  fromFile.get(), schemaChecking, validationMode);
     const auto n = static_cast<int>(client.offeringCount());
     store(keywords[table.slot("COUNT")], n);
     if (n == 0) return zel::Temp(ZEL_StrToSTRING(""));
@@ -229,7 +229,7 @@ ZEL_Variable* ZEL_OgcWcsInit(int argc, ZEL_Variable** argv, const ZEL_Keywords* 
 void ZEL_OgcWcsCleanup(int, ZEL_Variable** argv) { cleanup<COgcWcs, &COgcWcs::OgcWcsCleanup>(wcsService, argv); }
 
 void ZEL_OgcWcsGetProperty(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk) {
-  runProcedure([&] { OGCWCSProcessGetProperties(argc, argv, argk, instanceSlot(wcsService, argv[0])); });
+  runProcedure([&] { OGCWCSProcessGetProperties(argc, argv, argk, _ZEL_OGCWCSGetInstanceData(argv[0])); });
 }
 
 void ZEL_OgcWcsParseURL(int, ZEL_Variable** argv) {
@@ -237,5 +237,5 @@ void ZEL_OgcWcsParseURL(int, ZEL_Variable** argv) {
 }
 
 void ZEL_OgcWcsSetProperty(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk) {
-  runProcedure([&] { OGCWCSProcessSetProperties(argc, argv, argk, 0, instanceSlot(wcsService, argv[0])); });
+  runProcedure([&] { OGCWCSProcessSetProperties(argc, argv, argk, 0, _ZEL_OGCWCSGetInstanceData(argv[0])); });
 }

@@ -132,11 +132,11 @@ constexpr Tag layerTags[] = {
     text<&Layer::szTitle>("TITLE"),
     text<&Layer::szAbstract>("ABSTRACT"),
     number<&Layer::nMapFormat>("NUM_MAP_FORMAT"),
-    texts<&Layer::pMapFormat, &Layer::nMapFormat>("MAP_FORMAT"),
+    list<&Layer::pMapFormat, &Layer::nMapFormat>("MAP_FORMAT"),
     number<&Layer::nFeatureFormat>("NUM_FEATURE_FORMAT"),
-    texts<&Layer::pFeatureFormat, &Layer::nFeatureFormat>("FEATURE_FORMAT"),
+    list<&Layer::pFeatureFormat, &Layer::nFeatureFormat>("FEATURE_FORMAT"),
     number<&Layer::nKeyword>("NUM_KEYWORD"),
-    texts<&Layer::pKeyword, &Layer::nKeyword>("KEYWORD"),
+    list<&Layer::pKeyword, &Layer::nKeyword>("KEYWORD"),
     number<&Layer::nSrs>("NUM_SRS"),
     layerNames<&LayerNames::srs, &Layer::nSrs>("SRS"),
     number<&Layer::nCrs>("NUM_CRS"),
@@ -144,24 +144,24 @@ constexpr Tag layerTags[] = {
     nested<&Layer::pLatLonBBox>("LAT_LON_BBOX", latLonTags),
     nested<&Layer::pExGeoBBox>("EX_GEOBBOX", geoBoxTags),
     number<&Layer::nBBox>("NUM_BOUNDING_BOX"),
-    records<&Layer::pBBox, &Layer::nBBox>("BOUNDING_BOX", boundingBoxTags),
+    list<&Layer::pBBox, &Layer::nBBox>("BOUNDING_BOX", boundingBoxTags),
     number<&Layer::nExtent>("NUM_EXTENT"),
-    records<&Layer::pExtent, &Layer::nExtent>("EXTENT", extentTags),
+    list<&Layer::pExtent, &Layer::nExtent>("EXTENT", extentTags),
     number<&Layer::nDimension>("NUM_DIMENSION"),
-    records<&Layer::pDimension, &Layer::nDimension>("DIMENSION", dimensionTags),
+    list<&Layer::pDimension, &Layer::nDimension>("DIMENSION", dimensionTags),
     nested<&Layer::pAttribution>("ATTRIBUTION", attributionTags),
     number<&Layer::nAuthorityUrl>("NUM_AUTHORITY"),
-    records<&Layer::pAuthorityUrl, &Layer::nAuthorityUrl>("AUTHORITY", authorityTags),
+    list<&Layer::pAuthorityUrl, &Layer::nAuthorityUrl>("AUTHORITY", authorityTags),
     number<&Layer::nIdentifier>("NUM_IDENTIFIER"),
-    records<&Layer::pIdentifier, &Layer::nIdentifier>("IDENTIFIER", identifierTags),
+    list<&Layer::pIdentifier, &Layer::nIdentifier>("IDENTIFIER", identifierTags),
     number<&Layer::nMetadataUrl>("NUM_METADATA_URL"),
-    records<&Layer::pMetadataUrl, &Layer::nMetadataUrl>("METADATA_URL", metadataTags),
+    list<&Layer::pMetadataUrl, &Layer::nMetadataUrl>("METADATA_URL", metadataTags),
     number<&Layer::nDataUrl>("NUM_DATA_URL"),
-    records<&Layer::pDataUrl, &Layer::nDataUrl>("DATA_URL", onlineTags),
+    list<&Layer::pDataUrl, &Layer::nDataUrl>("DATA_URL", onlineTags),
     number<&Layer::nFeatureUrl>("NUM_FEATURE_URL"),
-    records<&Layer::pFeatureUrl, &Layer::nFeatureUrl>("FEATURE_URL", onlineTags),
+    list<&Layer::pFeatureUrl, &Layer::nFeatureUrl>("FEATURE_URL", onlineTags),
     number<&Layer::nStyle>("NUM_STYLE"),
-    records<&Layer::pStyle, &Layer::nStyle>("STYLE", styleTags),
+    list<&Layer::pStyle, &Layer::nStyle>("STYLE", styleTags),
     text<&Layer::szMinScale>("MIN_SCALE"),
     text<&Layer::szMaxScale>("MAX_SCALE"),
     text<&Layer::szQueryable>("QUERYABLE"),
@@ -178,7 +178,7 @@ constexpr Tag serviceTags[] = {
     text<&Service::title>("TITLE"),
     text<&Service::abstract>("ABSTRACT"),
     number<&Service::keywordCount>("NUM_KEYWORD"),
-    texts<&Service::keywords>("KEYWORD"),
+    list<&Service::keywords>("KEYWORD"),
     text<&Service::onlineResource>("ONLINE"),
     text<&Service::contactPerson>("PERSON"),
     text<&Service::contactOrganization>("ORGANIZATION"),
@@ -215,7 +215,7 @@ ZEL_Variable* ZEL_OgcWmsGetCapabilities(int argc, ZEL_Variable** argv, const ZEL
     const int schemaChecking = schemaCheckingOf(keywords[table.slot("SCHEMA_CHECKING")]);
     const int validationMode = validationModeOf(keywords[table.slot("VALIDATION_MODE")]);
     ZEL_Variable* disable = keywords[table.slot("DISABLE_INHERITANCE")];
-    client.OgcWmsGetCap(orNull(fromFile), orNull(fromUrl), schemaChecking, validationMode,
+    client.OgcWmsGetCap(fromFile.get(), fromUrl.get(), schemaChecking, validationMode,
                         disable != nullptr ? fixOf(disable) : 0);
     return zel::Temp(ZEL_GettmpInt(static_cast<std::int16_t>(client.layerCount())));
   });
@@ -258,7 +258,7 @@ ZEL_Variable* ZEL_OgcWmsInit(int argc, ZEL_Variable** argv, const ZEL_Keywords* 
 void ZEL_OgcWmsCleanup(int, ZEL_Variable** argv) { cleanup<COgcWms, &COgcWms::OgcWmsCleanup>(wmsService, argv); }
 
 void ZEL_OgcWmsGetProperty(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk) {
-  runProcedure([&] { OGCWMSProcessGetProperties(argc, argv, argk, instanceSlot(wmsService, argv[0])); });
+  runProcedure([&] { OGCWMSProcessGetProperties(argc, argv, argk, _ZEL_OGCWMSGetInstanceData(argv[0])); });
 }
 
 void ZEL_OgcWmsParseURL(int, ZEL_Variable** argv) {
@@ -266,5 +266,5 @@ void ZEL_OgcWmsParseURL(int, ZEL_Variable** argv) {
 }
 
 void ZEL_OgcWmsSetProperty(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk) {
-  runProcedure([&] { OGCWMSProcessSetProperties(argc, argv, argk, 0, instanceSlot(wmsService, argv[0])); });
+  runProcedure([&] { OGCWMSProcessSetProperties(argc, argv, argk, 0, _ZEL_OGCWMSGetInstanceData(argv[0])); });
 }

@@ -56,17 +56,8 @@ struct KeywordSlot {
   ZEL_Variable* value;
 };
 
-/// What the host fills in for the `N` keywords that a routine accepts.
 template <std::size_t N>
-struct KeywordRecord {
-  ZEL_KwResult host{};
-  std::array<KeywordSlot, N> slots{};
-
-  KeywordRecord() = default;
-  KeywordRecord(const KeywordRecord&) = delete;
-  KeywordRecord& operator=(const KeywordRecord&) = delete;
-  ~KeywordRecord() { ZEL_KWFree(&host); }
-};
+class Keywords;
 
 /// One keyword that a routine accepts.
 struct KeywordEntry {
@@ -80,7 +71,7 @@ class KeywordTable {
 public:
   consteval explicit KeywordTable(std::array<KeywordEntry, N> entries) {
     std::ranges::sort(entries, {}, [](const KeywordEntry& entry) { return std::string_view(entry.name); });
-    std::size_t slot = offsetof(KeywordRecord<N>, slots);
+    std::size_t slot = offsetof(Keywords<N>, m_slots);
     for (std::size_t i = 0; i < N; ++i, slot += sizeof(KeywordSlot))
       m_defs[i] = {entries[i].name,
                    ZEL_TYP_UNDEF,
@@ -113,26 +104,34 @@ template <std::size_t N>
 consteval KeywordTable<N> keywordTable(const KeywordEntry (&entries)[N]) {
   return KeywordTable<N>(std::to_array(entries));
 }
-/// For a routine that accepts no keywords.
-inline constexpr KeywordTable<0> noKeywords({});
 
 /// The keywords of one call. Unknown ones are errors.
 template <std::size_t N>
 class Keywords {
 public:
-  Keywords(const KeywordTable<N>& table, int argc, ZEL_Variable** argv, const ZEL_Keywords* argk) {
-    ZEL_KWProcessByOffset(argc, argv, argk, table.defs(), 1, &m_record.host);
+  Keywords(const KeywordTable<N>& table, int argc, ZEL_Variable** argv, const ZEL_Keywords* argk) : Keywords() {
+    ZEL_KWProcessByOffset(argc, argv, argk, table.defs(), 1, &m_host);
   }
+  Keywords(const Keywords&) = delete;
+  Keywords& operator=(const Keywords&) = delete;
+  ~Keywords() { ZEL_KWFree(&m_host); }
 
   /// The caller's variable for an accepted keyword; null if it was not given.
   [[nodiscard]] ZEL_Variable* operator[](std::size_t slot) const {
-    const KeywordSlot& given = m_record.slots.at(slot);
+    const KeywordSlot& given = m_slots.at(slot);
     return given.present != 0 ? given.value : nullptr;
   }
 
 private:
-  KeywordRecord<N> m_record;
+  friend class KeywordTable<N>;
+  Keywords() = default;
+
+  ZEL_KwResult m_host{}; ///< the host counts the offsets of the slots from here
+  std::array<KeywordSlot, N> m_slots{};
 };
+
+/// For a routine that accepts no keywords.
+inline constexpr KeywordTable<0> noKeywords({});
 
 /// Stores a 32-bit integer in the variable of an output keyword. Does nothing for null, a keyword that was not given.
 void store(ZEL_Variable* output, std::int32_t value);

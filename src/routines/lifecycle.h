@@ -12,20 +12,6 @@
 
 namespace ogc {
 
-/// Points the response files of a new client into the user file store, and its certificates to those of the
-/// installation.
-void setDefaults(const Service& service, COgcBase& client);
-
-/// A new client; errors if there is no memory for it.
-template <typename Client>
-std::unique_ptr<Client> make(const Service& service) {
-  try {
-    return std::make_unique<Client>();
-  } catch (const std::bad_alloc&) {
-    fail(service.noMemory);
-  }
-}
-
 /// Destroys the client in a slot with its callback data. Errors, naming `what`, while it is in a request. An empty slot
 /// is left alone.
 template <typename Client, auto CleanUp>
@@ -48,9 +34,13 @@ ZEL_Variable* init(const Service& service, int argc, ZEL_Variable** argv, const 
     ZEL_ObjReference(argv[0])->flags |= 1;
     std::int64_t* slot = instanceSlot(service, argv[0]);
     release<Client, CleanUp>(slot, "INIT");
-    COgcBase* client = make<Client>(service).release(); // the slot owns it
-    *slot = reinterpret_cast<std::int64_t>(client);
-    setDefaults(service, *client);
+    try {
+      COgcBase* client = std::make_unique<Client>().release(); // the slot owns it
+      *slot = reinterpret_cast<std::int64_t>(client);
+    } catch (const std::bad_alloc&) {
+      fail(service.noMemory);
+    }
+    setDefaults(service, *clientAt(slot));
     SetProperties(argc, argv, argk, 1, slot);
   });
   return ZEL_GettmpInt(done ? 1 : 0);

@@ -1,7 +1,6 @@
 #include "routines/properties.h"
 
 #include "routines/binding.h"
-#include "routines/errors.h"
 #include "routines/keywords.h"
 #include "routines/user_directory.h"
 #include "zel_ogcwcs_obj.h"
@@ -12,7 +11,7 @@
 #include <string_view>
 #include <type_traits>
 
-namespace ogc {
+using namespace ogc;
 
 namespace {
 
@@ -28,27 +27,20 @@ void apply(COgcBase& client, Value value) {
   (static_cast<Class&>(client).*Setter)(value);
 }
 
-/// A text without the spaces that the host pads converted numbers with.
-const char* unpadded(const Converted& value, const ZEL_STRING& s) {
+/// A text without the leading spaces that the host pads converted numbers with, or without any.
+const char* unpadded(const Converted& value, const ZEL_STRING& s, bool skipsSpaces) {
   const char* text = cString(s);
-  return value.converted() ? text + CCurl::CurlCountLeadingSpaces(text) : text;
+  return skipsSpaces || value.converted() ? text + CCurl::CurlCountLeadingSpaces(text) : text;
 }
 
-template <auto Setter>
+template <auto Setter, bool skipsSpaces = false>
 void setText(COgcBase& client, ZEL_Variable* v) {
   requireScalar(v);
   const Converted text(v, ZEL_TYP_STRING);
-  apply<Setter>(client, unpadded(text, text->value.str));
+  apply<Setter>(client, unpadded(text, text->value.str, skipsSpaces));
 }
-
-/// Digits, after leading spaces if any.
 template <auto Setter>
-void setDigits(COgcBase& client, ZEL_Variable* v) {
-  requireScalar(v);
-  const Converted digits(v, ZEL_TYP_STRING);
-  const char* text = cString(digits->value.str);
-  apply<Setter>(client, text + CCurl::CurlCountLeadingSpaces(text));
-}
+constexpr auto setDigits = setText<Setter, true>;
 
 template <auto Setter>
 void setNumber(COgcBase& client, ZEL_Variable* v) {
@@ -69,7 +61,7 @@ void setHeaders(COgcBase& client, ZEL_Variable* v) {
     CCurl::CurlCleanUpStrNodes(&client.headerList());
     return;
   }
-  for (const ZEL_STRING* line = first; line != first + n; ++line) client.CurlAddHeader(unpadded(lines, *line));
+  for (const ZEL_STRING* line = first; line != first + n; ++line) client.CurlAddHeader(unpadded(lines, *line, false));
 }
 /// @}
 
@@ -211,7 +203,8 @@ constexpr KeywordTable propertyKeywords([] {
 
 /// Runs the action of every property of the service that the call names.
 template <const Service& service, Action action, ZEL_KwFlag kind>
-void process(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk, COgcBase& client) {
+void process(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk, const std::int64_t* clientSlot) {
+  COgcBase& client = clientIn(service, clientSlot);
   static constexpr auto& table = propertyKeywords<service, action, kind>;
   const Keywords keywords(table, argc, argv, argk);
   for (const Property& property : properties)
@@ -221,45 +214,45 @@ void process(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk, COgcBase& 
 
 } // namespace
 
-void setDefaultFiles(const Service& service, COgcBase& client) {
-  const std::string directory = userDirectory(service);
+void ogc::setDefaults(const Service& service, COgcBase& client) {
+  std::array<char, pathSize> directory{};
+  writeUserDir(service, directory.data(), directory.size());
   for (const Property& property : properties) {
     if (property.only != service.className || property.file == nullptr) continue;
     const zel::Temp path(
-        ZEL_StrToSTRING(transfer::formatLimited(pathSize - 1, "%s/%s", directory.c_str(), property.file).c_str()));
+        ZEL_StrToSTRING(transfer::formatLimited(pathSize - 1, "%s/%s", directory.data(), property.file).c_str()));
     property.set(client, path.get());
   }
+  const zel::Temp root(ZEL_SysvDirFunc());
+  constexpr std::array parts{"bin", "bin.linux.x86_64"};
+  ZEL_FilePathFromRoot(directory.data(), directory.size(), root->value.str.s, parts.data(), parts.size(), nullptr,
+                       nullptr);
+  client.CurlSetSslCAInfo(transfer::formatLimited(pathSize - 1, "%sca-bundle.crt", directory.data()).c_str());
 }
 
-void releaseCallbackData(COgcBase& client) {
+void ogc::releaseCallbackData(COgcBase& client) {
   ZEL_HeapVarDelete(callbackData(client));
   client.CurlSetCallbackData(0);
 }
 
-} // namespace ogc
-
 void OGCWCSProcessSetProperties(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk, int initialise,
                                 const std::int64_t* clientSlot) {
-  COgcBase& client = ogc::clientIn(ogc::wcsService, clientSlot);
   if (initialise != 0) static_cast<void>(COgcWcs::OgcWcsInit());
-  ogc::process<ogc::wcsService, &ogc::Property::set, ZEL_KW_VIN>(argc, argv, argk, client);
+  process<wcsService, &Property::set, ZEL_KW_VIN>(argc, argv, argk, clientSlot);
 }
 
 void OGCWMSProcessSetProperties(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk, int initialise,
                                 const std::int64_t* clientSlot) {
-  COgcBase& client = ogc::clientIn(ogc::wmsService, clientSlot);
-  if (initialise != 0) static_cast<COgcWms&>(client).OgcWmsInit();
-  ogc::process<ogc::wmsService, &ogc::Property::set, ZEL_KW_VIN>(argc, argv, argk, client);
+  if (initialise != 0) static_cast<COgcWms&>(clientIn(wmsService, clientSlot)).OgcWmsInit();
+  process<wmsService, &Property::set, ZEL_KW_VIN>(argc, argv, argk, clientSlot);
 }
 
 void OGCWCSProcessGetProperties(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk,
                                 const std::int64_t* clientSlot) {
-  COgcBase& client = ogc::clientIn(ogc::wcsService, clientSlot);
-  ogc::process<ogc::wcsService, &ogc::Property::get, ZEL_KW_OUT>(argc, argv, argk, client);
+  process<wcsService, &Property::get, ZEL_KW_OUT>(argc, argv, argk, clientSlot);
 }
 
 void OGCWMSProcessGetProperties(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk,
                                 const std::int64_t* clientSlot) {
-  COgcBase& client = ogc::clientIn(ogc::wmsService, clientSlot);
-  ogc::process<ogc::wmsService, &ogc::Property::get, ZEL_KW_OUT>(argc, argv, argk, client);
+  process<wmsService, &Property::get, ZEL_KW_OUT>(argc, argv, argk, clientSlot);
 }

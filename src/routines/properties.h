@@ -22,8 +22,9 @@ void OGCWMSProcessGetProperties(int argc, ZEL_Variable** argv, const ZEL_Keyword
 
 namespace ogc {
 
-/// Points the response files of a client into the user file store.
-void setDefaultFiles(const Service& service, COgcBase& client);
+/// Points the response files of a new client into the user file store, and its certificates to those of the
+/// installation.
+void setDefaults(const Service& service, COgcBase& client);
 
 /// Deletes the heap variable that holds a client's callback data.
 void releaseCallbackData(COgcBase& client);

@@ -1,7 +1,5 @@
 #include "routines/requests.h"
 
-#include "routines/errors.h"
-
 #include <algorithm>
 #include <unistd.h>
 
@@ -18,18 +16,18 @@ int modeOf(ZEL_Variable* v, const char* invalid) {
 
 } // namespace
 
-std::optional<std::string> fileOf(ZEL_Variable* v) {
-  if (v == nullptr) return std::nullopt;
-  std::string file = textOf(v);
+transfer::Text fileOf(ZEL_Variable* v) {
+  if (v == nullptr) return {};
+  const std::string file = textOf(v);
   if (access(file.c_str(), F_OK) != 0) fail("Error: Passed in FROM_FILE does not exist: " + file);
-  return file;
+  return transfer::Text(file);
 }
 
-std::optional<std::string> urlOf(ZEL_Variable* v) {
-  if (v == nullptr) return std::nullopt;
-  std::string url = textOf(v);
+transfer::Text urlOf(ZEL_Variable* v) {
+  if (v == nullptr) return {};
+  const std::string url = textOf(v);
   if (url.empty()) fail("Error: Passed in FROM_URL is empty.");
-  return url;
+  return transfer::Text(url);
 }
 
 int validationModeOf(ZEL_Variable* v) { return modeOf(v, "Error: Validation_Mode keyword value is not valid."); }
@@ -54,12 +52,6 @@ Selection select(const Keywords<3>& keywords, std::int64_t total, const char* in
   part.number = std::min(part.number, total - part.start);
   store(count, static_cast<std::int32_t>(part.number));
   return part;
-}
-
-std::string queryOf(ZEL_Variable* v, const char* emptyMessage) {
-  std::string query = textOf(v);
-  if (query.empty()) fail(emptyMessage);
-  return query;
 }
 
 } // namespace ogc

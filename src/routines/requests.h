@@ -8,7 +8,6 @@
 #include "routines/structures.h"
 
 #include <cstdint>
-#include <optional>
 #include <span>
 #include <string>
 
@@ -17,13 +16,9 @@ namespace ogc {
 /// \name Values of keywords; the variable is null for a keyword that was not given
 /// @{
 /// FROM_FILE: the name of an existing file.
-[[nodiscard]] std::optional<std::string> fileOf(ZEL_Variable* v);
+[[nodiscard]] transfer::Text fileOf(ZEL_Variable* v);
 /// FROM_URL: a text that is not empty.
-[[nodiscard]] std::optional<std::string> urlOf(ZEL_Variable* v);
-/// The text for a client, null for none.
-[[nodiscard]] inline const char* orNull(const std::optional<std::string>& text) noexcept {
-  return text ? text->c_str() : nullptr;
-}
+[[nodiscard]] transfer::Text urlOf(ZEL_Variable* v);
 /// VALIDATION_MODE and SCHEMA_CHECKING: 0 to 2, by default 0.
 [[nodiscard]] int validationModeOf(ZEL_Variable* v);
 [[nodiscard]] int schemaCheckingOf(ZEL_Variable* v);
@@ -40,20 +35,20 @@ inline constexpr auto listKeywords = keywordTable({{"COUNT", ZEL_KW_OUT}, {"INDE
 [[nodiscard]] Selection select(const Keywords<3>& keywords, std::int64_t total, const char* indexTooLarge);
 /// @}
 
-/// The text of a query argument; an empty one is an error with `emptyMessage`.
-[[nodiscard]] std::string queryOf(ZEL_Variable* v, const char* emptyMessage);
-
 /// What a result routine returns if there is no result.
 [[nodiscard]] inline zel::Temp nothing() { return zel::Temp(ZEL_GettmpInt(0)); }
 
-/// A routine that takes a query and returns the name of the file that the answer was written to.
+/// A routine that takes a query and returns the name of the file that the answer was written to. An empty query is an
+/// error with `emptyMessage`.
 template <typename Client, auto Request>
 ZEL_Variable* fetch(const Service& service, int argc, ZEL_Variable** argv, const ZEL_Keywords* argk,
                     const char* emptyMessage) {
   return runFunction([&] {
     const Keywords none(noKeywords, argc, argv, argk);
     auto& client = clientOf<Client>(service, argv[0]);
-    (client.*Request)(queryOf(argv[1], emptyMessage).c_str());
+    const std::string query = textOf(argv[1]);
+    if (query.empty()) fail(emptyMessage);
+    (client.*Request)(query.c_str());
     return zel::Temp(ZEL_StrToSTRING(client.responseFile()));
   });
 }

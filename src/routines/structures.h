@@ -23,6 +23,7 @@ void _ZEL_OgcWcsAddStrucTag(int index, const char* name, ZEL_STRING* names, ZEL_
 void _ZEL_OgcWcsSetTagDataStr(int tag, char* element, const std::int64_t* offsets, const char* text);
 void _ZEL_OgcWcsSetTagDataStrArray(int tag, std::int64_t i, char* element, const std::int64_t* offsets,
                                    const char* text);
+/// For native code whose structures hold numbers; those of the routines hold texts alone.
 void _ZEL_OgcWcsSetTagDataInt(int tag, char* element, const std::int64_t* offsets, std::int32_t value);
 /// @}
 
@@ -77,22 +78,17 @@ std::int64_t countOf(const void* record) noexcept {
   }
 }
 
-template <auto Head>
+/// A nested record, which a field holds or points to, or the first entry of a list.
+template <auto Member>
 const void* firstOf(const void* record, void*) noexcept {
-  return headOf<Head>(record);
+  if constexpr (std::convertible_to<decltype(field<Member>(record)), const void*>)
+    return field<Member>(record);
+  else
+    return &field<Member>(record);
 }
 template <typename Entry>
 const void* following(const void* entry, void*) noexcept {
   return static_cast<const Entry*>(entry)->next;
-}
-
-/// A nested record, which a field holds or points to.
-template <auto Member>
-const void* nestedOf(const void* record, void*) noexcept {
-  if constexpr (std::is_pointer_v<std::remove_cvref_t<decltype(field<Member>(record))>>)
-    return field<Member>(record);
-  else
-    return &field<Member>(record);
 }
 
 } // namespace detail
@@ -112,24 +108,14 @@ constexpr Tag number(const char* name) {
 /// A nested record.
 template <auto Member>
 constexpr Tag nested(const char* name, std::span<const Tag> tags) {
-  return {.name = name, .first = detail::nestedOf<Member>, .nested = tags};
+  return {.name = name, .first = detail::firstOf<Member>, .nested = tags};
 }
 
-/// A list of texts. \tparam Count field with the number of entries to return, by default all
+/// A list of texts, or of records with `tags`. \tparam Count field with the number of entries to return, by default all
 template <auto Head, auto Count = Head>
-constexpr Tag texts(const char* name) {
-  static_assert(std::is_same_v<detail::EntryOf<Head>, xNodeStr_t>);
+constexpr Tag list(const char* name, std::span<const Tag> tags = {}) {
   return {.name = name,
           .text = detail::textOf<&xNodeStr_t::str>,
-          .count = detail::countOf<Count>,
-          .first = detail::firstOf<Head>,
-          .next = detail::following<xNodeStr_t>};
-}
-
-/// A list of records. \tparam Count as for texts()
-template <auto Head, auto Count = Head>
-constexpr Tag records(const char* name, std::span<const Tag> tags) {
-  return {.name = name,
           .count = detail::countOf<Count>,
           .first = detail::firstOf<Head>,
           .next = detail::following<detail::EntryOf<Head>>,

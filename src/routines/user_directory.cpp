@@ -3,12 +3,9 @@
 #include "zel_curl_obj.h"
 #include "zel_module.h"
 
-#include <array>
 #include <cstring>
 
-namespace {
-
-void userDir(const ogc::Service& service, char* buffer, unsigned int size) {
+void ogc::writeUserDir(const Service& service, char* buffer, unsigned int size) {
   const zel::Temp author(ZEL_StrToSTRING("zel"));
   const zel::Temp authorDescription(ZEL_StrToSTRING("OGC"));
   const zel::Temp application(ZEL_StrToSTRING(service.userDir));
@@ -24,15 +21,7 @@ void userDir(const ogc::Service& service, char* buffer, unsigned int size) {
   ZEL_StrBase_strlcat(buffer, text != nullptr ? text : "", size);
 }
 
-} // namespace
-
-void _ZEL_OgcWcsUserDir(char* buffer, unsigned int size) { userDir(ogc::wcsService, buffer, size); }
-void _ZEL_OgcWmsUserDir(char* buffer, unsigned int size) { userDir(ogc::wmsService, buffer, size); }
-
-std::string ogc::userDirectory(const Service& service) {
-  std::array<char, pathSize> buffer{};
-  userDir(service, buffer.data(), buffer.size());
-  return buffer.data();
-}
+void _ZEL_OgcWcsUserDir(char* buffer, unsigned int size) { ogc::writeUserDir(ogc::wcsService, buffer, size); }
+void _ZEL_OgcWmsUserDir(char* buffer, unsigned int size) { ogc::writeUserDir(ogc::wmsService, buffer, size); }
 
 int _ZEL_OgcCountLeadingSpaces(const char* text) noexcept { return CCurl::CurlCountLeadingSpaces(text); }

@@ -5,13 +5,14 @@
 #include "routines/service.h"
 
 #include <cstddef>
-#include <string>
 
 /// Writes the path of a service's file store to `buffer`, a buffer of `size` bytes, cut to `size - 1`. Makes the
-/// directory if it is missing. The path is empty if the host has no such directory.
+/// directory if it is missing. The path is empty if the host has no such directory. For native code that keeps files
+/// of its own beside the answers.
 void _ZEL_OgcWcsUserDir(char* buffer, unsigned int size);
 void _ZEL_OgcWmsUserDir(char* buffer, unsigned int size);
-/// Number of leading spaces of a text. Its last character is never counted.
+/// Number of leading spaces of a text. Its last character is never counted. For native code that takes texts from
+/// scripts itself.
 [[nodiscard]] int _ZEL_OgcCountLeadingSpaces(const char* text) noexcept;
 
 namespace ogc {
@@ -19,7 +20,7 @@ namespace ogc {
 /// Size in bytes of a buffer for a path, including the terminator.
 constexpr std::size_t pathSize = 1025;
 
-/// The path, of at most 1024 characters.
-[[nodiscard]] std::string userDirectory(const Service& service);
+/// The same for any service.
+void writeUserDir(const Service& service, char* buffer, unsigned int size);
 
 } // namespace ogc
