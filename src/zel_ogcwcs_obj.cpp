@@ -41,10 +41,6 @@ std::string coverageParameter(const char* const* names, int count) {
 
 } // namespace
 
-COgcWcs::COgcWcs() : COgcBase("1.0.0") {}
-
-void COgcWcs::OgcWcsSetVer(const char* version) { OgcBaseStringHandler(&m_version, version); }
-
 void COgcWcs::OgcWcsSetCapFN(const char* name) {
   setFileName(m_capFile, name, "Error: Capabilities Filename can not be null.");
 }
@@ -123,14 +119,6 @@ const WcsOffering* COgcWcs::OgcWcsGetCO(int index) const {
   return itemAt(offerings(), index);
 }
 
-const WcsEnvelope* COgcWcs::OgcWcsGetCOSDLLE(int co, int n) const { return itemAt(OgcWcsGetCO(co)->envelopes.head, n); }
-
-int COgcWcs::OgcWcsGetCOSDLLECount(int co) const { return length(OgcWcsGetCO(co)->envelopes.head); }
-
-const WcsGrid* COgcWcs::OgcWcsGetCOSDGrid(int co, int n) const { return itemAt(OgcWcsGetCO(co)->grids.head, n); }
-
-int COgcWcs::OgcWcsGetCOSDGridCount(int co) const { return length(OgcWcsGetCO(co)->grids.head); }
-
 int COgcWcs::OgcWcsGetCOSDGridAxisNameCount(int co, int grid) const {
   return lengthIn(OgcWcsGetCO(co)->grids.head, grid, &WcsGrid::axisNames);
 }
@@ -139,39 +127,17 @@ int COgcWcs::OgcWcsGetCOSDGridOffsetVectorCount(int co, int grid) const {
   return lengthIn(OgcWcsGetCO(co)->grids.head, grid, &WcsGrid::offsetVectors);
 }
 
-const WcsTimePosition* COgcWcs::OgcWcsGetCOTempTimePos(int co, int n) const {
-  return itemAt(OgcWcsGetCO(co)->timePositions.head, n);
-}
-
-int COgcWcs::OgcWcsGetCOTempTimePosCount(int co) const { return length(OgcWcsGetCO(co)->timePositions.head); }
-
-const WcsTimePeriod* COgcWcs::OgcWcsGetCOTempTimePeriod(int co, int n) const {
-  return itemAt(OgcWcsGetCO(co)->timePeriods.head, n);
-}
-
-int COgcWcs::OgcWcsGetCOTempTimePeriodCount(int co) const { return length(OgcWcsGetCO(co)->timePeriods.head); }
-
-const WcsInterval* COgcWcs::OgcWcsGetCORngNullInterval(int co, int n) const {
-  return itemAt(OgcWcsGetCO(co)->rangeSet.nullIntervals.head, n);
-}
-
-int COgcWcs::OgcWcsGetCORngNullIntervalCount(int co) const { return length(OgcWcsGetCORngNullInterval(co, 0)); }
-
-const WcsAxis* COgcWcs::OgcWcsGetCORngAxis(int co, int n) const { return itemAt(OgcWcsGetCO(co)->axes.head, n); }
-
-int COgcWcs::OgcWcsGetCORngAxisCount(int co) const { return length(OgcWcsGetCO(co)->axes.head); }
-
 int COgcWcs::OgcWcsGetCORngAxisSingleCount(int co, int axis) const {
   return lengthIn(OgcWcsGetCO(co)->axes.head, axis, &WcsAxis::singleValues);
+}
+
+int COgcWcs::OgcWcsGetCORngAxisIntCount(int co, int axis) const {
+  return lengthIn(OgcWcsGetCO(co)->axes.head, axis, &WcsAxis::intervals);
 }
 
 const WcsInterval* COgcWcs::OgcWcsGetCORngAxisInt(int co, int axis, int n) const {
   const WcsAxis* item = OgcWcsGetCORngAxis(co, axis);
   return item != nullptr ? itemAt(item->intervals.head, n) : nullptr;
-}
-
-int COgcWcs::OgcWcsGetCORngAxisIntCount(int co, int axis) const {
-  return lengthIn(OgcWcsGetCO(co)->axes.head, axis, &WcsAxis::intervals);
 }
 
 void COgcWcs::OgcWcsCleanupNewCap() {

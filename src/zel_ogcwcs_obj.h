@@ -127,12 +127,12 @@ struct WcsDescription {
 /// request runs, a second one and the clean-ups of records are refused.
 class COgcWcs final : public COgcBase {
 public:
-  COgcWcs();
+  COgcWcs() : COgcBase("1.0.0") {}
 
   [[nodiscard]] static int OgcWcsInit() noexcept { return 1; }
 
   /// Version sent in requests, unchecked.
-  void OgcWcsSetVer(const char* version);
+  void OgcWcsSetVer(const char* version) { OgcBaseStringHandler(&m_version, version); }
   /// Names of the files that answers are written to. \throws CCurlException for an empty name; the old one stays.
   void OgcWcsSetCapFN(const char* name);
   void OgcWcsSetDesCovFN(const char* name);
@@ -165,20 +165,26 @@ public:
   /// offerings, and when there are none. Counts of a grid or an axis take -1 for the largest among all.
   /// @{
   [[nodiscard]] const ogc::WcsOffering* OgcWcsGetCO(int index) const;
-  [[nodiscard]] const ogc::WcsEnvelope* OgcWcsGetCOSDLLE(int co, int n) const;
-  [[nodiscard]] int OgcWcsGetCOSDLLECount(int co) const;
-  [[nodiscard]] const ogc::WcsGrid* OgcWcsGetCOSDGrid(int co, int n) const;
-  [[nodiscard]] int OgcWcsGetCOSDGridCount(int co) const;
+  const ogc::WcsEnvelope* OgcWcsGetCOSDLLE(int co, int n) const { return item(&Offering::envelopes, co, n); }
+  int OgcWcsGetCOSDLLECount(int co) const { return transfer::length(OgcWcsGetCO(co)->envelopes.head); }
+  const ogc::WcsGrid* OgcWcsGetCOSDGrid(int co, int n) const { return item(&Offering::grids, co, n); }
+  int OgcWcsGetCOSDGridCount(int co) const { return transfer::length(OgcWcsGetCO(co)->grids.head); }
   [[nodiscard]] int OgcWcsGetCOSDGridAxisNameCount(int co, int grid) const;
   [[nodiscard]] int OgcWcsGetCOSDGridOffsetVectorCount(int co, int grid) const;
-  [[nodiscard]] const ogc::WcsTimePosition* OgcWcsGetCOTempTimePos(int co, int n) const;
-  [[nodiscard]] int OgcWcsGetCOTempTimePosCount(int co) const;
-  [[nodiscard]] const ogc::WcsTimePeriod* OgcWcsGetCOTempTimePeriod(int co, int n) const;
-  [[nodiscard]] int OgcWcsGetCOTempTimePeriodCount(int co) const;
-  [[nodiscard]] const ogc::WcsInterval* OgcWcsGetCORngNullInterval(int co, int n) const;
-  [[nodiscard]] int OgcWcsGetCORngNullIntervalCount(int co) const;
-  [[nodiscard]] const ogc::WcsAxis* OgcWcsGetCORngAxis(int co, int n) const;
-  [[nodiscard]] int OgcWcsGetCORngAxisCount(int co) const;
+  const ogc::WcsTimePosition* OgcWcsGetCOTempTimePos(int co, int n) const {
+    return item(&Offering::timePositions, co, n);
+  }
+  int OgcWcsGetCOTempTimePosCount(int co) const { return transfer::length(OgcWcsGetCO(co)->timePositions.head); }
+  const ogc::WcsTimePeriod* OgcWcsGetCOTempTimePeriod(int co, int n) const {
+    return item(&Offering::timePeriods, co, n);
+  }
+  int OgcWcsGetCOTempTimePeriodCount(int co) const { return transfer::length(OgcWcsGetCO(co)->timePeriods.head); }
+  [[nodiscard]] const ogc::WcsInterval* OgcWcsGetCORngNullInterval(int co, int n) const {
+    return transfer::itemAt(OgcWcsGetCO(co)->rangeSet.nullIntervals.head, n);
+  }
+  int OgcWcsGetCORngNullIntervalCount(int co) const { return transfer::length(OgcWcsGetCORngNullInterval(co, 0)); }
+  const ogc::WcsAxis* OgcWcsGetCORngAxis(int co, int n) const { return item(&Offering::axes, co, n); }
+  int OgcWcsGetCORngAxisCount(int co) const { return transfer::length(OgcWcsGetCO(co)->axes.head); }
   [[nodiscard]] int OgcWcsGetCORngAxisSingleCount(int co, int axis) const;
   [[nodiscard]] const ogc::WcsInterval* OgcWcsGetCORngAxisInt(int co, int axis, int n) const;
   [[nodiscard]] int OgcWcsGetCORngAxisIntCount(int co, int axis) const;
@@ -209,6 +215,12 @@ public:
   [[nodiscard]] const transfer::Text& covFile() const noexcept { return m_covFile; }
 
 private:
+  using Offering = ogc::WcsOffering;
+  /// Item `n` of a list of offering `co`.
+  template <typename T>
+  [[nodiscard]] T* item(ogc::WcsList<T> Offering::*list, int co, int n) const {
+    return transfer::itemAt((OgcWcsGetCO(co)->*list).head, n);
+  }
   void forgetCapabilities() noexcept;
   void forgetDescription() noexcept;
 

@@ -6,7 +6,6 @@
 #include <string>
 
 using ogc::WmsCapabilities;
-using transfer::itemAt;
 
 namespace {
 
@@ -15,25 +14,10 @@ constexpr long cacheGrowth = 4000;
 
 } // namespace
 
-WmsCapabilities::WmsCapabilities() {
-  m_newLayer.pLatLonBBox = m_newLayer.pExGeoBBox = &m_empty.geoBox;
-  m_newLayer.pBBox = &m_empty.bbox;
-  m_newLayer.pExtent = &m_empty.extent;
-  m_newLayer.pDimension = &m_empty.dimension;
-  m_newLayer.pAttribution = &m_empty.attribution;
-  m_newLayer.pAuthorityUrl = &m_empty.authorityUrl;
-  m_newLayer.pIdentifier = &m_empty.identifier;
-  m_newLayer.pMetadataUrl = &m_empty.metadataUrl;
-  m_newLayer.pDataUrl = m_newLayer.pFeatureUrl = &m_empty.onlineRes;
-  m_newLayer.pStyle = &m_empty.style;
-}
-
 int COgcWms::OgcWmsInit() {
   OgcWmsAllocateLayerPtrCache(firstCacheCapacity, 0);
   return 1;
 }
-
-void COgcWms::OgcWmsAllocateLayerPtrCache(long capacity, int keep) { m_document.allocateCache(capacity, keep); }
 
 void WmsCapabilities::allocateCache(long capacity, int keep) {
   if (keep == 0) ppLayerCache.clear();
@@ -79,8 +63,6 @@ void COgcWms::OgcWmsSetMapFN(const char* name) { setFileName(m_mapFile, name, "E
 void COgcWms::OgcWmsSetFeatFN(const char* name) {
   setFileName(m_featFile, name, "Error: Feature Info Filename can not be null.");
 }
-
-void COgcWms::OgcWmsSetVer(const char* version) { OgcBaseStringHandler(&m_version, version); }
 
 void COgcWms::OgcWmsGetCap(const char* fromFile, const char* fromUrl, int schemaChecking, int validationMode,
                            int disableInheritance) {
@@ -151,20 +133,14 @@ xWmsLayer_t& COgcWms::layerAt(int i) const {
   return *layer;
 }
 
-const xWmsLayer_t* COgcWms::OgcWmsGetLayer(int i) const { return &layerAt(i); }
-
-const xWmsStyle_t* COgcWms::OgcWmsGetLyrStyle(int i, int k) const { return itemAt(layerAt(i).pStyle, k); }
-const xWmsDimension_t* COgcWms::OgcWmsGetLyrDim(int i, int k) const { return itemAt(layerAt(i).pDimension, k); }
-const xWmsAuthorityUrl_t* COgcWms::OgcWmsGetLyrAuth(int i, int k) const { return itemAt(layerAt(i).pAuthorityUrl, k); }
-const xWmsBBox_t* COgcWms::OgcWmsGetLyrBBox(int i, int k) const { return itemAt(layerAt(i).pBBox, k); }
-const xWmsExtent_t* COgcWms::OgcWmsGetLyrExt(int i, int k) const { return itemAt(layerAt(i).pExtent, k); }
-const xWmsIdentifier_t* COgcWms::OgcWmsGetLyrId(int i, int k) const { return itemAt(layerAt(i).pIdentifier, k); }
-const xWmsMetadataUrl_t* COgcWms::OgcWmsGetLyrMeta(int i, int k) const { return itemAt(layerAt(i).pMetadataUrl, k); }
-const xWmsOnlineRes_t* COgcWms::OgcWmsGetLyrData(int i, int k) const { return itemAt(layerAt(i).pDataUrl, k); }
-const xWmsOnlineRes_t* COgcWms::OgcWmsGetLyrFeat(int i, int k) const { return itemAt(layerAt(i).pFeatureUrl, k); }
-
 xWmsLayer_t& WmsCapabilities::addLayer(int parent, int level) {
   if (ppLayerCache.empty()) allocateCache(firstCacheCapacity, 0);
+  if (nLayers == 0) {
+    m_newLayer = {};
+    makeRecords(m_newLayer.pLatLonBBox, m_newLayer.pExGeoBBox, m_newLayer.pBBox, m_newLayer.pExtent,
+                m_newLayer.pDimension, m_newLayer.pAttribution, m_newLayer.pAuthorityUrl, m_newLayer.pIdentifier,
+                m_newLayer.pMetadataUrl, m_newLayer.pDataUrl, m_newLayer.pFeatureUrl, m_newLayer.pStyle);
+  }
   xWmsLayer_t& layer = *arena.make<xWmsLayer_t>();
   layer = m_newLayer;
   layer.iIndex = static_cast<int>(nLayers);

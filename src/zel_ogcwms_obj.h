@@ -152,7 +152,6 @@ namespace ogc {
 /// What a capabilities document holds.
 class WmsCapabilities {
 public:
-  WmsCapabilities();
   /// New last layer, its lists at the empty first records.
   xWmsLayer_t& addLayer(int parent, int level);
   /// Makes the cache `capacity` null entries long; the old entries stay in front when `keep` is not 0.
@@ -167,23 +166,14 @@ public:
   std::vector<xWmsLayer_t*> ppLayerCache; ///< the layers by their index
 
 private:
-  /// The first records of lists that have no entries, for all layers. Nothing is written to them: the first entry takes
-  /// the place of the empty record.
-  struct EmptyRecords {
-    xWmsGeoBox_t geoBox;
-    xWmsBBox_t bbox;
-    xWmsExtent_t extent;
-    xWmsDimension_t dimension;
-    xWmsAttribution_t attribution;
-    xWmsAuthorityUrl_t authorityUrl;
-    xWmsIdentifier_t identifier;
-    xWmsMetadataUrl_t metadataUrl;
-    xWmsOnlineRes_t onlineRes;
-    xWmsStyle_t style;
-  };
+  template <typename... Record>
+  void makeRecords(Record*&... records) {
+    ((records = arena.make<Record>()), ...);
+  }
 
-  EmptyRecords m_empty{};
-  xWmsLayer_t m_newLayer{}; ///< as layers are before anything was read into them
+  /// As layers are before anything was read into them. Lists without entries have their first records, which are
+  /// empty, in common: nothing is written to them, the first entry takes the place of the empty record.
+  xWmsLayer_t m_newLayer{};
 };
 
 } // namespace ogc
@@ -195,7 +185,7 @@ public:
   /// Gives the layer pointer cache its first capacity. \return 1.
   int OgcWmsInit();
   /// Makes the cache `capacity` null entries long; the old entries stay in front when `keep` is not 0.
-  void OgcWmsAllocateLayerPtrCache(long capacity, int keep);
+  void OgcWmsAllocateLayerPtrCache(long capacity, int keep) { m_document.allocateCache(capacity, keep); }
   /// Releases the capabilities and the exception texts; the cache keeps its capacity.
   /// \throws CCurlException while a request runs.
   void OgcWmsCleanupCap();
@@ -209,7 +199,7 @@ public:
   void OgcWmsSetMapFN(const char* name);
   void OgcWmsSetFeatFN(const char* name);
   /// WMS version sent in requests; not checked.
-  void OgcWmsSetVer(const char* version);
+  void OgcWmsSetVer(const char* version) { OgcBaseStringHandler(&m_version, version); }
   [[nodiscard]] const transfer::Text& capFile() const noexcept { return m_capFile; }
   [[nodiscard]] const transfer::Text& mapFile() const noexcept { return m_mapFile; }
   [[nodiscard]] const transfer::Text& featFile() const noexcept { return m_featFile; }
@@ -252,28 +242,33 @@ public:
   /// The layer at the cursor, which moves on; null at the end.
   const xWmsLayer_t* OgcWmsGetNextLayer() noexcept;
   /// \throws CCurlException for an index out of range, and for a layer that is no longer in the cache.
-  [[nodiscard]] const xWmsLayer_t* OgcWmsGetLayer(int i) const;
+  [[nodiscard]] const xWmsLayer_t* OgcWmsGetLayer(int i) const { return &layerAt(i); }
   /// For native code that takes a layer apart; the routines return whole records.
   /// Entry `k` of a list of layer `i`, null when the list is shorter; the first for a `k` below 1.
   /// \throws CCurlException for a layer index out of range.
-  [[nodiscard]] const xWmsStyle_t* OgcWmsGetLyrStyle(int i, int k) const;
-  [[nodiscard]] const xWmsDimension_t* OgcWmsGetLyrDim(int i, int k) const;
-  [[nodiscard]] const xWmsAuthorityUrl_t* OgcWmsGetLyrAuth(int i, int k) const;
-  [[nodiscard]] const xWmsBBox_t* OgcWmsGetLyrBBox(int i, int k) const;
-  [[nodiscard]] const xWmsExtent_t* OgcWmsGetLyrExt(int i, int k) const;
-  [[nodiscard]] const xWmsIdentifier_t* OgcWmsGetLyrId(int i, int k) const;
-  [[nodiscard]] const xWmsMetadataUrl_t* OgcWmsGetLyrMeta(int i, int k) const;
-  [[nodiscard]] const xWmsOnlineRes_t* OgcWmsGetLyrData(int i, int k) const;
-  [[nodiscard]] const xWmsOnlineRes_t* OgcWmsGetLyrFeat(int i, int k) const;
+  const xWmsStyle_t* OgcWmsGetLyrStyle(int i, int k) const { return item(&Layer::pStyle, i, k); }
+  const xWmsDimension_t* OgcWmsGetLyrDim(int i, int k) const { return item(&Layer::pDimension, i, k); }
+  const xWmsAuthorityUrl_t* OgcWmsGetLyrAuth(int i, int k) const { return item(&Layer::pAuthorityUrl, i, k); }
+  const xWmsBBox_t* OgcWmsGetLyrBBox(int i, int k) const { return item(&Layer::pBBox, i, k); }
+  const xWmsExtent_t* OgcWmsGetLyrExt(int i, int k) const { return item(&Layer::pExtent, i, k); }
+  const xWmsIdentifier_t* OgcWmsGetLyrId(int i, int k) const { return item(&Layer::pIdentifier, i, k); }
+  const xWmsMetadataUrl_t* OgcWmsGetLyrMeta(int i, int k) const { return item(&Layer::pMetadataUrl, i, k); }
+  const xWmsOnlineRes_t* OgcWmsGetLyrData(int i, int k) const { return item(&Layer::pDataUrl, i, k); }
+  const xWmsOnlineRes_t* OgcWmsGetLyrFeat(int i, int k) const { return item(&Layer::pFeatureUrl, i, k); }
   /// @}
 
 private:
+  using Layer = xWmsLayer_t;
   void forgetCapabilities() noexcept;
   /// Gets what `query` asks for into `file`. \return the name of the file written.
   std::string fetch(const char* request, const char* query, const transfer::Text& file, const RequestTexts& texts);
   /// Refuses an XML answer after its exception texts were collected.
   [[noreturn]] void refuseXml(const std::string& file);
   [[nodiscard]] xWmsLayer_t& layerAt(int i) const;
+  template <typename T>
+  [[nodiscard]] T* item(T* Layer::*list, int i, int k) const {
+    return transfer::itemAt(layerAt(i).*list, k);
+  }
   transfer::Text m_capFile{"cap"};
   transfer::Text m_mapFile{"map"};
   transfer::Text m_featFile{"map"};

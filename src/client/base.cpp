@@ -39,10 +39,8 @@ COgcBase::Request::Request(COgcBase& client) : m_client(client) {
 
 void COgcBase::requireIdle(const char* what) const {
   if (!m_busy && !isTransferring()) return;
-  throw CCurlException(transfer::formatLimited(
-                           transfer::messageLimit,
-                           "Error: a request of this object is still running. %s has to wait until it has ended", what)
-                           .c_str());
+  const std::string text = "Error: a request of this object is still running. ";
+  throw CCurlException((text + what + " has to wait until it has ended").c_str());
 }
 
 template <typename Call>
@@ -159,11 +157,12 @@ void COgcBase::sendGet(const char* url) {
 void COgcBase::reportRefusal(const char* file) {
   ogc::xml::Arena texts;
   ogc::xml::ExceptionHandler handler(*this, texts);
+  m_quiet = true;
   try {
-    const Quiet quiet(*this);
     OgcBaseParse(&handler, file, 0, 0);
   } catch (const CCurlException&) { // a report, or no XML at all
   }
+  m_quiet = false;
   try {
     OgcBaseServerErrorCheck();
   } catch (const CCurlException&) { // already reported; the request's own error follows
@@ -196,12 +195,10 @@ void COgcBase::OgcBaseParse(ogc::xml::Handler* handler, const char* file, int sc
 
 void COgcBase::requireOwnAnswer(const char* file) const {
   if (responseFileIsOurs()) return;
-  throw CCurlException(
-      transfer::formatLimited(transfer::messageLimit,
-                              "Error: the response file (%s) was replaced by another process before it was "
-                              "read. Let each process write to a different file, and repeat the request",
-                              file)
-          .c_str());
+  throw CCurlException(("Error: the response file (" + std::string(file) +
+                        ") was replaced by another process before it "
+                        "was read. Let each process write to a different file, and repeat the request")
+                           .c_str());
 }
 
 void COgcBase::parseAnswer(ogc::xml::Handler& handler, const char* file, const ogc::xml::Validation& validation) {

@@ -55,23 +55,11 @@ protected:
   public:
     explicit Request(COgcBase& client);
     ~Request() noexcept {
-      m_client.m_busy = false;
+      m_client.m_busy = m_client.m_quiet = false;
       m_client.holdResponseFile(false);
     }
     Request(const Request&) = delete;
     Request& operator=(const Request&) = delete;
-
-  private:
-    COgcBase& m_client;
-  };
-
-  /// Suppresses reports during a scope.
-  class Quiet {
-  public:
-    explicit Quiet(COgcBase& client) noexcept : m_client(client) { client.m_quiet = true; }
-    ~Quiet() { m_client.m_quiet = false; }
-    Quiet(const Quiet&) = delete;
-    Quiet& operator=(const Quiet&) = delete;
 
   private:
     COgcBase& m_client;
@@ -155,5 +143,5 @@ private:
   ogc::xml::ExceptionTexts m_exceptions; ///< of the last document parsed
   std::exception_ptr m_hostError;        ///< last error of the host, which a parser may have replaced with its own
   bool m_busy = false;
-  bool m_quiet = false;
+  bool m_quiet = false; ///< nothing is reported
 };
