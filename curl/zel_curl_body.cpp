@@ -1,4 +1,4 @@
-#include "zel_curl_edge.h"
+#include "zel_curl_obj.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,5 +1,5 @@
-#include "zel_curl_edge.h"
 #include "zel_curl_handle.h"
+#include "zel_curl_obj.h"
 
 #include <algorithm>
 #include <climits>

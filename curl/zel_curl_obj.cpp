@@ -1,6 +1,5 @@
 #include "zel_curl_obj.h"
 
-#include <algorithm>
 #include <climits>
 #include <cstdlib>
 

@@ -327,8 +327,19 @@ private:
   static int flag(int value) noexcept { return value != 0 ? 1 : 0; }
   static void setInRange(int& field, int value, int most, const char* name);
 
+  /// Runs the body of a callback on the object. What it throws is kept until the transfer has ended, and no callback
+  /// does anything more until then.
   template <typename Result, typename Body>
-  static Result guardCallback(void* object, Result failed, Body body) noexcept;
+  static Result guardCallback(void* object, Result failed, Body body) noexcept {
+    auto& self = *static_cast<CCurl*>(object);
+    if (self.m_thrown) return failed;
+    try {
+      return body(self);
+    } catch (...) {
+      self.m_thrown = std::current_exception();
+      return failed;
+    }
+  }
   static int xferInfo(void* object, curl_off_t dlTotal, curl_off_t dlNow, curl_off_t ulTotal,
                       curl_off_t ulNow) noexcept;
 

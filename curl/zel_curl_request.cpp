@@ -77,13 +77,10 @@ constexpr long receiveSize = 512 * 1024L; // the fastest for large downloads
 
 constexpr const char* encodings[] = {nullptr, "deflate", "gzip", ""};
 
-struct FreeList {
-  void operator()(curl_slist* list) const noexcept { curl_slist_free_all(list); }
-};
-using SList = std::unique_ptr<curl_slist, FreeList>;
+using SList = std::unique_ptr<curl_slist, decltype(&curl_slist_free_all)>;
 
 SList copyLines(const transfer::TextList& lines) {
-  SList list;
+  SList list(nullptr, curl_slist_free_all);
   for (const auto* node = lines.head(); node != nullptr; node = node->next) {
     if (node->str == nullptr) continue;
     curl_slist* longer = curl_slist_append(list.get(), node->str);

@@ -61,10 +61,6 @@ template <typename T>
 /// A list of texts that owns its nodes.
 class TextList {
 public:
-  TextList() = default;
-  TextList(const TextList&) = delete;
-  TextList& operator=(const TextList&) = delete;
-
   /// Appends a node; an empty text appends a node whose text is absent.
   void append(std::string_view text);
   void clear() noexcept;

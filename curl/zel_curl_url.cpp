@@ -13,11 +13,6 @@ namespace {
 constexpr std::size_t baseLimit = 1023; // scheme, host, port and path together
 constexpr std::size_t hostLimit = 255;
 
-struct FreeCurlText {
-  void operator()(char* text) const noexcept { curl_free(text); }
-};
-using CurlText = std::unique_ptr<char, FreeCurlText>;
-
 void require(const transfer::Text& part, const char* name) {
   if (!part.present())
     throw CCurlException(
@@ -27,7 +22,9 @@ void require(const transfer::Text& part, const char* name) {
 
 bool needsPort(const transfer::Text& port) { return port.present() && port.str() != "80"; }
 
-int deliver(const CurlText& result, char* out, unsigned long outSize) {
+// Copies a text of libcurl's, which is freed.
+int deliver(char* made, char* out, unsigned long outSize) {
+  const std::unique_ptr<char, decltype(&curl_free)> result(made, curl_free);
   const std::string_view text = result ? result.get() : "";
   if (!result || text.size() >= outSize) return 0;
   out[text.copy(out, text.size())] = '\0';
@@ -111,10 +108,7 @@ void CCurl::CurlEscapeSpaces(char* str, unsigned long size) {
   std::string escaped;
   for (const char* p = str; *p != '\0'; ++p) {
     if (escaped.size() + 4 >= size) throw CCurlException("Error: Request is too long");
-    if (*p == ' ')
-      escaped += "%20";
-    else
-      escaped += *p;
+    escaped += *p == ' ' ? "%20" : std::string_view(p, 1);
   }
   std::fill_n(str, size, '\0');
   escaped.copy(str, size - 1);
@@ -122,12 +116,12 @@ void CCurl::CurlEscapeSpaces(char* str, unsigned long size) {
 
 int CCurl::CurlUrlEncode(const char* in, char* out, unsigned long outSize) {
   if (in == nullptr || out == nullptr || *in == '\0') return 0;
-  return deliver(CurlText(curl_easy_escape(nullptr, in, 0)), out, outSize);
+  return deliver(curl_easy_escape(nullptr, in, 0), out, outSize);
 }
 
 int CCurl::CurlUrlDecode(const char* in, char* out, unsigned long outSize) {
   if (in == nullptr || out == nullptr || *in == '\0') return 0;
-  return deliver(CurlText(curl_easy_unescape(nullptr, in, 0, nullptr)), out, outSize);
+  return deliver(curl_easy_unescape(nullptr, in, 0, nullptr), out, outSize);
 }
 
 int CCurl::CurlContainsFilename(const char* path) noexcept {

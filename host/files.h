@@ -32,8 +32,6 @@ class TargetFile {
 public:
   TargetFile(const std::filesystem::path& target, mode_t mode);
   ~TargetFile();
-  TargetFile(const TargetFile&) = delete;
-  TargetFile& operator=(const TargetFile&) = delete;
 
   void write(std::string_view bytes);
   void commit();

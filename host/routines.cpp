@@ -31,9 +31,6 @@ struct Frame {
     top = outer;
     if (outer == nullptr) forgetUnusedStructs();
   }
-  Frame(const Frame&) = delete;
-  Frame& operator=(const Frame&) = delete;
-
   static inline Frame* top = nullptr;
 
   const Routine& routine;

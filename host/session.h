@@ -11,10 +11,7 @@ namespace zel::host {
 /// The interpreter: runs the scripts.
 class FrontEnd {
 public:
-  FrontEnd() = default;
   virtual ~FrontEnd() = default;
-  FrontEnd(const FrontEnd&) = delete;
-  FrontEnd& operator=(const FrontEnd&) = delete;
 
   /// Calls a script routine and stores its value in `result`, unless that is null. If the routine returns nothing, the
   /// value is 1; if it returns `false`, 0. Raises an error if the call fails.

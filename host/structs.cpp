@@ -25,13 +25,10 @@ struct Definitions {
   std::unordered_multimap<std::size_t, const ZEL_StructDef*> byTags;
   std::size_t sweepAt = spareCount; // number of anonymous ones at which to remove the unused
 
-  Definitions() = default;
   ~Definitions() { // later ones use earlier ones
     while (!anonymous.empty()) anonymous.pop_back();
     while (!named.empty()) named.pop_back();
   }
-  Definitions(const Definitions&) = delete;
-  Definitions& operator=(const Definitions&) = delete;
 };
 
 Definitions& definitions() {

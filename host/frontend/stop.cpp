@@ -4,7 +4,6 @@
 #include "host/routines.h"
 
 #include <atomic>
-#include <csignal>
 #include <cstdlib>
 
 namespace zel::lua {
@@ -59,14 +58,17 @@ void hook(lua_State* L, lua_Debug*) {
   if (host::takeInterrupt()) raiseInterrupt(L);
 }
 
+/// Calls the library's own function, upvalue 1, with all arguments. \return the number of results.
+int callOwn(lua_State* L, int results) {
+  lua_pushvalue(L, lua_upvalueindex(1));
+  lua_insert(L, 1);
+  lua_call(L, lua_gettop(L) - 1, results);
+  return lua_gettop(L);
+}
+
 /// os.exit([code [, close]]); upvalue 1 is the library's own.
 int exitScript(lua_State* L) {
-  if (host::routineDepth() == 0) {
-    lua_pushvalue(L, lua_upvalueindex(1));
-    lua_insert(L, 1);
-    lua_call(L, lua_gettop(L) - 1, 0);
-    return 0;
-  }
+  if (host::routineDepth() == 0) return callOwn(L, 0);
   int code = EXIT_SUCCESS;
   if (lua_isboolean(L, 1))
     code = lua_toboolean(L, 1) != 0 ? EXIT_SUCCESS : EXIT_FAILURE;
@@ -93,17 +95,12 @@ int resumeCoroutine(lua_State* L) {
     if (Interpreter::of(L).exitAsked || g_interrupt.unwinding) lua_sethook(L, hook, everyStep, 1);
   });
   if (lua_State* running = coroutineToRun(L)) g_states[1] = running;
-  lua_pushvalue(L, lua_upvalueindex(1));
-  lua_insert(L, 1);
-  lua_call(L, lua_gettop(L) - 1, LUA_MULTRET);
-  return lua_gettop(L);
+  return callOwn(L, LUA_MULTRET);
 }
 
 /// coroutine.wrap(f); upvalue 1 is the library's own.
 int wrapCoroutine(lua_State* L) {
-  lua_pushvalue(L, lua_upvalueindex(1));
-  lua_insert(L, 1);
-  lua_call(L, lua_gettop(L) - 1, 1);
+  callOwn(L, 1);
   lua_pushcclosure(L, resumeCoroutine, 1);
   return 1;
 }
