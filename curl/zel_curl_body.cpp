@@ -7,7 +7,7 @@
 namespace {
 
 constexpr int defaultCapacity = 16384;
-constexpr int mostReserved = 64 << 20; // on the server's word about its length
+constexpr int mostReserved = 64 << 20; // however long the server says the body is
 
 } // namespace
 
@@ -58,7 +58,7 @@ void CCurl::dropFile() noexcept {
 
 void CCurl::writeFault() { fileFault("Failed to write the data into file, (" + m_file.path() + ")"); }
 
-// What failed here is worth more to the user than libcurl's words about it.
+// More precise than libcurl's own error, which says only that the callback failed.
 void CCurl::fileFault(const std::string& problem) {
   m_fault = problem + ": " + std::strerror(errno);
   m_message = transfer::formatLimited(1023, "Error: %s", problem.c_str());

@@ -32,8 +32,8 @@ private:
   int m_fd;
 };
 
-/// The file that receives a response. It replaces an older file of its name and remembers which file it wrote, so that
-/// a file that another process puts in its place is not taken for it.
+/// The file that receives a response. It replaces an older file of that name and remembers which file it wrote, so
+/// that it notices when another process has put a different one in its place.
 class ResponseFile {
 public:
   /// \return false when the file could not be opened; `errno` says why.

@@ -8,8 +8,8 @@ class CCurl;
 
 namespace transfer {
 
-/// Lends the shared handle to one request. The handle comes and goes without options; requests to close connections
-/// that arrive meanwhile are carried out when it is given back.
+/// Lends the shared handle to one request. The handle has no options set before and after; requests to close
+/// connections that arrive meanwhile are carried out when it is returned.
 class Lease {
 public:
   /// \throws CCurlException when another request has the handle, or when there is none.
@@ -19,7 +19,7 @@ public:
   Lease& operator=(const Lease&) = delete;
 
   [[nodiscard]] static CURL* handle() noexcept;
-  /// True when the installed interrupt check wants running transfers to end.
+  /// Does the installed interrupt check ask running transfers to end?
   [[nodiscard]] static bool interrupted();
 };
 

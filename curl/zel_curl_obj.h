@@ -92,7 +92,7 @@ struct Response {
 
 class CCurl {
 public:
-  /// Brings the transfer library up when needed.
+  /// Starts the transfer library when needed.
   CCurl();
   /// Drops the cached connections. The object must not be transferring (isTransferring).
   virtual ~CCurl();
@@ -101,15 +101,15 @@ public:
 
   /// \name Process-wide
   /// @{
-  /// Brings OpenSSL, libcurl and the shared handle up. \return 1 when the handle exists, else 0.
+  /// Starts OpenSSL and libcurl and makes the shared handle. \return 1 when the handle exists, else 0.
   static int CurlStartup();
-  /// Takes them down. \throws CCurlException while a transfer runs.
+  /// Shuts them down. \throws CCurlException while a transfer runs.
   static void CurlShutdown();
   /// Drops every cached connection; while a transfer runs, as soon as it has ended.
   static void CurlCloseConnections();
   /// 1 while a transfer runs.
   [[nodiscard]] static int transferRunning() noexcept;
-  /// Installs a check that running transfers make as well as calling the status callback: nonzero cancels.
+  /// Installs a check that running transfers make besides calling the status callback: nonzero cancels.
   static void setInterruptFunc(int (*interrupted)()) noexcept;
   /// @}
 
@@ -139,7 +139,7 @@ public:
   /// Stores the text, then converts it. \return the port. \throws CCurlException for an empty text or a number below 1;
   /// an unusable text stays stored.
   int CurlSetPort(const char* port);
-  /// Stores the text as proxy port, but checks the server's port: the proxy port itself is judged by libcurl.
+  /// Stores the text as proxy port, but checks the server's port: libcurl checks the proxy port itself.
   int CurlSetProxyPort(const char* port);
 
   void CurlSetUser(const char* v) { m_set.user.set(v); }
@@ -199,7 +199,7 @@ public:
   /// Splits "scheme://[credentials@]host[:port]/path?query" into scheme, host, port and path; the query is not kept.
   /// \throws CCurlException naming what is missing; the parts before it stay set.
   void CurlParseURL(const char* url);
-  /// Blanks become "%20" in place, in a buffer of `size` bytes. \throws CCurlException when it does not fit.
+  /// Replaces spaces by "%20" in place, in a buffer of `size` bytes. \throws CCurlException when it does not fit.
   static void CurlEscapeSpaces(char* str, unsigned long size);
   /// Number of leading spaces; the last character is never counted.
   [[nodiscard]] static int CurlCountLeadingSpaces(const char* str) noexcept;
@@ -207,8 +207,8 @@ public:
   static void CurlRemoveTrailingLfCrSpacesCommas(char* str, int len) noexcept;
   /// @}
 
-  /// Runs one request (transfer::RequestType). \throws CCurlException for every failure it reports, after the status
-  /// callback was told; also when another transfer is running.
+  /// Runs one request (transfer::RequestType). \throws CCurlException for every failure, after reporting it to the
+  /// status callback; also when another transfer is running.
   void CurlProcessRequest(const char* url, int requestType);
 
   /// \name Kept for native code that transfers without a service client; nothing in the module calls these
@@ -227,7 +227,7 @@ public:
   /// TLS versions and file names, with the rules of the setters above.
   void CurlSetSslVersion(int v) { setInRange(m_set.sslVersion, v, 3, "SSL Version"); }
   void CurlSetExtVers(int v) { setInRange(m_set.extVers, v, 1, "filename extension version"); }
-  /// Texts of the caller's own, stored and forgotten as the object does with its settings.
+  /// Store and clear a text of the caller, as the object does with its settings.
   static void CurlStringHandler(transfer::Text* field, const char* value);
   static void CurlCleanUpCharArray(transfer::Text* field) noexcept;
   /// "user:password" for programs that take both as one text, absent when both are.
@@ -247,7 +247,7 @@ public:
   /// Gives a response file name the extension of the content type and deletes an older file of that name.
   /// \return the result of `unlink`.
   int CurlBuildFileName(transfer::Text* name);
-  /// The text between <html> and </html>, for answers that the caller has in a buffer of its own.
+  /// The text between <html> and </html>, for answers in a buffer of the caller.
   static void CurlHttpParseError(const char* text, char* out, int outSize);
   /// @}
 
@@ -263,15 +263,15 @@ public:
   int CurlHttpGetHtmlErrorMsg(char* out, int outSize);
   static int CurlGetRspValue(const char* header, int index, transfer::Text* value);
   /// Index just past the first match of `pattern` (lower case; text may be lower or upper) in `text` between `start`
-  /// and `limit`, or 0. After a mismatch the search goes on at the next character without trying the mismatching one
-  /// again.
+  /// and `limit`, or 0. After a mismatch the search continues at the next character; the mismatching one is not
+  /// tried again.
   [[nodiscard]] static int CurlFindStringEndIdx(int limit, const char* text, const char* pattern, int start) noexcept;
   void CurlFtpGetReponseCode(const char* reply, int length);
   /// @}
 
   /// \name Progress
   /// @{
-  /// Tells the status callback, as `callStatusRoutine` does; an answer of 0 sets the cancel flag.
+  /// Calls the status callback, as `callStatusRoutine` does; a result of 0 sets the cancel flag.
   void CurlIssueCallback(const char* msg, xProgressValues* progress);
   /// @}
 
@@ -303,8 +303,8 @@ protected:
   void holdResponseFile(bool hold) noexcept;
   /// True when the file of that name is still the very file that the last request wrote.
   [[nodiscard]] bool responseFileIsOurs() const noexcept { return m_file.isStillThere(); }
-  /// Hands a line that may be shown and transfer figures to the status callback. \return its answer, 1 when there is
-  /// none.
+  /// Passes a line, without secrets, and transfer figures to the status callback. \return its result, 1 when there is
+  /// no callback.
   virtual int callStatusRoutine(const char* msg, xProgressValues* progress);
 
 private:
@@ -396,7 +396,7 @@ private:
   int m_cancelled = 0;
   bool m_headerTruncated = false; ///< of the current header block, and reported
   std::string m_headerTail;       ///< its last characters
-  bool m_headerEnded = false;     ///< its blank line came, also in a block that was cut
+  bool m_headerEnded = false;     ///< its blank line has arrived, even if the block was cut
   bool m_headerExamined = false;
   Upload m_upload;
   transfer::ResponseFile m_file;

@@ -11,7 +11,7 @@ namespace {
 struct ProgressLine {
   int type;
   const char* idle; ///< before an upload has begun; null when the figures are shown from the start
-  const char* text; ///< with figures: what has come or gone, then what is expected
+  const char* text; ///< with figures: bytes transferred, then bytes expected
   bool upload;
 };
 

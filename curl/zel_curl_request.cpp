@@ -20,7 +20,7 @@ struct CCurl::RequestKind {
   int type;
   const char* name;
   transfer::Text transfer::Settings::*file; ///< name of the response file, null when there is none
-  const char* noFileName;                   ///< what to say when that name is missing, null when it may be
+  const char* noFileName;                   ///< error when that name is missing, null when it may be
   bool toBuffer;                            ///< the response may go to the receive buffer
   bool uploads;
 
@@ -49,8 +49,8 @@ const CCurl::RequestKind* CCurl::RequestKind::find(int type) noexcept {
   return row != std::end(all) ? row : nullptr;
 }
 
-/// However a request ends, closes its files, drops the header lines it was given and deletes the response file unless
-/// that was kept.
+/// However a request ends, closes its files, drops its header lines and deletes the response file unless keepFile was
+/// called.
 class CCurl::RequestEnd {
 public:
   explicit RequestEnd(CCurl& request) noexcept : m_request(request) { m_request.m_file.forget(); }

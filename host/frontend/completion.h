@@ -8,8 +8,8 @@
 
 namespace zel::lua {
 
-/// Has readline complete names while it lives, with the Lua module zel.complete, which runs nothing that a script
-/// brought. What goes wrong there must not reach readline: nothing is offered then.
+/// Has readline complete names during its lifetime, with the Lua module zel.complete, which runs no code of a script.
+/// If that fails, nothing is offered: no error reaches readline.
 class Completion {
 public:
   explicit Completion(lua_State* L);

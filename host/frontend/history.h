@@ -7,9 +7,9 @@
 
 namespace zel::lua {
 
-/// Readline's history, kept in a file of the user's directory. Every statement is appended at once, whole and with its
-/// time: nothing is lost however the prompt ends, and prompts side by side keep the statements of both. Without a place
-/// for the file, history lasts as long as the prompt.
+/// Readline's history, kept in a file of the user's directory. Every statement is appended immediately, whole and
+/// with its time: nothing is lost however the prompt ends, and two prompts at a time keep the statements of both.
+/// Without a place for the file, history lasts as long as the prompt.
 class History {
 public:
   History();

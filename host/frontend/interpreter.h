@@ -23,11 +23,11 @@ public:
 
   void callScript(const std::string& routine, int argc, ZEL_Variable** argv, ZEL_Variable* result) override;
 
-  /// Runs the collector if the memory of all objects is twice what was left after the last time. The collector by
-  /// itself sees only the userdata.
+  /// Runs the collector if the memory of all objects is twice what was left after the last run. By itself the
+  /// collector sees only the userdata.
   void collectObjects(lua_State* L);
 
-  /// Has the script end with an exit code as soon as no native code runs.
+  /// Ends the script with an exit code as soon as no native code runs.
   struct Exit {
     int code;
     bool close;

@@ -10,7 +10,7 @@
 
 namespace zel::lua {
 
-/// What an object keeps for one keyword of a call.
+/// What an object keeps for one keyword.
 struct Kept {
   std::string function;          ///< name of a function value; empty if the value is no function
   std::vector<ZEL_HVID> objects; ///< objects that the value contains

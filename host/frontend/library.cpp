@@ -94,7 +94,7 @@ int sleep(lua_State* L) {
   return 0;
 }
 
-/// zel.columns(file): the width and the height of the terminal that an open file is; nil when it is none. A
+/// zel.columns(file): the width and the height of the terminal that a file is open on; nil if it is no terminal. A
 /// terminal that reports no size counts as 80 by 24.
 int columns(lua_State* L) {
   const auto* stream = static_cast<luaL_Stream*>(luaL_checkudata(L, 1, LUA_FILEHANDLE));
@@ -121,8 +121,7 @@ int isFile(lua_State* L) {
   return 1;
 }
 
-/// zel.collect(): runs the collector and gives the memory that is free to the system: the allocator would keep it for a
-/// process that soon wants as much again.
+/// zel.collect(): runs the collector and returns free memory to the system, which the allocator would otherwise keep.
 int collect(lua_State* L) {
 #ifdef ZEL_MIMALLOC
   // Without delay only now: as a rule it spares the system two calls for each block that is used again.

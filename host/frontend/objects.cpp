@@ -145,7 +145,7 @@ Object& pushNewObject(lua_State* L, const ZEL_ObjDef* objdef) {
   return *object;
 }
 
-/// Runs INIT with the properties at a stack index. \return whether it says yes.
+/// Runs INIT with the properties at a stack index. \return true if it succeeds.
 bool initialise(lua_State* L, int self, int properties) {
   const auto* init = host::findMethod(objectAt(L, self)->objdef, "INIT");
   if (init == nullptr) return true;

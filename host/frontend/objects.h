@@ -17,12 +17,12 @@ struct Object {
 /// Prepares a state for objects.
 void openObjects(lua_State* L);
 
-/// The object at a stack index; null when it is none.
+/// The object at a stack index; null if the value is no object.
 Object* objectAt(lua_State* L, int index);
 /// Pushes the object of an identifier; nil when no script holds it.
 void pushObject(lua_State* L, ZEL_HVID hvid);
 
-/// zel.new(class [, properties]): the object, or nil and the message when its INIT says 0.
+/// zel.new(class [, properties]): the object, or nil and the message if its INIT returns 0.
 int newObject(lua_State* L);
 /// zel.methods(object): the names of its methods, sorted, in capitals.
 int objectMethods(lua_State* L);

@@ -63,8 +63,7 @@ bool isIncomplete(lua_State* L, int status) {
 
 int load(lua_State* L, const std::string& text) { return luaL_loadbuffer(L, text.data(), text.size(), "=prompt"); }
 
-/// Loads lines that were pasted together and end in an expression, in place of the error on top of the stack, when they
-/// are such.
+/// Loads several pasted lines that end in an expression, and replaces the error on top of the stack if that succeeds.
 int loadPasted(lua_State* L, const std::string& text, int status) {
   const std::size_t last = text.rfind('\n', text.find_last_not_of(" \t\n"));
   if (status == LUA_OK || last == std::string::npos) return status;
@@ -76,7 +75,7 @@ int loadPasted(lua_State* L, const std::string& text, int status) {
   return status;
 }
 
-/// Loads one statement or expression, reading on while it is incomplete; pushes the chunk or why there is none.
+/// Loads one statement or expression, reading more lines while it is incomplete; pushes the chunk or the error.
 Input loadStatement(lua_State* L, std::string& text, int& status) {
   Completion::setAbove("");
   if (const Input first = readLine("> ", text); first != Input::text) return first;
@@ -104,13 +103,13 @@ bool usesColours(int fd) {
          (refused == nullptr || *refused == 0);
 }
 
-/// Whether a line of a traceback says nothing of a user's own functions: the statement, C, or the library's modules.
+/// Is a line of a traceback about none of the user's functions: the statement itself, C, or the library's modules?
 bool isPlainCall(std::string_view line) {
   return line.starts_with("[C]") || line.starts_with("(...") || line.starts_with("prompt:1: in main chunk") ||
          line.find("lua/zel/") != std::string_view::npos;
 }
 
-/// An error, without its traceback when that shows no function of the user's own.
+/// An error, without its traceback if that shows none of the user's functions.
 std::string_view withoutPlainTraceback(std::string_view text) {
   const std::size_t traceback = text.find("\nstack traceback:");
   if (traceback == std::string_view::npos) return text;
@@ -122,7 +121,7 @@ std::string_view withoutPlainTraceback(std::string_view text) {
   return text.substr(0, traceback);
 }
 
-/// The loop of the prompt. What it needs of Lua it keeps from the start: scripts may change every global.
+/// The loop of the prompt. It keeps what it needs of Lua from the start, since scripts may change every global.
 class Session {
 public:
   /// Takes the table of the module zel.prompt from the stack.
@@ -154,7 +153,7 @@ private:
     return true;
   }
 
-  /// Pushes what the module makes of a line that is meant for the prompt itself. \return its type.
+  /// Pushes the code for a line that is meant for the prompt itself, false to leave, nil otherwise. \return its type.
   int translate(const std::string& text) {
     pushFunction("translate");
     lua_pushlstring(m_state, text.data(), text.size());
@@ -191,7 +190,7 @@ private:
     explain();
   }
 
-  /// Adds what a server said when it refused the request that failed; the error is on top of the stack.
+  /// Adds the server's reason for refusing the failed request; the error is on top of the stack.
   void explain() {
     const ZEL_HVID failed = std::exchange(Interpreter::of(m_state).failedObject, 0);
     if (failed == 0 || lua_checkstack(m_state, LUA_MINSTACK) == 0) return;

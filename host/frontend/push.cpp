@@ -83,7 +83,7 @@ void pushStructMetatable(lua_State* L, const ZEL_StructDef* sdef) {
   lua_remove(L, -2);
 }
 
-/// Makes tables of structures. What all of them share (tag names, metatables, the empty text) is laid on the stack
+/// Makes tables of structures. What all of them share (tag names, metatables, the empty text) is pushed on the stack
 /// once, so that nothing is looked up or hashed for each element.
 class StructPusher {
 public:

@@ -8,8 +8,8 @@ namespace zel::lua {
 
 namespace {
 
-/// Message handler: the error as text, with the calls that led to it. An error that says of itself how it reads is
-/// meant for people and stays as it is.
+/// Message handler: the error as text, with the calls that led to it. An error object with a text of its own is meant
+/// for people and stays as it is.
 int addTraceback(lua_State* L) {
   if (lua_type(L, 1) != LUA_TSTRING) {
     if (luaL_callmeta(L, 1, "__tostring") != 0) return 1;

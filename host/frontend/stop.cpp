@@ -15,7 +15,7 @@ std::atomic<lua_State*> g_states[2];
 /// What Ctrl-C has done to the script that runs.
 struct {
   int raised = 0;         ///< how often it raised an error
-  bool unwinding = false; ///< it raises in every step: no pcall ends it
+  bool unwinding = false; ///< it raises one at every step, so that no pcall can stop it
 } g_interrupt;
 
 constexpr int everyStep = LUA_MASKCALL | LUA_MASKRET | LUA_MASKLINE | LUA_MASKCOUNT;
@@ -32,7 +32,7 @@ void handleSignal(int) {
   hookScripts();
 }
 
-/// Has the next Ctrl-C stop the script, and one that comes before the script has seen it end the process.
+/// Lets the next Ctrl-C stop the script, and one that comes before the script has reacted end the process.
 void arm() noexcept {
   struct sigaction action {};
   action.sa_handler = handleSignal;
@@ -79,7 +79,7 @@ int exitScript(lua_State* L) {
   return luaL_error(L, "exit");
 }
 
-/// The coroutine that a call of resumeCoroutine() runs, null for a call that is wrong.
+/// The coroutine that a call of resumeCoroutine() runs, null for an invalid call.
 lua_State* coroutineToRun(lua_State* L) {
   if (lua_getupvalue(L, lua_upvalueindex(1), 1) == nullptr) return lua_tothread(L, 1); // coroutine.resume()
   lua_State* wrapped = lua_tothread(L, -1);
@@ -87,8 +87,9 @@ lua_State* coroutineToRun(lua_State* L) {
   return wrapped;
 }
 
-/// coroutine.resume(co, ...), and what coroutine.wrap() returned; upvalue 1 is the library's own. An exit that was
-/// asked for in the coroutine goes on in the one that runs it, whatever catches the error; so does a second interrupt.
+/// coroutine.resume(co, ...), and what coroutine.wrap() returned; upvalue 1 is the library's own. An exit
+/// that was asked for in the coroutine continues in the one that resumed it, whatever catches the error; so does a
+/// second interrupt.
 int resumeCoroutine(lua_State* L) {
   const AtEnd resumer([L, outer = g_states[1].load()] {
     g_states[1] = outer;

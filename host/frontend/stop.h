@@ -1,5 +1,5 @@
 /// \file
-/// The two ways in which a script is stopped from outside its own flow: os.exit below native code, and Ctrl-C.
+/// The two ways to stop a script from outside: os.exit called below native code, and Ctrl-C.
 #pragma once
 
 #include "frontend/support.h"
@@ -11,11 +11,11 @@ namespace zel::lua {
 /// Replaces os.exit by one that lets running native code unwind first, whichever coroutine calls it.
 void openStop(lua_State* L);
 
-/// Tells which states Ctrl-C stops: the main one, and the coroutine that runs as far as it is known.
+/// Sets the states that Ctrl-C stops: the main one, and the running coroutine if it is known.
 void setInterruptible(lua_State* main, lua_State* current) noexcept;
 
-/// While it lives, Ctrl-C raises "interrupted!" in the script. A second one unwinds the whole script, whatever it
-/// catches. One that comes before the script has seen the last, or later than the second, ends the process. An ignored
+/// During its lifetime, Ctrl-C raises "interrupted!" in the script. A second one unwinds the whole script, whatever it
+/// catches. One that comes before the script has reacted to the last, or after the second, ends the process. An ignored
 /// signal stays ignored.
 class Interruptible {
 public:

@@ -194,7 +194,7 @@ std::int64_t ZEL_StructTagInfoByName(const ZEL_StructDef* sdef, const char* name
 const ZEL_ObjDef* ZEL_ObjDefOfStruct(const ZEL_StructDef* sdef) noexcept;
 /// Makes a named structure usable as an object class. Methods of class NAME are the system routines `NAME::METHOD`.
 const ZEL_ObjDef* ZEL_ObjInsertDef(const ZEL_StructDef* sdef);
-/// Heap variable that an object reference refers to. A null reference, and one to an object that is gone, are errors.
+/// Heap variable that an object reference refers to. A null reference, or one to a deleted object, is an error.
 ZEL_HeapVar* ZEL_ObjReference(ZEL_Variable* v);
 /// 1 if the class of the object is the named class (in any case) or inherits it, otherwise 0.
 int ZEL_ObjContainsClassByStr(const ZEL_HeapVar* object, const char* className) noexcept;
@@ -297,8 +297,8 @@ enum ZEL_MsgAction {
   ZEL_MSG_INFO = 4   ///< print it and continue
 };
 
-/// One message of a block. In `format`, %N stands for the name of the running routine and a colon, and each %s for the
-/// next text.
+/// One message of a block. In `format`, %N is replaced by the name of the running routine and a colon, and each %s by
+/// the next text.
 struct ZEL_MsgDef {
   const char* name;
   const char* format;
