@@ -90,3 +90,16 @@ def test_elsewhere_at_most_a_line_a_second(zel):
     lines = zel(PLAY % ("{" + steps + "}")).err.splitlines()
     assert lines == ["  Sending", "  500 B  1.0 kB/s", "  1.5 kB  1.0 kB/s", "  2.5 kB  1.0 kB/s",
                      "  3.5 kB  1.0 kB/s", "  done"]
+
+
+def test_time_left_of_tiles(zel):
+    """By those that were fetched, not by those that were there."""
+    said = zel("""
+      local now = 0
+      zel.clock = function() return now end
+      local shown <close> = require "zel.ogc.tile_progress"({options = {}}, 10)
+      for i = 1, 5 do shown:step(true) end
+      now = 6
+      shown:step()
+    """).err
+    assert said == "tile 6 of 10, 0:24 left\n"

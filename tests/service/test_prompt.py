@@ -26,7 +26,7 @@ OBJECTS = """
     ("layers[1].NAME:", "up", "upper"),
     ("wms:", "getm", "GetMap"), ("wcs:", "getm", ""), ("print(wcs:", "De", "DescribeCoverage"), ("wms:", "init", "Init"),
     ("unknown:", "GetMap", "GetMap"), ("wms:", "clos", "close"),
-    ("wms:GetLayers{", "", "COUNT INDEX NUMBER"), ("wms:GetLayers({INDEX = 1, ", "n", "NUMBER"),
+    ("wms:GetLayers{", "", "COUNT INDEX NUMBER"), ("wms:GetLayers({INDEX = 1, ", "n", "NUMBER"), ("wms:SetProperty{HEADERS = {'a'}, ", "url_h", "URL_HOSTNAME"),
     ("wms:SetProperty{\nURL_PORT = 80, ", "url_h", "URL_HOSTNAME"), ("wms:SetProperty{URL_PORT = ", "URL_H", ""),
     ('wms:GetProperty{"', "MAP", "MAP_FILENAME"), ('wcs:GetProperty{"', "MAP", ""),
     ('x = zel.new("', "", "ZELnetOGCWCS ZELnetOGCWMS"), ('x = zel.new("ZELnetOGCWCS", {', "COV", "COVERAGE_FILENAME"),
@@ -202,6 +202,8 @@ def test_refusal_is_shown_in_the_words_of_the_server(prompt, ogc):
     assert "mine\r\n> " in mine and "The server says" not in mine
     assert "says" not in one.type("wms:SetProperty{URL_PORT = 1}\n") + one.type("wms:GetMap('x')\n")
     assert "says" not in one.type("error('other')\n")
+    one.type("wcs = zel.new('ZELnetOGCWCS') wcs:ParseUrl(os.getenv('OGC_SERVER_URL'))\n")
+    assert "says" not in one.type("wcs:GetCoverage('COVERAGE=x&CRS=EPSG:4326&BBOX=0,0,9,9&WIDTH=9&HEIGHT=9&FORMAT=GTiff')\n")
 
 
 HELP = [
