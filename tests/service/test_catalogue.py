@@ -168,16 +168,6 @@ def test_page_of_a_real_server(zel, ogc, browser, tmp_path):
         browser.switch_to.active_element.send_keys(Keys.ESCAPE)
     assert "Earth" in shown(browser, "h2") and not shown(browser, "dialog")
 
-    def ground(scheme, media="screen"):
-        browser.execute_cdp_cmd("Emulation.setEmulatedMedia", {
-            "media": media, "features": [{"name": "prefers-color-scheme", "value": scheme}]})
-        return browser.execute_script("return getComputedStyle(document.body).backgroundColor")
-
-    light = ground("light")
-    assert ground("dark", "print") == "rgb(255, 255, 255)" and shown(browser, ".bar button") == []
-    assert ground("dark") != light
-    browser.find_element(By.ID, "look").click()
-    assert ground("dark") == light
     assert browser.execute_script(
         "return performance.getEntriesByType('resource').filter(e => !e.name.startsWith('data:'))") == []
     assert browser.get_log("browser") == []

@@ -1,9 +1,7 @@
 """The command zel-ogc, as people type it."""
 
-import contextlib
 import json
 import os
-import pty
 import shlex
 import signal
 import subprocess
@@ -13,7 +11,6 @@ import pytest
 from osgeo import gdal
 
 from conftest import BUILD
-from mapserver.lighttpd import PASSWORD, USER
 
 gdal.UseExceptions()
 
@@ -100,25 +97,6 @@ def test_coverage_is_numbers_in_their_place(zel, ogc, tmp_path, ranges, bands):
     fetched = gdal.Open(str(tmp_path / "bands.tif"))
     assert fetched.GetGeoTransform() == pytest.approx(wanted.GetGeoTransform())
     assert (fetched.ReadAsArray() == wanted.ReadAsArray()).all()
-
-
-def test_password_is_asked_for_without_being_shown(tmp_path, http):
-    (http.root / "caps.xml").write_text('<WMS_Capabilities version="1.3.0"><Service><Title>guarded</Title></Service>'
-                                        "</WMS_Capabilities>")
-    pid, terminal = pty.fork()
-    if pid == 0:
-        os.environ["ZEL_USER_DIR"] = str(tmp_path)
-        os.execv(BUILD / "zel-ogc", ["zel-ogc", "info", http.url + "/basic/caps.xml", "--user", USER])
-    shown = b""
-    while b": " not in shown:
-        shown += os.read(terminal, 100)
-    time.sleep(0.3)
-    os.write(terminal, PASSWORD.encode() + b"\n")
-    with contextlib.suppress(OSError):
-        while read := os.read(terminal, 1000):
-            shown += read
-    assert os.waitstatus_to_exitcode(os.waitpid(pid, 0)[1]) == 0
-    assert f"Password of {USER}: ".encode() in shown and b"guarded" in shown and PASSWORD.encode() not in shown
 
 
 def test_large_map_goes_on_where_it_was_stopped(zel_ogc, zel_running, tmp_path, ogc):

@@ -99,10 +99,10 @@ def test_waiting_ends_with_an_interrupt(zel_running, pause):
     with Responder(busy(503, 86400)) as server:
         run = zel_running(f"io.stdout:write('x'):flush() {pause}", server.url)
         run.stdout.read(1)
+        assert "wms" not in pause or "again in 60 s" in run.stderr.readline()
         time.sleep(0.2)
         run.send_signal(signal.SIGINT)
-        said = run.communicate(timeout=30)[1]
-        assert "interrupted!" in said and ("again in 60 s" in said) == ("wms" in pause)
+        assert "interrupted!" in run.communicate(timeout=30)[1]
 
 
 # Layers of odd services, code that prints something of them, and what; some with the picture that they send.
@@ -145,8 +145,6 @@ ODD = {
     "names that steer a terminal": (capabilities("<Layer><Name>a&#x9b;2J</Name></Layer>"),
                                     "select(2, pcall(s.map, s, {layers = 'b'})).message",
                                     'there is no layer "b"; there are: a 2J'),
-    "a type that is no extension": (capabilities(LAYER), "s:map{layers = 'a', bbox = {0, 0, 1, 1}, to = 'map'}.file",
-                                    "map", answer("x", "image/vnd.jpeg-png")),
     "a place, in JSON": (
         capabilities("<Request><GetFeatureInfo><Format>text/plain</Format><Format>application/json</Format></GetFeatureInfo>"
                      "</Request>" + LAYER.replace("<Layer>", "<Layer queryable='1'>")),

@@ -14,6 +14,7 @@ import time
 import pytest
 
 from conftest import BUILD
+from mapserver.lighttpd import PASSWORD, USER
 
 OBJECTS = """
   wms, wcs = zel.new("ZELnetOGCWMS"), zel.new("ZELnetOGCWCS")
@@ -63,11 +64,11 @@ def test_completion_runs_no_code_of_scripts(zel):
 
 @pytest.fixture
 def prompt(tmp_path):
-    """prompt(columns, rows, **environment): the runner at a terminal of its own; it ends with the test."""
+    """prompt(columns, rows, words=..., **environment): the runner at a terminal of its own; it ends with the test."""
     with contextlib.ExitStack() as ends:
 
-        def start(columns=80, rows=24, **env):
-            one = Prompt(tmp_path, columns, rows, env)
+        def start(columns=80, rows=24, words=("zel",), ready="> ", **env):
+            one = Prompt(tmp_path, columns, rows, words, ready, env)
             ends.callback(one.process.wait)
             ends.callback(one.process.kill)
             return one
@@ -76,15 +77,15 @@ def prompt(tmp_path):
 
 
 class Prompt:
-    def __init__(self, user_dir, columns, rows, env):
+    def __init__(self, user_dir, columns, rows, words, ready, env):
         self.terminal, terminal = pty.openpty()
         fcntl.ioctl(terminal, termios.TIOCSWINSZ, struct.pack("HHHH", rows, columns, 0, 0))
-        self.process = subprocess.Popen([BUILD / "zel"], stdin=terminal, stdout=terminal, stderr=terminal,
+        self.process = subprocess.Popen([BUILD / words[0], *words[1:]], stdin=terminal, stdout=terminal, stderr=terminal,
                                         start_new_session=True,
                                         preexec_fn=lambda: fcntl.ioctl(0, termios.TIOCSCTTY, 0),  # Ctrl-C signals
                                         env=os.environ | {"ZEL_USER_DIR": str(user_dir), "TERM": "dumb"} | env)
         os.close(terminal)
-        self.greeting = self.type("", "> ")
+        self.greeting = self.type("", ready)
 
     def type(self, keys, answer="\r\n> "):
         """Types keys and returns what is shown up to the answer."""
@@ -204,6 +205,14 @@ def test_refusal_is_shown_in_the_words_of_the_server(prompt, ogc):
     assert "says" not in one.type("error('other')\n")
     one.type("wcs = zel.new('ZELnetOGCWCS') wcs:ParseUrl(os.getenv('OGC_SERVER_URL'))\n")
     assert "says" not in one.type("wcs:GetCoverage('COVERAGE=x&CRS=EPSG:4326&BBOX=0,0,9,9&WIDTH=9&HEIGHT=9&FORMAT=GTiff')\n")
+
+
+def test_password_is_asked_for_without_being_shown(prompt, http):
+    (http.root / "caps.xml").write_text('<WMS_Capabilities version="1.3.0"><Service><Title>guarded</Title></Service>'
+                                        "</WMS_Capabilities>")
+    one = prompt(words=("zel-ogc", "info", http.url + "/basic/caps.xml", "--user", USER), ready=f"Password of {USER}: ")
+    assert PASSWORD not in one.type(PASSWORD + "\n", "guarded")
+    one.end("")
 
 
 HELP = [

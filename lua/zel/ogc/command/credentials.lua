@@ -7,9 +7,9 @@ local function prompt(user)
   if not terminal then
     errors.raise("there is no terminal to ask for the password: set ZEL_OGC_PASSWORD, or use --password-file")
   end
+  os.execute("stty -echo </dev/tty")
   terminal:write("Password of " .. user .. ": ")
   terminal:flush()
-  os.execute("stty -echo </dev/tty")
   local read, password = pcall(terminal.read, terminal, "l")
   os.execute("stty echo </dev/tty")
   terminal:write("\n")
