@@ -47,11 +47,13 @@ local function select_hosts(entries, shard)
   return chosen
 end
 
--- A directory that goes when it is closed, and also when this process is killed: a shell waits for that.
+-- A directory that goes when it is closed, and also when this process is killed: a shell waits for that, from before the
+-- directory is made.
 local function temporary_directory()
-  local made <close> = assert(io.popen("umask 077; mktemp -d"))
-  local path = assert(made:read("l"), "There is no place for temporary files")
+  local named <close> = assert(io.popen("mktemp -du"))
+  local path = named:read("l") or ""
   local guard = assert(io.popen(("trap '' INT TERM HUP; cat >/dev/null; rm -rf '%s'"):format(path), "w"))
+  assert(os.execute(("mkdir -m 700 '%s'"):format(path)), "There is no place for temporary files")
   return setmetatable({path = path}, {__close = function() guard:close() end})
 end
 
