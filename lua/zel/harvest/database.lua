@@ -97,6 +97,7 @@ function database.open(path, create, alone)
   if create then
     opened:run("PRAGMA journal_mode = WAL")
     opened:run("PRAGMA synchronous = NORMAL") -- enough when the process is killed
+    opened:run("PRAGMA temp_store = MEMORY")  -- what undoes a statement
   end
   return opened
 end

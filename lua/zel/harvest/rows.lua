@@ -110,8 +110,8 @@ function Service:layer(record)
     box_columns(own.box), number(own.min), number(own.max), self:system_list(layer.systems(record)))
   self:index(id, title, name, records.list(record.KEYWORD, record.NUM_KEYWORD), abstract, own.box)
   for i, style in ipairs(layer.styles(record)) do
-    self.style[#self.style + 1] = row(id, i, text(style.name), text(style.title), text(style.abstract),
-                                      text(style.legend))
+    self.style[#self.style + 1] = "(" .. id .. "," .. i .. "," .. text(style.name) .. "," .. text(style.title) .. ","
+                                  .. text(style.abstract) .. "," .. text(style.legend) .. ")"
   end
   for i, one in ipairs(layer.dimensions(record)) do
     self.dimension[#self.dimension + 1] = row(id, i, text(one.name), text(one.units), text(one.default),

@@ -11,6 +11,9 @@ local MUCH = 2000000 -- bytes of a document after which memory is given back at 
 -- calls `store(entry, tried, statements, last)`, in which `tried` is the outcome and `last` is false when the service
 -- will be tried again; `before(entry)`, if given, is called before each.
 return function(entries, settings, store, before)
+  -- Nearly all that is made for a service is garbage after it.
+  local mode = collectgarbage("generational", 100)
+  local _ <close> = setmetatable({}, {__close = function() collectgarbage(mode) end})
   local now = new_clock(settings.offset)
   local queue = new_queue(entries, settings.options.pause)
   settings.now, settings.lists = now, {bytes = 0, numbers = {}}
