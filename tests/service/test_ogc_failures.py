@@ -10,7 +10,7 @@ import time
 
 import pytest
 
-from conftest import SOURCE
+from conftest import SOURCE, limited
 from responder import HEAD, Responder
 
 
@@ -137,6 +137,8 @@ ODD = {
                                            "</Service>"),
                "s:map{layers = 'a', bbox = {0, 0, 1, 1}, to = 'm.png'}.size[1], select(2, pcall(s.map, s, {layers = {'a', 'a'}}))"
                ".message", "40\tthe service draws at most 1 layers in one map, not 2"),
+    "a small disk": (capabilities(LAYER), "select(2, pcall(s.map, s, {layers = 'a', bbox = {0, 0, 1, 1}, to = 'm.png'})).message",
+                     "m.png.aux.xml cannot be written: File too large"),
     "an odd format": (capabilities(LAYER, picture="image/x"), "s:map{layers = 'a', bbox = {0, 0, 1, 1}}.format", "image/x"),
     "names of systems": (
         capabilities(LAYER), "(('urn:ogc:def:crs:EPSG:9.1:4 http://www.opengis.net/def/crs/EPSG/0/5 CRS:84 urn:ogc:def:crs:OGC::CRS83 "
@@ -166,7 +168,7 @@ def test_odd_services(zel, case):
           local s = require 'zel.ogc'.wms(arg[1] .. 'wms', {{quiet = true}})
           print({code})
           for _, path in ipairs(made) do assert(not zel.is_file(path)) end
-        """, server.url)
+        """, server.url, preexec_fn=limited(700) if "disk" in case else None)
     assert done.out.strip() == printed
 
 

@@ -226,6 +226,7 @@ HELP = [
     ("'STYLE'", ["Layer structure\n  NUM_STYLE, STYLE[] {NAME,"]),
     ("'proxy'", ["Maps and coverages by name: wms\n  proxy", "See also: PROXY_AUTHENTICATION, PROXY_HOSTNAME"]),
     ("'status routine'", ["Status routine\n", "CALLBACK_FUNCTION"]),
+    ("'REDIRECTS'", ["When a server redirects to another host"]),
     ("'structure'", ["Topics:\n  Layer structure\n"]),
     ("'errors people meet'", ["\n  ... Curl Error Code = 28\n      the time is up"]),
     ("", ["  GetLayers, GetMap, GetFeatureInfo\n", "WMS_VERSION", "Errors people meet"]),
