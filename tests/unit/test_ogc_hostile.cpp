@@ -129,8 +129,8 @@ TEST_F(OgcHostile, CharactersAndEncodings) {
   for (const std::string& refused :
        {"<a>x\0y</a>"s, "<a a='x\0y'/>"s, "\0<a/>"s, "<a>&#0;</a>"s, "<a>\x01</a>"s, "<a\x08/>"s, "<a>&#x110000;</a>"s,
         "<a>&#xD800;</a>"s, "<a>\x80</a>"s, "<a>\xc0\xaf</a>"s, "<a>\xe2\x82</a>"s, encoded("UTF-8", "\xe4"),
-        encoded(std::string(100'000, 'e'), "x"), encoded("ibm037", "x"), wide(u"<a>\xd800</a>"), wide(u"<\xdc00/>"),
-        wide(u"<a></a\xd800>")}) {
+        encoded(std::string(100'000, 'e'), "x"), encoded("ibm037", "x"), wide(u"<a>\xd800</a>"),
+        wide(u"<a>\xdc00</a>")}) {
     const std::string error = parse(refused);
     EXPECT_TRUE(!error.empty() && error.size() <= 1023 && isUtf8(error)) << refused.substr(0, 80) << error;
     EXPECT_TRUE(handler.text == nullptr || isUtf8(handler.text)) << refused;
@@ -145,6 +145,7 @@ TEST_F(OgcHostile, CharactersAndEncodings) {
               {"\xef\xbb\xbf<a>\U0001F30D</a>", "\U0001F30D"},
               {"<?xml version='1.1'?><a>&#1;</a>", "\x01"},
               {encoded("UTF-16", "no wide x"), "no wide x"}});
+  for (const XMLCh* half : {u"a\xd800", u"a\xdc00"}) EXPECT_EQ(ogc::xml::toUtf8(half), "a\uFFFD");
 }
 
 TEST_F(OgcHostile, NoModeReadsAnEntityFromOutside) {

@@ -127,11 +127,11 @@ TEST_F(Ogc, DocumentsAreValidatedByGrammarsBesideThem) {
   std::filesystem::create_directories(path("far/away"));
   std::filesystem::create_directory_symlink(path("far/away"), path("link"));
   write("far/own.dtd", "<!ELEMENT a EMPTY>");
-  write("far/a.xml", dtd + "<a/>");
+  write("far/a.xml", dtd + "<a>1</a>");
   const std::pair<std::string, std::size_t> ways[] = {
       {std::filesystem::relative(write("a.xml", dtd + "<a><b/></a>")), 2},
       {path("./far//../a.xml"), 2},
-      {path("link//../a.xml"), 0}};
+      {path("link//../a.xml"), 1}};
   for (const auto& [way, errors] : ways) {
     fakeBridge() = {};
     client.OgcBaseParse(&handler, way.c_str(), 0, 1);
