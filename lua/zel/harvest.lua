@@ -47,8 +47,8 @@ local function select_hosts(entries, shard)
   return chosen
 end
 
--- A directory that goes when it is closed, and also when this process is killed: a shell waits for that, from before the
--- directory is made.
+-- A directory that goes when it is closed, and also when this process is killed: a shell waits for that, and is there
+-- before the directory.
 local function temporary_directory()
   local named <close> = assert(io.popen("mktemp -du"))
   local path = named:read("l") or ""
