@@ -73,14 +73,6 @@ TEST_F(Clients, CursorsAndIndexesKnowTheirLimits) {
   EXPECT_NE(errorOf([&] { (void)wms.OgcWmsGetLayer(2); }), "");
 }
 
-TEST_F(Clients, LayersInheritOnce) {
-  EXPECT_EQ(readLayers("<Layer><Style/><AuthorityURL/><CRS>c</CRS><Layer><Style/><Layer/></Layer></Layer>"), "");
-  wms.OgcWmsApplyInheritance();
-  const xWmsLayer_t* layer = wms.OgcWmsGetLayer(2);
-  EXPECT_TRUE(layer->nStyle == 2 && layer->nAuthorityUrl == 1 && layer->nCrs == 1);
-  EXPECT_EQ(wms.OgcWmsGetLyrStyle(2, 2), nullptr) << "the list ends";
-}
-
 /// Every end tag ends a report's text, whatever section has opened inside.
 TEST_F(Clients, ReportsHoldTheirOwnTexts) {
   const std::string file =
@@ -97,18 +89,6 @@ TEST_F(Clients, CacheOfLayersGrowsBeforeItIsFull) {
     EXPECT_EQ(wms.layerCacheCapacity(), capacity);
     EXPECT_EQ(wms.OgcWmsGetLayer(layers - 1)->iIndex, layers - 1);
   }
-}
-
-TEST_F(Clients, TellTheirSteps) {
-  wms.CurlSetCallback("on_status");
-  EXPECT_EQ(readLayers("<Layer/>"), "");
-  EXPECT_EQ(fakeBridge().status, (Lines{"Parsing capabilities from an existing XML file:", path("layers.xml"),
-                                        "XML DTD validation is off. ", "XML Schema validation is off. ",
-                                        "Number of layers found: 1.", "Get Capabilites request completed."}));
-  EXPECT_EQ(fakeBridge().copies, (std::vector{std::pair(path("layers.xml"), path("kept"))}));
-  fakeBridge() = {};
-  EXPECT_NE(readLayers("<Layer>"), "");
-  EXPECT_TRUE(fakeBridge().copies.empty()) << "only what was read is copied";
 }
 
 } // namespace

@@ -7,11 +7,6 @@
 
 namespace {
 
-/// What the host unwinds with, unknown to the clients.
-struct Unwinding {
-  const void* from;
-};
-
 TEST_F(Ogc, ModesAreAnnounced) {
   const std::string dtd = "XML DTD validation is ", schema = "XML Schema validation is ";
   const struct {
@@ -50,29 +45,6 @@ TEST_F(Ogc, FailuresOfTheParserAreOneKindOfException) {
   handler.onElement = [] { throw std::bad_alloc(); };
   EXPECT_EQ(parse("<a/>"), "Error: unknown parse error.");
   EXPECT_TRUE(fakeBridge().info.at(0).starts_with("Error: memory ran out while XML document ("));
-}
-
-TEST_F(Ogc, ErrorsOfTheHostPassUnchanged) {
-  write("a.dtd", "<!ELEMENT a EMPTY>");
-  const std::string invalid = "<!DOCTYPE a SYSTEM 'a.dtd'><a><b/></a>";
-  const std::pair<std::string, const char*> cases[] = {
-      {invalid, "Error SAX"}, {"<a>", "Fatal Error"}, {invalid, nullptr}};
-  for (const auto& [document, when] : cases) {
-    fakeBridge() = {};
-    if (when == nullptr) fakeBridge().onInfo = [](auto&) { throw Unwinding{nullptr}; };
-    fakeBridge().onStatus = [&, when = when](const std::string& line) -> int {
-      if (when != nullptr && line.starts_with(when)) throw Unwinding{when};
-      return 1;
-    };
-    try {
-      parse(document, 0, 1);
-      ADD_FAILURE() << document;
-    } catch (const Unwinding& unwinding) {
-      EXPECT_EQ(unwinding.from, when) << document;
-    }
-  }
-  fakeBridge() = {};
-  EXPECT_EQ(parse("<a/>"), "");
 }
 
 constexpr char schemaHead[] = "<xs:schema xmlns:xs='http://www.w3.org/2001/XMLSchema'>";
