@@ -90,7 +90,7 @@ def test_tries_again_what_may_pass(zel):
           print(require("zel.ogc.service").pause_after(s.object, 4), 0)
         """, server.url)
     results, seconds = zip(*(line.split("\t") for line in done.out.splitlines()))
-    assert results == ("true", "(404)", "nil", "8.0") and 1.3 <= float(seconds[0]) < 5 and 0.3 <= float(seconds[1]) < 5
+    assert results == ("true", "(404)", "nil", "8.0") and float(seconds[0]) >= 1.3 and float(seconds[1]) >= 0.3
     assert re.findall(r"Trying again in (\d+) s", done.err) == ["0", "1", "0", "0", "1"] and len(server.requests) == 7
 
 
