@@ -361,7 +361,7 @@ private:
   void refuseControls(std::string_view url);
   CURLcode transfer(const RequestKind& kind, const char* url);
   void setLimits(Options& set);
-  void setTrust(Options& set);
+  void setTrust(Options& set) const;
   void setProxy(Options& set);
   void setCallbacks(Options& set);
   void setLogin(Options& set);

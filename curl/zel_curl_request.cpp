@@ -285,7 +285,7 @@ void CCurl::setLimits(Options& set) {
   set.optional(CURLOPT_BUFFERSIZE, receiveSize);
 }
 
-void CCurl::setTrust(Options& set) {
+void CCurl::setTrust(Options& set) const {
   set.number(CURLOPT_SSL_VERIFYHOST, m_set.sslVerifyHost != 0 ? 2 : 0);
   set.number(CURLOPT_SSL_VERIFYPEER, m_set.sslVerifyPeer);
   set.number(CURLOPT_SSLVERSION, m_set.sslVersion);
@@ -382,8 +382,10 @@ void CCurl::refuseControls(std::string_view url) {
     if (hasControls(text)) fail("Error: The %s must not contain a control character.", what);
   };
   if (hasControls(url)) {
-    for (const AddressPart& part : addressParts)
-      if (const std::string& text = (m_set.*part.text).str(); text != url) checkAddress(text, part.name);
+    for (const AddressPart& part : addressParts) {
+      const std::string& text = (m_set.*part.text).str();
+      if (text != url) checkAddress(text, part.name);
+    }
     checkAddress(url, "URL");
   }
   checkAddress(m_set.proxy.str(), "PROXY_HOSTNAME");
@@ -404,8 +406,9 @@ void CCurl::openUpload() {
     m_upload.file.reset(std::fopen(name, "rbe"));
     if (!m_upload.file) fail("Error: The file to send (http put/post) to the remote server failed to open: %s", name);
     struct stat status {};
-    if (::fstat(::fileno(m_upload.file.get()), &status) != 0)
+    if (::fstat(::fileno(m_upload.file.get()), &status) != 0) {
       fail("Error: Failed to get file stats on file to send (http put/post) to the remote server: %s", name);
+    }
     m_upload.size = status.st_size;
   }
   if (m_fromBuf != 0) {

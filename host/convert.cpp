@@ -97,7 +97,7 @@ template <typename T>
 void writeNumber(T value, ZEL_STRING& out) {
   std::array<char, 32> digits{};
   char* const end = digits.data() + digits.size();
-  const std::size_t length = static_cast<std::size_t>(std::to_chars(digits.data(), end, value).ptr - digits.data());
+  const auto length = static_cast<std::size_t>(std::to_chars(digits.data(), end, value).ptr - digits.data());
   std::string padded(textWidth<T>() > length ? textWidth<T>() - length : 0, ' ');
   padded.append(digits.data(), length);
   store(out, padded);

@@ -64,7 +64,7 @@ int ZEL_KWProcessByOffset(int argc, ZEL_Variable**, const ZEL_Keywords* argk, co
     ZEL_Variable* value = given->value;
     if (output) {
       clear(*value);
-    } else if (def.type != ZEL_TYP_UNDEF && ((def.flags & ZEL_KW_VIN) == 0u)) {
+    } else if (def.type != ZEL_TYP_UNDEF && (def.flags & ZEL_KW_VIN) == 0) {
       value = ZEL_VarTypeConvert(value, def.type);
       if (value != given->value) converted.emplace_back(value);
     }

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <functional>
 #include <memory>
+#include <ranges>
 #include <utility>
 
 namespace zel::host {
@@ -167,8 +168,8 @@ void drop(const ZEL_StructDef* sdef) noexcept {
 void forgetUnusedStructs() noexcept {
   auto& known = definitions();
   if (known.anonymous.size() < known.sweepAt) return;
-  for (auto def = known.anonymous.rbegin(); def != known.anonymous.rend(); ++def)
-    if ((*def)->users == 0) forget(*def);
+  for (auto& def : std::views::reverse(known.anonymous))
+    if (def->users == 0) forget(def);
   std::erase(known.anonymous, nullptr);
   known.sweepAt = std::max(spareCount, 2 * known.anonymous.size());
 }

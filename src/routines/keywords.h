@@ -72,13 +72,14 @@ public:
   consteval explicit KeywordTable(std::array<KeywordEntry, N> entries) {
     std::ranges::sort(entries, {}, [](const KeywordEntry& entry) { return std::string_view(entry.name); });
     std::size_t slot = offsetof(Keywords<N>, m_slots);
-    for (std::size_t i = 0; i < N; ++i, slot += sizeof(KeywordSlot))
+    for (std::size_t i = 0; i < N; ++i, slot += sizeof(KeywordSlot)) {
       m_defs[i] = {entries[i].name,
                    ZEL_TYP_UNDEF,
                    1,
                    entries[i].kind,
                    slot + offsetof(KeywordSlot, present),
                    slot + offsetof(KeywordSlot, value)};
+    }
   }
 
   /// The table for the host: sorted by name, with an empty entry at the end.

@@ -14,7 +14,7 @@ char* Arena::reserve(std::size_t bytes) { return static_cast<char*>(allocate(byt
 
 void* Arena::allocate(std::size_t bytes, std::size_t align) {
   m_open = nullptr;
-  std::size_t room = static_cast<std::size_t>(m_end - m_top);
+  auto room = static_cast<std::size_t>(m_end - m_top);
   void* place = m_top;
   if (m_top == nullptr || std::align(align, bytes, place, room) == nullptr) {
     const std::size_t wanted = std::clamp(m_nextChunk, firstChunk, largestChunk);

@@ -130,7 +130,7 @@ std::string Resolver::read(const std::string& id) {
   return url.isFile() ? readFile(url.get(CURLUPART_PATH, CURLU_URLDECODE)) : m_fetcher.fetchGrammar(id, sizeLimit);
 }
 
-std::string Resolver::readFile(const std::string& path) const {
+std::string Resolver::readFile(const std::string& path) {
   std::error_code none;
   if (!fs::is_regular_file(path, none)) throw Refusal("(" + path + ") is not there, or not a file");
   std::string content(std::min<std::uintmax_t>(fs::file_size(path, none), sizeLimit + 1), '\0');

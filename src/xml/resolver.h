@@ -46,7 +46,7 @@ private:
   const std::string& load(const std::string& id);
   std::string read(const std::string& id);
   std::string locate(const std::string& name, const std::string& base) const;
-  std::string readFile(const std::string& path) const;
+  static std::string readFile(const std::string& path);
 
   Reporter& m_reporter;
   Fetcher& m_fetcher;
