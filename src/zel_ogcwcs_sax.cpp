@@ -1,9 +1,8 @@
 #include "zel_ogcwcs_sax.h"
 
 #include <string>
-#include <type_traits>
 
-namespace ogc {
+using namespace ogc;
 
 namespace {
 
@@ -17,29 +16,26 @@ constexpr VersionRule wcsVersions{
     "Error: OGC WCS version number (%s) is not supported. This WCS Client supports OGC WCS version 1.0.0."};
 
 enum Section : int {
-  ROOT = 1001,
-  SERVICE,
-  CONTENT,
-  OFFERING,
-  LON_LAT,
-  SPATIAL,
-  TEMPORAL,
-  RANGE_SET,
-  CRS,
-  FORMATS,
-  INTERPOLATIONS
+  inRoot = 1001,
+  inService,
+  inContent,
+  inOffering,
+  inLonLat,
+  inSpatial,
+  inTemporal,
+  inRangeSet,
+  inCrs,
+  inFormats,
+  inInterpolations
 };
 
-enum Group : int { NONE, ENVELOPE, GRID, NULL_VALUES, AXIS };
+enum Group : int { inNoGroup, inEnvelope, inGrid, inNullValues, inAxis };
 
 using H = COgcWcsSaxHelper;
 using Attributes = xercesc::Attributes;
 using Grammar = xml::Grammar<H>;
 using Rule = Grammar::Rule;
 using Acts = xml::Acts<H>;
-
-template <auto Record>
-using Of = std::remove_pointer_t<std::remove_reference_t<decltype(std::declval<H&>().*Record)>>;
 
 constexpr Attribute<WcsService> onlineAttributes[] = {{"href", &WcsService::onlineResource}};
 constexpr Attribute<WcsBrief> briefEnvelopeAttributes[] = {{"srsname", &WcsBrief::lonLatSrsName}};
@@ -52,7 +48,7 @@ constexpr Attribute<T> timeAttributes[] = {{"frame", &T::frame},
 constexpr Attribute<WcsOffering> formatsAttributes[] = {{"nativeformat", &WcsOffering::nativeFormat}};
 constexpr Attribute<WcsOffering> interpolationAttributes[] = {{"default", &WcsOffering::defaultInterpolation}};
 
-void version(H& h, const Attributes& attrs) { h.checkVersion(attrs); }
+void version(H& h, const Attributes& attrs) { h.HandleVersion(attrs); }
 void openService(H& h, const Attributes&) { h.openService(); }
 void openBrief(H& h, const Attributes&) { h.openBrief(); }
 void openOffering(H& h, const Attributes&) { h.openOffering(); }
@@ -75,13 +71,13 @@ template <auto Record, auto List, auto Current>
 void add(H& h, const Attributes&) {
   auto* record = h.*Record;
   h.*Current = nullptr;
-  if (record != nullptr) h.append(&(record->*List).head, &(record->*List).tail, &Of<Current>::next);
+  if (record != nullptr) h.addRecord(&(record->*List).head, &(record->*List).tail, &Acts::Of<Current>::next);
   if (record != nullptr) h.*Current = (record->*List).tail;
 }
 /// A corner of an envelope, wherever its record keeps them.
 template <auto Record>
 void corner(H& h, const Attributes& attrs) {
-  using T = Of<Record>;
+  using T = Acts::Of<Record>;
   auto* record = h.*Record;
   static constexpr Attribute<T> dimensions[] = {{"dimension", &T::pos1Dimension}, {"dimension", &T::pos2Dimension}};
   if (record != nullptr && h.posCount < 2) h.store(std::array{dimensions[h.posCount]}, *record, attrs);
@@ -124,141 +120,139 @@ constexpr Grammar::Act interval = Acts::text<&H::interval, Field>;
 
 const Grammar& capabilitiesGrammar() {
   static const Grammar grammar{
-      {"WCS_Capabilities", {}, version, {ROOT, 0, 0}},
+      {"WCS_Capabilities", {}, version, {inRoot}},
 
-      {"Service", {}, nullptr, {SERVICE, 0, 0}},
-      {"*", {SERVICE}, openService},
-      {"name", {SERVICE}, service<&WcsService::name>},
-      {"label", {SERVICE}, service<&WcsService::label>},
-      {"description", {SERVICE}, service<&WcsService::description>},
-      {"keyword", {SERVICE}, Acts::all<openService, entry<&H::service, &WcsService::keywords>>},
-      {"individualName", {SERVICE}, service<&WcsService::individualName>},
-      {"organisationName", {SERVICE}, service<&WcsService::organisationName>},
-      {"positionName", {SERVICE}, service<&WcsService::positionName>},
-      {"voice", {SERVICE}, service<&WcsService::voice>},
-      {"facsimile", {SERVICE}, service<&WcsService::facsimile>},
-      {"deliveryPoint", {SERVICE}, service<&WcsService::deliveryPoint>},
-      {"city", {SERVICE}, service<&WcsService::city>},
-      {"administrativeArea", {SERVICE}, service<&WcsService::administrativeArea>},
-      {"postalCode", {SERVICE}, service<&WcsService::postalCode>},
-      {"country", {SERVICE}, service<&WcsService::country>},
-      {"electronicMailAddress", {SERVICE}, service<&WcsService::electronicMailAddress>},
+      {"Service", {}, nullptr, {inService}},
+      {"*", {inService}, openService},
+      {"name", {inService}, service<&WcsService::name>},
+      {"label", {inService}, service<&WcsService::label>},
+      {"description", {inService}, service<&WcsService::description>},
+      {"keyword", {inService}, Acts::all<openService, entry<&H::service, &WcsService::keywords>>},
+      {"individualName", {inService}, service<&WcsService::individualName>},
+      {"organisationName", {inService}, service<&WcsService::organisationName>},
+      {"positionName", {inService}, service<&WcsService::positionName>},
+      {"voice", {inService}, service<&WcsService::voice>},
+      {"facsimile", {inService}, service<&WcsService::facsimile>},
+      {"deliveryPoint", {inService}, service<&WcsService::deliveryPoint>},
+      {"city", {inService}, service<&WcsService::city>},
+      {"administrativeArea", {inService}, service<&WcsService::administrativeArea>},
+      {"postalCode", {inService}, service<&WcsService::postalCode>},
+      {"country", {inService}, service<&WcsService::country>},
+      {"electronicMailAddress", {inService}, service<&WcsService::electronicMailAddress>},
       {"onlineResource",
-       {SERVICE},
+       {inService},
        Acts::all<service<&WcsService::onlineResource>, Acts::attributes<&H::service, onlineAttributes>>},
-      {"fees", {SERVICE}, service<&WcsService::fees>},
-      {"accessConstraints", {SERVICE}, service<&WcsService::accessConstraints>},
+      {"fees", {inService}, service<&WcsService::fees>},
+      {"accessConstraints", {inService}, service<&WcsService::accessConstraints>},
 
-      {"ContentMetadata", {}, nullptr, {CONTENT, 0, 0}},
-      {"CoverageOfferingBrief", {CONTENT}, openBrief},
-      {"name", {CONTENT}, brief<&WcsBrief::name>},
-      {"label", {CONTENT}, brief<&WcsBrief::label>},
-      {"description", {CONTENT}, brief<&WcsBrief::description>},
-      {"lonLatEnvelope", {CONTENT}, Acts::attributes<&H::brief, briefEnvelopeAttributes>},
-      {"pos", {CONTENT}, corner<&H::brief>},
-      {"timePosition", {CONTENT}, time<&H::brief>},
-      {"keyword", {CONTENT}, entry<&H::brief, &WcsBrief::keywords>},
+      {"ContentMetadata", {}, nullptr, {inContent}},
+      {"CoverageOfferingBrief", {inContent}, openBrief},
+      {"name", {inContent}, brief<&WcsBrief::name>},
+      {"label", {inContent}, brief<&WcsBrief::label>},
+      {"description", {inContent}, brief<&WcsBrief::description>},
+      {"lonLatEnvelope", {inContent}, Acts::attributes<&H::brief, briefEnvelopeAttributes>},
+      {"pos", {inContent}, corner<&H::brief>},
+      {"timePosition", {inContent}, time<&H::brief>},
+      {"keyword", {inContent}, entry<&H::brief, &WcsBrief::keywords>},
   };
   return grammar;
 }
 
 const Grammar& descriptionGrammar() {
   static const Grammar grammar{
-      {"CoverageDescription", {}, version, {ROOT, 0, 0}},
+      {"CoverageDescription", {}, version, {inRoot}},
 
-      {"CoverageOffering", {}, openOffering, {OFFERING, 0, 0}},
-      {"description", {OFFERING}, offering<&WcsOffering::description>},
-      {"name", {OFFERING}, offering<&WcsOffering::name>},
-      {"label", {OFFERING}, offering<&WcsOffering::label>},
+      {"CoverageOffering", {}, openOffering, {inOffering}},
+      {"description", {inOffering}, offering<&WcsOffering::description>},
+      {"name", {inOffering}, offering<&WcsOffering::name>},
+      {"label", {inOffering}, offering<&WcsOffering::label>},
 
-      {"lonLatEnvelope", {}, Acts::all<resetCounts, Acts::attributes<&H::lonLat, envelopeAttributes>>, {LON_LAT, 0, 0}},
-      {"pos", {LON_LAT}, corner<&H::lonLat>},
-      {"timePosition", {LON_LAT}, time<&H::lonLat>},
+      {"lonLatEnvelope", {}, Acts::all<resetCounts, Acts::attributes<&H::lonLat, envelopeAttributes>>, {inLonLat}},
+      {"pos", {inLonLat}, corner<&H::lonLat>},
+      {"timePosition", {inLonLat}, time<&H::lonLat>},
 
-      {"spatialDomain", {}, nullptr, {SPATIAL, 0, 0}},
-      {"Envelope", {SPATIAL}, openEnvelope, {0, ENVELOPE, 0}},
-      {"EnvelopeWithTimePeriod", {SPATIAL}, openEnvelope, {0, ENVELOPE, 0}},
-      {"pos", {SPATIAL, ENVELOPE}, corner<&H::envelope>},
-      {"timePosition", {SPATIAL, ENVELOPE}, time<&H::envelope>},
-      {"Grid", {SPATIAL}, openGrid<no>, {0, GRID, 0}},
-      {"RectifiedGrid", {SPATIAL}, openGrid<yes>, {0, GRID, 0}},
-      {"low", {SPATIAL, GRID}, grid<&WcsGrid::low>},
-      {"high", {SPATIAL, GRID}, grid<&WcsGrid::high>},
-      {"axisName", {SPATIAL, GRID}, entry<&H::grid, &WcsGrid::axisNames>},
-      {"pos", {SPATIAL, GRID}, grid<&WcsGrid::origin>},
-      {"offsetVector", {SPATIAL, GRID}, entry<&H::grid, &WcsGrid::offsetVectors>},
+      {"spatialDomain", {}, nullptr, {inSpatial}},
+      {"Envelope", {inSpatial}, openEnvelope, {0, inEnvelope}},
+      {"EnvelopeWithTimePeriod", {inSpatial}, openEnvelope, {0, inEnvelope}},
+      {"pos", {inSpatial, inEnvelope}, corner<&H::envelope>},
+      {"timePosition", {inSpatial, inEnvelope}, time<&H::envelope>},
+      {"Grid", {inSpatial}, openGrid<no>, {0, inGrid}},
+      {"RectifiedGrid", {inSpatial}, openGrid<yes>, {0, inGrid}},
+      {"low", {inSpatial, inGrid}, grid<&WcsGrid::low>},
+      {"high", {inSpatial, inGrid}, grid<&WcsGrid::high>},
+      {"axisName", {inSpatial, inGrid}, entry<&H::grid, &WcsGrid::axisNames>},
+      {"pos", {inSpatial, inGrid}, grid<&WcsGrid::origin>},
+      {"offsetVector", {inSpatial, inGrid}, entry<&H::grid, &WcsGrid::offsetVectors>},
 
-      {"temporalDomain", {}, nullptr, {TEMPORAL, 0, 0}},
+      {"temporalDomain", {}, nullptr, {inTemporal}},
       {"timePosition",
-       {TEMPORAL},
+       {inTemporal},
        Acts::all<add<&H::offering, &WcsOffering::timePositions, &H::timePosition>,
                  Acts::attributes<&H::timePosition, timeAttributes<WcsTimePosition>>,
                  Acts::text<&H::timePosition, &WcsTimePosition::position>>},
-      {"timePeriod", {TEMPORAL}, add<&H::offering, &WcsOffering::timePeriods, &H::timePeriod>},
+      {"timePeriod", {inTemporal}, add<&H::offering, &WcsOffering::timePeriods, &H::timePeriod>},
       {"beginPosition",
-       {TEMPORAL},
+       {inTemporal},
        Acts::all<Acts::attributes<&H::timePeriod, timeAttributes<WcsTimePeriod>>, period<&WcsTimePeriod::begin>>},
-      {"endPosition", {TEMPORAL}, period<&WcsTimePeriod::end>},
-      {"timeResolution", {TEMPORAL}, period<&WcsTimePeriod::resolution>},
+      {"endPosition", {inTemporal}, period<&WcsTimePeriod::end>},
+      {"timeResolution", {inTemporal}, period<&WcsTimePeriod::resolution>},
 
-      {.name = "RangeSet", .in = {}, .opens = {RANGE_SET, 0, 0}, .exact = true},
-      {"description", {RANGE_SET, NONE}, range<&WcsRangeSet::description>},
-      {"name", {RANGE_SET, NONE}, range<&WcsRangeSet::name>},
-      {"label", {RANGE_SET, NONE}, range<&WcsRangeSet::label>},
-      {"nullValues", {RANGE_SET}, Acts::forget<&H::interval>, {0, NULL_VALUES, 0}},
-      {"singleValue", {RANGE_SET, NULL_VALUES}, entry<&H::rangeSet, &WcsRangeSet::nullSingleValues>},
-      {"interval", {RANGE_SET, NULL_VALUES}, add<&H::rangeSet, &WcsRangeSet::nullIntervals, &H::interval>},
-      {"min", {RANGE_SET, NULL_VALUES}, interval<&WcsInterval::min>},
-      {"max", {RANGE_SET, NULL_VALUES}, interval<&WcsInterval::max>},
-      {"res", {RANGE_SET, NULL_VALUES}, interval<&WcsInterval::res>},
+      {.name = "RangeSet", .in = {}, .opens = {inRangeSet}, .exact = true},
+      {"description", {inRangeSet, inNoGroup}, range<&WcsRangeSet::description>},
+      {"name", {inRangeSet, inNoGroup}, range<&WcsRangeSet::name>},
+      {"label", {inRangeSet, inNoGroup}, range<&WcsRangeSet::label>},
+      {"nullValues", {inRangeSet}, Acts::forget<&H::interval>, {0, inNullValues}},
+      {"singleValue", {inRangeSet, inNullValues}, entry<&H::rangeSet, &WcsRangeSet::nullSingleValues>},
+      {"interval", {inRangeSet, inNullValues}, add<&H::rangeSet, &WcsRangeSet::nullIntervals, &H::interval>},
+      {"min", {inRangeSet, inNullValues}, interval<&WcsInterval::min>},
+      {"max", {inRangeSet, inNullValues}, interval<&WcsInterval::max>},
+      {"res", {inRangeSet, inNullValues}, interval<&WcsInterval::res>},
       {.name = "AxisDescription",
-       .in = {RANGE_SET},
+       .in = {inRangeSet},
        .act = Acts::all<add<&H::offering, &WcsOffering::axes, &H::axis>, Acts::forget<&H::interval>>,
-       .opens = {0, AXIS, 0},
+       .opens = {0, inAxis},
        .exact = true},
-      {"description", {RANGE_SET, AXIS}, axis<&WcsAxis::description>},
-      {"name", {RANGE_SET, AXIS}, axis<&WcsAxis::name>},
-      {"label", {RANGE_SET, AXIS}, axis<&WcsAxis::label>},
-      {"default", {RANGE_SET, AXIS}, axis<&WcsAxis::defaultValue>},
-      {"singleValue", {RANGE_SET, AXIS}, entry<&H::axis, &WcsAxis::singleValues>},
-      {"interval", {RANGE_SET, AXIS}, add<&H::axis, &WcsAxis::intervals, &H::interval>},
-      {"min", {RANGE_SET, AXIS}, interval<&WcsInterval::min>},
-      {"max", {RANGE_SET, AXIS}, interval<&WcsInterval::max>},
-      {"res", {RANGE_SET, AXIS}, interval<&WcsInterval::res>},
+      {"description", {inRangeSet, inAxis}, axis<&WcsAxis::description>},
+      {"name", {inRangeSet, inAxis}, axis<&WcsAxis::name>},
+      {"label", {inRangeSet, inAxis}, axis<&WcsAxis::label>},
+      {"default", {inRangeSet, inAxis}, axis<&WcsAxis::defaultValue>},
+      {"singleValue", {inRangeSet, inAxis}, entry<&H::axis, &WcsAxis::singleValues>},
+      {"interval", {inRangeSet, inAxis}, add<&H::axis, &WcsAxis::intervals, &H::interval>},
+      {"min", {inRangeSet, inAxis}, interval<&WcsInterval::min>},
+      {"max", {inRangeSet, inAxis}, interval<&WcsInterval::max>},
+      {"res", {inRangeSet, inAxis}, interval<&WcsInterval::res>},
 
-      {"supportedCRSs", {}, nullptr, {CRS, 0, 0}},
-      {"requestResponseCRSs", {CRS}, names<&H::crs, &WcsCrs::requestResponseCRSs>},
-      {"requestCRSs", {CRS}, names<&H::crs, &WcsCrs::requestCRSs>},
-      {"responseCRSs", {CRS}, names<&H::crs, &WcsCrs::responseCRSs>},
-      {"nativeCRSs", {CRS}, names<&H::crs, &WcsCrs::nativeCRSs>},
+      {"supportedCRSs", {}, nullptr, {inCrs}},
+      {"requestResponseCRSs", {inCrs}, names<&H::crs, &WcsCrs::requestResponseCRSs>},
+      {"requestCRSs", {inCrs}, names<&H::crs, &WcsCrs::requestCRSs>},
+      {"responseCRSs", {inCrs}, names<&H::crs, &WcsCrs::responseCRSs>},
+      {"nativeCRSs", {inCrs}, names<&H::crs, &WcsCrs::nativeCRSs>},
 
-      {"supportedFormats", {}, Acts::attributes<&H::offering, formatsAttributes>, {FORMATS, 0, 0}},
-      {"formats", {FORMATS}, names<&H::offering, &WcsOffering::formats>},
+      {"supportedFormats", {}, Acts::attributes<&H::offering, formatsAttributes>, {inFormats}},
+      {"formats", {inFormats}, names<&H::offering, &WcsOffering::formats>},
 
-      {"supportedInterpolations", {}, Acts::attributes<&H::offering, interpolationAttributes>, {INTERPOLATIONS, 0, 0}},
-      {"interpolationMethod", {INTERPOLATIONS}, entry<&H::offering, &WcsOffering::interpolationMethods>},
+      {"supportedInterpolations", {}, Acts::attributes<&H::offering, interpolationAttributes>, {inInterpolations}},
+      {"interpolationMethod", {inInterpolations}, entry<&H::offering, &WcsOffering::interpolationMethods>},
   };
   return grammar;
 }
 
 } // namespace
 
-} // namespace ogc
-
-COgcWcsSaxHelper::COgcWcsSaxHelper(ogc::xml::Reporter& reporter, ogc::WcsCapabilities& document)
-    : RuleHandler(reporter, document.arena, ogc::wcsVersions, ogc::capabilitiesGrammar()),
+COgcWcsSaxHelper::COgcWcsSaxHelper(xml::Reporter& reporter, WcsCapabilities& document)
+    : RuleHandler(reporter, document.arena, wcsVersions, capabilitiesGrammar()),
       capabilities(&document),
       description(nullptr) {}
 
-COgcWcsSaxHelper::COgcWcsSaxHelper(ogc::xml::Reporter& reporter, ogc::WcsDescription& document)
-    : RuleHandler(reporter, document.arena, ogc::wcsVersions, ogc::descriptionGrammar()),
+COgcWcsSaxHelper::COgcWcsSaxHelper(xml::Reporter& reporter, WcsDescription& document)
+    : RuleHandler(reporter, document.arena, wcsVersions, descriptionGrammar()),
       capabilities(nullptr),
       description(&document) {}
 
 template <typename T>
 void COgcWcsSaxHelper::addOffering(T** head, T** current, std::int64_t* count) {
   addRecord(head, current, &T::next);
-  (*current)->index = m_arena.copy(std::to_string((*count)++).substr(0, ogc::indexTextLimit));
+  (*current)->index = m_arena.copy(std::to_string((*count)++).substr(0, indexTextLimit));
   (*current)->version = szVersion;
   (*current)->updateSequence = szUpdateSequence;
   pCurNode = nullptr;
@@ -266,7 +260,7 @@ void COgcWcsSaxHelper::addOffering(T** head, T** current, std::int64_t* count) {
 }
 
 void COgcWcsSaxHelper::openService() {
-  if (service == nullptr) service = capabilities->pService = m_arena.make<ogc::WcsService>();
+  if (service == nullptr) service = capabilities->pService = m_arena.make<WcsService>();
 }
 
 void COgcWcsSaxHelper::openBrief() {

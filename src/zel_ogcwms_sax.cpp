@@ -1,14 +1,12 @@
 #include "zel_ogcwms_sax.h"
 
 #include <strings.h>
-#include <type_traits>
 
-namespace ogc {
+using namespace ogc;
 
 namespace {
 
 using xml::Attribute;
-using xml::Place;
 using xml::VersionRule;
 
 constexpr const char* supportedVersions[] = {"1.1.0", "1.1.1", "1.3.0"};
@@ -17,37 +15,38 @@ constexpr VersionRule wmsVersions{
     "Error: OGC WMS version number (%s) is not supported. This WMS Client supports OGC WMS version 1.1.0, 1.1.1, and "
     "1.3.0."};
 
-enum Section : int { ROOT = 1001, REQUEST, SERVICE, LAYER };
+enum Section : int { inRoot = 1001, inRequest, inService, inLayer };
 
 enum Group : int {
-  NONE,
-  GET_MAP,
-  GET_FEATURE_INFO,
-  LAYER_ITSELF,
-  KEYWORDS,
-  SRS,
-  CRS,
-  LAT_LON,
-  EX_GEO,
-  BBOX,
-  EXTENT,
-  DIMENSION,
-  ATTRIBUTION,
-  AUTHORITY_URL,
-  IDENTIFIER,
-  METADATA_URL,
-  DATA_URL,
-  FEATURE_URL,
-  STYLE
+  inNoGroup,
+  inGetMap,
+  inGetFeatureInfo,
+  inLayerItself,
+  inKeywords,
+  inSrs,
+  inCrs,
+  inLatLon,
+  inExGeo,
+  inBBox,
+  inExtent,
+  inDimension,
+  inAttribution,
+  inAuthorityUrl,
+  inIdentifier,
+  inMetadataUrl,
+  inDataUrl,
+  inFeatureUrl,
+  inStyle
 };
 
-enum Part : int { LOGO = 1, LEGEND, SHEET, STYLE_URL };
+enum Part : int { inLogo = 1, inLegend, inSheet, inStyleUrl };
 
 using H = COgcWmsSaxHelper;
 using Attributes = xercesc::Attributes;
 using Grammar = xml::Grammar<H>;
 using Layer = xWmsLayer_t;
-using Current = H::Current;
+using Acts = xml::Acts<H>;
+constexpr int any = xml::Place::any;
 
 struct Flag {
   const char* name; ///< lower case
@@ -88,12 +87,8 @@ constexpr Attribute<xWmsAttribution_t> logoAttributes[] = {{"width", &xWmsAttrib
 constexpr Attribute<xWmsStyle_t> legendAttributes[] = {{"width", &xWmsStyle_t::legendWidth},
                                                        {"height", &xWmsStyle_t::legendHeight}};
 
-// Records of the current layer: the member of Current that points to the one being filled.
-template <auto Record>
-using Of = std::remove_pointer_t<std::remove_reference_t<decltype(std::declval<Current&>().*Record)>>;
-
 void version(H& h, const Attributes& attrs) {
-  if (h.sectionIsNew()) h.checkVersion(attrs);
+  if (h.sectionIsNew()) h.HandleVersion(attrs);
 }
 template <auto Formats>
 void openFormats(H& h, const Attributes&) {
@@ -111,14 +106,9 @@ void closeLayer(H& h) { h.closeLayer(); }
 void closeSection(H& h) { h.closeSection(); }
 
 template <auto Field>
-void service(H& h, const Attributes&) {
-  h.openService();
-  h.collect(&(h.service->*Field));
-}
+constexpr Grammar::Act service = Acts::all<openService, Acts::text<&H::service, Field>>;
 template <auto Field>
-void layer(H& h, const Attributes&) {
-  h.collect(&(h.layer->*Field));
-}
+constexpr Grammar::Act layer = Acts::text<&H::layer, Field>;
 template <auto Field, auto Flag>
 void scale(H& h, const Attributes& attrs) {
   h.layer->*Flag = 1;
@@ -128,7 +118,7 @@ void scale(H& h, const Attributes& attrs) {
 template <auto Count, auto List, auto Tail>
 void entry(H& h, const Attributes&) {
   ++(h.layer->*Count);
-  h.appendText(&(h.layer->*List), &(h.current.*Tail));
+  h.appendText(&(h.layer->*List), &(h.*Tail));
 }
 /// The text names a reference system of the layer. Layers often list the same ones as the layer before.
 template <auto Count, auto List, auto Tail>
@@ -144,197 +134,170 @@ void systems(H& h, const Attributes& attrs) {
 /// The record of the layer that exists once.
 template <auto Count, auto Record, auto Which>
 void count(H& h, const Attributes&) {
-  h.countRecord(h.layer->*Count, h.layer->*Record);
-  h.current.*Which = h.layer->*Record;
+  h.addFirstRecord(h.layer->*Count, h.layer->*Record);
+  h.*Which = h.layer->*Record;
 }
 /// A record of a list of the layer, with its attributes.
 template <auto Count, auto List, auto Which>
 void add(H& h, const Attributes&) {
-  h.append(&(h.layer->*List), &(h.current.*Which), &Of<Which>::next);
+  h.addRecord(&(h.layer->*List), &(h.*Which), &Acts::Of<Which>::next);
   ++(h.layer->*Count);
 }
 template <auto Which, auto Field>
-void text(H& h, const Attributes&) {
-  if (h.current.*Which != nullptr) h.collect(&((h.current.*Which)->*Field));
-}
-template <auto Which, const auto& Rows>
-void attributes(H& h, const Attributes& attrs) {
-  if (h.current.*Which != nullptr) h.store(Rows, *(h.current.*Which), attrs);
-}
-template <auto Which, auto Field>
 void online(H& h, const Attributes& attrs) {
-  static constexpr Attribute<Of<Which>> href[] = {{"href", Field}};
-  attributes<Which, href>(h, attrs);
+  static constexpr Attribute<Acts::Of<Which>> href[] = {{"href", Field}};
+  Acts::attributes<Which, href>(h, attrs);
 }
-template <auto... acts>
-constexpr Grammar::Act all = xml::Acts<H>::all<acts...>;
 
 const Grammar& grammar() {
   static const Grammar table{
-      {.name = "WMS_Capabilities", .in = {}, .act = version, .opens = {ROOT, 0, 0}, .end = closeSection},
-      {.name = "WMT_MS_Capabilities", .in = {}, .act = version, .opens = {ROOT, 0, 0}, .end = closeSection},
+      {.name = "WMS_Capabilities", .in = {}, .act = version, .opens = {inRoot}, .end = closeSection},
+      {.name = "WMT_MS_Capabilities", .in = {}, .act = version, .opens = {inRoot}, .end = closeSection},
 
       {.name = "GetMap",
        .in = {},
        .act = openFormats<&H::mapFormats>,
-       .opens = {REQUEST, GET_MAP, 0},
+       .opens = {inRequest, inGetMap},
        .end = closeSection},
-      {"Format", {Place::any, GET_MAP}, format<&H::mapFormats>},
+      {"Format", {any, inGetMap}, format<&H::mapFormats>},
       {.name = "GetFeatureInfo",
        .in = {},
        .act = openFormats<&H::featureFormats>,
-       .opens = {REQUEST, GET_FEATURE_INFO, 0},
+       .opens = {inRequest, inGetFeatureInfo},
        .end = closeSection},
-      {"Format", {Place::any, GET_FEATURE_INFO}, format<&H::featureFormats>},
+      {"Format", {any, inGetFeatureInfo}, format<&H::featureFormats>},
 
-      {.name = "Layer", .in = {}, .act = openLayer, .opens = {LAYER, LAYER_ITSELF, 0}, .end = closeLayer},
-      {"Name", {LAYER}, layer<&Layer::szName>},
-      {"Title", {LAYER}, layer<&Layer::szTitle>},
-      {"Abstract", {LAYER}, layer<&Layer::szAbstract>},
-      {"MinScaleDenominator", {LAYER}, scale<&Layer::szMinScale, &Layer::bMinScale>},
-      {"MaxScaleDenominator", {LAYER}, scale<&Layer::szMaxScale, &Layer::bMaxScale>},
-      {"ScaleHint", {LAYER}, [](H& h, const Attributes& attrs) { h.store(scaleFlags, *h.layer, attrs); }},
+      {.name = "Layer", .in = {}, .act = openLayer, .opens = {inLayer, inLayerItself}, .end = closeLayer},
+      {"Name", {inLayer}, layer<&Layer::szName>},
+      {"Title", {inLayer}, layer<&Layer::szTitle>},
+      {"Abstract", {inLayer}, layer<&Layer::szAbstract>},
+      {"MinScaleDenominator", {inLayer}, scale<&Layer::szMinScale, &Layer::bMinScale>},
+      {"MaxScaleDenominator", {inLayer}, scale<&Layer::szMaxScale, &Layer::bMaxScale>},
+      {"ScaleHint", {inLayer}, [](H& h, const Attributes& attrs) { h.store(scaleFlags, *h.layer, attrs); }},
 
-      {"KeywordList", {LAYER}, nullptr, {0, KEYWORDS, 0}},
-      {"Keyword", {Place::any, KEYWORDS}, entry<&Layer::nKeyword, &Layer::pKeyword, &Current::keyword>},
-      {"CRS", {LAYER}, system<&Layer::nCrs, &Layer::pCrs, &Current::crs>, {0, CRS, 0}},
-      {"SRS", {LAYER}, systems<&Layer::nSrs, &Layer::pSrs, &Current::srs>, {0, SRS, 0}, nullptr},
+      {"KeywordList", {inLayer}, nullptr, {0, inKeywords}},
+      {"Keyword", {any, inKeywords}, entry<&Layer::nKeyword, &Layer::pKeyword, &H::keyword>},
+      {"CRS", {inLayer}, system<&Layer::nCrs, &Layer::pCrs, &H::crs>, {0, inCrs}},
+      {"SRS", {inLayer}, systems<&Layer::nSrs, &Layer::pSrs, &H::srs>, {0, inSrs}, nullptr},
 
       // The box stays open for the attributes of other elements until another group begins.
       {"LatLonBoundingBox",
-       {LAYER},
-       count<&Layer::nLatLonBBox, &Layer::pLatLonBBox, &Current::latLon>,
-       {0, LAT_LON, 0},
+       {inLayer},
+       count<&Layer::nLatLonBBox, &Layer::pLatLonBBox, &H::latLon>,
+       {0, inLatLon},
        "LatLongBoundingBox"},
-      {"*", {Place::any, LAT_LON}, attributes<&Current::latLon, latLonAttributes>},
-      {"EX_GeographicBoundingBox",
-       {LAYER},
-       count<&Layer::nExGeoBBox, &Layer::pExGeoBBox, &Current::geo>,
-       {0, EX_GEO, 0}},
-      {"westBoundLongitude", {Place::any, EX_GEO}, text<&Current::geo, &xWmsGeoBox_t::minX>},
-      {"eastBoundLongitude", {Place::any, EX_GEO}, text<&Current::geo, &xWmsGeoBox_t::minY>},
-      {"southBoundLatitude", {Place::any, EX_GEO}, text<&Current::geo, &xWmsGeoBox_t::maxX>},
-      {"northBoundLatitude", {Place::any, EX_GEO}, text<&Current::geo, &xWmsGeoBox_t::maxY>},
+      {"*", {any, inLatLon}, Acts::attributes<&H::latLon, latLonAttributes>},
+      {"EX_GeographicBoundingBox", {inLayer}, count<&Layer::nExGeoBBox, &Layer::pExGeoBBox, &H::geo>, {0, inExGeo}},
+      {"westBoundLongitude", {any, inExGeo}, Acts::text<&H::geo, &xWmsGeoBox_t::minX>},
+      {"eastBoundLongitude", {any, inExGeo}, Acts::text<&H::geo, &xWmsGeoBox_t::minY>},
+      {"southBoundLatitude", {any, inExGeo}, Acts::text<&H::geo, &xWmsGeoBox_t::maxX>},
+      {"northBoundLatitude", {any, inExGeo}, Acts::text<&H::geo, &xWmsGeoBox_t::maxY>},
       {"BoundingBox",
-       {LAYER},
-       all<add<&Layer::nBBox, &Layer::pBBox, &Current::bbox>, attributes<&Current::bbox, bboxAttributes>>,
-       {0, BBOX, 0}},
+       {inLayer},
+       Acts::all<add<&Layer::nBBox, &Layer::pBBox, &H::bbox>, Acts::attributes<&H::bbox, bboxAttributes>>,
+       {0, inBBox}},
       {"Extent",
-       {LAYER},
-       all<add<&Layer::nExtent, &Layer::pExtent, &Current::extent>, attributes<&Current::extent, extentAttributes>,
-           text<&Current::extent, &xWmsExtent_t::value>>,
-       {0, EXTENT, 0}},
+       {inLayer},
+       Acts::all<add<&Layer::nExtent, &Layer::pExtent, &H::extent>, Acts::attributes<&H::extent, extentAttributes>,
+                 Acts::text<&H::extent, &xWmsExtent_t::value>>,
+       {0, inExtent}},
       {"Dimension",
-       {LAYER},
-       all<add<&Layer::nDimension, &Layer::pDimension, &Current::dimension>,
-           attributes<&Current::dimension, dimensionAttributes>, text<&Current::dimension, &xWmsDimension_t::value>>,
-       {0, DIMENSION, 0}},
+       {inLayer},
+       Acts::all<add<&Layer::nDimension, &Layer::pDimension, &H::dimension>,
+                 Acts::attributes<&H::dimension, dimensionAttributes>,
+                 Acts::text<&H::dimension, &xWmsDimension_t::value>>,
+       {0, inDimension}},
 
       {"Attribution",
-       {LAYER},
-       count<&Layer::nAttribution, &Layer::pAttribution, &Current::attribution>,
-       {0, ATTRIBUTION, 0}},
-      {"Title", {Place::any, ATTRIBUTION}, text<&Current::attribution, &xWmsAttribution_t::title>},
-      {"OnlineResource",
-       {Place::any, ATTRIBUTION, 0},
-       online<&Current::attribution, &xWmsAttribution_t::onlineResource>},
-      {"LogoURL", {Place::any, ATTRIBUTION}, attributes<&Current::attribution, logoAttributes>, {0, 0, LOGO}},
-      {"Format", {Place::any, ATTRIBUTION, LOGO}, text<&Current::attribution, &xWmsAttribution_t::logoFormat>},
-      {"OnlineResource",
-       {Place::any, ATTRIBUTION, LOGO},
-       online<&Current::attribution, &xWmsAttribution_t::logoOnlineResource>},
+       {inLayer},
+       count<&Layer::nAttribution, &Layer::pAttribution, &H::attribution>,
+       {0, inAttribution}},
+      {"Title", {any, inAttribution}, Acts::text<&H::attribution, &xWmsAttribution_t::title>},
+      {"OnlineResource", {any, inAttribution, 0}, online<&H::attribution, &xWmsAttribution_t::onlineResource>},
+      {"LogoURL", {any, inAttribution}, Acts::attributes<&H::attribution, logoAttributes>, {0, 0, inLogo}},
+      {"Format", {any, inAttribution, inLogo}, Acts::text<&H::attribution, &xWmsAttribution_t::logoFormat>},
+      {"OnlineResource", {any, inAttribution, inLogo}, online<&H::attribution, &xWmsAttribution_t::logoOnlineResource>},
 
       {"AuthorityURL",
-       {LAYER},
-       all<add<&Layer::nAuthorityUrl, &Layer::pAuthorityUrl, &Current::authorityUrl>,
-           attributes<&Current::authorityUrl, authorityAttributes>>,
-       {0, AUTHORITY_URL, 0}},
-      {"OnlineResource",
-       {Place::any, AUTHORITY_URL},
-       online<&Current::authorityUrl, &xWmsAuthorityUrl_t::onlineResource>},
+       {inLayer},
+       Acts::all<add<&Layer::nAuthorityUrl, &Layer::pAuthorityUrl, &H::authorityUrl>,
+                 Acts::attributes<&H::authorityUrl, authorityAttributes>>,
+       {0, inAuthorityUrl}},
+      {"OnlineResource", {any, inAuthorityUrl}, online<&H::authorityUrl, &xWmsAuthorityUrl_t::onlineResource>},
       {"Identifier",
-       {LAYER},
-       all<add<&Layer::nIdentifier, &Layer::pIdentifier, &Current::identifier>,
-           attributes<&Current::identifier, identifierAttributes>,
-           text<&Current::identifier, &xWmsIdentifier_t::value>>,
-       {0, IDENTIFIER, 0}},
+       {inLayer},
+       Acts::all<add<&Layer::nIdentifier, &Layer::pIdentifier, &H::identifier>,
+                 Acts::attributes<&H::identifier, identifierAttributes>,
+                 Acts::text<&H::identifier, &xWmsIdentifier_t::value>>,
+       {0, inIdentifier}},
       {"MetadataURL",
-       {LAYER},
-       all<add<&Layer::nMetadataUrl, &Layer::pMetadataUrl, &Current::metadataUrl>,
-           attributes<&Current::metadataUrl, metadataAttributes>>,
-       {0, METADATA_URL, 0}},
-      {"Format", {Place::any, METADATA_URL}, text<&Current::metadataUrl, &xWmsMetadataUrl_t::format>},
-      {"OnlineResource", {Place::any, METADATA_URL}, online<&Current::metadataUrl, &xWmsMetadataUrl_t::onlineResource>},
-      {"DataURL", {LAYER}, add<&Layer::nDataUrl, &Layer::pDataUrl, &Current::dataUrl>, {0, DATA_URL, 0}},
-      {"Format", {Place::any, DATA_URL}, text<&Current::dataUrl, &xWmsOnlineRes_t::format>},
-      {"OnlineResource", {Place::any, DATA_URL}, online<&Current::dataUrl, &xWmsOnlineRes_t::onlineResource>},
-      {"FeatureListURL",
-       {LAYER},
-       add<&Layer::nFeatureUrl, &Layer::pFeatureUrl, &Current::featureUrl>,
-       {0, FEATURE_URL, 0}},
-      {"Format", {Place::any, FEATURE_URL}, text<&Current::featureUrl, &xWmsOnlineRes_t::format>},
-      {"OnlineResource", {Place::any, FEATURE_URL}, online<&Current::featureUrl, &xWmsOnlineRes_t::onlineResource>},
+       {inLayer},
+       Acts::all<add<&Layer::nMetadataUrl, &Layer::pMetadataUrl, &H::metadataUrl>,
+                 Acts::attributes<&H::metadataUrl, metadataAttributes>>,
+       {0, inMetadataUrl}},
+      {"Format", {any, inMetadataUrl}, Acts::text<&H::metadataUrl, &xWmsMetadataUrl_t::format>},
+      {"OnlineResource", {any, inMetadataUrl}, online<&H::metadataUrl, &xWmsMetadataUrl_t::onlineResource>},
+      {"DataURL", {inLayer}, add<&Layer::nDataUrl, &Layer::pDataUrl, &H::dataUrl>, {0, inDataUrl}},
+      {"Format", {any, inDataUrl}, Acts::text<&H::dataUrl, &xWmsOnlineRes_t::format>},
+      {"OnlineResource", {any, inDataUrl}, online<&H::dataUrl, &xWmsOnlineRes_t::onlineResource>},
+      {"FeatureListURL", {inLayer}, add<&Layer::nFeatureUrl, &Layer::pFeatureUrl, &H::featureUrl>, {0, inFeatureUrl}},
+      {"Format", {any, inFeatureUrl}, Acts::text<&H::featureUrl, &xWmsOnlineRes_t::format>},
+      {"OnlineResource", {any, inFeatureUrl}, online<&H::featureUrl, &xWmsOnlineRes_t::onlineResource>},
 
-      {"Style", {LAYER}, add<&Layer::nStyle, &Layer::pStyle, &Current::style>, {0, STYLE, 0}},
-      {"Name", {Place::any, STYLE}, text<&Current::style, &xWmsStyle_t::name>},
-      {"Title", {Place::any, STYLE}, text<&Current::style, &xWmsStyle_t::title>},
-      {"Abstract", {Place::any, STYLE}, text<&Current::style, &xWmsStyle_t::abstract>},
-      {"LegendURL", {Place::any, STYLE}, attributes<&Current::style, legendAttributes>, {0, 0, LEGEND}},
-      {"Format", {Place::any, STYLE, LEGEND}, text<&Current::style, &xWmsStyle_t::legendFormat>},
-      {"OnlineResource", {Place::any, STYLE, LEGEND}, online<&Current::style, &xWmsStyle_t::legendOnlineResource>},
-      {"StyleSheetURL", {Place::any, STYLE}, nullptr, {0, 0, SHEET}},
-      {"Format", {Place::any, STYLE, SHEET}, text<&Current::style, &xWmsStyle_t::sheetFormat>},
-      {"OnlineResource", {Place::any, STYLE, SHEET}, online<&Current::style, &xWmsStyle_t::sheetOnlineResource>},
-      {"StyleURL", {Place::any, STYLE}, nullptr, {0, 0, STYLE_URL}},
-      {"Format", {Place::any, STYLE, STYLE_URL}, text<&Current::style, &xWmsStyle_t::styleFormat>},
-      {"OnlineResource", {Place::any, STYLE, STYLE_URL}, online<&Current::style, &xWmsStyle_t::styleOnlineResource>},
+      {"Style", {inLayer}, add<&Layer::nStyle, &Layer::pStyle, &H::style>, {0, inStyle}},
+      {"Name", {any, inStyle}, Acts::text<&H::style, &xWmsStyle_t::name>},
+      {"Title", {any, inStyle}, Acts::text<&H::style, &xWmsStyle_t::title>},
+      {"Abstract", {any, inStyle}, Acts::text<&H::style, &xWmsStyle_t::abstract>},
+      {"LegendURL", {any, inStyle}, Acts::attributes<&H::style, legendAttributes>, {0, 0, inLegend}},
+      {"Format", {any, inStyle, inLegend}, Acts::text<&H::style, &xWmsStyle_t::legendFormat>},
+      {"OnlineResource", {any, inStyle, inLegend}, online<&H::style, &xWmsStyle_t::legendOnlineResource>},
+      {"StyleSheetURL", {any, inStyle}, nullptr, {0, 0, inSheet}},
+      {"Format", {any, inStyle, inSheet}, Acts::text<&H::style, &xWmsStyle_t::sheetFormat>},
+      {"OnlineResource", {any, inStyle, inSheet}, online<&H::style, &xWmsStyle_t::sheetOnlineResource>},
+      {"StyleURL", {any, inStyle}, nullptr, {0, 0, inStyleUrl}},
+      {"Format", {any, inStyle, inStyleUrl}, Acts::text<&H::style, &xWmsStyle_t::styleFormat>},
+      {"OnlineResource", {any, inStyle, inStyleUrl}, online<&H::style, &xWmsStyle_t::styleOnlineResource>},
 
-      {"Service", {}, nullptr, {SERVICE, 0, 0}},
-      {"*", {SERVICE}, openService},
-      {"Name", {SERVICE}, service<&xWmsService_t::name>},
-      {"Title", {SERVICE}, service<&xWmsService_t::title>},
-      {"Abstract", {SERVICE}, service<&xWmsService_t::abstract>},
+      {"Service", {}, nullptr, {inService}},
+      {"*", {inService}, openService},
+      {"Name", {inService}, service<&xWmsService_t::name>},
+      {"Title", {inService}, service<&xWmsService_t::title>},
+      {"Abstract", {inService}, service<&xWmsService_t::abstract>},
       {"Keyword",
-       {SERVICE},
+       {inService},
        [](H& h, const Attributes&) {
          h.openService();
          ++h.service->keywordCount;
          h.appendText(&h.service->keywords, &h.serviceKeyword);
        }},
       {"OnlineResource",
-       {SERVICE},
-       [](H& h, const Attributes& attrs) {
-         static constexpr Attribute<xWmsService_t> href[] = {{"href", &xWmsService_t::onlineResource}};
-         service<&xWmsService_t::onlineResource>(h, attrs);
-         h.store(href, *h.service, attrs);
-       }},
-      {"ContactPerson", {SERVICE}, service<&xWmsService_t::contactPerson>},
-      {"ContactOrganization", {SERVICE}, service<&xWmsService_t::contactOrganization>},
-      {"ContactPosition", {SERVICE}, service<&xWmsService_t::contactPosition>},
-      {"AddressType", {SERVICE}, service<&xWmsService_t::addressType>},
-      {"Address", {SERVICE}, service<&xWmsService_t::address>},
-      {"City", {SERVICE}, service<&xWmsService_t::city>},
-      {"StateOrProvince", {SERVICE}, service<&xWmsService_t::stateOrProvince>},
-      {"PostCode", {SERVICE}, service<&xWmsService_t::postCode>},
-      {"Country", {SERVICE}, service<&xWmsService_t::country>},
-      {"ContactVoiceTelephone", {SERVICE}, service<&xWmsService_t::voiceTelephone>},
-      {"ContactFacsimileTelephone", {SERVICE}, service<&xWmsService_t::facsimileTelephone>},
-      {"ContactElectronicMailAddress", {SERVICE}, service<&xWmsService_t::electronicMailAddress>},
-      {"Fees", {SERVICE}, service<&xWmsService_t::fees>},
-      {"AccessConstraints", {SERVICE}, service<&xWmsService_t::accessConstraints>},
-      {"LayerLimit", {SERVICE}, service<&xWmsService_t::layerLimit>},
-      {"MaxWidth", {SERVICE}, service<&xWmsService_t::maxWidth>},
-      {"MaxHeight", {SERVICE}, service<&xWmsService_t::maxHeight>},
+       {inService},
+       Acts::all<service<&xWmsService_t::onlineResource>, online<&H::service, &xWmsService_t::onlineResource>>},
+      {"ContactPerson", {inService}, service<&xWmsService_t::contactPerson>},
+      {"ContactOrganization", {inService}, service<&xWmsService_t::contactOrganization>},
+      {"ContactPosition", {inService}, service<&xWmsService_t::contactPosition>},
+      {"AddressType", {inService}, service<&xWmsService_t::addressType>},
+      {"Address", {inService}, service<&xWmsService_t::address>},
+      {"City", {inService}, service<&xWmsService_t::city>},
+      {"StateOrProvince", {inService}, service<&xWmsService_t::stateOrProvince>},
+      {"PostCode", {inService}, service<&xWmsService_t::postCode>},
+      {"Country", {inService}, service<&xWmsService_t::country>},
+      {"ContactVoiceTelephone", {inService}, service<&xWmsService_t::voiceTelephone>},
+      {"ContactFacsimileTelephone", {inService}, service<&xWmsService_t::facsimileTelephone>},
+      {"ContactElectronicMailAddress", {inService}, service<&xWmsService_t::electronicMailAddress>},
+      {"Fees", {inService}, service<&xWmsService_t::fees>},
+      {"AccessConstraints", {inService}, service<&xWmsService_t::accessConstraints>},
+      {"LayerLimit", {inService}, service<&xWmsService_t::layerLimit>},
+      {"MaxWidth", {inService}, service<&xWmsService_t::maxWidth>},
+      {"MaxHeight", {inService}, service<&xWmsService_t::maxHeight>},
   };
   return table;
 }
 
 } // namespace
 
-} // namespace ogc
-
-COgcWmsSaxHelper::COgcWmsSaxHelper(ogc::xml::Reporter& reporter, ogc::WmsCapabilities& document)
-    : RuleHandler(reporter, document.arena, ogc::wmsVersions, ogc::grammar()), m_document(document) {}
+COgcWmsSaxHelper::COgcWmsSaxHelper(xml::Reporter& reporter, WmsCapabilities& document)
+    : RuleHandler(reporter, document.arena, wmsVersions, grammar()), WmsRecords{}, m_document(document) {}
 
 int COgcWmsSaxHelper::CheckStringNode(const xNodeStr_t* list, const char* s) noexcept {
   if (s == nullptr) return 0;
@@ -356,14 +319,14 @@ void COgcWmsSaxHelper::openService() {
 
 void COgcWmsSaxHelper::openLayer(const xercesc::Attributes& attrs) {
   collect(nullptr);
-  current = {};
+  static_cast<WmsRecords&>(*this) = {};
   const int parent = FindParent(m_layerDepth);
   layer = &m_document.addLayer(parent, ++m_layerDepth);
   m_lastOfLevel.resize(std::max(m_lastOfLevel.size(), static_cast<std::size_t>(m_layerDepth)), -1);
   m_lastOfLevel[static_cast<std::size_t>(m_layerDepth) - 1] = layer->iIndex;
   layer->szVersion = szVersion;
   layer->szUpdateSequence = szUpdateSequence;
-  store(ogc::layerFlags, *layer, attrs);
+  store(layerFlags, *layer, attrs);
   layer->nMapFormat = mapFormats.count;
   layer->pMapFormat = mapFormats.head;
   layer->nFeatureFormat = featureFormats.count;

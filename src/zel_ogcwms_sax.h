@@ -8,10 +8,29 @@
 #include <utility>
 #include <vector>
 
+namespace ogc {
+
+/// The records of a layer that attributes and texts go to.
+struct WmsRecords {
+  xNodeStr_t *keyword, *srs, *crs;
+  xWmsGeoBox_t *latLon, *geo;
+  xWmsBBox_t* bbox;
+  xWmsExtent_t* extent;
+  xWmsDimension_t* dimension;
+  xWmsAttribution_t* attribution;
+  xWmsAuthorityUrl_t* authorityUrl;
+  xWmsIdentifier_t* identifier;
+  xWmsMetadataUrl_t* metadataUrl;
+  xWmsOnlineRes_t *dataUrl, *featureUrl;
+  xWmsStyle_t* style;
+};
+
+} // namespace ogc
+
 /// Elements are recognised by local name in any letter case, and by the section and group that they are in. One that is
 /// out of place is ignored, or stored by the rule it matches: all below a `Layer` goes to the layer that was opened
 /// last.
-class COgcWmsSaxHelper : public ogc::xml::RuleHandler<COgcWmsSaxHelper> {
+class COgcWmsSaxHelper : public ogc::xml::RuleHandler<COgcWmsSaxHelper>, public ogc::WmsRecords {
 public:
   /// 1 when some node of `list` holds `s`, in any letter case; 0 for a null `s`. For handlers that collect names once.
   [[nodiscard]] static int CheckStringNode(const xNodeStr_t* list, const char* s) noexcept;
@@ -26,27 +45,12 @@ public:
     xNodeStr_t* head = nullptr;
     xNodeStr_t* tail = nullptr;
   };
-  /// The records that attributes and texts go to.
-  struct Current {
-    xNodeStr_t *keyword, *srs, *crs;
-    xWmsGeoBox_t *latLon, *geo;
-    xWmsBBox_t* bbox;
-    xWmsExtent_t* extent;
-    xWmsDimension_t* dimension;
-    xWmsAttribution_t* attribution;
-    xWmsAuthorityUrl_t* authorityUrl;
-    xWmsIdentifier_t* identifier;
-    xWmsMetadataUrl_t* metadataUrl;
-    xWmsOnlineRes_t *dataUrl, *featureUrl;
-    xWmsStyle_t* style;
-  };
-
   void openLayer(const xercesc::Attributes& attrs);
   void closeLayer() noexcept;
   void openService();
   /// Gives the layer a record of its own in place of the empty one, for its first element.
   template <typename T>
-  void countRecord(int& count, T*& record) {
+  void addFirstRecord(int& count, T*& record) {
     if (count++ == 0) record = m_arena.make<T>();
   }
 
@@ -58,7 +62,6 @@ public:
   xNodeStr_t* serviceKeyword = nullptr;
   Formats mapFormats;
   Formats featureFormats;
-  Current current{};
   /// @}
 
 protected:

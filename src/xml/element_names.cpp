@@ -25,13 +25,6 @@ bool equalsIgnoringCase(const XMLCh* name, const char* ascii) noexcept {
   return *name == 0;
 }
 
-bool equalsExactly(const XMLCh* name, const char* ascii) noexcept {
-  for (; *ascii != '\0'; ++name, ++ascii) {
-    if (*name != static_cast<XMLCh>(*ascii)) return false;
-  }
-  return *name == 0;
-}
-
 std::string lowerCase(const char* ascii) {
   std::string name(ascii);
   for (char& c : name) c = static_cast<char>(lower(static_cast<XMLCh>(c)));

@@ -3,7 +3,6 @@
 #pragma once
 
 #include <cstdint>
-#include <initializer_list>
 #include <string>
 #include <vector>
 #include <xercesc/util/XercesDefs.hpp>
@@ -19,8 +18,7 @@ public:
     int code;         ///< not 0
   };
 
-  ElementNames(std::initializer_list<Entry> entries) : ElementNames(std::vector<Entry>(entries)) {}
-  explicit ElementNames(const std::vector<Entry>& entries);
+  explicit ElementNames(const std::vector<Entry>& entries = {});
 
   /// Code of a name, 0 when the table does not hold it.
   [[nodiscard]] int find(const XMLCh* name) const noexcept;
@@ -37,8 +35,6 @@ private:
 
 /// True when the two names are equal without regard to case; `ascii` is lower case.
 [[nodiscard]] bool equalsIgnoringCase(const XMLCh* name, const char* ascii) noexcept;
-/// True when the two names are equal, letter case included.
-[[nodiscard]] bool equalsExactly(const XMLCh* name, const char* ascii) noexcept;
 [[nodiscard]] std::string lowerCase(const char* ascii);
 
 } // namespace ogc::xml

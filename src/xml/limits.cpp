@@ -67,8 +67,6 @@ std::size_t streamLength(const std::byte* block, XMLSize_t size) noexcept {
 
 xercesc::MemoryManager* Memory::getExceptionMemoryManager() { return xercesc::XMLPlatformUtils::fgMemoryManager; }
 
-Memory::Memory(std::size_t limit) : m_limit(limit) {}
-
 void* Memory::allocate(XMLSize_t size) {
   const std::size_t limit = m_limit + (m_document ? grammarMemory : m_grammars);
   if (size > limit - std::min(m_held, limit) && !m_refused) {
@@ -178,7 +176,7 @@ void LimitFilter::internalEntityDecl(const XMLCh* name, const XMLCh* value) {
   try {
     grow(entity, size);
   } catch (const Refusal& refusal) {
-    throw Refusal("with entity (" + toUtf8(name) + ") " + refusal.reason());
+    throw Refusal("with entity (" + toUtf8(name) + ") " + refusal.reason);
   }
 }
 

@@ -18,13 +18,9 @@
 namespace ogc::xml {
 
 /// Thrown through the parser if a document demands more than the limits allow.
-class Refusal {
-public:
-  explicit Refusal(std::string reason) : m_reason(std::move(reason)) {}
-  [[nodiscard]] const std::string& reason() const noexcept { return m_reason; }
-
-private:
-  std::string m_reason;
+struct Refusal {
+  explicit Refusal(std::string text) : reason(std::move(text)) {}
+  std::string reason;
 };
 
 struct Limits {
@@ -40,7 +36,7 @@ constexpr std::size_t grammarMemory = 88UL << 20;
 /// All memory of one reader, freed with it: even what the parser leaks.
 class Memory final : public xercesc::MemoryManager {
 public:
-  explicit Memory(std::size_t limit);
+  explicit Memory(std::size_t limit) : m_limit(limit) {}
 
   /// \throws Refusal once: above the limit, or if the expanded entities are too large.
   void* allocate(XMLSize_t size) override;
@@ -89,28 +85,16 @@ public:
   /// System identifier of the external DTD subset, empty when the document names none.
   [[nodiscard]] const String& dtd() const noexcept { return m_dtd; }
 
-  /// \name Content, handed on
+  /// \name Content, of which documents, elements and texts are handed on
   /// @{
-  void setDocumentLocator(const xercesc::Locator* locator) override { m_next.setDocumentLocator(locator); }
   void startDocument() override { m_next.startDocument(); }
   void endDocument() override { m_next.endDocument(); }
-  void startPrefixMapping(const XMLCh* prefix, const XMLCh* uri) override {
-    ++m_prefixes;
-    m_next.startPrefixMapping(prefix, uri);
-  }
-  void endPrefixMapping(const XMLCh* prefix) override {
-    --m_prefixes;
-    m_next.endPrefixMapping(prefix);
-  }
+  void startPrefixMapping(const XMLCh*, const XMLCh*) override { ++m_prefixes; }
+  void endPrefixMapping(const XMLCh*) override { --m_prefixes; }
   void startElement(const XMLCh* uri, const XMLCh* localname, const XMLCh* qname,
                     const xercesc::Attributes& attrs) override;
   void endElement(const XMLCh* uri, const XMLCh* localname, const XMLCh* qname) override;
   void characters(const XMLCh* chars, XMLSize_t length) override;
-  void ignorableWhitespace(const XMLCh* chars, XMLSize_t length) override { m_next.ignorableWhitespace(chars, length); }
-  void processingInstruction(const XMLCh* target, const XMLCh* data) override {
-    m_next.processingInstruction(target, data);
-  }
-  void skippedEntity(const XMLCh* name) override { m_next.skippedEntity(name); }
   /// @}
 
   /// \name Declarations

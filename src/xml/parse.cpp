@@ -27,14 +27,13 @@ using xercesc::XMLUni;
 constexpr std::size_t parserMessageLimit = 255;
 
 struct DtdMode {
-  bool load;
-  bool validate;
+  bool validate; ///< by a DTD that is loaded
   bool dynamic;
   const char* status;
 };
-constexpr DtdMode dtdModes[] = {{false, false, false, "XML DTD validation is off. "},
-                                {true, true, true, "XML DTD validation is on, if DTD is present. "},
-                                {true, true, false, "XML DTD validation is on. "}};
+constexpr DtdMode dtdModes[] = {{false, false, "XML DTD validation is off. "},
+                                {true, true, "XML DTD validation is on, if DTD is present. "},
+                                {true, false, "XML DTD validation is on. "}};
 
 struct SchemaMode {
   bool process;
@@ -91,13 +90,13 @@ void read(Handler& handler, const char* file, const Validation& validation, Repo
 
   Reading reading{documentLimits, dtd == nullptr || dtd->validate, !schema.process};
   DocumentValues values;
-  const bool loadsDtd = dtd != nullptr && dtd->load;
+  const bool loadsDtd = dtd != nullptr && dtd->validate;
   Resolver resolver(reporter, fetcher, path, {loadsDtd, schema.process}, values);
   const auto prepare = [&](Reader& reader, xercesc::ErrorHandler& errors) {
     resolver.serve(reader);
     reader->setXMLEntityResolver(&resolver);
     reader->setErrorHandler(&errors);
-    if (dtd != nullptr) reader->setFeature(XMLUni::fgXercesLoadExternalDTD, dtd->load);
+    if (dtd != nullptr) reader->setFeature(XMLUni::fgXercesLoadExternalDTD, dtd->validate);
   };
   if (schema.process && reading.validates) {
     Reader reader(values, reading);
@@ -145,7 +144,7 @@ void parse(Handler& handler, const char* file, const Validation& validation, Rep
   } catch (const CCurlException&) {
     throw;
   } catch (const Refusal& refusal) {
-    reporter.fail("Error: XML document (%s) refused: %s", file, refusal.reason().c_str());
+    reporter.fail("Error: XML document (%s) refused: %s", file, refusal.reason.c_str());
   } catch (const xercesc::XMLException& e) {
     failParse("Error: XML parse error", e.getMessage());
   } catch (const xercesc::SAXParseException& e) {

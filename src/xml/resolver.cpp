@@ -56,7 +56,7 @@ xercesc::InputSource* Resolver::resolveEntity(xercesc::XMLResourceIdentifier* re
     const std::string id = locate(name, base);
     return source(load(id), id);
   } catch (const Refusal& refusal) {
-    throw Refusal("its DTD cannot be read: " + refusal.reason() + ". VALIDATION_MODE 0 does without it");
+    throw Refusal("its DTD cannot be read: " + refusal.reason + ". VALIDATION_MODE 0 does without it");
   }
 }
 
@@ -71,7 +71,7 @@ xercesc::InputSource* Resolver::schema(const std::string& name, const std::strin
     return source(content, id);
   } catch (const Refusal& refusal) {
     if (!m_unused.insert(id).second) return nullptr;
-    m_reporter.warn("Warning: XML Schema is not used: %s.", refusal.reason().c_str());
+    m_reporter.warn("Warning: XML Schema is not used: %s.", refusal.reason.c_str());
     return nullptr;
   }
 }
@@ -87,7 +87,7 @@ void Resolver::check(const std::string& content, const std::string& id) {
   try {
     reader->parse(*input);
   } catch (const Refusal& refusal) {
-    throw Refusal("(" + id + ") is not safe to read: " + refusal.reason());
+    throw Refusal("(" + id + ") is not safe to read: " + refusal.reason);
   }
 }
 
@@ -116,18 +116,15 @@ std::string Resolver::locate(const std::string& name, const std::string& base) c
 const std::string& Resolver::load(const std::string& id) {
   const auto known = m_contents.find(id);
   if (known != m_contents.end()) return known->second;
-  std::string content = read(id);
+  const Url url(id);
+  std::string content =
+      url.isFile() ? readFile(url.get(CURLUPART_PATH, CURLU_URLDECODE)) : m_fetcher.fetchGrammar(id, sizeLimit);
   m_loaded += content.size();
   if (m_loaded > sizeLimit || m_contents.size() == countLimit) {
     throw Refusal("(" + id + ") is too much: at most " + std::to_string(sizeLimit >> 20) + " MiB in " +
                   std::to_string(countLimit) + " files are read");
   }
   return m_contents.emplace(id, std::move(content)).first->second;
-}
-
-std::string Resolver::read(const std::string& id) {
-  const Url url(id);
-  return url.isFile() ? readFile(url.get(CURLUPART_PATH, CURLU_URLDECODE)) : m_fetcher.fetchGrammar(id, sizeLimit);
 }
 
 std::string Resolver::readFile(const std::string& path) {

@@ -44,7 +44,6 @@ private:
   xercesc::InputSource* schema(const std::string& name, const std::string& base);
   void check(const std::string& content, const std::string& id);
   const std::string& load(const std::string& id);
-  std::string read(const std::string& id);
   std::string locate(const std::string& name, const std::string& base) const;
   static std::string readFile(const std::string& path);
 

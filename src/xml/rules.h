@@ -9,6 +9,7 @@
 #include <initializer_list>
 #include <map>
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -28,6 +29,11 @@ struct Place {
   }
 };
 
+/// What an element opens or closes: codes of places.
+struct Opening {
+  int section = 0, group = 0, part = 0;
+};
+
 /// The rules of one kind of document for a handler of type `H`.
 template <typename H>
 class Grammar {
@@ -38,18 +44,17 @@ public:
     const char* name; ///< local name of the element, in any letter case; "*" for every one that opens no section
     Place in;         ///< where the rule holds
     Act act = nullptr;
-    Place opens{0, 0, 0};        ///< for the elements inside, before `act`
+    Opening opens{};             ///< for the elements inside, before `act`
     const char* closedBy = name; ///< the element whose end tag closes what is opened, null for none
     void (*end)(H&) = nullptr;   ///< at the end tag, instead of closing anything
     bool exact = false;          ///< the name is case-sensitive
   };
 
   struct Element {
-    std::string name;
     std::vector<Rule> rules; ///< in the order of the table
-    Place closes{0, 0, 0};
+    Opening closes;
     void (*end)(H&) = nullptr;
-    bool exact = false;
+    String exact; ///< the name if it is case-sensitive
     bool opensSection = false;
   };
 
@@ -68,7 +73,7 @@ public:
   /// The element of that name; an element without rules for other names.
   [[nodiscard]] const Element& find(const XMLCh* name) const noexcept {
     const Element& element = m_elements[static_cast<std::size_t>(m_names.find(name))];
-    return !element.exact || equalsExactly(name, element.name.c_str()) ? element : m_elements[0];
+    return element.exact.empty() || element.exact == name ? element : m_elements[0];
   }
   /// What every element does that opens no section, after its own rules.
   [[nodiscard]] const std::vector<Rule>& everywhere() const noexcept { return m_everywhere; }
@@ -90,27 +95,27 @@ private:
       h.collect(nullptr);
     };
     static constexpr auto text = [](H& h, const Attributes&) { h.collectReport(&Texts::report, "Exception Text="); };
-    return {{{"ServiceExceptionReport", {}, ignoreText, {service, 0, 0}},
+    return {{{"ServiceExceptionReport", {}, ignoreText, {service}},
              {"ServiceException", {service}, serviceException},
-             {"ExceptionReport", {}, ignoreText, {report, 0, 0}},
+             {"ExceptionReport", {}, ignoreText, {report}},
              {"Exception", {report}, exception},
              {"ExceptionText", {report}, text}}};
   }
 
   void add(const Rule& rule, std::map<std::string, Element>& elements) {
-    if (std::string_view(rule.name) == "*") {
+    const std::string_view name(rule.name);
+    if (name == "*") {
       m_everywhere.push_back(rule);
       return;
     }
     Element& element = elements[lowerCase(rule.name)];
-    element.name = rule.name;
     element.rules.push_back(rule);
-    element.exact = element.exact || rule.exact;
+    if (rule.exact) element.exact.assign(name.begin(), name.end());
     element.opensSection = element.opensSection || rule.opens.section != 0;
     if (rule.end != nullptr) element.end = rule.end;
     if (rule.closedBy == nullptr) return;
-    Place& closes = elements[lowerCase(rule.closedBy)].closes;
-    for (const auto place : {&Place::section, &Place::group, &Place::part})
+    Opening& closes = elements[lowerCase(rule.closedBy)].closes;
+    for (const auto place : {&Opening::section, &Opening::group, &Opening::part})
       if (rule.opens.*place != 0) closes.*place = rule.opens.*place;
   }
 
@@ -157,8 +162,7 @@ public:
     collect(nullptr);
     if (element.end != nullptr) return element.end(static_cast<H&>(*this));
     if (element.closes.section != 0 && element.closes.section == iSection) {
-      iSection = 0;
-      closeGroup();
+      closeSection();
     } else if (element.closes.group != 0 && element.closes.group == iSubSection) {
       closeGroup();
     } else if (element.closes.part != 0 && element.closes.part == m_part) {
@@ -168,6 +172,8 @@ public:
 
   /// \name For rules
   /// @{
+  using Handler::addRecord;
+  using Handler::HandleVersion;
   /// Stores the text of this element, or discards it for null.
   void collect(const char** text) noexcept {
     forgetText();
@@ -205,7 +211,6 @@ public:
   }
   /// Did the element open the section in which the reader is now?
   [[nodiscard]] bool sectionIsNew() const noexcept { return m_sectionIsNew; }
-  void checkVersion(const xercesc::Attributes& attrs) { HandleVersion(attrs); }
 
   template <typename T, typename Rows>
   void store(const Rows& rows, T& record, const xercesc::Attributes& attrs) {
@@ -219,11 +224,6 @@ public:
         if constexpr (requires { rows[row].flag; }) record.*rows[row].flag = 1;
       }
     }
-  }
-  /// Appends a record to a list of `current`'s kind, which it becomes.
-  template <typename T>
-  void append(T** head, T** current, T* T::*next) {
-    addRecord(head, current, next);
   }
   /// Appends a node for this element's text to a list of texts.
   void appendText(xNodeStr_t** head, xNodeStr_t** tail) {
@@ -250,7 +250,7 @@ private:
     text.join(piece);
   }
   [[nodiscard]] Place place() const noexcept { return {iSection, iSubSection, m_part}; }
-  void open(const Place& opens) noexcept {
+  void open(const Opening& opens) noexcept {
     m_sectionIsNew = opens.section != 0 && iSection != opens.section;
     if (opens.section != 0) iSection = opens.section;
     if (opens.group != 0) iSubSection = opens.group;
@@ -294,6 +294,8 @@ struct Attribute {
 template <typename H>
 struct Acts {
   using Attributes = xercesc::Attributes;
+  template <auto Record>
+  using Of = std::remove_pointer_t<std::remove_reference_t<decltype(std::declval<H&>().*Record)>>;
 
   template <auto... acts>
   static void all(H& h, const Attributes& attrs) {

@@ -171,7 +171,7 @@ void SchemaLimits::addPattern(const XMLCh* pattern) {
   } catch (const Refusal& refusal) {
     constexpr std::size_t shown = 60;
     throw Refusal("its pattern (" + toUtf8(String(pattern).substr(0, shown).c_str()) +
-                  ") takes too long to match: " + refusal.reason());
+                  ") takes too long to match: " + refusal.reason);
   }
 }
 

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <xercesc/util/PlatformUtils.hpp>
-#include <xercesc/util/TransService.hpp>
 #include <xercesc/util/XMLException.hpp>
 #include <xercesc/util/XMLString.hpp>
 #include <xercesc/util/XMLUTF8Transcoder.hpp>
@@ -39,9 +38,6 @@ String fromUtf8(std::string_view text) {
 }
 
 std::string toUtf8(const XMLCh* text) { return std::string(Utf8()(text)); }
-
-Utf8::Utf8() = default;
-Utf8::~Utf8() = default;
 
 std::string_view Utf8::operator()(const XMLCh* text) {
   return text == nullptr ? std::string_view{} : (*this)(text, xercesc::XMLString::stringLen(text));

@@ -5,11 +5,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
-#include <xercesc/util/XercesDefs.hpp>
-
-XERCES_CPP_NAMESPACE_BEGIN
-class XMLTranscoder;
-XERCES_CPP_NAMESPACE_END
+#include <xercesc/util/TransService.hpp>
 
 namespace ogc::xml {
 
@@ -23,8 +19,6 @@ using String = std::basic_string<XMLCh>;
 /// Converts the parser's characters to UTF-8.
 class Utf8 {
 public:
-  Utf8();
-  ~Utf8();
   /// UTF-8 of `length` characters; valid until the next call.
   [[nodiscard]] std::string_view operator()(const XMLCh* chars, XMLSize_t length);
   [[nodiscard]] std::string_view operator()(const XMLCh* text);
