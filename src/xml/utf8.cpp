@@ -24,6 +24,22 @@ std::size_t copyAscii(char* to, const XMLCh* chars, std::size_t length) noexcept
   return done;
 }
 
+/// The length of a text up to its first half of a surrogate pair.
+std::size_t wholeLength(const XMLCh* chars, std::size_t length) noexcept {
+  const auto isHigh = [](XMLCh c) { return c >= 0xD800 && c < 0xDC00; };
+  const auto isLow = [](XMLCh c) { return c >= 0xDC00 && c < 0xE000; };
+  std::size_t done = 0;
+  while (done < length && !isLow(chars[done])) {
+    if (!isHigh(chars[done]))
+      ++done;
+    else if (done + 1 < length && isLow(chars[done + 1]))
+      done += 2;
+    else
+      break;
+  }
+  return done;
+}
+
 } // namespace
 
 String fromUtf8(std::string_view text) {
@@ -54,15 +70,12 @@ std::string_view Utf8::operator()(const XMLCh* chars, XMLSize_t length) {
   }
   while (done < length) {
     m_buffer.resize(std::max(m_buffer.size(), used + longestSequence * (length - done)));
-    XMLSize_t eaten = 0;
-    const bool trailing = chars[done] >= 0xDC00 && chars[done] < 0xE000;
-    if (!trailing)
-      used += m_transcoder->transcodeTo(chars + done, length - done, reinterpret_cast<XMLByte*>(m_buffer.data()) + used,
-                                        m_buffer.size() - used, eaten, xercesc::XMLTranscoder::UnRep_RepChar);
-    if (eaten == 0) { // half a surrogate pair
+    XMLSize_t eaten = 1;
+    if (const std::size_t whole = wholeLength(chars + done, length - done); whole == 0)
       used += std::string_view("\xEF\xBF\xBD").copy(m_buffer.data() + used, longestSequence);
-      eaten = 1;
-    }
+    else
+      used += m_transcoder->transcodeTo(chars + done, whole, reinterpret_cast<XMLByte*>(m_buffer.data()) + used,
+                                        m_buffer.size() - used, eaten, xercesc::XMLTranscoder::UnRep_RepChar);
     done += eaten;
   }
   return {m_buffer.data(), used};
