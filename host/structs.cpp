@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <functional>
 #include <memory>
-#include <ranges>
 #include <utility>
 
 namespace zel::host {
@@ -168,8 +167,9 @@ void drop(const ZEL_StructDef* sdef) noexcept {
 void forgetUnusedStructs() noexcept {
   auto& known = definitions();
   if (known.anonymous.size() < known.sweepAt) return;
-  for (auto& def : std::views::reverse(known.anonymous))
+  std::for_each(known.anonymous.rbegin(), known.anonymous.rend(), [](auto& def) {
     if (def->users == 0) forget(def);
+  });
   std::erase(known.anonymous, nullptr);
   known.sweepAt = std::max(spareCount, 2 * known.anonymous.size());
 }

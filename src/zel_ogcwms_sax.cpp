@@ -122,13 +122,13 @@ void entry(H& h, const Attributes&) {
 }
 /// The text names a reference system of the layer. Layers often list the same ones as the layer before.
 template <auto Count, auto List, auto Tail>
-void system(H& h, const Attributes& attrs) {
+void referenceSystem(H& h, const Attributes& attrs) {
   entry<Count, List, Tail>(h, attrs);
   if (h.layer->*Count == 1) h.expectAsBefore(h.layer->*List);
 }
 template <auto Count, auto List, auto Tail>
 void systems(H& h, const Attributes& attrs) {
-  system<Count, List, Tail>(h, attrs);
+  referenceSystem<Count, List, Tail>(h, attrs);
   h.collectNames();
 }
 /// The record of the layer that exists once.
@@ -177,7 +177,7 @@ const Grammar& grammar() {
 
       {"KeywordList", {inLayer}, nullptr, {0, inKeywords}},
       {"Keyword", {any, inKeywords}, entry<&Layer::nKeyword, &Layer::pKeyword, &H::keyword>},
-      {"CRS", {inLayer}, system<&Layer::nCrs, &Layer::pCrs, &H::crs>, {0, inCrs}},
+      {"CRS", {inLayer}, referenceSystem<&Layer::nCrs, &Layer::pCrs, &H::crs>, {0, inCrs}},
       {"SRS", {inLayer}, systems<&Layer::nSrs, &Layer::pSrs, &H::srs>, {0, inSrs}, nullptr},
 
       // The box stays open for the attributes of other elements until another group begins.
