@@ -12,7 +12,7 @@
 #include <vector>
 
 /// \name Records of a capabilities document
-/// Every value is the text of the document, null when absent. Counts tell how many entries of a list are
+/// Every value is the text of the document, null when absent. Counts say how many entries of a list are
 /// valid; entry k is k links from the head. Lists of a layer may continue in a list of the layer it inherits from.
 /// @{
 

@@ -127,7 +127,7 @@ void referenceSystem(H& h, const Attributes& attrs) {
   if (h.layer->*Count == 1) h.expectAsBefore(h.layer->*List);
 }
 template <auto Count, auto List, auto Tail>
-void systems(H& h, const Attributes& attrs) {
+void referenceSystems(H& h, const Attributes& attrs) {
   referenceSystem<Count, List, Tail>(h, attrs);
   h.collectNames();
 }
@@ -178,7 +178,7 @@ const Grammar& grammar() {
       {"KeywordList", {inLayer}, nullptr, {0, inKeywords}},
       {"Keyword", {any, inKeywords}, entry<&Layer::nKeyword, &Layer::pKeyword, &H::keyword>},
       {"CRS", {inLayer}, referenceSystem<&Layer::nCrs, &Layer::pCrs, &H::crs>, {0, inCrs}},
-      {"SRS", {inLayer}, systems<&Layer::nSrs, &Layer::pSrs, &H::srs>, {0, inSrs}, nullptr},
+      {"SRS", {inLayer}, referenceSystems<&Layer::nSrs, &Layer::pSrs, &H::srs>, {0, inSrs}, nullptr},
 
       // The box stays open for the attributes of other elements until another group begins.
       {"LatLonBoundingBox",

@@ -186,7 +186,7 @@ constexpr bool has(const Service& service, const Property& property, Action acti
   return (property.only.empty() || property.only == service.className) && property.*action != unavailable;
 }
 
-/// How many properties a service has for an action.
+/// Number of properties that a service has for an action.
 template <const Service& service, Action action>
 constexpr std::size_t propertyCount = std::ranges::count_if(properties, [](const Property& property) {
   return has(service, property, action);
