@@ -68,7 +68,7 @@ void inform(const std::string& text) {
   if (g_infoSink)
     g_infoSink(text);
   else
-    std::cerr << text << '\n';
+    std::cerr << text + '\n';
 }
 
 InfoRedirect::InfoRedirect(InfoSink sink) : m_outer(std::exchange(g_infoSink, std::move(sink))) {}

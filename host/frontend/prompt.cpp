@@ -185,8 +185,8 @@ private:
   void report() {
     const char* text = lua_tostring(m_state, -1);
     std::cout.flush();
-    std::cerr << (m_colours ? "\33[31mzel:\33[0m " : "zel: ")
-              << withoutPlainTraceback(text != nullptr ? text : "(error without a text)") << std::endl;
+    std::cerr << (m_colours ? "\33[31mzel:\33[0m " : "zel: ") +
+                     std::string(withoutPlainTraceback(text != nullptr ? text : "(error without a text)")) + '\n';
     explain();
   }
 

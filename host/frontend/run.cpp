@@ -78,7 +78,7 @@ void reportError(lua_State* L) {
 
 void printError(const std::string& text) {
   std::cout.flush();
-  std::cerr << "zel: " << text << std::endl;
+  std::cerr << "zel: " + text + '\n'; // in one piece among lines of other processes
 }
 
 } // namespace zel::lua
