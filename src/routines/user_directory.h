@@ -8,7 +8,7 @@
 
 /// Writes the path of a service's file store to `buffer`, a buffer of `size` bytes, cut to `size - 1`. Makes the
 /// directory if it is missing. The path is empty if the host has no such directory. For native code that keeps files
-/// of its own beside the answers.
+/// of its own next to the responses.
 void _ZEL_OgcWcsUserDir(char* buffer, unsigned int size);
 void _ZEL_OgcWmsUserDir(char* buffer, unsigned int size);
 /// Number of leading spaces of a text. Its last character is never counted. For native code that takes texts from
