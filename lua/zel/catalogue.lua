@@ -20,7 +20,6 @@ local arguments = require "zel.ogc.arguments"
 local errors = require "zel.ogc.errors"
 local ogc = require "zel.ogc"
 
-local PATIENCE, RETRIES = 60, 1          -- seconds for a picture, and how often it is tried again
 local JOBS, MOST_JOBS = 4, 64
 local SIZE, SMALL_SIZE = {720, 450}, {360, 225} -- of pictures
 local MANY = 100                         -- layers; pages with more have small pictures
@@ -48,7 +47,7 @@ end
 
 -- What other processes can be given: everything but functions.
 local function plain(options)
-  local rest = {TIMEOUT = PATIENCE, retries = RETRIES, quiet = true}
+  local rest = {quiet = true}
   for name, value in pairs(options) do
     local about_status = name == "status" or name == "verbose" or name:find("^CALLBACK_")
     if type(value) ~= "function" and not about_status then rest[name] = value end

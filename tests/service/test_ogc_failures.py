@@ -249,7 +249,7 @@ def test_queries(zel, zel_running, tmp_path, documents, line, query):
 PIPE = "a pipe that nobody writes to"
 # What ~/.config/zel/ogc.lua holds, and what is said about it.
 DEFAULTS = {
-    "return {retries = 0, timeout = 7, connect_timeout = 3, USERNAME = 'x', proxy = 'http://me:pw@localhost:3128'}":
+    "return {retries = 0, TIMEOUT = 7, connect_timeout = 3, USERNAME = 'x', proxy = 'http://me:pw@localhost:3128'}":
         "0 8 3 x localhost 3128 me",
     "return {retrys = 0}": 'there is no argument "retrys" of ',
     "return 5": "must return a table",

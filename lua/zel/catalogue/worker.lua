@@ -8,6 +8,7 @@ local errors = require "zel.ogc.errors"
 local service = require "zel.ogc.service"
 
 local LARGEST = 4000000 -- bytes of a picture
+local USUAL = {timeout = 60, retries = 1} -- for a picture
 
 -- By their first bytes: what a server says about them is not needed.
 local PICTURES = {["^\x89PNG\r\n"] = "image/png", ["^\xFF\xD8\xFF"] = "image/jpeg", ["^GIF8"] = "image/gif",
@@ -73,7 +74,7 @@ return function(directory)
     return not too_large
   end
   local function open()
-    local s = service.open("ZELnetOGCWMS", "catalogue", settings.url, settings.options)
+    local s = service.open("ZELnetOGCWMS", "catalogue", settings.url, settings.options, USUAL)
     s.object:SetProperty{CALLBACK_FUNCTION = watch, MAP_FILENAME = base, CAPABILITIES_FILENAME = base,
                          WMS_VERSION = settings.version}
     return s

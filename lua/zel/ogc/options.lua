@@ -16,6 +16,8 @@ local PROPERTIES = {
   user = "USERNAME", password = "PASSWORD", ca = "SSL_CERTIFICATE_FILE", timeout = "TIMEOUT",
   connect_timeout = "CONNECT_TIMEOUT", status = "CALLBACK_FUNCTION",
 }
+local OPTIONS = {} -- by the properties that they set
+for option, property in pairs(PROPERTIES) do OPTIONS[property] = option end
 local DEFAULTS = {retries = 3, pause = 0}
 
 -- Checks the options; names in capitals are properties of the objects, which judge them.
@@ -43,8 +45,8 @@ local function proxy_properties(text)
           PROXY_PASSWORD = password ~= "" and password or nil}
 end
 
---- The options of a new service: its own over the user's defaults over ours, or over those of `usual`; proxy_file is
--- where its proxy was given, unless the script gave it.
+--- The options of a new service: those given, else the user's defaults, else those of `usual`, else the library's.
+-- proxy_file is the file that gives its proxy, nil when the script does.
 function options.merge(call, given, usual)
   given = given or {}
   if type(given) ~= "table" then errors.raise(call .. " wants a table of options") end
@@ -53,7 +55,10 @@ function options.merge(call, given, usual)
   check(call, given)
   local merged = {}
   for _, source in ipairs{DEFAULTS, usual or {}, defaults, given} do
-    for name, value in pairs(source) do merged[name] = value end
+    for name, value in pairs(source) do
+      merged[name] = value
+      merged[PROPERTIES[name] or OPTIONS[name] or ""] = nil -- the other name of the same
+    end
   end
   merged.proxy_file = not given.proxy and defaults.proxy and path or nil
   return merged

@@ -113,10 +113,11 @@ local function is_file(name)
   return file and file:close() and true or false
 end
 
---- A new service: an object of the class for a URL, or for a file with its capabilities.
-function service.open(class, call, url, given)
+--- A new service: an object of the class for a URL, or for a file with its capabilities. `usual` are options in place of
+-- the library's defaults.
+function service.open(class, call, url, given, usual)
   if type(url) ~= "string" then errors.raise(call .. " wants the URL of a service") end
-  local s = {url = url:gsub("//[^/?@]*@", "//"), options = options.merge(call, given)}
+  local s = {url = url:gsub("//[^/?@]*@", "//"), options = options.merge(call, given, usual)}
   local made, object, why = pcall(zel.new, class, options.properties(s.options))
   if not made or not object then errors.raise(without_frame(tostring(why or object))) end
   s.object = object
