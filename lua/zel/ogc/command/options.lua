@@ -57,27 +57,26 @@ local function pair(text)
 end
 
 local function add_box(command)
-  command:option("--bbox", "Box to show, x before y in every system."):args(4):argname{"W", "S", "E N"}
+  command:option("--bbox", "Box, x before y in every system."):args(4):argname{"W", "S", "E N"}
     :convert(number)
   command:option("--crs", "Reference system, such as EPSG:3857."):argname("SYSTEM")
   command:option("--bbox-crs", "Reference system of the box, if it is another."):argname("SYSTEM")
   command:option("--format", "Format of the file."):argname("FORMAT")
   command:option("--time", "Time, as the service writes it."):argname("TIME")
-  command:option("--to", "File to write; its extension chooses the format (default: the layer's name).")
+  command:option("--to", "File to write; its extension chooses the format (default: the layer's or coverage's name).")
     :argname("FILE")
   command:option("--extra", "Another parameter that this server knows."):argname("NAME=VALUE"):convert(pair):count("*")
 end
 
--- Options of the requests; they may stand before and after the command's own.
+-- Options of requests. `retries` says how many there are without the option.
 local function add_common(command, retries)
   command:option("--user", "User; the password comes from ZEL_OGC_PASSWORD or is asked for."):argname("NAME")
   command:option("--password-file", "File whose first line is the password."):argname("FILE")
   command:option("--proxy", "Proxy: http://host:port"):argname("URL")
   command:option("--ca", "Certificates of the authorities to trust."):argname("FILE")
   command:option("--timeout", "Longest time for one transfer."):argname("SECONDS"):convert(positive)
-  command:option("--retries", ("Tries after a failure that may pass (default %d)."):format(retries or 3))
+  command:option("--retries", ("How often to try again after a failure that may pass (default %s)."):format(retries))
     :argname("COUNT"):convert(whole)
-  command:option("--wms", "Version of the Web Map Service, such as 1.1.1."):argname("VERSION")
   command:flag("--verbose", "Trace the transfers.")
   command:flag("--quiet", "Print results and errors only.")
 end
@@ -125,7 +124,7 @@ local function add_commands(parser)
   catalogue:option("--jobs", "Pictures to fetch at a time (default 4)."):argname("COUNT"):convert(positive)
   catalogue:option("--pictures", "How many layers get a picture (default all)."):argname("COUNT"):convert(positive)
 
-  local harvest = parser:command("harvest", "Read many services into a database.")
+  local harvest = parser:command("harvest", "Read what many services offer into a database.")
   harvest:argument("list", "File with one URL a line; \"-\" for standard input."):argname("LIST")
   harvest:argument("database", "SQLite database to create or update."):argname("DATABASE")
   harvest:option("--older", "Ask only services not read within this many days."):argname("DAYS"):convert(not_negative)
@@ -133,8 +132,12 @@ local function add_commands(parser)
   harvest:option("--jobs", "Processes to run (default 1)."):argname("COUNT"):convert(positive)
   harvest:option("--shard", "Harvest only the Ith of N parts, divided by host."):argname("I/N"):convert(part)
 
-  for _, command in ipairs{info, map, feature, coverage, catalogue} do add_common(command) end
-  add_common(harvest, 1)
+  for _, command in ipairs{info, map, feature, coverage} do add_common(command, "3") end
+  add_common(catalogue, "3, for pictures 1")
+  add_common(harvest, "1")
+  for _, command in ipairs{info, map, feature, catalogue, harvest} do
+    command:option("--wms", "Version of the Web Map Service, such as 1.1.1."):argname("VERSION")
+  end
 
   local merge = parser:command("merge", "Merge databases of harvests.")
   merge:argument("database", "Database to create or update."):argname("DATABASE")
@@ -165,7 +168,7 @@ function options.parser()
   return parser
 end
 
--- Numbers below 0 would be taken for options, so they get a blank in front; W,S,E,N in one word become four.
+-- Numbers below 0 would be taken for options, so a blank is put before them; W,S,E,N in one word becomes four.
 local function prepared(words)
   local list = {}
   for i, word in ipairs(words) do
