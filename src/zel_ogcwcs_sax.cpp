@@ -15,22 +15,6 @@ constexpr VersionRule wcsVersions{
     supportedVersions, "Error: The WCS_Capabilities Version number attribute is missing.",
     "Error: OGC WCS version number (%s) is not supported. This WCS Client supports OGC WCS version 1.0.0."};
 
-enum Section : int {
-  inRoot = 1001,
-  inService,
-  inContent,
-  inOffering,
-  inLonLat,
-  inSpatial,
-  inTemporal,
-  inRangeSet,
-  inCrs,
-  inFormats,
-  inInterpolations
-};
-
-enum Group : int { inNoGroup, inEnvelope, inGrid, inNullValues, inAxis };
-
 using H = COgcWcsSaxHelper;
 using Attributes = xercesc::Attributes;
 using Grammar = xml::Grammar<H>;
@@ -120,119 +104,118 @@ constexpr Grammar::Act interval = Acts::text<&H::interval, Field>;
 
 const Grammar& capabilitiesGrammar() {
   static const Grammar grammar{
-      {"WCS_Capabilities", {}, version, {inRoot}},
+      {"WCS_Capabilities", "", version, "root"},
 
-      {"Service", {}, nullptr, {inService}},
-      {"*", {inService}, openService},
-      {"name", {inService}, service<&WcsService::name>},
-      {"label", {inService}, service<&WcsService::label>},
-      {"description", {inService}, service<&WcsService::description>},
-      {"keyword", {inService}, Acts::all<openService, entry<&H::service, &WcsService::keywords>>},
-      {"individualName", {inService}, service<&WcsService::individualName>},
-      {"organisationName", {inService}, service<&WcsService::organisationName>},
-      {"positionName", {inService}, service<&WcsService::positionName>},
-      {"voice", {inService}, service<&WcsService::voice>},
-      {"facsimile", {inService}, service<&WcsService::facsimile>},
-      {"deliveryPoint", {inService}, service<&WcsService::deliveryPoint>},
-      {"city", {inService}, service<&WcsService::city>},
-      {"administrativeArea", {inService}, service<&WcsService::administrativeArea>},
-      {"postalCode", {inService}, service<&WcsService::postalCode>},
-      {"country", {inService}, service<&WcsService::country>},
-      {"electronicMailAddress", {inService}, service<&WcsService::electronicMailAddress>},
-      {"onlineResource",
-       {inService},
+      {"Service", "", nullptr, "Service"},
+      {"*", "Service", openService},
+      {"name", "Service", service<&WcsService::name>},
+      {"label", "Service", service<&WcsService::label>},
+      {"description", "Service", service<&WcsService::description>},
+      {"keyword", "Service", Acts::all<openService, entry<&H::service, &WcsService::keywords>>},
+      {"individualName", "Service", service<&WcsService::individualName>},
+      {"organisationName", "Service", service<&WcsService::organisationName>},
+      {"positionName", "Service", service<&WcsService::positionName>},
+      {"voice", "Service", service<&WcsService::voice>},
+      {"facsimile", "Service", service<&WcsService::facsimile>},
+      {"deliveryPoint", "Service", service<&WcsService::deliveryPoint>},
+      {"city", "Service", service<&WcsService::city>},
+      {"administrativeArea", "Service", service<&WcsService::administrativeArea>},
+      {"postalCode", "Service", service<&WcsService::postalCode>},
+      {"country", "Service", service<&WcsService::country>},
+      {"electronicMailAddress", "Service", service<&WcsService::electronicMailAddress>},
+      {"onlineResource", "Service",
        Acts::all<service<&WcsService::onlineResource>, Acts::attributes<&H::service, onlineAttributes>>},
-      {"fees", {inService}, service<&WcsService::fees>},
-      {"accessConstraints", {inService}, service<&WcsService::accessConstraints>},
+      {"fees", "Service", service<&WcsService::fees>},
+      {"accessConstraints", "Service", service<&WcsService::accessConstraints>},
 
-      {"ContentMetadata", {}, nullptr, {inContent}},
-      {"CoverageOfferingBrief", {inContent}, openBrief},
-      {"name", {inContent}, brief<&WcsBrief::name>},
-      {"label", {inContent}, brief<&WcsBrief::label>},
-      {"description", {inContent}, brief<&WcsBrief::description>},
-      {"lonLatEnvelope", {inContent}, Acts::attributes<&H::brief, briefEnvelopeAttributes>},
-      {"pos", {inContent}, corner<&H::brief>},
-      {"timePosition", {inContent}, time<&H::brief>},
-      {"keyword", {inContent}, entry<&H::brief, &WcsBrief::keywords>},
+      {"ContentMetadata", "", nullptr, "ContentMetadata"},
+      {"CoverageOfferingBrief", "ContentMetadata", openBrief},
+      {"name", "ContentMetadata", brief<&WcsBrief::name>},
+      {"label", "ContentMetadata", brief<&WcsBrief::label>},
+      {"description", "ContentMetadata", brief<&WcsBrief::description>},
+      {"lonLatEnvelope", "ContentMetadata", Acts::attributes<&H::brief, briefEnvelopeAttributes>},
+      {"pos", "ContentMetadata", corner<&H::brief>},
+      {"timePosition", "ContentMetadata", time<&H::brief>},
+      {"keyword", "ContentMetadata", entry<&H::brief, &WcsBrief::keywords>},
   };
   return grammar;
 }
 
 const Grammar& descriptionGrammar() {
   static const Grammar grammar{
-      {"CoverageDescription", {}, version, {inRoot}},
+      {"CoverageDescription", "", version, "root"},
 
-      {"CoverageOffering", {}, openOffering, {inOffering}},
-      {"description", {inOffering}, offering<&WcsOffering::description>},
-      {"name", {inOffering}, offering<&WcsOffering::name>},
-      {"label", {inOffering}, offering<&WcsOffering::label>},
+      {"CoverageOffering", "", openOffering, "CoverageOffering"},
+      {"description", "CoverageOffering", offering<&WcsOffering::description>},
+      {"name", "CoverageOffering", offering<&WcsOffering::name>},
+      {"label", "CoverageOffering", offering<&WcsOffering::label>},
 
-      {"lonLatEnvelope", {}, Acts::all<resetCounts, Acts::attributes<&H::lonLat, envelopeAttributes>>, {inLonLat}},
-      {"pos", {inLonLat}, corner<&H::lonLat>},
-      {"timePosition", {inLonLat}, time<&H::lonLat>},
+      {"lonLatEnvelope", "", Acts::all<resetCounts, Acts::attributes<&H::lonLat, envelopeAttributes>>,
+       "lonLatEnvelope"},
+      {"pos", "lonLatEnvelope", corner<&H::lonLat>},
+      {"timePosition", "lonLatEnvelope", time<&H::lonLat>},
 
-      {"spatialDomain", {}, nullptr, {inSpatial}},
-      {"Envelope", {inSpatial}, openEnvelope, {0, inEnvelope}},
-      {"EnvelopeWithTimePeriod", {inSpatial}, openEnvelope, {0, inEnvelope}},
-      {"pos", {inSpatial, inEnvelope}, corner<&H::envelope>},
-      {"timePosition", {inSpatial, inEnvelope}, time<&H::envelope>},
-      {"Grid", {inSpatial}, openGrid<no>, {0, inGrid}},
-      {"RectifiedGrid", {inSpatial}, openGrid<yes>, {0, inGrid}},
-      {"low", {inSpatial, inGrid}, grid<&WcsGrid::low>},
-      {"high", {inSpatial, inGrid}, grid<&WcsGrid::high>},
-      {"axisName", {inSpatial, inGrid}, entry<&H::grid, &WcsGrid::axisNames>},
-      {"pos", {inSpatial, inGrid}, grid<&WcsGrid::origin>},
-      {"offsetVector", {inSpatial, inGrid}, entry<&H::grid, &WcsGrid::offsetVectors>},
+      {"spatialDomain", "", nullptr, "spatialDomain"},
+      {"Envelope", "spatialDomain", openEnvelope, "/Envelope"},
+      {"EnvelopeWithTimePeriod", "spatialDomain", openEnvelope, "/Envelope"},
+      {"pos", "spatialDomain/Envelope", corner<&H::envelope>},
+      {"timePosition", "spatialDomain/Envelope", time<&H::envelope>},
+      {"Grid", "spatialDomain", openGrid<no>, "/Grid"},
+      {"RectifiedGrid", "spatialDomain", openGrid<yes>, "/Grid"},
+      {"low", "spatialDomain/Grid", grid<&WcsGrid::low>},
+      {"high", "spatialDomain/Grid", grid<&WcsGrid::high>},
+      {"axisName", "spatialDomain/Grid", entry<&H::grid, &WcsGrid::axisNames>},
+      {"pos", "spatialDomain/Grid", grid<&WcsGrid::origin>},
+      {"offsetVector", "spatialDomain/Grid", entry<&H::grid, &WcsGrid::offsetVectors>},
 
-      {"temporalDomain", {}, nullptr, {inTemporal}},
-      {"timePosition",
-       {inTemporal},
+      {"temporalDomain", "", nullptr, "temporalDomain"},
+      {"timePosition", "temporalDomain",
        Acts::all<add<&H::offering, &WcsOffering::timePositions, &H::timePosition>,
                  Acts::attributes<&H::timePosition, timeAttributes<WcsTimePosition>>,
                  Acts::text<&H::timePosition, &WcsTimePosition::position>>},
-      {"timePeriod", {inTemporal}, add<&H::offering, &WcsOffering::timePeriods, &H::timePeriod>},
-      {"beginPosition",
-       {inTemporal},
+      {"timePeriod", "temporalDomain", add<&H::offering, &WcsOffering::timePeriods, &H::timePeriod>},
+      {"beginPosition", "temporalDomain",
        Acts::all<Acts::attributes<&H::timePeriod, timeAttributes<WcsTimePeriod>>, period<&WcsTimePeriod::begin>>},
-      {"endPosition", {inTemporal}, period<&WcsTimePeriod::end>},
-      {"timeResolution", {inTemporal}, period<&WcsTimePeriod::resolution>},
+      {"endPosition", "temporalDomain", period<&WcsTimePeriod::end>},
+      {"timeResolution", "temporalDomain", period<&WcsTimePeriod::resolution>},
 
-      {.name = "RangeSet", .in = {}, .opens = {inRangeSet}, .exact = true},
-      {"description", {inRangeSet, inNoGroup}, range<&WcsRangeSet::description>},
-      {"name", {inRangeSet, inNoGroup}, range<&WcsRangeSet::name>},
-      {"label", {inRangeSet, inNoGroup}, range<&WcsRangeSet::label>},
-      {"nullValues", {inRangeSet}, Acts::forget<&H::interval>, {0, inNullValues}},
-      {"singleValue", {inRangeSet, inNullValues}, entry<&H::rangeSet, &WcsRangeSet::nullSingleValues>},
-      {"interval", {inRangeSet, inNullValues}, add<&H::rangeSet, &WcsRangeSet::nullIntervals, &H::interval>},
-      {"min", {inRangeSet, inNullValues}, interval<&WcsInterval::min>},
-      {"max", {inRangeSet, inNullValues}, interval<&WcsInterval::max>},
-      {"res", {inRangeSet, inNullValues}, interval<&WcsInterval::res>},
+      {.name = "RangeSet", .in = "", .opens = "RangeSet", .exact = true},
+      {"description", "RangeSet/-", range<&WcsRangeSet::description>},
+      {"name", "RangeSet/-", range<&WcsRangeSet::name>},
+      {"label", "RangeSet/-", range<&WcsRangeSet::label>},
+      {"nullValues", "RangeSet", Acts::forget<&H::interval>, "/nullValues"},
+      {"singleValue", "RangeSet/nullValues", entry<&H::rangeSet, &WcsRangeSet::nullSingleValues>},
+      {"interval", "RangeSet/nullValues", add<&H::rangeSet, &WcsRangeSet::nullIntervals, &H::interval>},
+      {"min", "RangeSet/nullValues", interval<&WcsInterval::min>},
+      {"max", "RangeSet/nullValues", interval<&WcsInterval::max>},
+      {"res", "RangeSet/nullValues", interval<&WcsInterval::res>},
       {.name = "AxisDescription",
-       .in = {inRangeSet},
+       .in = "RangeSet",
        .act = Acts::all<add<&H::offering, &WcsOffering::axes, &H::axis>, Acts::forget<&H::interval>>,
-       .opens = {0, inAxis},
+       .opens = "/AxisDescription",
        .exact = true},
-      {"description", {inRangeSet, inAxis}, axis<&WcsAxis::description>},
-      {"name", {inRangeSet, inAxis}, axis<&WcsAxis::name>},
-      {"label", {inRangeSet, inAxis}, axis<&WcsAxis::label>},
-      {"default", {inRangeSet, inAxis}, axis<&WcsAxis::defaultValue>},
-      {"singleValue", {inRangeSet, inAxis}, entry<&H::axis, &WcsAxis::singleValues>},
-      {"interval", {inRangeSet, inAxis}, add<&H::axis, &WcsAxis::intervals, &H::interval>},
-      {"min", {inRangeSet, inAxis}, interval<&WcsInterval::min>},
-      {"max", {inRangeSet, inAxis}, interval<&WcsInterval::max>},
-      {"res", {inRangeSet, inAxis}, interval<&WcsInterval::res>},
+      {"description", "RangeSet/AxisDescription", axis<&WcsAxis::description>},
+      {"name", "RangeSet/AxisDescription", axis<&WcsAxis::name>},
+      {"label", "RangeSet/AxisDescription", axis<&WcsAxis::label>},
+      {"default", "RangeSet/AxisDescription", axis<&WcsAxis::defaultValue>},
+      {"singleValue", "RangeSet/AxisDescription", entry<&H::axis, &WcsAxis::singleValues>},
+      {"interval", "RangeSet/AxisDescription", add<&H::axis, &WcsAxis::intervals, &H::interval>},
+      {"min", "RangeSet/AxisDescription", interval<&WcsInterval::min>},
+      {"max", "RangeSet/AxisDescription", interval<&WcsInterval::max>},
+      {"res", "RangeSet/AxisDescription", interval<&WcsInterval::res>},
 
-      {"supportedCRSs", {}, nullptr, {inCrs}},
-      {"requestResponseCRSs", {inCrs}, names<&H::crs, &WcsCrs::requestResponseCRSs>},
-      {"requestCRSs", {inCrs}, names<&H::crs, &WcsCrs::requestCRSs>},
-      {"responseCRSs", {inCrs}, names<&H::crs, &WcsCrs::responseCRSs>},
-      {"nativeCRSs", {inCrs}, names<&H::crs, &WcsCrs::nativeCRSs>},
+      {"supportedCRSs", "", nullptr, "supportedCRSs"},
+      {"requestResponseCRSs", "supportedCRSs", names<&H::crs, &WcsCrs::requestResponseCRSs>},
+      {"requestCRSs", "supportedCRSs", names<&H::crs, &WcsCrs::requestCRSs>},
+      {"responseCRSs", "supportedCRSs", names<&H::crs, &WcsCrs::responseCRSs>},
+      {"nativeCRSs", "supportedCRSs", names<&H::crs, &WcsCrs::nativeCRSs>},
 
-      {"supportedFormats", {}, Acts::attributes<&H::offering, formatsAttributes>, {inFormats}},
-      {"formats", {inFormats}, names<&H::offering, &WcsOffering::formats>},
+      {"supportedFormats", "", Acts::attributes<&H::offering, formatsAttributes>, "supportedFormats"},
+      {"formats", "supportedFormats", names<&H::offering, &WcsOffering::formats>},
 
-      {"supportedInterpolations", {}, Acts::attributes<&H::offering, interpolationAttributes>, {inInterpolations}},
-      {"interpolationMethod", {inInterpolations}, entry<&H::offering, &WcsOffering::interpolationMethods>},
+      {"supportedInterpolations", "", Acts::attributes<&H::offering, interpolationAttributes>,
+       "supportedInterpolations"},
+      {"interpolationMethod", "supportedInterpolations", entry<&H::offering, &WcsOffering::interpolationMethods>},
   };
   return grammar;
 }
@@ -270,13 +253,5 @@ void COgcWcsSaxHelper::openBrief() {
 
 void COgcWcsSaxHelper::openOffering() {
   addOffering(&description->pCovOfferingHead, &offering, &description->iCovOfferingCount);
-  lonLat = &offering->lonLatEnvelope;
-  rangeSet = &offering->rangeSet;
-  crs = &offering->crs;
-  envelope = nullptr;
-  grid = nullptr;
-  timePosition = nullptr;
-  timePeriod = nullptr;
-  axis = nullptr;
-  interval = nullptr;
+  static_cast<WcsParts&>(*this) = {&offering->lonLatEnvelope, &offering->rangeSet, &offering->crs};
 }

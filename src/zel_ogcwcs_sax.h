@@ -5,8 +5,25 @@
 #include "xml/rules.h"
 #include "zel_ogcwcs_obj.h"
 
+namespace ogc {
+
+/// The parts of a coverage offering that attributes and texts go to, null when there is none.
+struct WcsParts {
+  WcsEnvelope* lonLat = nullptr;
+  WcsRangeSet* rangeSet = nullptr;
+  WcsCrs* crs = nullptr;
+  WcsEnvelope* envelope = nullptr;
+  WcsGrid* grid = nullptr;
+  WcsTimePosition* timePosition = nullptr;
+  WcsTimePeriod* timePeriod = nullptr;
+  WcsAxis* axis = nullptr;
+  WcsInterval* interval = nullptr;
+};
+
+} // namespace ogc
+
 /// Elements are recognised by local name and section alone. What has no record to go to is ignored.
-class COgcWcsSaxHelper : public ogc::xml::RuleHandler<COgcWcsSaxHelper> {
+class COgcWcsSaxHelper : public ogc::xml::RuleHandler<COgcWcsSaxHelper>, public ogc::WcsParts {
 public:
   /// \name For rules: what is being read, null for the other document
   /// @{
@@ -18,15 +35,6 @@ public:
   ogc::WcsService* service = nullptr;
   ogc::WcsBrief* brief = nullptr;
   ogc::WcsOffering* offering = nullptr;
-  ogc::WcsEnvelope* lonLat = nullptr;
-  ogc::WcsEnvelope* envelope = nullptr;
-  ogc::WcsGrid* grid = nullptr;
-  ogc::WcsTimePosition* timePosition = nullptr;
-  ogc::WcsTimePeriod* timePeriod = nullptr;
-  ogc::WcsRangeSet* rangeSet = nullptr;
-  ogc::WcsAxis* axis = nullptr;
-  ogc::WcsInterval* interval = nullptr;
-  ogc::WcsCrs* crs = nullptr;
   /// @}
   int posCount = 0;     ///< texts of `pos` seen
   int timePosCount = 0; ///< texts of `timePosition` seen

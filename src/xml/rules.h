@@ -5,33 +5,31 @@
 #include "xml/handler.h"
 
 #include <algorithm>
-#include <array>
+#include <functional>
 #include <initializer_list>
 #include <map>
+#include <stdexcept>
 #include <string>
+#include <string_view>
 #include <type_traits>
 #include <utility>
 #include <vector>
 
 namespace ogc::xml {
 
-/// Where the reader is in a document. Codes are the handler's own, 0 is none.
+/// Where the reader is in a document. Codes are the grammar's own, 0 is none.
 struct Place {
-  static constexpr int any = -1;
+  static constexpr int any = -1; ///< where rules hold; in what they open: as it was
 
   int section = any; ///< opened and closed by one element, wherever it is
   int group = any;   ///< within a section
   int part = any;    ///< within a group
 
+  bool operator==(const Place&) const = default;
   [[nodiscard]] bool holds(const Place& now) const noexcept {
     return (section == any || section == now.section) && (group == any || group == now.group) &&
            (part == any || part == now.part);
   }
-};
-
-/// What an element opens or closes: codes of places.
-struct Opening {
-  int section = 0, group = 0, part = 0;
 };
 
 /// The rules of one kind of document for a handler of type `H`.
@@ -40,28 +38,39 @@ class Grammar {
 public:
   using Act = void (*)(H&, const xercesc::Attributes&);
 
+  /// Places are written "section/group/part", by any names: "" is any, "-" is none.
   struct Rule {
     const char* name; ///< local name of the element, in any letter case; "*" for every one that opens no section
-    Place in;         ///< where the rule holds
+    const char* in;   ///< where the rule holds
     Act act = nullptr;
-    Opening opens{};             ///< for the elements inside, before `act`
+    const char* opens = "";      ///< for the elements inside, before `act`
     const char* closedBy = name; ///< the element whose end tag closes what is opened, null for none
     void (*end)(H&) = nullptr;   ///< at the end tag, instead of closing anything
     bool exact = false;          ///< the name is case-sensitive
   };
 
+  struct Step {
+    Place in, opens;
+    Act act;
+  };
   struct Element {
-    std::vector<Rule> rules; ///< in the order of the table
-    Opening closes;
+    std::vector<Step> steps; ///< in the order of the table
+    Place closes;
     void (*end)(H&) = nullptr;
     String exact; ///< the name if it is case-sensitive
     bool opensSection = false;
   };
 
-  Grammar(std::initializer_list<Rule> rules) {
+  /// \throws std::logic_error for a rule that holds where no element leads to
+  Grammar(std::initializer_list<Rule> own) {
+    std::vector<Rule> rules = reportRules();
+    rules.insert(rules.end(), own);
+    Codes codes;
+    for (const Rule& rule : rules) placeOf(rule.opens, codes);
+    const std::size_t opened = codes.size();
     std::map<std::string, Element> elements; // by lower-case name
-    for (const Rule& rule : reportRules()) add(rule, elements);
-    for (const Rule& rule : rules) add(rule, elements);
+    for (const Rule& rule : rules) add(rule, codes, elements);
+    if (codes.size() != opened) throw std::logic_error("a rule holds in a place that no element opens");
     std::vector<ElementNames::Entry> entries;
     for (auto& [name, element] : elements) {
       entries.push_back({name.c_str(), static_cast<int>(m_elements.size())});
@@ -76,14 +85,15 @@ public:
     return element.exact.empty() || element.exact == name ? element : m_elements[0];
   }
   /// What every element does that opens no section, after its own rules.
-  [[nodiscard]] const std::vector<Rule>& everywhere() const noexcept { return m_everywhere; }
+  [[nodiscard]] const std::vector<Step>& everywhere() const noexcept { return m_everywhere; }
 
 private:
-  /// The rules of exception reports, which a server may send instead of any document. Codes of handlers are larger.
-  static std::array<Rule, 5> reportRules() {
+  using Codes = std::map<std::string, int, std::less<>>;
+
+  /// The rules of exception reports, which a server may send instead of any document.
+  static std::vector<Rule> reportRules() {
     using Attributes = xercesc::Attributes;
     using Texts = ExceptionTexts;
-    enum Section : int { service = 13, report = 15 };
     static constexpr auto ignoreText = [](H& h, const Attributes&) { h.collect(nullptr); };
     static constexpr auto serviceException = [](H& h, const Attributes& attrs) {
       h.report(&Texts::service, " Code=", attrs, "code");
@@ -95,32 +105,41 @@ private:
       h.collect(nullptr);
     };
     static constexpr auto text = [](H& h, const Attributes&) { h.collectReport(&Texts::report, "Exception Text="); };
-    return {{{"ServiceExceptionReport", {}, ignoreText, {service}},
-             {"ServiceException", {service}, serviceException},
-             {"ExceptionReport", {}, ignoreText, {report}},
-             {"Exception", {report}, exception},
-             {"ExceptionText", {report}, text}}};
+    return {{"ServiceExceptionReport", "", ignoreText, "ServiceExceptionReport"},
+            {"ServiceException", "ServiceExceptionReport", serviceException},
+            {"ExceptionReport", "", ignoreText, "ExceptionReport"},
+            {"Exception", "ExceptionReport", exception},
+            {"ExceptionText", "ExceptionReport", text}};
   }
 
-  void add(const Rule& rule, std::map<std::string, Element>& elements) {
-    const std::string_view name(rule.name);
-    if (name == "*") {
-      m_everywhere.push_back(rule);
-      return;
+  /// The place of a path; a name that is new gets the next code.
+  static Place placeOf(std::string_view path, Codes& codes) {
+    Place place;
+    for (int* code : {&place.section, &place.group, &place.part}) {
+      const std::string name(path.substr(0, path.find('/')));
+      path.remove_prefix(std::min(name.size() + 1, path.size()));
+      if (!name.empty()) *code = name == "-" ? 0 : codes.emplace(name, codes.size() + 1).first->second;
     }
+    return place;
+  }
+
+  void add(const Rule& rule, Codes& codes, std::map<std::string, Element>& elements) {
+    const std::string_view name(rule.name);
+    const Step step{placeOf(rule.in, codes), placeOf(rule.opens, codes), rule.act};
+    if (name == "*") return m_everywhere.push_back(step);
     Element& element = elements[lowerCase(rule.name)];
-    element.rules.push_back(rule);
+    element.steps.push_back(step);
     if (rule.exact) element.exact.assign(name.begin(), name.end());
-    element.opensSection = element.opensSection || rule.opens.section != 0;
+    element.opensSection = element.opensSection || step.opens.section != Place::any;
     if (rule.end != nullptr) element.end = rule.end;
     if (rule.closedBy == nullptr) return;
-    Opening& closes = elements[lowerCase(rule.closedBy)].closes;
-    for (const auto place : {&Opening::section, &Opening::group, &Opening::part})
-      if (rule.opens.*place != 0) closes.*place = rule.opens.*place;
+    Place& closes = elements[lowerCase(rule.closedBy)].closes;
+    for (const auto level : {&Place::section, &Place::group, &Place::part})
+      if (step.opens.*level != Place::any) closes.*level = step.opens.*level;
   }
 
   std::vector<Element> m_elements{1}; ///< by code
-  std::vector<Rule> m_everywhere;
+  std::vector<Step> m_everywhere;
   ElementNames m_names{};
 };
 
@@ -135,14 +154,14 @@ public:
     const auto& element = m_grammar.find(localname);
     m_open.push_back(&element);
     H& self = static_cast<H&>(*this);
-    for (const auto& rule : element.rules) {
-      if (!rule.in.holds(place())) continue;
-      if (rule.opens.section != 0 || rule.opens.group != 0 || rule.opens.part != 0) open(rule.opens);
-      if (rule.act != nullptr) rule.act(self, attrs);
+    for (const auto& step : element.steps) {
+      if (!step.in.holds(place())) continue;
+      open(step.opens);
+      if (step.act != nullptr) step.act(self, attrs);
     }
     if (element.opensSection) return;
-    for (const auto& rule : m_grammar.everywhere())
-      if (rule.in.holds(place())) rule.act(self, attrs);
+    for (const auto& step : m_grammar.everywhere())
+      if (step.in.holds(place())) step.act(self, attrs);
   }
 
   void characters(const XMLCh* chars, XMLSize_t length) override {
@@ -161,13 +180,12 @@ public:
     m_open.pop_back();
     collect(nullptr);
     if (element.end != nullptr) return element.end(static_cast<H&>(*this));
-    if (element.closes.section != 0 && element.closes.section == iSection) {
+    if (element.closes.section == iSection)
       closeSection();
-    } else if (element.closes.group != 0 && element.closes.group == iSubSection) {
+    else if (element.closes.group == iSubSection)
       closeGroup();
-    } else if (element.closes.part != 0 && element.closes.part == m_part) {
+    else if (element.closes.part == m_part)
       m_part = 0;
-    }
   }
 
   /// \name For rules
@@ -250,12 +268,13 @@ private:
     text.join(piece);
   }
   [[nodiscard]] Place place() const noexcept { return {iSection, iSubSection, m_part}; }
-  void open(const Opening& opens) noexcept {
-    m_sectionIsNew = opens.section != 0 && iSection != opens.section;
-    if (opens.section != 0) iSection = opens.section;
-    if (opens.group != 0) iSubSection = opens.group;
-    if (opens.part != 0) m_part = opens.part;
-    if (m_sectionIsNew || opens.section == 0) pCurNode = nullptr;
+  void open(const Place& opens) noexcept {
+    if (opens == Place{}) return;
+    m_sectionIsNew = opens.section != Place::any && iSection != opens.section;
+    if (opens.section != Place::any) iSection = opens.section;
+    if (opens.group != Place::any) iSubSection = opens.group;
+    if (opens.part != Place::any) m_part = opens.part;
+    if (m_sectionIsNew || opens.section == Place::any) pCurNode = nullptr;
   }
 
   const Grammar& m_grammar;
@@ -273,12 +292,18 @@ private:
 /// Reads exception reports only: for XML that came instead of a map or a coverage.
 class ExceptionHandler final : public RuleHandler<ExceptionHandler> {
 public:
-  ExceptionHandler(Reporter& reporter, Arena& arena);
+  ExceptionHandler(Reporter& reporter, Arena& arena) : RuleHandler(reporter, arena, anyVersion, noOwnRules()) {}
   void endDocument() override { m_complete = true; }
   /// Was the whole document read?
   [[nodiscard]] bool complete() const noexcept { return m_complete; }
 
 private:
+  static constexpr VersionRule anyVersion{{}, "", ""};
+  static const Grammar& noOwnRules() {
+    static const Grammar grammar({});
+    return grammar;
+  }
+
   bool m_complete = false;
 };
 
