@@ -5,12 +5,12 @@
 --   url          of the service
 --   to           the file to write
 --   jobs         how many processes fetch pictures; 4
---   pictures     for how many layers they are fetched; all
+--   pictures     how many layers get one; all
 --   properties   options of zel.ogc and properties of its object: {user = "me", password = "...", TIMEOUT = 20}
 --   quiet        true: nothing on standard error
 --
--- Returns {layers, pictures (how many there are), stopped}: Ctrl-C while pictures are fetched ends that, and the page
--- has those that came.
+-- Returns {layers, pictures, stopped}: the numbers of both, and whether Ctrl-C ended the fetching; the page then has
+-- the pictures that have arrived.
 
 local html = require "zel.catalogue.html"
 local Page = require "zel.catalogue.page"
@@ -45,7 +45,7 @@ local function public_address(url)
   return html.clean(#kept == 0 and address or address .. "?" .. table.concat(kept, "&"))
 end
 
--- What other processes can be given: everything but functions.
+-- The options that other processes can be given: all but functions.
 local function plain(options)
   local rest = {quiet = true}
   for name, value in pairs(options) do
@@ -64,7 +64,7 @@ local function open(url, address, options, quiet)
   return s
 end
 
--- What is to be fetched: a list of tasks, and for each layer the numbers of its tasks.
+-- What is to be fetched: a list of tasks, and the numbers of the tasks of each layer.
 local Plan = {}
 Plan.__index = Plan
 

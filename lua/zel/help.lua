@@ -1,5 +1,5 @@
 --- zel.help(name): prints what the reference says of a method, a property, a tag, a function or a topic, or the
--- sentences that hold a word; without a name, the names there are. An object stands for its class.
+-- sentences that contain a word; without a name, all names. An object means its class.
 
 local reference = require "zel.reference"
 local terminal = require "zel.terminal"
@@ -8,7 +8,7 @@ local paint, length = terminal.paint, terminal.length
 local WIDEST = 100 -- characters of a line, for the eye
 local MOST = 20    -- places of a word that are quoted
 
-local width -- of a line, found out anew for each call
+local width -- of a line, determined at each call
 
 -- Text without the marks of Markdown.
 local function plain(text)
@@ -58,7 +58,7 @@ end
 
 local function print_title(section) print(paint("title", section.title)) end
 
--- A section as it stands in the reference: paragraphs, lists, tables, and code indented.
+-- A section as the reference has it: paragraphs, lists, tables, and indented code.
 local function print_section(section)
   print_title(section)
   for _, block in ipairs(reference.blocks(section)) do

@@ -6,8 +6,8 @@
 -- ogc.wms(url, options)   a Web Map Service, see zel.ogc.wms: s.title, s.layers, s.layer[name], s:map{}, s:info{}
 -- ogc.wcs(url, options)   a Web Coverage Service, see zel.ogc.wcs: c.coverages, c:describe(name), c:get{}
 --
--- url may also be a file with capabilities; then nothing can be fetched. Options, all of them optional, and those that
--- the file ~/.config/zel/ogc.lua returns are their defaults:
+-- url may also be a file with capabilities; then nothing can be fetched. Options, none of them required; the file
+-- ~/.config/zel/ogc.lua can return defaults for them:
 --
 --   version              of the service ("1.1.1"); the highest that both know without it
 --   user, password       for the server
@@ -23,6 +23,6 @@
 --
 -- Errors are tables that convert to a text and have the field `message`; when the server refused, also its words: text,
 -- code and locator of the first exception, and exceptions, the list of all. What a service does not offer is refused
--- before anything is sent.
+-- before it is asked for.
 
 return {wms = require "zel.ogc.wms", wcs = require "zel.ogc.wcs"}

@@ -10,11 +10,11 @@
 local FIRST_DRAW = 0.5      -- seconds: what ends earlier is not worth a line
 local TERMINAL_PAUSE = 0.1  -- seconds between two drawings
 local PLAIN_PAUSE = 1
-local SPEED_MEMORY = 3      -- seconds in which a change of speed comes to show by two thirds
+local SPEED_MEMORY = 3      -- seconds: how far back the speed is averaged, the weight falling to 1/e
 local WIDEST = 79
 local FIGURES = 52          -- columns beside the bar
 
-local transfer -- the one that runs
+local transfer -- the one that is running
 
 local function bytes(n)
   local units, i = {"B", "kB", "MB", "GB", "TB"}, 1
@@ -40,7 +40,7 @@ local function start(time, drawn)
   return {began = time, counted = time, drawn = drawn, total = 0, now = 0, bytes = 0, seconds = 0}
 end
 
--- Adds new figures; old ones lose their weight in the speed.
+-- Adds new figures; older ones count less and less in the speed.
 local function count(t, time, total, now)
   local seconds = time - t.counted
   local kept = math.exp(-seconds / SPEED_MEMORY)
@@ -61,7 +61,7 @@ local function figures(t, ended)
   return ("%3.0f %%  %s of %s  %s/s  %s left"):format(percent, bytes(t.now), bytes(t.total), bytes(speed), left)
 end
 
--- Full up to what has come; for an unknown total a mark that wanders while something comes.
+-- Filled as far as bytes have come; for an unknown total, a mark that moves to and fro while they come.
 local function bar(t, width)
   if t.total > 0 then
     local full = math.floor(width * math.min(1, t.now / t.total))
@@ -85,7 +85,8 @@ local function draw(t, ended)
   t.drawn = t.counted
 end
 
--- A transfer that broke off tells no end: the next request finds it, and lines of others may stand below its bar.
+-- Nothing reports the end of a transfer that broke off: the next request finds it, and does not draw it again, since
+-- other lines may be below its bar.
 local function finish(text)
   local t = transfer
   transfer = nil
@@ -103,7 +104,7 @@ return function(text, progress)
   end
   if up_now > now then total, now = up_total, up_now end
   local time = zel.clock()
-  if not transfer or now < transfer.now then -- fewer: an answer on the way, a redirect say, gave place to the next
+  if not transfer or now < transfer.now then -- fewer: a new answer, as after a redirect
     transfer = start(time, transfer and transfer.drawn)
   end
   count(transfer, time, total, now)

@@ -1,4 +1,4 @@
---- What the prompt needs of Lua. It keeps the functions it calls: statements may change every global.
+--- The part of the prompt that is written in Lua. It keeps the functions it calls: statements may change any global.
 
 local show_value, terminal = require "zel.show", require "zel.terminal"
 local match, gsub, format, find = string.match, string.gsub, string.format, string.find
@@ -9,8 +9,8 @@ local KEPT_ROWS = 3 -- of the screen, for the statement and what follows
 
 local prompt = {}
 
---- The code for a line that is meant for the prompt itself, `help GetMap` say; false when it means to leave, nil for
--- every other line. A script's own variable of that name comes first.
+--- The code for a line that is meant for the prompt itself, such as `help GetMap`; false when it ends the session, nil
+-- for every other line. A script's own variable of that name takes precedence.
 function prompt.translate(line)
   if match(line, "^%s*zel%.help[%s;]*$") then return "zel.help()" end
   local word, rest = match(line, "^%s*(%a+)(.-)[%s;]*$")

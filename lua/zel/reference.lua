@@ -1,6 +1,6 @@
 --- The reference for script users, reference.md beside the Lua modules, by its sections.
 --
--- sections   in order: {level =, title =, topic = title of the chapter it is in, lines = {...}}
+-- sections          in order: {level =, title =, topic = title of the chapter it is in, lines = {...}}
 -- find(name)        the section of that title in any letter case, nil when there is none
 -- below(section)    the sections one level below it
 -- blocks(section)   its parts in order, each a list with a kind: "text" (lines), "code" (lines) or "rows" (of cells)

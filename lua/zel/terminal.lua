@@ -1,9 +1,9 @@
---- What is known about the terminal that standard output is, and text that suits it.
+--- The terminal that standard output is, and text that suits it.
 --
--- size()             its width and height; 80 and nothing when it is no terminal
--- paint(style, text) text in a style ("title", "name", "note") where the terminal has colours
--- printable(text)    text without control characters: those of a server must not reach a terminal
--- length(text)       how many characters a text has
+-- size()              its width and height; 80 and nothing when it is no terminal
+-- paint(style, text)  text in a style ("title", "name", "note") where the terminal has colours
+-- printable(text)     text without control characters: those of a server must not reach a terminal
+-- length(text)        how many characters a text has
 
 local getenv, tostring, gsub, len = os.getenv, tostring, string.gsub, utf8.len
 local columns, stdout = zel.columns, io.stdout

@@ -1,4 +1,4 @@
---- How far a work of many parts is, on standard error: one line on a terminal that is drawn anew, a line now and then
+--- Progress of a job of many parts, on standard error: one line that is redrawn on a terminal, a line every few seconds
 -- elsewhere.
 --
 --   local progress = require "zel.work_progress"(40, "pictures", "without")

@@ -1,4 +1,4 @@
---- What a service and its layers say of themselves: terms and what is said of them, as HTML.
+--- Facts about a service and its layers: terms and their descriptions, as HTML.
 
 local html = require "zel.catalogue.html"
 
@@ -9,7 +9,7 @@ local MOST_KEYWORDS = 100
 
 local facts = {}
 
--- A term and what is to be said about it, as HTML; nothing when there is nothing.
+-- A term and its description, as HTML; nothing without a description.
 local function fact(term, text)
   return text == "" and "" or fill("<div><dt>{term}</dt><dd>{*text}</dd></div>\n", {term = term, text = text})
 end
@@ -30,14 +30,14 @@ function facts.folded(summary, text)
   return fill("<details><summary>{summary}</summary>{*text}</details>", {summary = summary, text = text})
 end
 
--- Names to copy; many of them folded.
+-- Names to copy, folded when there are many.
 local function codes(term, values, what)
   local text = each(values, "<code>{value}</code>")
   if #values >= FOLDED_FROM then text = facts.folded(html.number(#values) .. " " .. what, text) end
   return fact(term, text)
 end
 
--- The links of a list tag; `tag` is what they are called by.
+-- The links of a list tag; `tag` is the one with their names.
 local function links(term, record, list, tag)
   local found = {}
   for i = 1, tonumber(record["NUM_" .. list]) or 0 do

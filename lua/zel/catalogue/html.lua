@@ -29,7 +29,7 @@ function html.public(url) return (url:gsub("^(%a[%w+.-]*://)[^/?#]*@", "%1")) en
 --- Is this the address of something on the web that can be written into a link?
 function html.is_web_address(url) return url:find("^[Hh][Tt][Tt][Pp][Ss]?://[^%s%c\"'<>\\]+$") ~= nil end
 
---- A link; the plain text where the URL is none that a browser should follow.
+--- A link; plain text for a URL that a browser should not follow.
 function html.link(url, text)
   url = html.public(url)
   if not text or text == "" then text = url end

@@ -5,10 +5,10 @@ const folds = [...document.querySelectorAll('.group > details')];
 const words = cards.map(card => [...card.querySelectorAll('h3, h3 + code, .path, .abstract, dt, dd')]
   .map(part => part.textContent).join(' ').toLowerCase());
 
-// Search: the hits leave their groups and stand alone, each with the path to it; afterwards they go back.
+// Search: matching cards move out of their groups into one list, each with its path; afterwards they move back.
 const search = find('search'), found = find('found'), tree = find('layers'), hits = find('hits');
 const grid = hits.querySelector('.grid'), nothing = hits.querySelector('.nothing');
-const places = new Map(); // of the cards that are away
+const places = new Map(); // of the cards that have moved
 function lookFor(text) {
   for (const [card, place] of places) place.replaceWith(card);
   places.clear();
@@ -64,7 +64,7 @@ function reveal() {
 addEventListener('hashchange', reveal);
 document.querySelectorAll('nav a').forEach(link => link.addEventListener('click', () => setTimeout(reveal)));
 
-// Look: the system's, until the button was used.
+// Look: the system's, until the button is used.
 const root = document.documentElement;
 try { root.dataset.look = localStorage.getItem('look') || ''; } catch { /* a browser that keeps nothing for files */ }
 find('look').addEventListener('click', () => {

@@ -1,4 +1,4 @@
---- The file of a page and what is around its layers. Its frame, style and script are page.html, page.css and page.js.
+--- The file of a page, and what surrounds its layers. Its frame, style and script are page.html, page.css and page.js.
 
 local errors = require "zel.ogc.errors"
 local facts = require "zel.catalogue.facts"
@@ -7,7 +7,7 @@ local tree = require "zel.catalogue.tree"
 
 local fill = html.fill
 
--- Page parts that are files of their own beside this one.
+-- Parts of the page that are separate files beside this one.
 local function part(name)
   local path = assert(package.searchpath("zel.catalogue.page", (package.path:gsub("%.lua", "." .. name))))
   local file <close> = assert(io.open(path, "rb"))

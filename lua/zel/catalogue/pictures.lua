@@ -1,10 +1,10 @@
---- Fetches many pictures by several processes at once.
+--- Fetches many pictures with several processes at once.
 
 local code = require "zel.lua_code"
 local new_progress = require "zel.work_progress"
 
--- Ctrl-C is for this process alone: the shell and the workers ignore it, SIGTERM to the shell ends them. When this
--- process was killed the shell clears away what it left.
+-- Ctrl-C is for this process alone: the shell and the workers ignore it, and SIGTERM to the shell ends them. If this
+-- process is killed, the shell removes what it left.
 local COMMAND = [[trap '' INT HUP; trap 'kill $workers; wait' TERM
 dir=%s; echo $$ >"$dir/shell"; zel=$(readlink /proc/$PPID/exe); i=0
 while [ $i -lt %d ]; do i=$((i + 1))
@@ -29,14 +29,14 @@ Pictures.__index = Pictures
 function Pictures:get(number)
   local file <close> = io.open(("%s/%d.picture"):format(self.directory, number), "rb")
   if self.done[number] and file then return file:read("a") end
-  return nil, self.why[number] or "Not fetched: the catalogue was ended before."
+  return nil, self.why[number] or "Not fetched: the catalogue was ended before that."
 end
 
 function Pictures:__close()
   os.execute("rm -rf '" .. self.directory .. "'")
 end
 
--- Follows what the processes report.
+-- Reads what the processes report.
 function Pictures:follow(progress)
   local count = 0
   for line in function() return self.pipe:read("l") end do
@@ -50,7 +50,7 @@ function Pictures:follow(progress)
   return count
 end
 
---- Fetches what the tasks ask for: "map QUERY" of the service, or "legend URL". Ctrl-C ends it; what came is there.
+--- Fetches what the tasks ask for: "map QUERY" of the service, or "legend URL". Ctrl-C ends it; what has come is kept.
 -- settings: url, options (of zel.ogc), version, jobs, quiet. Returns an object to be closed: done (by number of the
 -- task), get(number), failed (how many), stopped (whether by Ctrl-C).
 return function(tasks, settings)

@@ -1,4 +1,4 @@
---- Which map shows a layer: where, in which size and format. Also the reasons for which there can be none.
+--- The map that shows a layer: its place, size and format, or why there can be none.
 
 local boxes = require "zel.ogc.boxes"
 local crs = require "zel.ogc.crs"
@@ -36,7 +36,7 @@ local function widened(box)
   return {west, south, east, north}
 end
 
--- Calls a function of the library; instead of what that raises, nil and the message.
+-- Calls a function of the library; when that raises, nil and the message.
 local function try(called, ...)
   local results = table.pack(pcall(called, ...))
   if results[1] then return table.unpack(results, 2, results.n) end

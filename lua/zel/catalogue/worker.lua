@@ -10,7 +10,7 @@ local service = require "zel.ogc.service"
 local LARGEST = 4000000 -- bytes of a picture
 local USUAL = {timeout = 60, retries = 1} -- for a picture
 
--- By their first bytes: what a server says about them is not needed.
+-- By their first bytes, whatever the server calls them.
 local PICTURES = {["^\x89PNG\r\n"] = "image/png", ["^\xFF\xD8\xFF"] = "image/jpeg", ["^GIF8"] = "image/gif",
                   ["^RIFF....WEBP"] = "image/webp"}
 
@@ -79,7 +79,7 @@ return function(directory)
                          WMS_VERSION = settings.version}
     return s
   end
-  -- Legends may lie on other servers, which are not to learn the credentials.
+  -- Legends may be on other servers, which must not learn the credentials.
   local own, others = open(), open()
   others.object:SetProperty{USERNAME = "", PASSWORD = "", HEADERS = ""}
 

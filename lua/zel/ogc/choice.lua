@@ -71,7 +71,7 @@ function choice.system(s, layers, given)
     if not offered[1] then errors.raise("the layers have no reference system in common: fetch them one by one") end
     return offered[1]
   end
-  -- Lists of names in one element, as 1.1.0 has them, do not come whole.
+  -- 1.1.0 lists names in one element, and not all of them arrive.
   if not offered or s.version == "1.1.0" then return name end
   local base, parameters = name:match("^([^,]*)(.*)$")
   local found = arguments.find(offered, base)
@@ -112,7 +112,7 @@ function choice.box(given, given_in, system, own)
   return box
 end
 
--- Formats by the short names and the extensions that people use, the best for a map first.
+-- Formats by their short names and extensions, the best for a map first.
 local SHORT = {{"png", "image/png"}, {"jpeg", "image/jpeg"}, {"jpg", "image/jpeg"}, {"gif", "image/gif"},
                {"tiff", "image/tiff"}, {"tif", "image/tiff"}, {"webp", "image/webp"}, {"bmp", "image/bmp"}}
 

@@ -29,7 +29,7 @@ local function check_url(o)
   end
 end
 
--- Prints what status routines are told, of a trace too.
+-- Prints what status routines are told, the trace included.
 local function print_status(text, progress)
   if progress[1] == 0 then io.stderr:write("  ", (text:gsub("%c", " ")), "\n") end
 end
@@ -55,7 +55,7 @@ local function named(pairs_given)
   return next(table_of) and table_of or nil
 end
 
--- Where a file goes when nobody said: the working directory, named as what it shows.
+-- The file when none is given: in the working directory, named after what it shows.
 local function usual_file(name) return (name:gsub("[^%w%-_.\x80-\xFF]+", "-")) end
 
 local function describe(result, o)

@@ -1,6 +1,6 @@
 --- The user's defaults: ~/.config/zel/ogc.lua (below XDG_CONFIG_HOME, if that is set) returns a table of options.
 --
--- The file sees the functions of Lua that compute and os.getenv, and nothing that reads, writes or runs.
+-- The file can use os.getenv and those functions of Lua that compute, and nothing that reads, writes or runs.
 
 local errors = require "zel.ogc.errors"
 

@@ -26,7 +26,7 @@ local files = require "zel.ogc.files"
 local georeference = require "zel.ogc.georeference"
 local query = require "zel.ogc.query"
 
-local MOST_CELLS = 100 * 1000 * 1000 -- that are fetched without anyone having said how many
+local MOST_CELLS = 100 * 1000 * 1000 -- that are fetched unless a size is given
 local USUAL = 1024                   -- cells of the longer side, for a system that the coverage has no grid in
 
 local TYPES = {

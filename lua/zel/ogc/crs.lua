@@ -1,4 +1,4 @@
---- Coordinate reference systems: what PROJ's database holds of them, and transformations by GDAL.
+--- Coordinate reference systems: what PROJ's database says about them, and transformations by GDAL.
 --
 -- Names are those of services: EPSG:31467, CRS:84, urn:ogc:def:crs:EPSG::31467, IGNF:LAMB93.
 
@@ -38,7 +38,7 @@ local function rows(query, ...)
   return found
 end
 
---- The name of a system that was given by it or by EPSG's number.
+--- The name of a system that was given by name or by its EPSG number.
 function crs.name(given)
   return (math.type(given) == "integer" or given and given:find("^%d+$")) and "EPSG:" .. given or given
 end

@@ -1,4 +1,4 @@
---- Requests whose answer becomes a file of the user's.
+--- Requests whose answer becomes a user's file.
 
 local files = require "zel.ogc.files"
 local service = require "zel.ogc.service"

@@ -7,7 +7,7 @@ local files = {}
 function files.directory(path) return path:match("^(.*/)") or "./" end
 function files.name(path) return path:match("[^/]*$") end
 
---- The extension in small letters, without its point; nil without one.
+--- The extension in lower case, without its dot; nil without one.
 function files.extension(path)
   local extension = files.name(path):match(".%.([%w]+)$")
   return extension and extension:lower()

@@ -1,6 +1,6 @@
---- A layer of a Web Map Service as a table, alike for all versions.
+--- A layer of a Web Map Service as a table, the same for all versions.
 --
--- of(record) makes it of a layer structure, other functions give parts of it.
+-- of(record) makes it from a layer structure, other functions give parts of it.
 
 local records = require "zel.ogc.records"
 

@@ -2,7 +2,7 @@
 
 local layer = require "zel.ogc.layer"
 
---- Makes layers of structures: a list in document order, and a table by name.
+--- Makes layers from structures: a list in document order, and a table by name.
 return function(structures)
   local list, by_name = {}, {}
   for i, record in ipairs(structures) do

@@ -59,7 +59,7 @@ local function choose_size(s, o, box)
   return width or whole(height / shape), height or whole(width * shape)
 end
 
--- A map beyond a layer's scales comes back without it: that is worth saying.
+-- A map beyond a layer's scales comes back without the layer.
 local function note_scales(notes, layers, scale)
   for _, layer in ipairs(layers) do
     local least, most = layer.scale.min or 0, layer.scale.max or math.huge
@@ -70,7 +70,7 @@ local function note_scales(notes, layers, scale)
   end
 end
 
--- Servers draw some time of their choice for one that a layer does not have, or refuse.
+-- For a time that a layer does not have, servers refuse, or draw another.
 local function note_times(notes, layers, time)
   if type(time) ~= "string" or time:find("[,/]") then return end
   for _, layer in ipairs(layers) do
@@ -85,7 +85,7 @@ local function note_times(notes, layers, time)
   end
 end
 
--- Fetches a part to a file, complete and placed under its name or not there. Returns the name.
+-- Fetches a part to a file, which is there only once it is complete and placed. Returns its name.
 local function fetch_part(s, plan, box, width, height, path)
   return fetch(s, "GetMap", "MAP_FILENAME", map_query.part(s, plan, box, width, height), path, function(file)
     if georeference.extension(plan.format) then georeference.write(file, box, width, height, plan.crs) end

@@ -1,4 +1,4 @@
---- The parameters of requests for maps, and for what is at a place of one.
+--- The parameters of requests for maps, and for what is at a place on one.
 
 local arguments = require "zel.ogc.arguments"
 local boxes = require "zel.ogc.boxes"
@@ -15,7 +15,7 @@ local map_query = {}
 --- The scale's denominator of a map with such pixels, in units of the system.
 function map_query.scale(pixel, system) return pixel * (crs.describe(system).geographic and DEGREE or 1) / PIXEL end
 
--- Parameters that arguments of their own write.
+-- Parameters that other arguments set.
 local OWN = {}
 for name in ([[VERSION SERVICE REQUEST LAYERS STYLES SRS CRS BBOX WIDTH HEIGHT FORMAT TRANSPARENT BGCOLOR TIME ELEVATION
   QUERY_LAYERS INFO_FORMAT FEATURE_COUNT X Y I J]]):gmatch("%S+") do OWN[name] = true end
@@ -36,7 +36,7 @@ local function dimension_names(layers)
   return names
 end
 
--- Time, elevation and further dimensions as parameters, each of them one that a layer has.
+-- Time, elevation and further dimensions as parameters; each must be one that a layer has.
 local function dimension_parameters(layers, o)
   local parameters, names = {}, dimension_names(layers)
   local function add(name, value)
@@ -62,7 +62,7 @@ end
 local function extra_parameters(extra)
   local parameters = {}
   for name, value in pairs(extra) do
-    if OWN[tostring(name):upper()] then errors.raise(name .. " is no extra parameter: the other arguments write it") end
+    if OWN[tostring(name):upper()] then errors.raise(name .. " is no extra parameter: another argument sets it") end
     parameters[#parameters + 1] = {name, value}
   end
   table.sort(parameters, function(a, b) return a[1] < b[1] end)

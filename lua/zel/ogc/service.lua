@@ -1,5 +1,5 @@
---- What the two kinds of service share: the object, its URL, and requests that are patient and raise in the server's
--- own words.
+--- What the two kinds of service share: the object, its URL, and requests that are tried again and whose errors have
+-- the server's own words.
 
 local errors = require "zel.ogc.errors"
 local options = require "zel.ogc.options"
@@ -25,20 +25,20 @@ function service.told(s, why)
     ", from " .. options.proxy_file or "")
 end
 
--- Whether a failure may pass when one tries again.
+-- Whether trying again may help after a failure.
 local function passing(why)
   local status, curl = why:match("Http ErrCode%((%d+)%)"), why:match("Curl Error Code = (%d+)")
   return RETRIED_STATUS[tonumber(status)] or RETRIED_CURL[tonumber(curl)] or false
 end
 
---- Seconds that the server asks to wait, or else twice as long from try to try.
+--- Seconds to wait: those that the server asks for, else twice as long from try to try.
 function service.pause_after(object, try)
   local header = object:GetProperty{"RESPONSE_HEADER"}.RESPONSE_HEADER
   local asked = tonumber(header:lower():match("\nretry%-after:%s*(%d+)"))
   return math.min(asked or FIRST_PAUSE * 2 ^ (try - 1), LONGEST_PAUSE)
 end
 
---- Tells the user something beside the results, unless they want quiet.
+--- Tells the user something besides the results, unless `quiet` is set.
 function service.tell(s, text)
   if not s.options.quiet then io.stderr:write(text, "\n") end
 end
@@ -51,21 +51,21 @@ function service.check_answer(s)
   errors.raise("the server refused: " .. refused.text .. (place ~= "" and " (" .. place .. ")" or ""), refused)
 end
 
---- Whether a method failed by what it asked for, and not by Ctrl-C, an error of the script's own status routine or a
--- cancel.
+--- Whether it was the request that failed, and not Ctrl-C, an error of the script's own status routine or a cancel that
+-- ended it.
 function service.is_failure(why)
   return type(why) == "string" and why:find("ZELNETOGC", 1, true) ~= nil
          and not why:find("Cancel request detected", 1, true)
 end
 
--- Raises what went wrong in a method; what is no failure of the request goes on as it is.
+-- Raises what went wrong in a method; what is no failure of the request is raised again as it is.
 local function fail(s, why)
   if not service.is_failure(why) then error(why, 0) end
   service.check_answer(s)
   errors.raise(service.told(s, why))
 end
 
---- Calls a method of the service's object, several times where that may help.
+--- Calls a method of the service's object, again where that may help.
 function service.request(s, method, ...)
   for try = 1, math.huge do
     if s.requested and s.options.pause > 0 then zel.sleep(s.options.pause) end
@@ -96,7 +96,7 @@ function service.url_fault(url)
   end
 end
 
---- Takes a URL as people have it: with or without "?", with a user in it.
+--- Sets a URL as people have it: with or without "?", with a user in it.
 function service.set_url(object, url)
   local wrong = service.url_fault(url)
   if wrong then errors.raise(wrong) end
@@ -113,8 +113,8 @@ local function is_file(name)
   return file and file:close() and true or false
 end
 
---- A new service: an object of the class for a URL, or for a file with its capabilities. `usual` are options in place of
--- the library's defaults.
+--- A new service: an object of the class for a URL, or for a file with its capabilities. `usual` are options in place
+-- of the library's defaults.
 function service.open(class, call, url, given, usual)
   if type(url) ~= "string" then errors.raise(call .. " wants the URL of a service") end
   local s = {url = url:gsub("//[^/?@]*@", "//"), options = options.merge(call, given, usual)}

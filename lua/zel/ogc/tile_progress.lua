@@ -1,4 +1,5 @@
---- How far a map of many tiles is, on standard error: one line on a terminal, elsewhere a line every few seconds.
+--- Progress of a map in tiles, on standard error: one line that is redrawn on a terminal, a line every few seconds
+-- elsewhere.
 
 local PAUSE = 5 -- seconds between two lines where there is no terminal
 
@@ -16,7 +17,7 @@ local function show(self)
   self.shown = now
 end
 
---- Counts a tile that was fetched, or was there from an earlier run.
+--- Counts a tile that was fetched, or that an earlier run had left.
 function Progress:step(there)
   self.done = self.done + 1
   if not there then self.fetched = self.fetched + 1 end
@@ -27,7 +28,7 @@ function Progress:__close()
   if self.hidden then self.hidden:SetProperty{CALLBACK_FUNCTION = require "zel.progress"} end
 end
 
---- progress(s, total): `local shown <close>`. The bars of single transfers are not drawn meanwhile.
+--- progress(s, total): `local shown <close>`. Until it is closed, single transfers draw no bars.
 return function(s, total)
   local now = zel.clock()
   local terminal = zel.columns(io.stderr)

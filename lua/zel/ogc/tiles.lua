@@ -38,7 +38,7 @@ local function cut(map, largest, extension)
   return list
 end
 
--- The text that tells one request from another: the server and every tile.
+-- The text that distinguishes one request from another: the server and every tile.
 local function description(s, plan, list)
   local lines = {s.url}
   for _, tile in ipairs(list) do
@@ -59,7 +59,7 @@ local function prepare(directory, wanted)
   files.write(directory .. REQUEST, wanted)
 end
 
--- Colour tables differ from tile to tile, and one picture has one: such tiles are read as colours.
+-- A picture has one colour table, and those of tiles differ: such tiles are expanded to colours.
 local function has_palette(path)
   local head = files.read(path, 26) or ""
   return head:find("^GIF8") ~= nil or (head:find("^\x89PNG") ~= nil and head:byte(26) == 3)
@@ -88,7 +88,7 @@ end
 -- fetch(box, width, height, path), which fetches one tile, and describe(box, width, height), its query.
 function tiles.fetch(s, plan, map, largest, to)
   local extension = georeference.extension(plan.format)
-  if not extension then errors.raise(plan.format .. " cannot be joined from tiles: ask for a format of pictures") end
+  if not extension then errors.raise(plan.format .. " cannot be joined from tiles: ask for a picture format") end
   if not to then errors.raise("a map of several tiles needs a name: say where with to") end
   if to:find("%c") then -- programs get the names of the tiles line by line
     local words = 'the name of a map of several tiles must not contain a control character: "%s"'

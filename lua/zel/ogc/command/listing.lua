@@ -75,13 +75,13 @@ local function service(s, list, make)
           max_width = s.max_width, max_height = s.max_height, [kind] = mapped(list, make)}
 end
 
---- Prints a service as JSON; of some names everything that is known.
+--- Prints a service as JSON, or all that is known about some of its layers or coverages.
 function listing.json(s, details)
   if details then return write(service(s, details, s.layers and layer or plain)) end
   write(service(s, items(s), layer))
 end
 
--- A ring around the box, as GeoJSON wants it: against the clock, closed.
+-- A ring around the box as GeoJSON wants it: counterclockwise, closed.
 local function ring(b) return {{{b[1], b[2]}, {b[3], b[2]}, {b[3], b[4]}, {b[1], b[4]}, {b[1], b[2]}}} end
 
 -- A box over the date line is cut there (RFC 7946, 3.1.9).
