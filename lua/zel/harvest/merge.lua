@@ -10,7 +10,7 @@ local sql = require "zel.harvest.sql"
 -- What belongs to a service: its tables with the columns that are ids.
 local TABLES = {
   {"layer", {id = true, service = true, parent = true}}, {"coverage", {id = true, service = true}},
-  {"style", {layer = true}}, {"dimension", {layer = true}}, {"keyword", {item = true}}, {"box", {id = true}},
+  {"style", {layer = true}}, {"dimension", {layer = true}}, {"keyword", {item = true}},
 }
 
 -- The names of the columns of each table.
@@ -49,8 +49,7 @@ local function replacement(columns, other_id, id, is_stored)
   end
   list[#list + 1] = ("INSERT OR IGNORE INTO main.system SELECT * FROM other.system WHERE list IN "
                      .. "(SELECT systems FROM other.layer WHERE id BETWEEN %d AND %d)"):format(first, last)
-  list[#list + 1] = "INSERT INTO words (rowid,title,name,keywords,abstract) " .. rows.words_of(id)
-  return list
+  return table.move(rows.indexing(id), 1, 2, #list + 1, list)
 end
 
 -- Runs and tries that are not there yet.

@@ -13,10 +13,7 @@ local text, number, flag, row = sql.text, sql.number, sql.flag, sql.row
 local MOST_OF_LISTS = 4000000 -- bytes of lists of systems that are kept in mind
 local PART = 500      -- layers that are looked at at once
 local BY_NUMBER = 32000 -- layers that can be asked for in parts
-local TABLES = { -- what is collected for them
-  keyword = "keyword", style = "style", dimension = "dimension", system = "system",
-  words = "words (rowid,title,name,keywords,abstract)", boxes = "box",
-}
+local TABLES = {"keyword", "style", "dimension", "system"} -- beside layer and coverage
 
 local rows = {}
 
@@ -53,20 +50,13 @@ end
 local Service = {}
 Service.__index = Service
 
--- What the search knows of an item: its words, and its box; one over the date line counts on beyond 180 degrees there.
-function Service:index(item, title, name, keywords, abstract, box)
-  local words = {}
-  for _, word in ipairs(keywords) do
+function Service:keywords(item, words)
+  local position = 0
+  for _, word in ipairs(words) do
     if word ~= "" then
-      words[#words + 1] = word
-      self.keyword[#self.keyword + 1] = "(" .. item .. "," .. #words .. "," .. text(word) .. ")"
+      position = position + 1
+      self.keyword[#self.keyword + 1] = "(" .. item .. "," .. position .. "," .. text(word) .. ")"
     end
-  end
-  self.words[#self.words + 1] = "(" .. item .. "," .. title .. "," .. name .. "," .. text(concat(words, ", ")) .. ","
-                                .. abstract .. ")"
-  if box then
-    local edges = boxes.unrolled(box)
-    self.boxes[#self.boxes + 1] = ("(%d,%.17g,%.17g,%.17g,%.17g)"):format(item, edges[1], edges[3], edges[2], edges[4])
   end
 end
 
@@ -104,14 +94,13 @@ function Service:layer(record)
                level = tonumber(record.LEVEL) or 1}
   self:open_level(tonumber(record.LAYER), own)
   self.box = union(self.box, own.box)
-  local name, title, abstract = text(record.NAME), text(record.TITLE), text(record.ABSTRACT)
-  self.rows[#self.rows + 1] = row(id, self.id, above.id or "NULL", own.level, position, name, title, abstract,
-    text(own.attribution), flag(own.queryable), flag(own.opaque), number(records.number(record.CASCADED)),
+  self.rows[#self.rows + 1] = row(id, self.id, above.id or "NULL", own.level, position, text(record.NAME),
+    text(record.TITLE), text(record.ABSTRACT), text(own.attribution), flag(own.queryable), flag(own.opaque), number(records.number(record.CASCADED)),
     box_columns(own.box), number(own.min), number(own.max), self:system_list(layer.systems(record)))
-  self:index(id, title, name, records.list(record.KEYWORD, record.NUM_KEYWORD), abstract, own.box)
-  for i, style in ipairs(layer.styles(record)) do
-    self.style[#self.style + 1] = "(" .. id .. "," .. i .. "," .. text(style.name) .. "," .. text(style.title) .. ","
-                                  .. text(style.abstract) .. "," .. text(style.legend) .. ")"
+  self:keywords(id, records.list(record.KEYWORD, record.NUM_KEYWORD))
+  for i, style in ipairs(records.list(record.STYLE, record.NUM_STYLE)) do
+    self.style[#self.style + 1] = "(" .. id .. "," .. i .. "," .. text(style.NAME) .. "," .. text(style.TITLE) .. ","
+                                  .. text(style.ABSTRACT) .. "," .. text(style.LEGEND_ONLINE) .. ")"
   end
   for i, one in ipairs(layer.dimensions(record)) do
     self.dimension[#self.dimension + 1] = row(id, i, text(one.name), text(one.units), text(one.default),
@@ -135,16 +124,15 @@ function Service:coverage(brief, position)
   local low, high = records.numbers(brief.POS1), records.numbers(brief.POS2)
   local box = low[2] and high[2] and usable{low[1], low[2], high[1], high[2]} or nil
   self.box = union(self.box, box)
-  local name, title, abstract = text(brief.NAME), text(brief.LABEL), text(brief.DESCRIPTION)
-  self.rows[#self.rows + 1] = row(id, self.id, position, name, title, abstract, box_columns(box), text(brief.TM_POS1),
-    text(brief.TM_POS2))
-  self:index(id, title, name, records.list(brief.KEYWORDS), abstract, box)
+  self.rows[#self.rows + 1] = row(id, self.id, position, text(brief.NAME), text(brief.LABEL), text(brief.DESCRIPTION),
+    box_columns(box), text(brief.TM_POS1), text(brief.TM_POS2))
+  self:keywords(id, records.list(brief.KEYWORDS))
 end
 
 -- Appends the rows made so far to the statements.
 function Service:flush()
-  for name, into in pairs(TABLES) do
-    sql.insert(self.statements, into, self[name], name == "system")
+  for _, name in ipairs(TABLES) do
+    sql.insert(self.statements, name, self[name], name == "system")
     self[name] = {}
   end
   sql.insert(self.statements, self.kind == "WMS" and "layer" or "coverage", self.rows)
@@ -181,11 +169,7 @@ end
 function Service:update(section, first, facts)
   local set, is_wms = {}, self.kind == "WMS"
   local function column(name, value) set[#set + 1] = name .. "=" .. value end
-  local texts = {}
-  for _, names in ipairs(schema.CONTACT) do
-    texts[names[1]] = text(section[is_wms and names[2] or names[3]])
-    column(names[1], texts[names[1]])
-  end
+  for _, names in ipairs(schema.CONTACT) do column(names[1], text(section[is_wms and names[2] or names[3]])) end
   for name, tag in pairs{max_width = "MAX_WIDTH", max_height = "MAX_HEIGHT", layer_limit = "LAYER_LIMIT"} do
     column(name, number(records.number(section[tag])))
   end
@@ -195,24 +179,33 @@ function Service:update(section, first, facts)
   for name, value in pairs(facts) do column(name, type(value) == "number" and number(value) or text(value)) end
   local whole = usable(self.box)
   for i, name in ipairs{"west", "south", "east", "north"} do column(name, whole and number(whole[i]) or "NULL") end
-  self:index(self.id, texts.title, texts.name, is_wms and records.list(section.KEYWORD, section.NUM_KEYWORD)
-                                               or records.list(section.KEYWORDS), texts.abstract, whole)
+  self:keywords(self.id, is_wms and records.list(section.KEYWORD, section.NUM_KEYWORD)
+                         or records.list(section.KEYWORDS))
   self.statements[#self.statements + 1] = ("UPDATE service SET %s WHERE id=%d"):format(concat(set, ","), self.id)
 end
 
 --- The ids of what belongs to a service: the first and the last.
 function rows.range(id) return id, id + schema.SPAN - 1 end
 
---- A query for the words of a service's items.
-function rows.words_of(id)
-  return ("SELECT id,title,name,keywords,abstract FROM item WHERE id BETWEEN %d AND %d"):format(rows.range(id))
+-- What `columns` are of a service's items.
+local function of_items(columns, id)
+  return ("SELECT %s FROM item WHERE id BETWEEN %d AND %d"):format(columns, rows.range(id))
+end
+
+--- Statements that let the search find a service's items, which are stored. A box over the date line counts on beyond
+-- 180 degrees in the index.
+function rows.indexing(id)
+  return {
+    "INSERT INTO words (rowid,title,name,keywords,abstract) " .. of_items("id,title,name,keywords,abstract", id),
+    "INSERT INTO box " .. of_items("id,west,east + 360 * (west > east),south,north", id) .. " AND west IS NOT NULL",
+  }
 end
 
 --- Statements that remove what is stored of a service.
 function rows.removal(id)
   local first, last = rows.range(id)
   local list = {"INSERT INTO words (words,rowid,title,name,keywords,abstract) "
-                .. rows.words_of(id):gsub("^SELECT ", "SELECT 'delete',")}
+                .. of_items("'delete',id,title,name,keywords,abstract", id)}
   for _, name in ipairs{"box", "layer", "coverage"} do
     list[#list + 1] = ("DELETE FROM %s WHERE id BETWEEN %d AND %d"):format(name, first, last)
   end
@@ -227,7 +220,7 @@ end
 function rows.of(object, known, facts, lists)
   local made = setmetatable({id = known.id, kind = known.kind, lists = lists, levels = {}, open = {}, rows = {},
                              statements = known.harvested and rows.removal(known.id) or {}}, Service)
-  for name in pairs(TABLES) do made[name] = {} end
+  for _, name in ipairs(TABLES) do made[name] = {} end
   local first = known.kind == "WMS" and made:layers(object) or known.kind == "WCS" and made:coverages(object) or nil
   local section = service.section{object = object} or {}
   if first then
@@ -236,7 +229,7 @@ function rows.of(object, known, facts, lists)
   end
   made:update(section, first, facts)
   made:flush()
-  return made.statements
+  return table.move(rows.indexing(known.id), 1, 2, #made.statements + 1, made.statements)
 end
 
 return rows

@@ -21,7 +21,6 @@ end
 --- A text; NULL without one or for an empty one.
 function sql.text(value)
   if value == nil or value == "" then return "NULL" end
-  if not find(value, "[\0'\x80-\xff]") then return "'" .. value .. "'" end
   if find(value, "\0", 1, true) then value = gsub(value, "\0", " ") end
   if find(value, "'", 1, true) then value = gsub(value, "'", "''") end
   if not valid(value) then value = mended(value) end

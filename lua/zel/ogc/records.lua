@@ -6,7 +6,10 @@ local records = {}
 function records.text(value) return type(value) == "string" and value ~= "" and value or nil end
 
 --- The first number in a text; nil without one.
-function records.number(value) return tonumber((value or ""):match("%S+")) end
+function records.number(value)
+  if not value or value == "" then return nil end
+  return tonumber(value) or tonumber(value:match("%S+"))
+end
 
 --- All numbers of a text, separated by blanks or commas.
 function records.numbers(text)
@@ -35,12 +38,8 @@ end
 
 --- The four numbers of a box; nil when one is missing.
 function records.box(west, south, east, north)
-  local box = {}
-  for i, edge in ipairs{west or "", south or "", east or "", north or ""} do
-    box[i] = records.number(edge)
-    if not box[i] then return nil end
-  end
-  return box
+  local box = {records.number(west), records.number(south), records.number(east), records.number(north)}
+  return box[1] and box[2] and box[3] and box[4] and box
 end
 
 return records
