@@ -13,7 +13,8 @@ function on_status(text)
   if arg[5] and text:find(arg[5]) then {answer} end
 end
 local wms <close> = zel.new("ZELnetOGCWMS", {URL_HOSTNAME = arg[3], URL_PORT = arg[4], USERNAME = "{user}",
-                                             PASSWORD = "{password}", SSL_VERIFY_PEER = 0, CALLBACK_FUNCTION = "on_status"})
+                                             PASSWORD = "{password}", AUTHENTICATION = 1, ENCODE = 3, SSL_VERIFY_PEER = 0,
+                                             CALLBACK_FUNCTION = "on_status"})
 print(pcall(wms.GetCapabilities, wms, {FROM_FILE = arg[2], SCHEMA_CHECKING = tonumber(arg[1]), VALIDATION_MODE = 1}))
 """.replace("{user}", USER).replace("{password}", PASSWORD)
 XSD = '<xs:schema xmlns:xs="http://www.w3.org/2001/XMLSchema">%s</xs:schema>'
@@ -76,7 +77,7 @@ def test_credentials_go_to_the_clients_own_server_only(read, grammars):
         assert "Warning: XML Schema is not used: (" + url in out and "ErrCode(401)" in out and "updateSequence" not in out, out
     with Responder([HEAD, OK + b"Content-Length: 0\r\n\r\n"]) as other:
         read(f"http://127.0.0.1:{other.port}/@localhost:{grammars.port}/x.xsd", "localhost", grammars.port)
-    assert "Authorization" not in other.requests[0]
+    assert "Authorization" not in other.requests[0] and "Accept-Encoding" not in other.requests[0]
 
 
 def test_an_endless_schema_is_given_up(read):

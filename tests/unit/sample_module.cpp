@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdlib>
+#include <cstring>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -81,13 +82,26 @@ ZEL_Variable* call(int argc, ZEL_Variable** argv) {
   return ZEL_GettmpInt(answer->value.i);
 }
 
-/// WATCH_FUNCTION=name: kept for notify(); COUNT: 32-bit 7.
+/// A structure with every type of integer, all bits set.
+ZEL_Variable* allBits() {
+  const ZEL_StructTagDef tags[] = {
+      {"BYTE", ZEL_TYP_BYTE, 0, nullptr, 0},       {"INT", ZEL_TYP_INT, 0, nullptr, 0},
+      {"UINT", ZEL_TYP_UINT, 0, nullptr, 0},       {"LONG", ZEL_TYP_LONG, 0, nullptr, 0},
+      {"ULONG", ZEL_TYP_ULONG, 0, nullptr, 0},     {"LONG64", ZEL_TYP_LONG64, 0, nullptr, 0},
+      {"ULONG64", ZEL_TYP_ULONG64, 0, nullptr, 0}, {}};
+  const ZEL_StructDef* def = ZEL_MakeStruct(nullptr, tags);
+  char* data = nullptr;
+  ZEL_Variable* all = ZEL_MakeTempStruct(def, 1, &data);
+  std::memset(data, 0xff, static_cast<std::size_t>(ZEL_StructSize(def)));
+  return all;
+}
+
+/// WATCH_FUNCTION=name: kept for the next call with TEXT, which calls it; COUNT: integers.
 void configure(int argc, ZEL_Variable** argv, const ZEL_Keywords* argk) {
   static std::string watch;
   const Processed given(argc, argv, argk);
   if (given.watch.present) watch = textOf(given.watch.value);
-  const std::int32_t seven = 7;
-  if (given.count.present) ZEL_StoreScalar(given.count.value, ZEL_TYP_LONG, &seven);
+  if (given.count.present) ZEL_VarCopy(allBits(), given.count.value);
   if (given.text.present) {
     const zel::Temp name(ZEL_StrToSTRING(watch.c_str()));
     ZEL_Variable* arguments[] = {argv[0], name.get()};

@@ -18,6 +18,7 @@
 #include <iterator>
 #include <limits>
 #include <map>
+#include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -287,9 +288,12 @@ TEST_F(Host, MakesUserDirectories) {
 
   // Without a directory given, the user's data directory.
   setenv("ZEL_USER_DIR", "", 1);
-  setenv("HOME", at("home").c_str(), 1);
-  for (const auto& [data, root] : {std::pair{at("data"), at("data/zel")}, {"relative", at("home/.local/share/zel")}}) {
+  const fs::path own = getpwuid(getuid())->pw_dir;
+  for (const auto& [data, home, root] : {std::tuple{at("data"), at("home"), at("data/zel")},
+                                         {"relative", at("home"), at("home/.local/share/zel")},
+                                         {"", "", own / ".local/share/zel"}}) {
     setenv("XDG_DATA_HOME", data.c_str(), 1);
+    setenv("HOME", home.c_str(), 1);
     EXPECT_EQ(zel::host::userRoot(), root);
   }
   for (const char* root : {"/some/where", ""}) {
@@ -321,9 +325,15 @@ TEST_F(Host, LoadsModules) {
   EXPECT_EQ(load("sample_module") + load(module), "");
   ASSERT_NE(zel::host::findClass("SampleDerived"), nullptr);
   EXPECT_EQ(zel::host::findMethod(zel::host::findClass("SampleDerived"), "ECHO")->name, "SAMPLE::ECHO");
+  std::string told;
+  const zel::host::InfoRedirect redirect([&told](const std::string& line) { told += line; });
   EXPECT_EQ(errorOf([] { zel::host::resetSession(); }), "");
-  ZEL_SessionResetAdd([] { return 1; });
+  ZEL_SessionResetAdd([] {
+    zel::host::inform("said");
+    return 1;
+  });
   setenv("SAMPLE_NO_RESET", "1", 1);
-  EXPECT_EQ(errorOf([] { zel::host::resetSession(); }), "The session could not be reset.");
+  EXPECT_EQ(errorOf([] { zel::host::resetSession(); }) + told, "The session could not be reset: said");
   unsetenv("SAMPLE_NO_RESET");
+  EXPECT_EQ(errorOf([] { zel::host::resetSession(); }) + told, "said");
 }

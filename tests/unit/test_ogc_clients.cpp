@@ -73,6 +73,26 @@ TEST_F(Clients, CursorsAndIndexesKnowTheirLimits) {
   EXPECT_NE(errorOf([&] { (void)wms.OgcWmsGetLayer(2); }), "");
 }
 
+TEST_F(Clients, CountsOfListsAreThoseOfOneRecordOrTheLargest) {
+  const std::string axes = "<axisName/><axisName/><axisName/>", vectors = "<offsetVector/><offsetVector/>";
+  const std::string range =
+      "<AxisDescription><singleValue/><singleValue/><interval/><interval/><interval/></AxisDescription>";
+  EXPECT_EQ(readOfferings("<CoverageOffering><spatialDomain><Grid>" + axes + "</Grid><RectifiedGrid><axisName/>" +
+                          vectors + "</RectifiedGrid><Grid/></spatialDomain><RangeSet>" + range +
+                          "<AxisDescription/></RangeSet></CoverageOffering>"),
+            "");
+  const struct {
+    int (COgcWcs::*count)(int, int) const;
+    int largest, first, second;
+  } rows[] = {{&COgcWcs::OgcWcsGetCOSDGridAxisNameCount, 3, 3, 1},
+              {&COgcWcs::OgcWcsGetCOSDGridOffsetVectorCount, 2, 0, 2},
+              {&COgcWcs::OgcWcsGetCORngAxisSingleCount, 2, 2, 0},
+              {&COgcWcs::OgcWcsGetCORngAxisIntCount, 3, 3, 0}};
+  for (const auto& row : rows)
+    for (const auto& [n, expected] : {std::pair{-1, row.largest}, {0, row.first}, {1, row.second}, {9, 0}})
+      EXPECT_EQ((wcs.*row.count)(0, n), expected) << &row - rows << ": " << n;
+}
+
 /// Every end tag ends a report's text, whatever section has opened inside.
 TEST_F(Clients, ReportsHoldTheirOwnTexts) {
   const std::string file =
@@ -81,6 +101,8 @@ TEST_F(Clients, ReportsHoldTheirOwnTexts) {
                           "</ExceptionText></ExceptionReport>");
   EXPECT_EQ(errorOf([&] { wcs.OgcWcsGetCap(file.c_str(), nullptr, 0, 0); }),
             "Error: Remote OGC server returned a exception report: (Exception Text= t).");
+  EXPECT_EQ(errorOf([&] { wcs.OgcWcsGetCap("nosuch", nullptr, 0, 0); }),
+            "Error: File does not exist.  file: (nosuch).");
 }
 
 TEST_F(Clients, CacheOfLayersGrowsBeforeItIsFull) {
