@@ -1,21 +1,14 @@
 // What the fuzz targets do with an input; a program is built for each, which FUZZ_TARGET names.
-#include "host/heap.h"
+#include "frontend/interpreter.h"
+#include "frontend/run.h"
 #include "host/messages.h"
-#include "host/objects.h"
-#include "host/routines.h"
-#include "host/session.h"
-#include "host/strings.h"
-#include "host/variables.h"
 #include "zel_ogcwms_obj.h"
 
 #include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <deque>
 #include <filesystem>
-#include <fstream>
-#include <optional>
 
 namespace fuzz {
 
@@ -162,22 +155,71 @@ void fuzz_base_url(const std::string& text) {
   checkComposed(client, &CCurl::CurlBuildUrlRq);
 }
 
-/// Where nothing is shown and every status routine says yes.
-class Quiet final : public zel::host::FrontEnd {
-public:
-  void callScript(const std::string&, int, ZEL_Variable** argv, ZEL_Variable* result) override {
-    check(argv[0]->value.str.len <= 4095, "a status line is not longer than a query");
-    constexpr std::int16_t goOn = 1;
-    if (result != nullptr) ZEL_StoreScalar(result, ZEL_TYP_INT, &goOn);
-  }
+/// What a script does with a document. A finding is an error of it: temporaries that stay, messages longer than they
+/// may be, what was read and is not returned.
+constexpr const char* script = R"lua(
+local place = os.getenv "ZEL_USER_DIR" .. "/document"
+local told = 0
 
-private:
-  zel::host::InfoRedirect m_info{[](const std::string&) {}};
-};
+-- The copy that is kept is the document itself; of grammars on servers nothing is ever fetched.
+local function new(class)
+  return assert(zel.new(class, {CAPABILITIES_FILENAME = place, PROXY_HOSTNAME = "127.0.0.1", PROXY_PORT = 1,
+                                CALLBACK_FUNCTION = function(text) told = math.max(told, #text) end}))
+end
+local wms, wcs = new "ZELnetOGCWMS", new "ZELnetOGCWCS"
+
+-- Calls a method, which may refuse; then the result is false.
+local function call(o, method, keywords)
+  local ok, result, out = pcall(o[method], o, keywords)
+  local counts = zel.counts()
+  assert(counts.temporaries == 0 and counts.leaked == 0, "no temporary stays")
+  assert(told <= 4095, "a status line is not longer than a query")
+  assert(ok or #result <= 1200, "an error is a prefix and at most 1023 characters")
+  return ok and result, out
+end
+
+-- Calls a method that reads a document: as it is, and first validated when it brings a grammar.
+local function read(o, method, text, keywords)
+  keywords.FROM_FILE = place .. ".xml"
+  io.open(keywords.FROM_FILE, "wb"):write(text):close()
+  local dtd, schema = text:find("DOCTYPE", 1, true), text:find("chemaLocation", 1, true)
+  if dtd or schema then
+    keywords.VALIDATION_MODE, keywords.SCHEMA_CHECKING = dtd and 1, schema and 2
+    call(o, method, keywords)
+    keywords.VALIDATION_MODE, keywords.SCHEMA_CHECKING = nil, nil
+  end
+  return call(o, method, keywords)
+end
+
+-- Capabilities, all of them turned into structures.
+local function capabilities(o, text, results, disable)
+  local count = read(o, "GetCapabilities", text, {DISABLE_INHERITANCE = disable})
+  assert(call(o, "GetServiceSection", {}), "the service section is returned")
+  local found, out = call(o, results, {"COUNT"})
+  local returned = found == 0 and 0 or #found
+  assert(returned == out.COUNT and (not count or returned == count), "everything that was read is returned")
+end
+
+function fuzz_wms(text)
+  for _, disable in ipairs{1, 0} do capabilities(wms, text, "GetLayers", disable) end
+end
+
+function fuzz_wcs_capabilities(text) capabilities(wcs, text, "GetCoverageOfferingBriefs") end
+
+function fuzz_wcs_describe(text)
+  local described, out = read(wcs, "DescribeCoverage", text, {"COUNT"})
+  for i = 0, math.min(described and out.COUNT or 0, 20) - 1 do -- each costs a walk along the list
+    assert(#call(wcs, "GetCoverageOffering", {INDEX = i}) == 1, "every offering is returned")
+  end
+end
+)lua";
 
 /// A directory in memory that goes with the process.
 struct Directory {
-  Directory() { check(mkdtemp(path.data()) != nullptr, "there is a directory"); }
+  Directory() {
+    check(mkdtemp(path.data()) != nullptr, "there is a directory");
+    ::setenv("ZEL_USER_DIR", path.c_str(), 1);
+  }
   ~Directory() { std::filesystem::remove_all(path); }
   Directory(const Directory&) = delete;
   Directory& operator=(const Directory&) = delete;
@@ -185,109 +227,30 @@ struct Directory {
   std::string path = "/dev/shm/fuzzXXXXXX";
 };
 
-/// An object of one of the module's classes in a host, and the file that it reads documents from, as a script would.
-/// Findings are checked on the way: temporaries that stay, messages longer than they may be.
-class Object {
-public:
-  using Keywords = std::vector<std::pair<const char*, std::string>>; ///< an empty text asks for an output
-
-  explicit Object(const char* className) {
-    static Quiet frontEnd;
-    static const Directory directory;
-    zel::host::setFrontEnd(&frontEnd);
-    ::setenv("ZEL_USER_DIR", directory.path.c_str(), 1);
-    check(ZEL_Load() != 0, "the module is loaded");
-    m_file = directory.path + "/document.xml";
-    m_object->type = ZEL_TYP_OBJREF;
-    m_object->value.hvid = zel::host::newObject(zel::host::findClass(className))->hvid;
-    // The copy that is kept is the document itself; of grammars on servers nothing is ever fetched.
-    const auto made = call("INIT", {{"CALLBACK_FUNCTION", "status"},
-                                    {"PROXY_PORT", "1"},
-                                    {"PROXY_HOSTNAME", "127.0.0.1"},
-                                    {"CAPABILITIES_FILENAME", directory.path + "/document"}});
-    check(made == 1, "the object is initialised");
-  }
-  ~Object() {
-    call("CLEANUP");
-    ZEL_HeapVarDelete(ZEL_HeapVarHashFind(m_object->value.hvid));
-  }
-  Object(const Object&) = delete;
-  Object& operator=(const Object&) = delete;
-
-  /// Calls a method that reads a document: as it is, and first validated when it brings a grammar.
-  /// \return its result as an integer, nothing when it raised an error
-  std::optional<std::int64_t> read(const std::string& document, const char* method, Keywords keywords = {}) {
-    std::ofstream(m_file, std::ios::binary) << document;
-    keywords.emplace_back("FROM_FILE", m_file);
-    Keywords validated = keywords;
-    if (document.find("DOCTYPE") != document.npos) validated.emplace_back("VALIDATION_MODE", "1");
-    if (document.find("chemaLocation") != document.npos) validated.emplace_back("SCHEMA_CHECKING", "2");
-    if (validated.size() > keywords.size()) call(method, validated);
-    return call(method, keywords);
+/// The script, loaded; its informational messages are not shown.
+struct Runner {
+  Runner() {
+    check(ZEL_Load() != 0 && zel::lua::runText(interpreter.state(), script, "=script"), "the script is loaded");
   }
 
-  /// Calls a method. \return as for read()
-  std::optional<std::int64_t> call(const char* method, const Keywords& given = {}) {
-    const std::int64_t temporaries = ZEL_TempCount();
-    std::optional<std::int64_t> answer;
-    m_count = 0;
-    try {
-      std::deque<zel::host::Variable> variables;
-      std::vector<ZEL_Keyword> keywords;
-      for (const auto& [name, text] : given) {
-        ZEL_Variable* value = variables.emplace_back().get();
-        keywords.push_back({name, value, text.empty()});
-        if (!text.empty()) ZEL_VarCopy(zel::host::makeTempString(text), value);
-      }
-      ZEL_Variable* argv[] = {m_object.get()};
-      const auto* routine = zel::host::findMethod(ZEL_HeapVarHashFind(m_object->value.hvid)->objdef, method);
-      const zel::Temp result =
-          zel::host::callRoutine(*routine, 1, argv, {static_cast<int>(keywords.size()), keywords.data()});
-      if (result) answer = result->type == ZEL_TYP_INT ? result->value.i : result->n;
-      for (const ZEL_Keyword& keyword : keywords)
-        if (keyword.output) m_count = zel::host::scalarInteger(keyword.value);
-    } catch (const ZEL_Unwind&) {
-      check(zel::host::takeError().text.size() <= 1200, "an error is a prefix and at most 1023 characters");
-    }
-    check(ZEL_TempCount() == temporaries && zel::host::leakedTemporaries() == 0, "no temporary stays");
-    return answer;
-  }
-  /// What the last call gave for COUNT.
-  [[nodiscard]] std::int64_t count() const noexcept { return m_count; }
-
-private:
-  zel::host::Variable m_object;
-  std::string m_file;
-  std::int64_t m_count = 0;
+  Directory directory;
+  zel::host::InfoRedirect quiet{[](const std::string&) {}};
+  zel::lua::Interpreter interpreter;
 };
 
-/// Capabilities: parsed, with and without inheritance, all of it turned into structures.
-void readCapabilities(Object& object, const std::string& text, const char* results, const Object::Keywords& keywords) {
-  const auto read = object.read(text, "GETCAPABILITIES", keywords);
-  object.call("GETSERVICESECTION");
-  const auto found = object.call(results, {{"COUNT", ""}});
-  check(!read || *read == static_cast<std::int16_t>(object.count()), "everything is returned");
-  check(found.has_value(), "what was read can be returned");
+/// Hands an input to a function of the script.
+void runScript(const char* function, const std::string& text) {
+  static const Runner runner;
+  lua_State* const L = runner.interpreter.state();
+  lua_getglobal(L, function);
+  lua_pushlstring(L, text.data(), text.size());
+  const bool well = lua_pcall(L, 1, 0, 0) == LUA_OK;
+  check(well, well ? "" : lua_tostring(L, -1));
 }
 
-void fuzz_wms(const std::string& text) {
-  static Object wms("ZELNETOGCWMS");
-  for (const char* disable : {"1", "0"}) readCapabilities(wms, text, "GETLAYERS", {{"DISABLE_INHERITANCE", disable}});
-}
-
-void fuzz_wcs_capabilities(const std::string& text) {
-  static Object wcs("ZELNETOGCWCS");
-  readCapabilities(wcs, text, "GETCOVERAGEOFFERINGBRIEFS", {});
-}
-
-/// Descriptions of coverages: parsed, each offering turned into a structure.
-void fuzz_wcs_describe(const std::string& text) {
-  static Object wcs("ZELNETOGCWCS");
-  constexpr std::int64_t most = 20; // each costs a walk along the list
-  wcs.read(text, "DESCRIBECOVERAGE", {{"COUNT", ""}});
-  for (std::int64_t i = 0, last = std::min(wcs.count(), most); i < last; ++i)
-    check(wcs.call("GETCOVERAGEOFFERING", {{"INDEX", std::to_string(i)}}) == 1, "every offering is returned");
-}
+void fuzz_wms(const std::string& text) { runScript("fuzz_wms", text); }
+void fuzz_wcs_capabilities(const std::string& text) { runScript("fuzz_wcs_capabilities", text); }
+void fuzz_wcs_describe(const std::string& text) { runScript("fuzz_wcs_describe", text); }
 
 } // namespace fuzz
 
