@@ -74,22 +74,16 @@ function Service:system_list(names)
   return list
 end
 
--- A flag of a layer: its own, or that of the layer around.
-local function inherited(own, above)
-  if own == "" then return above end
-  return own == "1" or own == "true"
-end
-
 function Service:layer(record)
   local position = tonumber(record.LAYER) + 1
   if position >= schema.SPAN then errors.raise(("the service has more than %d layers"):format(schema.SPAN - 1)) end
   local id = self.id + position
   local above = self.open[tonumber(record.PARENT)] or {}
-  local scale = layer.scale(record)
+  local scale = layer.scale(record, above)
   local own = {box = usable(layer.box(record)) or above.box,
-               min = scale.min or above.min, max = scale.max or above.max,
-               queryable = inherited(record.QUERYABLE, above.queryable),
-               opaque = inherited(record.OPAQUE, above.opaque),
+               min = scale.min, max = scale.max,
+               queryable = layer.flag(record.QUERYABLE, above.queryable),
+               opaque = layer.flag(record.OPAQUE, above.opaque),
                attribution = records.text(record.ATTRIBUTION.TITLE) or above.attribution, id = id,
                level = tonumber(record.LEVEL) or 1}
   self:open_level(tonumber(record.LAYER), own)

@@ -18,9 +18,16 @@ local function denominator(value, version)
   return version == "1.3.0" and number or number / math.sqrt(2) / PIXEL
 end
 
---- Limits of the scale as denominators: min, max.
-function layer.scale(record)
-  return {min = denominator(record.MIN_SCALE, record.VERSION), max = denominator(record.MAX_SCALE, record.VERSION)}
+--- Limits of the scale as denominators, min and max: the layer's own, or those of the layer around.
+function layer.scale(record, above)
+  return {min = denominator(record.MIN_SCALE, record.VERSION) or above.min,
+          max = denominator(record.MAX_SCALE, record.VERSION) or above.max}
+end
+
+--- A flag: the layer's own, or that of the layer around.
+function layer.flag(own, above)
+  if own == "" then return above end
+  return own == "1" or own == "true"
 end
 
 --- The box in degrees; nil without one.
@@ -65,16 +72,19 @@ function layer.systems(record)
   return records.list(record.SRS, record.NUM_SRS)
 end
 
---- All that is known of a layer.
-function layer.of(record)
+--- All that is known of a layer; `parent` is the one around it, nil for the outermost.
+function layer.of(record, parent)
+  local above = parent or {queryable = false, opaque = false, scale = {}}
   return {
     record = record, name = records.text(record.NAME), title = records.text(record.TITLE),
     abstract = records.text(record.ABSTRACT), level = records.number(record.LEVEL), children = {},
-    keywords = records.list(record.KEYWORD, record.NUM_KEYWORD), queryable = record.QUERYABLE == "1",
-    opaque = record.OPAQUE == "1", attribution = records.text(record.ATTRIBUTION.TITLE),
+    keywords = records.list(record.KEYWORD, record.NUM_KEYWORD), parent = parent,
+    queryable = layer.flag(record.QUERYABLE, above.queryable), opaque = layer.flag(record.OPAQUE, above.opaque),
+    attribution = records.text(record.ATTRIBUTION.TITLE) or above.attribution,
     box = layer.box(record), crs = layer.systems(record),
     bounding_boxes = records.map(record.BOUNDING_BOX, record.NUM_BOUNDING_BOX, bounding_box),
-    styles = layer.styles(record), dimensions = layer.dimensions(record), scale = layer.scale(record),
+    styles = layer.styles(record), dimensions = layer.dimensions(record),
+    scale = layer.scale(record, above.scale),
   }
 end
 

@@ -6,12 +6,9 @@ local layer = require "zel.ogc.layer"
 return function(structures)
   local list, by_name = {}, {}
   for i, record in ipairs(structures) do
-    local made = layer.of(record)
     local parent = list[tonumber(record.PARENT) + 1]
-    if parent then
-      made.parent = parent
-      table.insert(parent.children, made)
-    end
+    local made = layer.of(record, parent)
+    if parent then table.insert(parent.children, made) end
     list[i] = made
     if made.name and not by_name[made.name] then by_name[made.name] = made end
   end
