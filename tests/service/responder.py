@@ -19,16 +19,24 @@ class Body(int):
     """Reads so many bytes."""
 
 
+def answer(body, kind="text/xml", status="200 OK", more=""):
+    """An answer of HTTP with a text or bytes; `more` are further lines of its header."""
+    body = body.encode() if isinstance(body, str) else body
+    return (f"HTTP/1.1 {status}\r\nContent-Type: {kind}\r\nContent-Length: {len(body)}\r\n{more}"
+            "Connection: close\r\n\r\n").encode() + body
+
+
 class Responder:
     """Plays one script for each connection, the last one for all further connections, until the end of a `with`.
 
-    What the client sent stands in `requests`, one text a connection.
+    A script may also be bytes, which answer a head, or a function that makes the script of a head. What the client sent
+    stands in `requests`, one text a connection.
     """
 
-    def __init__(self, *scripts):
+    def __init__(self, *scripts, host="127.0.0.1"):
         self.scripts = scripts
         self.received = []
-        self._listener = socket.create_server(("127.0.0.1", 0))
+        self._listener = socket.create_server((host, 0))
         self._connections = []
         self._threads = [threading.Thread(target=self._accept, daemon=True)]
         self._threads[0].start()
@@ -64,7 +72,10 @@ class Responder:
 
         try:
             with connection:
-                for step in script:
+                if callable(script):
+                    read(end=b"\r\n\r\n")
+                    script = script(received.decode("latin-1"))
+                for step in [HEAD, script] if isinstance(script, bytes) else script:
                     if isinstance(step, bytes):
                         connection.sendall(step)
                     elif isinstance(step, Body):

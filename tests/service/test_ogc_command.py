@@ -1,6 +1,5 @@
 """The command zel-ogc, as people type it."""
 
-import json
 import os
 import shlex
 import signal
@@ -18,11 +17,11 @@ gdal.UseExceptions()
 @pytest.fixture
 def zel_ogc(tmp_path, ogc):
     """zel_ogc(line): runs a command line, in which SERVICE and REGIONS are URLs."""
+    (tmp_path / "odd.xml").write_text("<WMS_Capabilities version='1.3.0'><Service><Title>t&#x9b;2J&#x202e;</Title></Service><Capability>"
+                                      "<Layer><Name>a</Name><Title>t&#x9b;2J&#x2067;</Title></Layer></Capability></WMS_Capabilities>")
+
     def run(line, **env):
         words = [word.replace("SERVICE", ogc.service).replace("REGIONS", ogc.regions) for word in shlex.split(line)]
-        (tmp_path / "odd.xml").write_text('<WMS_Capabilities version="1.3.0"><Service><Title>t&#x9b;2J&#x202e;</Title></Service>'
-                                          "<Capability><Layer><Name>a</Name><Title>t&#x9b;2J&#x2067;</Title></Layer></Capability>"
-                                          "</WMS_Capabilities>")
         return subprocess.run([BUILD / "zel-ogc", *words], cwd=tmp_path, capture_output=True, text=True, timeout=120,
                               stdin=subprocess.DEVNULL, env=os.environ | {"ZEL_USER_DIR": str(tmp_path / "user")} | env)
     return run
@@ -48,9 +47,6 @@ LINES = [
     ("map SERVICE earth --wms 1.2.0", 1, "", 'no version "1.2.0"; did you mean "1.3.0"?'),
     ("info --help", 0, "Usage: zel-ogc info ", ""),
     ("--completion bash", 0, "complete -F _zel-ogc", ""),
-    ("info SERVICE", 0, "      Earth from space [earth], -180 -90 180 90\n", ""),
-    ("info SERVICE seasons", 0, "      values: 2024-01-01, 2024-07-01\n", ""),
-    ("info SERVICE --wcs", 0, "  Relief (Höhe) [relief], -180 -90 180 90\n", ""),
     ("info SERVICE earth relief --wcs", 0, "      size: 720, 360\n", ""),
     ("info odd.xml", 0, "t 2J (WMS 1.3.0)\n  t 2J [a], no box\n", ""),
     ("map odd.xml a", 2, "", '"odd.xml" is no URL'),
@@ -76,16 +72,6 @@ def test_lines(zel_ogc, line, status, out, err):
     assert done.returncode == status and out in done.stdout and err in done.stderr
     assert "traceback" not in done.stderr and (out != "" or done.stdout == "")
     assert status != 1 or done.stderr.count("\n") == 1
-
-
-def test_footprints(zel_ogc, tmp_path):
-    text = zel_ogc("info REGIONS --geojson").stdout
-    assert [[7, 47], [12, 47], [12, 55], [7, 55], [7, 47]] in [
-        feature["geometry"]["coordinates"][0] for feature in json.loads(text)["features"] if feature["geometry"]]
-    (tmp_path / "features.json").write_text(text)
-    footprints = gdal.OpenEx(str(tmp_path / "features.json"))
-    boxes = {feature["name"]: feature.GetGeometryRef().GetEnvelope() for feature in footprints.GetLayer()}
-    assert boxes["germany"] == (7, 12, 47, 55) and boxes["pacific"] == (-180, 180, -50, -10)
 
 
 @pytest.mark.parametrize("ranges, bands", [("{bands = {1, 3}}", [1, 3]), ("{BANDS = 2}", [2]), ("nil", [1, 2, 3])])
