@@ -74,7 +74,7 @@ class Responder:
             with connection:
                 if callable(script):
                     read(end=b"\r\n\r\n")
-                    script = script(received.decode("latin-1"))
+                    script = script(received.decode("latin-1")) if received else ()
                 for step in [HEAD, script] if isinstance(script, bytes) else script:
                     if isinstance(step, bytes):
                         connection.sendall(step)

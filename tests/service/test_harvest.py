@@ -2,103 +2,81 @@
 
 import collections
 import contextlib
-import http.server
 import json
 import os
 import re
 import signal
 import sqlite3
 import subprocess
-import threading
 import time
 
 import pytest
 
+from conftest import SOURCE
+from responder import HOLD, Responder, answer
 from servers import BUILD
 
 LAYER = "<Layer><Name>{0}</Name><Title>{1}</Title><Abstract>About {0}.</Abstract>{2}</Layer>"
 BOX = ("<EX_GeographicBoundingBox><westBoundLongitude>{}</westBoundLongitude><southBoundLatitude>{}</southBoundLatitude>"
        "<eastBoundLongitude>{}</eastBoundLongitude><northBoundLatitude>{}</northBoundLatitude></EX_GeographicBoundingBox>")
 REFUSAL = "<ServiceExceptionReport><ServiceException code='{}'>{}</ServiceException></ServiceExceptionReport>"
+DOCUMENTS = SOURCE / "tests/service/documents"
+ATLAS, RELIEF = ((DOCUMENTS / f"{name}.xml").read_text() for name in ("atlas", "relief"))
+BRIEFS = RELIEF.index("<CoverageOfferingBrief>"), RELIEF.index("</ContentMetadata>")
 MANY = 501  # coverages, more than go into a database at once
-WCS = ("<WCS_Capabilities version='1.0.0'><Service><name>c</name><label>Coverages</label></Service><ContentMetadata>"
-       + "<CoverageOfferingBrief><name>relief</name><label>Relief</label><lonLatEnvelope><pos>5 45</pos><pos>10 48</pos>"
-       "</lonLatEnvelope></CoverageOfferingBrief>" * MANY + "</ContentMetadata></WCS_Capabilities>")
 
 
-def wms(inside, title="Atlas", version="1.3.0", attributes="", service=True):
-    section = f"<Service><Title>{title}</Title><KeywordList><Keyword>maps</Keyword></KeywordList></Service>" * service
-    return (f"<?xml version='1.0'?><!-- made --><WMS_Capabilities version='{version}' {attributes}>{section}<Capability>"
-            f"<Layer queryable='1' opaque='0'><Title>All</Title><CRS>EPSG:4326</CRS><CRS>CRS:84</CRS>{BOX.format(5, 45, 10, 48)}"
-            f"<Style><Name>plain</Name></Style>{inside}</Layer></Capability></WMS_Capabilities>")
+def wms(inside, title="Roads", attributes=""):
+    return (f"<?xml version='1.0'?><!-- made --><w:WMS_Capabilities version='1.3.0' {attributes} xmlns:w='w'><Service>"
+            f"<Title>{title}</Title></Service><Capability><Layer><Title>All</Title>{BOX.format(5, 45, 10, 48)}{inside}</Layer>"
+            "</Capability></w:WMS_Capabilities>")
 
 
-ATLAS = wms(LAYER.format("roads", "Straßen der Höhe", "<CRS>EPSG:2056</CRS><Style><Name>bold</Name></Style>")
-            + LAYER.format("fiji", "It's &#x9b;31m", BOX.format(177, -20, -178, -15)))
-# By the path of a service: its answer, a text or (status, text, headers), the result, and what its words contain.
+ROADS = wms(LAYER.format("roads", "Straßen der Höhe", "") + LAYER.format("fiji", "It's &#x9b;31m", BOX.format(177, -20, -178, -15)))
+# By the path of a service; what is stored of them stands in harvest.json.
 ANSWERS = {
-    "atlas": (ATLAS, "new", None),
-    "coverages": (WCS, "new", None),
-    "bare": (wms("", service=False).replace("WMS_", "w:WMS_").replace(" version='1.3", " xmlns:w='w' version='1.3"), "new", None),
-    "boxes": (wms("".join(LAYER.format(f"b{i}", "B", BOX.format(*box)) for i, box in enumerate(
+    "atlas": ATLAS,
+    "coverages": RELIEF,
+    "many": RELIEF[:BRIEFS[0]] + RELIEF[slice(*BRIEFS)] * MANY + RELIEF[BRIEFS[1]:],
+    "boxes": wms("".join(LAYER.format(f"b{i}", "B", BOX.format(*box)) for i, box in enumerate(
         [("NaN", 1, 2, 3), (1, 50, 2, 40), (0, -90, 360, 90), (1e400, 0, 1, 1), (190, 0, 200, 1), (3, 3, 3, 3)]))),
-              "new", None),
-    "moved": ((302, "", {"Location": "atlas?"}), "new", None),
-    "refused": (REFUSAL.format("Nope", "Out of ink \u009b31m"), "refused", "Out of ink  31m (Nope)"),
-    "refused-400": ((400, REFUSAL.format("", "Not today" + "." * 3000), {}), "refused", "Not today"),
-    "page": ("<!DOCTYPE html><html><body>Hello</body></html>", "failed", ""),
-    "other": ("\ufeff<rss version='2.0'/>", "failed", 'a document "rss", not the capabilities of a WMS'),
-    "kind": (WCS, "failed", 'a document "WCS_Capabilities"'),
-    "broken": (ATLAS[:400], "failed", "SAX Parser"),
-    "missing": ((404, "no", {}), "failed", "404"),
-    "busy": ((500, "later", {"Retry-After": "1"}), "failed", "500"),
-    "slow": (3, "failed", "time"),
+    "bare": "<WMS_Capabilities version='1.3.0'><Capability><Layer/></Capability></WMS_Capabilities>",
+    "moved": answer("", status="302 Moved", more="Location: bare?\r\n"),
+    "refused": REFUSAL.format("Nope", "Out of ink \u009b31m"),
+    "refused-400": answer(REFUSAL.format("", "Not today" + "ö" * 3000), status="400 Bad"),
+    "page": "<!DOCTYPE html><html><body>Hello</body></html>",
+    "other": "\ufeff<rss version='2.0'/>",
+    "kind": "<!-- made -->" + RELIEF,
+    "broken": ROADS[:200],
+    "missing": answer("no", status="404 No"),
+    "busy": answer("later", status="500 Later", more="Retry-After: 1\r\n"),
+    "slow": HOLD,
 }
-TWICE = {"busy", "slow"}
 
 
-class Server(http.server.ThreadingHTTPServer):
+class Server(Responder):
     """Answers as `answers` says; `queries` has what was asked, `overlaps` the hosts that were asked twice at once."""
 
-    request_queue_size, daemon_threads = 100, True
-    handle_error = lambda *_: None  # clients that went away
-
     def __init__(self):
-        super().__init__(("", 0), Handler)
-        self.answers = {name: answer for name, (answer, *_) in ANSWERS.items()}
+        super().__init__(self.play, host="")
+        self.answers = dict(ANSWERS)
         self.queries, self.busy, self.overlaps = collections.defaultdict(list), set(), set()
 
-
-class Handler(http.server.BaseHTTPRequestHandler):
-    def do_GET(self):
-        host, name = self.headers["Host"], self.path.strip("/").split("?")[0]
-        if host in self.server.busy:
-            self.server.overlaps.add(host)
-        self.server.queries[name].append(self.path)
-        answer = self.server.answers.get(name, ATLAS)
-        if not isinstance(answer, int):
-            self.server.busy.add(host)
-        else:
-            time.sleep(answer)
-            answer = ""
-        status, text, headers = answer if isinstance(answer, tuple) else (200, answer, {})
-        self.send_response(status)
-        for header, value in ({"Content-Type": "text/xml", "Content-Length": len(text.encode())} | headers).items():
-            self.send_header(header, str(value))
-        self.server.busy.discard(host)
-        self.end_headers()
-        self.wfile.write(text.encode())
-
-    def log_message(self, *_):
-        pass
+    def play(self, head):
+        path, name, host = re.match(r"GET (/([^? ]*)\S*)(?s:.*?)Host: (\S+)", head).groups()
+        self.overlaps |= {host} & self.busy
+        self.queries[name].append(path)
+        said = self.answers.get(name, ROADS)
+        if said == HOLD:
+            return [HOLD]
+        self.busy.add(host)
+        return [0.001, lambda: self.busy.discard(host), said if isinstance(said, bytes) else answer(said)]
 
 
 @pytest.fixture
 def server():
     with Server() as server:
-        threading.Thread(target=server.serve_forever, daemon=True).start()
         yield server
-        server.shutdown()
 
 
 @pytest.fixture
@@ -122,111 +100,111 @@ def run(tmp_path, monkeypatch):
 
 def write_list(tmp_path, server, names, hosts=5):
     """A list of services, each on one of some hosts; the words after a name are kept."""
-    lines = [f"http://127.0.0.{1 + i % hosts}:{server.server_port}/{name}" for i, name in enumerate(names)]
+    lines = [f"http://127.0.0.{1 + i % hosts}:{server.port}/{name}" for i, name in enumerate(names)]
     (tmp_path / "list").write_text("\n".join(lines))
 
 
-QUERIES = {
-    "services": "SELECT url, kind, version, title, west, south, east, north FROM service",
-    "attempts": "SELECT url, result, again, attempt.bytes, CASE WHEN words LIKE '%timed out%' THEN 'time' ELSE words END "
-                "FROM attempt JOIN service ON id = service",
-    "layers": "SELECT url, layer.id % 1000000, parent % 1000000, level, layer.name, layer.title, layer.west, layer.east, "
-              "queryable, opaque, (SELECT group_concat(y.name) FROM layer_system AS y WHERE y.layer = layer.id) FROM layer "
-              "JOIN service ON service.id = service",
-    "found": "SELECT url, item.kind, item.name FROM words JOIN item ON item.id = words.rowid JOIN service "
-             "ON service.id = service WHERE words MATCH 'strassen OR straßen OR relief OR maps'",
-    "boxes": "SELECT url, box.id % 1000000, box.west, box.east, box.south FROM box JOIN service "
-             "ON service.id = box.id - box.id % 1000000",
-}
-
-
 def contents(path):
-    """All that is the same whoever harvested; raises when an index and its tables differ."""
+    """All tables and views but what differs from run to run; raises when an index and its tables differ."""
     with sqlite3.connect(path) as base:
         base.execute("INSERT INTO words (words) VALUES ('integrity-check')")
         assert base.execute("PRAGMA integrity_check").fetchall() == [("ok",)]
-        return {name: sorted(base.execute(query), key=str) for name, query in QUERIES.items()}
+        urls = dict(base.execute("SELECT id, kind || ' ' || url FROM service"))
+
+        def told(value):
+            if isinstance(value, int) and value - value % 1_000_000 in urls:
+                value = f"{urls[value - value % 1_000_000]} {value % 1_000_000}"
+            if not isinstance(value, str):
+                return value
+            return re.sub(r"(.)\1{99,}", lambda run: f"{len(run[0])} {run[1]}", re.sub(r"http://127[\d.:]+/|\d+ milliseconds", "", value))
+
+        found = {}
+        for name, in base.execute("SELECT name FROM sqlite_master WHERE type IN ('table', 'view') AND name NOT LIKE 'words%' "
+                                  "AND name NOT LIKE 'box_%' AND name NOT IN ('run', 'layer_above')").fetchall():
+            rows = base.execute("SELECT * FROM " + name)
+            kept = [i for i, column in enumerate(rows.description)
+                    if column[0] not in ("run", "started", "seconds", "harvested", "document_hash")]
+            found[name] = sorted(([told(row[i]) for i in kept] for row in rows), key=str)
+        return found
 
 
 def test_answers_of_all_kinds(server, run, tmp_path):
-    kinds = {"coverages": "coverages?service=WCS", "atlas": "atlas # the good one"}
+    kinds = {"coverages": "coverages?service=WCS", "many": "many wcs", "atlas": "atlas # the good one"}
     write_list(tmp_path, server, [kinds.get(name, name) for name in ANSWERS])
     text = (tmp_path / "list").read_text().replace("/refused\n", "/refused?token=sesame\n").replace("//", "//anna:secret@", 1)
     (tmp_path / "list").write_text("\ufeffnonsense\nhttp://h/x wms more\n" + text + "\n" + text + "\nhttp://h/x wfs\n")
     done = run("harvest", "list", "a.db", "--timeout", 1)
     assert 'list, line 1: "nonsense" is no URL' in done.stderr and '"wfs" is no kind of service' in done.stderr
-    assert 'line 2: "more" follows the kind' in done.stderr
-    assert "14 services: 5 new, 0 changed, 0 unchanged, 2 refused, 7 failed" in done.stderr
+    assert 'line 2: "more" follows the kind' in done.stderr and "15 of 15 services, 9 failed\n" in done.stderr
+    assert "15 services: 6 new, 0 changed, 0 unchanged, 2 refused, 7 failed" in done.stderr
     assert b"secret" not in (tmp_path / "a.db").read_bytes() and b"sesame" not in (tmp_path / "a.db").read_bytes()
-    assert "token=sesame" in server.queries["refused"][0] and not server.overlaps
+    assert "token=sesame" in server.queries["refused"][0] and len(server.queries["refused"]) == 3 and not server.overlaps
     found = contents(tmp_path / "a.db")
-    assert all(len(row[4] or "") <= 2000 and "tmp" not in (row[4] or "") for row in found["attempts"])
-    assert len(server.queries["refused"]) == 3 and sum(row[2] == "relief" for row in found["found"]) == MANY
-    tries = collections.defaultdict(list)
-    for url, *tried in found["attempts"]:
-        tries[url.split("/")[3].split("?")[0]].append(tried)
-    for name, (_, result, words) in ANSWERS.items():
-        assert len(tries[name]) == (2 if name in TWICE else 1), name
-        assert tries[name][0][0] == result and (words or "") in (tries[name][0][3] or ""), tries[name]
-    layers = {row[4]: row for row in found["layers"] if "atlas" in row[0]}
-    assert layers["roads"][2:4] == (1, 2) and layers["roads"][6:10] == (5, 10, 1, 0)
-    assert set(layers["roads"][10].split(",")) == {"EPSG:4326", "CRS:84", "EPSG:2056"}
-    edges = {row[4]: row[6:8] for row in found["layers"] if "boxes" in row[0]}
-    assert edges == {None: (5, 10), "b0": (5, 10), "b1": (1, 2), "b2": (-180, 180), "b3": (5, 10), "b4": (-170, -160),
-                     "b5": (3, 3)}
+    assert sum(row[3] == "c" and "many" in row[0] for row in found["coverage"]) == MANY
+    stored = {name: [row for row in rows if "many" not in str(row)] for name, rows in found.items()}
+    assert stored == json.loads((DOCUMENTS / "harvest.json").read_text())
 
 
 def test_what_is_unchanged_costs_a_row(server, run, tmp_path):
     server.answers |= {"a": wms("", "One", attributes="updateSequence='a&amp;1'"), "b": wms("", "Two")}
-    write_list(tmp_path, server, ["a", "b", "atlas"])
+    write_list(tmp_path, server, ["a", "b", "roads"])
     run("harvest", "list", "a.db")
     run("harvest", "list", "old.db")
-    server.answers |= {"a": REFUSAL.format("CurrentUpdateSequence", "no news"), "atlas": wms("", "Other maps")}
+    server.answers |= {"a": REFUSAL.format("CurrentUpdateSequence", "no news"), "roads": wms("", "Other maps")}
     done = run("harvest", "list", "a.db")
     assert "0 new, 1 changed, 2 unchanged" in done.stderr and "&UPDATESEQUENCE=a%261" in server.queries["a"][2]
     found = contents(tmp_path / "a.db")
     for merged, newer in (("b.db", "a.db", "old.db"), ["3", "2"]), (("c.db", "old.db", "a.db"), ["3", "1"]):
         assert re.findall(r": (\d) of 3 ", run("merge", *merged).stderr) == newer  # the later reading counts
-        assert contents(tmp_path / merged[0])["layers"] == found["layers"]
-    assert len(found["attempts"]) == 6 and not [row for row in found["found"] if row[2] == "roads"]
-    assert "3 not asked again" in run("harvest", "list", "a.db", "--older", 1).stderr
+        assert contents(tmp_path / merged[0])["item"] == found["item"]
+    assert len(found["attempt"]) == 6 and not [row for row in found["item"] if "roads" in row]
+    for name, aged, left in ("old.db", "", 3), ("a.db", "new", 3), ("a.db", "unchanged", 1):
+        with sqlite3.connect(tmp_path / name) as base:
+            base.execute("UPDATE attempt SET started = '2001' || result WHERE result = ?", [aged])
+        assert f", {left} not asked again; " in run("harvest", "list", name, "--older", 1).stderr
 
 
 def test_search(server, run, tmp_path):
-    write_list(tmp_path, server, ["atlas", "coverages wcs"], hosts=1)
-    run("harvest", "list", "a.db", "--pause", 0.4, "--wms", "1.1.1")
-    with sqlite3.connect(tmp_path / "a.db") as base:
+    write_list(tmp_path, server, ["roads", "coverages wcs"], hosts=1)
+    run("harvest", "list", "file:a.db", "--pause", 0.4, "--wms", "1.1.1")
+    with sqlite3.connect(tmp_path / "file:a.db") as base:
         (pause,), = base.execute("SELECT 86400 * (julianday((SELECT max(started) FROM attempt)) - julianday(min(started))) - seconds "
                                  "FROM attempt")
-    assert pause > 0.39 and "ersion=1.1.1" in server.queries["atlas"][0]
-    assert run("search", "a.db", "höhe").stdout.startswith("Straßen der Höhe [roads], layer of Atlas\n  http://127.0.0.1:")
-    assert run("search", "a.db", "hohe straße").stdout.startswith("Straßen")  # the beginning of a word, last of all
+    assert pause > 0.39 and "ersion=1.1.1" in server.queries["roads"][0]
+
+    def search(*words, **options):
+        return run("search", "file:a.db", *words, **options)
+
+    assert search("höhe").stdout == f"Straßen der Höhe [roads], layer of Roads\n  http://127.0.0.1:{server.port}/roads\n  5 45 10 48\n"
+    assert search("hohe straße").stdout.startswith("Straßen")  # the beginning of a word, last of all
     for words in ('"', "a AND", "NOT", "-", "title:x", "(", "roads*", "'; DROP", "^x", "x NEAR y", "\udcff"):
-        run("search", "a.db", words)
-    pacific, _ = json.loads(run("search", "a.db", "--bbox", 179, -19, 181, -18, "--geojson").stdout)["features"]
+        search(words)
+    pacific, _ = json.loads(search("--bbox", 179, -19, 181, -18, "--geojson").stdout)["features"]
     assert pacific["geometry"]["type"] == "MultiPolygon" and pacific["properties"]["name"] == "fiji"
-    assert "\x9b" not in run("search", "a.db", "fiji").stdout
-    relief = json.loads(run("search", "a.db", "relief", "--kind", "wcs", "--json").stdout)
-    assert {item["name"] for item in relief} == {"relief"} and relief[0]["score"] > 0 and relief[0]["box"] == [5, 45, 10, 48]
-    assert run("search", "a.db", "--bbox", 365, 45, 370, 48).stdout  # the same place
-    nothing = run("search", "a.db", "relief", "--kind", "wms")
+    assert "\x9b" not in search("fiji").stdout
+    relief, = json.loads(search("k", "--kind", "wcs", "--json").stdout)
+    assert relief.pop("score") > 0 and relief == {
+        "kind": "coverage", "type": "WCS", "name": "c", "title": "C", "abstract": "D", "keywords": "k, l", "service": "l",
+        "url": f"http://127.0.0.1:{server.port}/coverages", "box": [0, 1, 4, 3]}
+    assert search("--bbox", 365, 45, 370, 48).stdout  # the same place
+    nothing = search("c", "--kind", "wms")
     assert nothing.stdout == "" and nothing.stderr == "zel-ogc: nothing was found\n"
-    assert "south is beyond its north" in run("search", "a.db", "--bbox", 0, 9, 1, 8, status=1).stderr
-    assert len(json.loads(run("search", "a.db", "--bbox", 5, 45, 10, 48, "--json", "--limit", 2).stdout)) == 2
+    assert "south is beyond its north" in search("--bbox", 0, 9, 1, 8, status=1).stderr
+    assert len(json.loads(search("--bbox", 5, 45, 10, 48, "--json", "--limit", 2).stdout)) == 2
 
 
 def test_all_ways_lead_to_the_same(server, run, tmp_path):
     """One process, one that is killed again and again, several, one of which is killed, and shards."""
-    server.answers |= {"busy": (503, "", {"Retry-After": "0"}), "slow": ATLAS}
-    write_list(tmp_path, server, [*(f"s{i}" for i in range(150)), *ANSWERS], hosts=20)
+    server.answers |= {"busy": answer("", status="503 Busy", more="Retry-After: 0\r\n"), "slow": ROADS}
+    write_list(tmp_path, server, ["kind wcs", *(f"s{i}" for i in range(150)), *ANSWERS], hosts=20)
     run("harvest", "list", "one.db")
     expected = contents(tmp_path / "one.db")
-    server.answers["slow"] = 60  # so that none comes to its end before it is killed
+    server.answers["slow"] = HOLD  # so that none comes to its end before it is killed
     for seconds in (0.05, 0.1, 0.2, 0.3):
         with subprocess.Popen([BUILD / "zel-ogc", "harvest", "list", "killed.db", "--quiet"], cwd=tmp_path) as killed:
             time.sleep(seconds)
             killed.kill()
-    server.answers["slow"] = ATLAS
+    server.answers["slow"] = ROADS
     run("harvest", "list", "killed.db")
     run("harvest", "list", "jobs.db", "--jobs", 3)
     for i in (1, 2, 3):
@@ -247,7 +225,6 @@ def test_processes_end(server, run, tmp_path):
     """A process that is killed loses one service; Ctrl-C leaves no process, and the next run goes on."""
     write_list(tmp_path, server, ["slow", *(f"s{i}" for i in range(60))], hosts=30)
     command = [BUILD / "zel-ogc", "harvest", "list", "a.db", "--jobs", "2", "--timeout", "10"]
-    server.answers["slow"] = 30
     for stop in (signal.SIGKILL, signal.SIGTERM, signal.SIGINT):
         with subprocess.Popen(command, cwd=tmp_path, stderr=subprocess.PIPE, text=True) as process:
             while len(server.queries) < 50 and process.poll() is None:  # beside the one that does not answer
@@ -261,8 +238,42 @@ def test_processes_end(server, run, tmp_path):
             assert process.wait(5) == (130 if stop == signal.SIGINT else 0), process.stderr.read()
         assert not workers(str(tmp_path))
         server.queries.clear()
-    said = {(result, words) for _, result, _, _, words in contents(tmp_path / "a.db")["attempts"]}
-    assert {("failed", f"the process that read it was killed (status {status})") for status in (137, 143)} <= said
+    said = [row[-1] for row in contents(tmp_path / "a.db")["attempt"]]
+    assert all(f"the process that read it was killed (status {status})" in said for status in (137, 143))
+
+
+# Scripts with `base`, a new database, and with the services a and b in a list; what they print.
+PARTS = [
+    ("zel.clock = function() return 0 end local now = require 'zel.harvest.clock'.new(5) print(now(), now())",
+     "1970-01-01T00:00:05.000Z\t1970-01-01T00:00:05.001Z"),
+    ("""zel.clock = function() return 0 end
+        local queue = require 'zel.harvest.queue'({{'a1', host = 'a'}, {'a2', host = 'a'}, {'b1', host = 'b'}}, 0)
+        for entry in queue.take, queue do io.write(entry[1], ' ') queue:done(entry) end""", "a1 b1 a2"),
+    ("print(require 'zel.harvest.sql'.text('\\xE4\\0\xf6\\xFF'))", "'? \xf6?'"),
+    ("""print((pcall(base.transaction, base, {"INSERT INTO system VALUES (1, 1, 'a')", "nonsense"})))
+        base:transaction{"INSERT INTO system VALUES (2, 2, 'b')"} print(base:value("SELECT sum(list) FROM system"))""",
+     "false\n2"),
+    ("""local entry = "{host = 'h', kind = 'WMS', url = 'http://localhost:1/x', known = {id = %d, kind = 'WMS'}, tries = 0},"
+        local texts = {settings = "{run = 1, offset = 0, options = {pause = 0, retries = 1}, properties = {}}",
+                       ["x.log"] = "asking 1\\nagain 1\\nasking 2\\n", ["x.batch"] = ("{" .. entry .. entry .. "}"):format(1, 2)}
+        for name, text in pairs(texts) do io.open(name, "w"):write(text):close() end
+        require 'zel.harvest.worker'('.', 'x', 137)""", "x 2 failed last\nx 3 failed last"),
+    ("""print(harvest{list = 'list', database = 'a.db', quiet = true, options = {
+          status = function(_, figures) figures[3] = 1e9 end}}.failed, base:value('SELECT max(words) FROM attempt'))""",
+     "2\tthe document is larger than 256 MB"),
+    ("""local rows, count = require 'zel.harvest.rows', 0
+        local of = rows.of
+        function rows.of(...) count = count + 1 return of(count < 2 and ... or error('interrupted!', 0), select(2, ...)) end
+        print(pcall(harvest, {list = 'list', database = 'a.db', quiet = true}))
+        print(base:value('SELECT max(title) FROM service'))""", "false\tinterrupted!\nRoads"),
+]
+
+
+@pytest.mark.parametrize("code, printed", PARTS)
+def test_parts(zel, server, tmp_path, code, printed):
+    write_list(tmp_path, server, ["a", "b"])
+    said = zel("local harvest = require 'zel.harvest'.run local base = require 'zel.harvest.database'.open('a.db', true) " + code)
+    assert said.out.strip() == printed
 
 
 @pytest.mark.parametrize("words, says", [
@@ -270,12 +281,16 @@ def test_processes_end(server, run, tmp_path):
     ("harvest list text", "text: file is not a database"), ("harvest list .", ". is a directory"),
     ("harvest list foreign.db", "foreign.db is no database of a harvest"), ("search nosuch.db x", "no database nosuch.db"),
     ("harvest list a.db --jobs 300", "jobs must be 256 or less"),
+    ("harvest list b.db --jobs 2", "the processes that ask the services ended early: no room"),
     ("harvest list no/a.db", "there is no directory no/"), ("merge a.db text", "text: file is not a database"),
 ])
-def test_faults_of_the_run(run, tmp_path, words, says):
+def test_faults_of_the_run(run, tmp_path, monkeypatch, words, says):
     (tmp_path / "list").write_text("http://localhost:1/x\n")
     (tmp_path / "empty").write_text("# nothing\n")
     (tmp_path / "text").write_text("text " * 1000)
+    (tmp_path / "parallel").write_text("#!/bin/sh\necho GNU parallel\necho no room >&2\nexit 1\n")
+    (tmp_path / "parallel").chmod(0o755)
+    monkeypatch.setenv("PATH", f"{tmp_path}:{os.environ['PATH']}")
     with sqlite3.connect(tmp_path / "foreign.db") as base:
         base.execute("CREATE TABLE t (a)")
-    assert says in run(*words.split(), status=1).stderr
+    assert says in run(*words.split(), status=1).stderr and not (tmp_path / "a.db").exists()
