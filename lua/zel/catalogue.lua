@@ -89,10 +89,10 @@ function Plan:add_map(s, layer, address, most)
   return entry
 end
 
--- The legends of a layer's own styles: those of the group around it are shown there.
+-- The legends of a layer's own styles, and those of the group around it when that has no picture to show them with.
 function Plan:add_legends(layer, entry)
-  local inherited = {}
-  for _, style in ipairs(layer.parent and layer.parent.styles or {}) do inherited[style.legend or ""] = true end
+  local group, inherited = self.entries[layer.parent], {}
+  for _, style in ipairs(group and group.map and layer.parent.styles or {}) do inherited[style.legend or ""] = true end
   for _, style in ipairs(layer.styles) do
     local url = style.legend
     if url and html.is_web_address(url) and not inherited[url] then
