@@ -225,7 +225,7 @@ public:
 
   /// \name Access to the capabilities
   /// @{
-  /// Null until a `Service` element was parsed.
+  /// Service section, null when none was read.
   [[nodiscard]] const xWmsService_t* service() const noexcept { return m_document.pService; }
   /// Bytes of all records.
   [[nodiscard]] std::size_t recordSize() const noexcept { return m_document.arena.size(); }
@@ -241,7 +241,7 @@ public:
   void OgcWmsGetNextLayerSkip(int n);
   /// The layer at the cursor, which moves on; null at the end.
   const xWmsLayer_t* OgcWmsGetNextLayer() noexcept;
-  /// \throws CCurlException for an index out of range, and for a layer that is no longer in the cache.
+  /// Layer `i`. \throws CCurlException for an index out of range, and for a layer that has left the cache.
   [[nodiscard]] const xWmsLayer_t* OgcWmsGetLayer(int i) const { return &layerAt(i); }
   /// For native code that takes a layer apart; the routines return whole records.
   /// Entry `k` of a list of layer `i`, null when the list is shorter; the first for a `k` below 1.

@@ -7,8 +7,7 @@
 ///
 /// Errors. A function that fails does not return, nor does one that issues a message with `ZEL_MSG_ERROR`: it throws
 /// `ZEL_Unwind`, which takes control back to the interpreter through the module's frames (destructors run). A module
-/// must let `ZEL_Unwind` pass. It may catch it to clean up if it then rethrows it, and must not let it cross a frame of
-/// a C library.
+/// must let `ZEL_Unwind` pass, or rethrow it after cleaning up, and must not let it cross a frame of a C library.
 ///
 /// Ownership. A *temporary* is a variable that the host makes for the module; the functions below that return one say
 /// so. The module releases it with `ZEL_Deltmp`, returns it as the result of its function, or passes it to
@@ -338,8 +337,8 @@ struct ZEL_CallDesc {
 /// Calls a script routine. It is an error if there is no such routine, and if it raises one. A routine that returns
 /// nothing gives 1, and one that returns `false` gives 0.
 void ZEL_InterpCallFromSysproc(ZEL_CallDesc* call);
-/// 1 if the user has asked to interrupt (Ctrl-C) and the interpreter has not yet done so, otherwise 0. May be called at
-/// any time on the interpreter's thread.
+/// 1 if the user has asked for an interrupt (Ctrl-C) that has not yet taken place, otherwise 0. May be called at any
+/// time on the interpreter's thread.
 int ZEL_InterpInterrupted() noexcept;
 /// Registers a function that every session reset calls. It returns 0 if it could not reset.
 void ZEL_SessionResetAdd(int (*reset)());
@@ -375,8 +374,7 @@ int ZEL_Load();
 
 } // extern "C"
 
-/// Thrown to unwind from native code to the interpreter. Only the host throws and catches it; the host also keeps the
-/// error itself.
+/// Thrown by the host to unwind from native code to the interpreter. The host keeps the error itself.
 struct ZEL_Unwind {};
 
 namespace zel {
