@@ -1,12 +1,12 @@
 #!/bin/bash
-# Configures and builds one of the presets: scripts/build.sh release|debug|asan|fuzz [CMake options ...] [-- TARGET ...]
+# Configures and builds a preset: scripts/build.sh release|debug|asan|fuzz|all [CMake options ...] [-- TARGET ...]
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-if [ $# -eq 0 ]; then
-    sed -n '2s/^# //p' "$0" >&2
-    exit 2
-fi
+case ${1:-} in
+-h | --help) sed -n '2s/^# //p' "$0"; exit ;;
+'' | -*) sed -n '2s/^# //p' "$0" >&2; exit 2 ;;
+esac
 preset=$1
 shift
 options=()
