@@ -43,7 +43,7 @@ int main(int argc, char** argv) {
                  static_cast<unsigned long long>(e.getLineNumber()));
     return 1;
   } catch (const XMLException&) {
-    std::fprintf(stderr, "%s: can not be read\n", argv[1]);
+    std::fprintf(stderr, "%s: cannot be read\n", argv[1]);
     return 1;
   }
   XMLPlatformUtils::Terminate();

@@ -80,7 +80,7 @@ class Bench:
         return self.documents[options]
 
     def run(self, program):
-        # The peak of a process counts from its parent's size on: a small parent stands in between.
+        # A process starts with the peak of its parent: time is a small one.
         peak, out = self.directory / "peak", self.directory / "out"
         if program.makes:
             program.makes.unlink(missing_ok=True)
@@ -291,9 +291,10 @@ Made by `scripts/bench.sh`, which anyone can run again. Each row is one piece of
 it is compared with, in turn in one run; times, memory and ratios are the medians of the rounds. Reading documents and
 handing out records counts computing time above that of a tiny document, small documents many times in one process on
 both sides; downloads and harvests count time on the clock. The bare scan is the XML parser's default scanner with an
-empty handler. Nothing is copied while a document is read: the copy that is kept of it is given its own name. A harvest
-is of 300 services with 40 layers and 60 KB each, which a server on the same machine has ready; OWSLib fills the same
-tables and indexes.
+empty handler. The copy that is kept of a document is not timed: it is given the document's own name, so that nothing is
+copied. A harvest is of 300 services with 40 layers and 60 kB each, which a server on the same machine has ready; OWSLib
+fills the same tables and indexes.
+
 Measured on {processor}.
 
 """

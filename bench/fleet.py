@@ -3,9 +3,9 @@
     python3 -m bench.fleet DIRECTORY 10000           serves, until it is ended
     python3 -m bench.fleet DIRECTORY 10000 --usual   only services of the usual kind, which answer at once
 
-Writes DIRECTORY/list.txt, the list for a harvest, DIRECTORY/truth.json, what a harvest must find of each by its URL, and
-then DIRECTORY/ready, which is there once all answer. What a service is follows from its number alone: two runs serve
-the same. Each has an address in 127.0.0.0/8, which several may share; all have one port.
+Writes DIRECTORY/list.txt, the list for a harvest, and DIRECTORY/truth.json, what a harvest must find of each service by
+its URL; then DIRECTORY/ready, once all answer. What a service is follows from its number alone: two runs serve the same.
+Each has an address in 127.0.0.0/8, which several may share; all have one port.
 """
 
 import argparse
@@ -99,7 +99,7 @@ class Service:
 def good_wms(number, version="1.3.0", layers=3, styles=1, dimensions=0, depth=1, change=lambda document: document,
              send=answer, when=lambda query: None, **more):
     """A good service; `change` changes the document, `when` may give another answer to a query."""
-    # Made before anybody waits for it.
+    # Made before anyone waits for it.
     document = template("wms", "--version", version, "--layers", layers, "--styles", styles, "--dimensions", dimensions,
                         "--depth", depth)
 
@@ -135,7 +135,7 @@ SIZES = (1, 40, 3, 12, 5, 8, 20, 2, 60, 5, 12, 3, 8, 1, 5, 3, 8, 2, 3, 100, 1, 5
 
 
 def usual(number):
-    """The services that most are."""
+    """A service of the usual kinds."""
     size, turn = SIZES[number // 6 % len(SIZES)], number % 12
     if turn in (3, 8):
         return good_wcs(number, size)
@@ -152,7 +152,7 @@ def knows_only(number, version):
 
 
 def busy(number):
-    """Asks the first who comes to come again."""
+    """Tells its first client to come again."""
     first = iter([answer(b"", "503 Service Unavailable", "text/plain", "Retry-After: 0")])
     return good_wms(number, when=lambda query: next(first, None), moody=True)
 
@@ -174,7 +174,7 @@ def bomb():
 BOXES = (("-150.25", "nonsense"), ("-149.25", "1e999"), ("-148.25", "NaN"), ("-58.25", "-1000"), ("-59.25", ""))
 FOREIGN = answer(b'<?xml version="1.0"?><rss version="2.0"><channel><title>News</title></channel></rss>')
 
-# How many of 200 services are of a kind that is not usual.
+# How many of 200 services are of each unusual kind.
 RARE = [
     # good all the same
     (3, lambda n: knows_only(n, "1.1.1")),
@@ -221,7 +221,7 @@ RARE = [
 ]
 CYCLE = [make for count, make in RARE for _ in range(count)]
 CYCLE += [usual] * (200 - len(CYCLE))
-# And one of so many, from the first of these numbers on.
+# Rarer ones: one of so many services, from the second number on.
 RARER = [(2000, 148, lambda n: good_wms(n, "1.1.1", 10_000, styles=0)),
          (800, 44, lambda n: good_wms(n, "1.1.1", 2_000, depth=4)),
          (400, 123, lambda n: good_wms(n, "1.3.0", 1_000, dimensions=1)),
@@ -238,7 +238,7 @@ def service(number):
 
 
 def service_of_the_usual_kind(number):
-    """40 layers, 60 KB."""
+    """40 layers, 60 kB."""
     reply = answer(numbered(number, template("wms", "--layers", 40, "--styles", 2, "--names", 0, "--repeat", "all")))
     return Service(reply, outcome="read", version="1.1.1", title=title(number), layers=41, styles=80, dimensions=0)
 

@@ -1,4 +1,4 @@
--- Fetches a coverage into a file: zel get_coverage.lua PORT PATH FILE. Prints how many bytes came.
+-- Fetches a coverage into a file: zel get_coverage.lua PORT PATH FILE. Prints how many bytes it has.
 
 local port, path, file = ...
 local wcs <close> = assert(zel.new("ZELnetOGCWCS", {URL_HOSTNAME = "localhost", URL_PORT = port, URL_PATH = path,

@@ -3,7 +3,7 @@
 
     make_document.py wms --layers 70000 > capabilities.xml
 
-A layer, brief or offering of the default options is as long as servers write them: a layer has 1,057 bytes.
+With the default options a layer, brief or offering is as long as servers write them: a layer has about 1,050 bytes.
 """
 
 import argparse

@@ -1,4 +1,4 @@
-"""Harvests WMS services by OWSLib into the tables of a harvest: what bench/compare.py compares with.
+"""Harvests WMS services with OWSLib into the tables of a harvest, for bench/compare.py to compare with.
 
     owslib_harvest.py LIST DATABASE TABLES.db
 

@@ -1,4 +1,4 @@
--- Fetches a coverage and computes the mean of its numbers.
+-- Fetches a coverage and prints the mean of its numbers.
 --
 --   zel coverage_mean.lua URL COVERAGE [TIME]
 

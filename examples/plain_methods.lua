@@ -2,7 +2,7 @@
 --
 --   zel plain_methods.lua URL LAYER
 --
--- They are exact and low: the query is written by hand, with names escaped and the axes in the version's order.
+-- The query is written by hand, with names escaped and the axes in the order that the version wants.
 
 local url, name = table.unpack(arg)
 if not name then

@@ -1,4 +1,4 @@
--- Fetches a map of a region, given in degrees, in a reference system of one's own; every GIS places it.
+-- Fetches a map of a region, given in degrees, in a reference system of your choice; any GIS can place it.
 --
 --   zel region_map.lua URL LAYER SYSTEM WEST SOUTH EAST NORTH FILE
 --

@@ -10,7 +10,7 @@ if not name then
   os.exit(2, true)
 end
 
-local service <close> = ogc.wms(url, {pause = 0.2}) -- seconds between two requests: the server is not ours alone
+local service <close> = ogc.wms(url, {pause = 0.2}) -- seconds between two requests: others use the server, too
 local layer = service.layer[name] or error("There is no layer " .. name, 0)
 for _, dimension in ipairs(layer.dimensions) do
   if dimension.name == "time" then

@@ -1,10 +1,10 @@
-"""A lighttpd of its own on free loopback ports, with everything that clients meet on the web.
+"""A private lighttpd on free loopback ports, with everything that clients meet on the web.
 
 Every file of the document root, and the CGI programs in cgi-bin, are served plainly and again below these prefixes:
 
     /basic/ /digest/   only with USER and PASSWORD, by Basic or Digest authentication
     /deflate/          compressed with gzip or deflate where the client takes it
-    /dav/              PUT and DELETE write to a directory of their own, `dav`
+    /dav/              PUT and DELETE write to a separate directory, `dav`
     /to/CODE/same      redirects with CODE (301, 302, 303, 307, 308) to /hello.txt ...
     /to/CODE/echo      ... to /cgi-bin/echo, for requests that carry a body
     /to/CODE/tls       ... to the TLS port

@@ -1,4 +1,4 @@
-"""MapServer behind lighttpd on free loopback ports, with maps (WMS) and coverages (WCS) of the Earth."""
+"""MapServer as a CGI program of lighttpd, with maps (WMS) and coverages (WCS) of the Earth."""
 
 import pathlib
 import shutil
@@ -26,7 +26,8 @@ END
 def make_data(directory):
     """earth.tif (three bands), relief.tif (heights of -500 to 8000 m), seasons.shp (two rasters and their times).
 
-    Everything covers the whole Earth in EPSG:4326, pacific.vrt goes round it twice. The values come from the bands of the picture.
+    Everything covers the whole Earth in EPSG:4326; pacific.vrt goes round it twice. The values come from the bands of
+    the picture.
     """
     directory.mkdir()
     for definition in DEFINITIONS.iterdir():
@@ -55,11 +56,11 @@ def make_data(directory):
 
 
 class OgcServer(Lighttpd):
-    """Lighttpd with MapServer as CGI program, for both services and every way of access of the web server.
+    """Lighttpd with MapServer as CGI program: both kinds of service, by every way of access of the web server.
 
-    service         URL of the server, as a user would write it
-    regions         URL of a second service, with what is hard for clients
+    service         URL of the first service, as a user would write it
     secure_service  the same over TLS
+    regions         URL of a second service, with what is hard for clients
     inspire         URL of an INSPIRE view service, with names that must be escaped
     data            directory of the rasters, see make_data
     """

@@ -19,7 +19,7 @@ part=${1:-all}
 case $part in
 -h | --help) usage; exit ;;
 xml | results | transfer | harvest | all) [ $# -le 1 ] || { usage >&2; exit 2; } ;;
-*) echo "bench.sh: there is nothing to compare named $part" >&2; usage >&2; exit 2 ;;
+*) echo "bench.sh: there is no part $part" >&2; usage >&2; exit 2 ;;
 esac
 
 scripts/deps.sh all

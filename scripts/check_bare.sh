@@ -3,8 +3,8 @@
 # installs it on a second bare system.
 #
 # The systems are made by debootstrap from the package sources of this machine and are gone afterwards; packages that
-# were fetched stay in a cache. Everything runs in separate namespaces: what is mounted is never seen outside, and
-# goes together with every process when the check ends, however it ends.
+# were fetched stay in a cache. Everything runs in separate namespaces: mounts are never seen outside, and vanish with
+# every process when the check ends, however it ends.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -39,7 +39,7 @@ attempt() {
     esac
 }
 
-# fetching PATTERN COMMAND ...: runs it; a failure whose output matches is one of the connection
+# fetching PATTERN COMMAND ...: runs it; a failure whose output matches is due to the connection
 fetching() {
     local log=$CACHE/systems/log status=0
     "${@:2}" >"$log" 2>&1 || status=$?

@@ -7,8 +7,8 @@ usage() {
     cat <<'TEXT'
 usage: scripts/check_harvest.sh [SERVICES]
 
-300 services without a number, 10000 are a night's work. They are harvested by one process, whose memory is watched, by
---jobs 2, by an array of eight Slurm jobs with one that fails, and by processes that are killed twenty times.
+300 services without a number. They are harvested by one process, whose memory is watched, by --jobs 2, by an array of
+eight Slurm jobs with one that fails, and by processes that are killed twenty times.
 TEXT
 }
 
@@ -46,12 +46,12 @@ done
 
 step() { echo "== $* ($SECONDS s)"; }
 
-# The harvest of the check, everywhere alike: what all processes read from the user's defaults.
+# The settings of every harvest here: all processes read them from the user's defaults.
 export XDG_CONFIG_HOME=$directory/config
 mkdir -p "$XDG_CONFIG_HOME/zel"
 echo "return {timeout = 3, retries = $RETRIES}" >"$XDG_CONFIG_HOME/zel/ogc.lua"
 
-# Processes of this check are known by a variable of their environment.
+# Processes of this check are recognised by a variable in their environment.
 export CHECK_HARVEST=$directory
 # shellcheck disable=SC2016 # the inner shell expands them
 left_over() { env -u CHECK_HARVEST sh -c 'grep -lzsxF "$1" /proc/[0-9]*/environ | wc -l' - "CHECK_HARVEST=$directory"; }
@@ -74,7 +74,7 @@ seconds=$(($(date +%s%N) - began))e-9
 step "--jobs 2"
 zel-ogc harvest "$list" "$directory/jobs.db" --jobs 2
 
-# Of an array of eight elements the third is killed; its part is submitted again, and the merge comes after that.
+# Of an array of eight elements the third is killed; its part is submitted again, and merged after that.
 array() {
     local element
     cd "$CHECK_HARVEST"

@@ -39,12 +39,12 @@ The server runs until Ctrl-C. Paste the line above into another terminal, and tr
     zel-ogc info "\$OGC_SERVER_URL"
     zel-ogc map "\$OGC_SERVER_URL" earth places --bbox -30 30 60 75 --to europe.png
 
-and everything in docs/guide.md: it has the server with a password, by TLS and behind a proxy, too.
+and everything in docs/guide.md, which also uses a password, TLS and a proxy of this server.
 TEXT
     wait "$server"
 }
 
-# fetch FILE DRIVER WIDTHxHEIGHT COMMAND NAME ...: runs zel-ogc, and looks whether the file is what it should be
+# fetch FILE DRIVER WIDTHxHEIGHT COMMAND NAME ...: runs zel-ogc, and checks the file
 fetch() {
     local command=(build/zel-ogc "$4" "$url" "${@:5}" --size "$3" --to "$1") info
     echo "${command[*]}"

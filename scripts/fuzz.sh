@@ -12,8 +12,8 @@ usage() {
     cat <<TEXT
 usage: scripts/fuzz.sh TARGET|all SECONDS
 
-Runs a fuzz target for so long, or all of them, two at a time. What they learn stays in build-fuzz/corpus for the next
-run. Ends with an error when there is a finding, and names the file that holds the input; to see it again:
+Runs a fuzz target for so many seconds, or all of them, two at a time. What they learn stays in build-fuzz/corpus for
+the next run. Ends with an error when there is a finding, and names the file with its input; to see it again:
 
     build-fuzz/fuzz/TARGET FILE
 

@@ -1,5 +1,5 @@
 #!/bin/bash
-# Runs a command beside a Slurm of one node: this machine. Its daemons end with the command.
+# Runs a command with a Slurm cluster of one node, this machine. Its daemons end with the command.
 set -euo pipefail
 
 usage() {
@@ -39,7 +39,7 @@ trap stop EXIT
 trap 'exit 130' INT
 trap 'exit 143' TERM
 
-# start COMMAND ...: a daemon that ends with this script, however that ends, and not before, by Ctrl-C; it has a log
+# start COMMAND ...: a daemon with a log. It ends with this script, however that ends, and not before, by Ctrl-C
 start() {
     setsid setpriv --pdeathsig KILL "$@" >"$directory/${1##*/}.log" 2>&1 </dev/null &
     daemons=("$!" "${daemons[@]}")
