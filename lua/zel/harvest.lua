@@ -5,15 +5,13 @@
 --   list          file with a URL a line, "-" for standard input
 --   database      the file; made when it is not there
 --   older         days: services that were read within them are not asked again; 0
---   retries       tries after a failure that may pass; 1
---   pause         seconds between two requests to one host; 0
 --   jobs          how many processes ask; 1
---   shard         {2, 8}: only the second of eight parts, cut by hosts
---   options       options of zel.ogc and properties of its objects
+--   shard         {2, 8}: only the second of eight parts, divided by host
+--   options       options of zel.ogc and properties of its objects; retries, 1 without it, and pause are among them
 --   quiet         true: nothing on standard error
 --
--- Returns the numbers of services, and of those that were new, changed, unchanged, refused, failed and skipped (since
--- they were read before), and the seconds it took.
+-- Returns the numbers of services, and of those that were new, changed, unchanged, refused, failed and skipped (not
+-- asked again), and the seconds it took.
 
 local arguments = require "zel.ogc.arguments"
 local clock = require "zel.harvest.clock"

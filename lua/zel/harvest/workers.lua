@@ -1,4 +1,4 @@
---- Asks services by several processes at once, through GNU parallel; this process alone writes to the database.
+--- Asks services with several processes at once, through GNU parallel; this process alone writes to the database.
 
 local batches_of = require "zel.harvest.batches"
 local code = require "zel.lua_code"
