@@ -132,7 +132,7 @@ TEST_F(OgcHostile, CharactersAndEncodings) {
         encoded(std::string(100'000, 'e'), "x"), encoded("ibm037", "x"), wide(u"<a>\xd800</a>"),
         wide(u"<a>\xdc00</a>")}) {
     const std::string error = parse(refused);
-    EXPECT_TRUE(!error.empty() && error.size() <= 1023 && isUtf8(error)) << refused.substr(0, 80) << error;
+    EXPECT_TRUE(error.find("), Line (") != error.npos && error.size() <= 1023 && isUtf8(error)) << error;
     EXPECT_TRUE(handler.text == nullptr || isUtf8(handler.text)) << refused;
   }
   const std::string euro = "h\u00e4 \u20ac";
