@@ -1,6 +1,6 @@
 --- A layer of a Web Map Service as a table, the same for all versions.
 --
--- of(record) makes it from a layer structure, other functions give parts of it.
+-- of(record, parent) makes it from a layer structure, other functions give parts of it.
 
 local records = require "zel.ogc.records"
 
@@ -18,13 +18,13 @@ local function denominator(value, version)
   return version == "1.3.0" and number or number / math.sqrt(2) / PIXEL
 end
 
---- Limits of the scale as denominators, min and max: the layer's own, or those of the layer around.
+--- Limits of the scale as denominators, min and max: the layer's own, or those of the layer around it.
 function layer.scale(record, above)
   return {min = denominator(record.MIN_SCALE, record.VERSION) or above.min,
           max = denominator(record.MAX_SCALE, record.VERSION) or above.max}
 end
 
---- A flag: the layer's own, or that of the layer around.
+--- A flag: the layer's own, or that of the layer around it.
 function layer.flag(own, above)
   if own == "" then return above end
   return own == "1" or own == "true"
