@@ -61,7 +61,7 @@ void CCurl::writeFault() { fileFault("Failed to write the data into file, (" + m
 // More precise than libcurl's own error, which says only that the callback failed.
 void CCurl::fileFault(const std::string& problem) {
   m_fault = problem + ": " + std::strerror(errno);
-  m_message = transfer::formatLimited(1023, "Error: %s", problem.c_str());
+  m_message = transfer::formatLimited(transfer::messageLimit, "Error: %s", problem.c_str());
   tell(m_message);
 }
 

@@ -12,6 +12,7 @@
 #include <strings.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -151,11 +152,13 @@ class CCurl::Options {
 public:
   explicit Options(CURL* handle) noexcept : m_handle(handle) {}
 
-  void number(CURLoption option, curl_off_t value) { set(option, value); }
-  void text(CURLoption option, const char* value) { set(option, value); }
-  template <typename Pointer>
-  void pointer(CURLoption option, Pointer value) {
-    set(option, value);
+  /// Sets a number, a text or a pointer.
+  template <typename Value>
+  void operator()(CURLoption option, Value value) {
+    using Passed = std::conditional_t<std::is_convertible_v<Value, curl_off_t>, curl_off_t, Value>;
+    if (m_code != CURLE_OK) return;
+    m_code = curl_easy_setopt(m_handle, option, static_cast<Passed>(value));
+    m_refused = option;
   }
   /// Sets a number that a transfer can do without.
   void optional(CURLoption option, long value) { static_cast<void>(curl_easy_setopt(m_handle, option, value)); }
@@ -169,13 +172,6 @@ public:
 
 private:
   static_assert(sizeof(curl_off_t) == sizeof(long), "options of both types are set alike");
-
-  template <typename Value>
-  void set(CURLoption option, Value value) {
-    if (m_code != CURLE_OK) return;
-    m_code = curl_easy_setopt(m_handle, option, value);
-    m_refused = option;
-  }
 
   CURL* m_handle;
   CURLcode m_code = CURLE_OK;
@@ -254,7 +250,7 @@ CURLcode CCurl::transfer(const RequestKind& kind, const char* url) {
   CURL* const handle = transfer::Lease::handle();
   const SList lines = copyLines(m_headers);
   Options set(handle);
-  set.text(CURLOPT_URL, url);
+  set(CURLOPT_URL, url);
   setLimits(set);
   setTrust(set);
   setProxy(set);
@@ -274,101 +270,100 @@ CURLcode CCurl::transfer(const RequestKind& kind, const char* url) {
 }
 
 void CCurl::setLimits(Options& set) {
-  set.text(CURLOPT_PROTOCOLS_STR, isHttp() ? "http,https" : "ftp,ftps"); // redirects included
-  set.number(CURLOPT_AUTOREFERER, 1);
-  set.number(CURLOPT_FOLLOWLOCATION, 1);
-  set.number(CURLOPT_MAXREDIRS, -1);
-  set.number(CURLOPT_NOSIGNAL, 1);
-  set.number(CURLOPT_TIMEOUT, m_set.rxTxTimeout);
-  set.number(CURLOPT_CONNECTTIMEOUT, m_set.connectTimeout);
-  set.text(CURLOPT_ACCEPT_ENCODING, encodings[m_set.encode]);
+  set(CURLOPT_PROTOCOLS_STR, isHttp() ? "http,https" : "ftp,ftps"); // redirects included
+  set(CURLOPT_AUTOREFERER, 1);
+  set(CURLOPT_FOLLOWLOCATION, 1);
+  set(CURLOPT_MAXREDIRS, -1);
+  set(CURLOPT_NOSIGNAL, 1);
+  set(CURLOPT_TIMEOUT, m_set.rxTxTimeout);
+  set(CURLOPT_CONNECTTIMEOUT, m_set.connectTimeout);
+  set(CURLOPT_ACCEPT_ENCODING, encodings[m_set.encode]);
   set.optional(CURLOPT_BUFFERSIZE, receiveSize);
 }
 
 void CCurl::setTrust(Options& set) const {
-  set.number(CURLOPT_SSL_VERIFYHOST, m_set.sslVerifyHost != 0 ? 2 : 0);
-  set.number(CURLOPT_SSL_VERIFYPEER, m_set.sslVerifyPeer);
-  set.number(CURLOPT_SSLVERSION, m_set.sslVersion);
-  set.text(CURLOPT_CAPATH, nullptr); // the bundle is the only trust
-  set.text(CURLOPT_PROXY_CAPATH, nullptr);
+  set(CURLOPT_SSL_VERIFYHOST, m_set.sslVerifyHost != 0 ? 2 : 0);
+  set(CURLOPT_SSL_VERIFYPEER, m_set.sslVerifyPeer);
+  set(CURLOPT_SSLVERSION, m_set.sslVersion);
+  set(CURLOPT_CAPATH, nullptr); // the bundle is the only trust
+  set(CURLOPT_PROXY_CAPATH, nullptr);
   if (!m_set.sslCaInfo.present()) return;
-  set.text(CURLOPT_CAINFO, m_set.sslCaInfo.get());
-  set.text(CURLOPT_PROXY_CAINFO, m_set.sslCaInfo.get());
+  set(CURLOPT_CAINFO, m_set.sslCaInfo.get());
+  set(CURLOPT_PROXY_CAINFO, m_set.sslCaInfo.get());
 }
 
 void CCurl::setProxy(Options& set) {
   const Proxy proxy(m_set.proxy.str());
-  set.text(CURLOPT_PROXY, proxy.server.c_str()); // "": none, whatever the environment says
-  set.text(CURLOPT_NOPROXY, "");
+  set(CURLOPT_PROXY, proxy.server.c_str()); // "": none, whatever the environment says
+  set(CURLOPT_NOPROXY, "");
   if (m_set.proxy.present() && m_set.proxyPort.present()) {
     const long port = std::strtol(m_set.proxyPort.c_str(), nullptr, 10);
-    set.number(CURLOPT_PROXYPORT, port > 0 ? port : -1); // 0 would mean libcurl's default
+    set(CURLOPT_PROXYPORT, port > 0 ? port : -1); // 0 would mean libcurl's default
   }
   const std::string login = proxy.login.empty() ? escapedLogin(m_set.proxyUser, m_set.proxyPasswd) : proxy.login;
   if (!isHttp() || login.empty() || m_set.proxyAuthent == 0) return;
-  set.text(CURLOPT_PROXYUSERPWD, login.c_str());
-  set.number(CURLOPT_PROXYAUTH, m_set.proxyAuthent);
+  set(CURLOPT_PROXYUSERPWD, login.c_str());
+  set(CURLOPT_PROXYAUTH, m_set.proxyAuthent);
 }
 
 void CCurl::setCallbacks(Options& set) {
   void* const self = this;
-  set.pointer(CURLOPT_ERRORBUFFER, m_errorText.data());
-  set.pointer(CURLOPT_OPENSOCKETFUNCTION, &openSocket);
-  set.pointer(CURLOPT_SOCKOPTFUNCTION, &closeOnExec);
-  set.pointer(CURLOPT_HEADERFUNCTION, &CurlHttpWriteHeaderCallback);
-  set.pointer(CURLOPT_HEADERDATA, self);
-  set.pointer(CURLOPT_WRITEFUNCTION, &CurlWriteDataCallback);
-  set.pointer(CURLOPT_WRITEDATA, self);
-  set.pointer(CURLOPT_XFERINFOFUNCTION, &xferInfo);
-  set.pointer(CURLOPT_XFERINFODATA, self);
-  set.number(CURLOPT_NOPROGRESS, 0);
+  set(CURLOPT_ERRORBUFFER, m_errorText.data());
+  set(CURLOPT_OPENSOCKETFUNCTION, &openSocket);
+  set(CURLOPT_SOCKOPTFUNCTION, &closeOnExec);
+  set(CURLOPT_HEADERFUNCTION, &CurlHttpWriteHeaderCallback);
+  set(CURLOPT_HEADERDATA, self);
+  set(CURLOPT_WRITEFUNCTION, &CurlWriteDataCallback);
+  set(CURLOPT_WRITEDATA, self);
+  set(CURLOPT_XFERINFOFUNCTION, &xferInfo);
+  set(CURLOPT_XFERINFODATA, self);
+  set(CURLOPT_NOPROGRESS, 0);
   if (m_set.verbose == 0) return;
-  set.number(CURLOPT_VERBOSE, 1);
-  set.pointer(CURLOPT_DEBUGFUNCTION, &CurlHttpDebugCallback);
-  set.pointer(CURLOPT_DEBUGDATA, self);
+  set(CURLOPT_VERBOSE, 1);
+  set(CURLOPT_DEBUGFUNCTION, &CurlHttpDebugCallback);
+  set(CURLOPT_DEBUGDATA, self);
 }
 
 void CCurl::setLogin(Options& set) {
   if (!m_set.user.present() && !m_set.passwd.present()) return;
-  set.text(CURLOPT_USERNAME, m_set.user.c_str());
-  set.text(CURLOPT_PASSWORD, m_set.passwd.c_str());
-  if (isHttp()) set.number(CURLOPT_HTTPAUTH, m_set.authent);
+  set(CURLOPT_USERNAME, m_set.user.c_str());
+  set(CURLOPT_PASSWORD, m_set.passwd.c_str());
+  if (isHttp()) set(CURLOPT_HTTPAUTH, m_set.authent);
 }
 
 void CCurl::setHttp(Options& set, const RequestKind& kind, curl_slist* lines) {
-  set.number(CURLOPT_HTTP_VERSION, CURL_HTTP_VERSION_1_1);
-  set.number(CURLOPT_FAILONERROR, 0);
-  set.pointer(CURLOPT_HTTPHEADER, lines);
+  set(CURLOPT_HTTP_VERSION, CURL_HTTP_VERSION_1_1);
+  set(CURLOPT_FAILONERROR, 0);
+  set(CURLOPT_HTTPHEADER, lines);
   if (m_set.authent != 0) setLogin(set);
-  if (kind.type == transfer::httpGet) set.number(CURLOPT_HTTPGET, 1);
-  if (kind.type == transfer::httpDelete) set.text(CURLOPT_CUSTOMREQUEST, "DELETE");
+  if (kind.type == transfer::httpGet) set(CURLOPT_HTTPGET, 1);
+  if (kind.type == transfer::httpDelete) set(CURLOPT_CUSTOMREQUEST, "DELETE");
 }
 
 void CCurl::setFtp(Options& set, const RequestKind& kind, curl_slist* lines) {
   setLogin(set);
-  set.number(CURLOPT_TRANSFERTEXT, m_set.ftpAscii);
-  if (m_set.ftpExplicitSsl != 0 || strcasecmp(m_set.scheme.c_str(), "ftps") == 0)
-    set.number(CURLOPT_USE_SSL, CURLUSESSL_ALL);
-  set.number(CURLOPT_FTP_USE_EPSV, 0);
-  set.number(CURLOPT_FTP_USE_EPRT, 0);
-  set.text(CURLOPT_FTPPORT, m_set.ftpConnMode != 0 ? "-" : nullptr);
-  if (kind.type == transfer::ftpDirectory) set.number(CURLOPT_DIRLISTONLY, m_set.ftpDirListType);
-  if (kind.type == transfer::ftpPut) set.number(CURLOPT_FTP_CREATE_MISSING_DIRS, 1);
+  set(CURLOPT_TRANSFERTEXT, m_set.ftpAscii);
+  if (m_set.ftpExplicitSsl != 0 || strcasecmp(m_set.scheme.c_str(), "ftps") == 0) set(CURLOPT_USE_SSL, CURLUSESSL_ALL);
+  set(CURLOPT_FTP_USE_EPSV, 0);
+  set(CURLOPT_FTP_USE_EPRT, 0);
+  set(CURLOPT_FTPPORT, m_set.ftpConnMode != 0 ? "-" : nullptr);
+  if (kind.type == transfer::ftpDirectory) set(CURLOPT_DIRLISTONLY, m_set.ftpDirListType);
+  if (kind.type == transfer::ftpPut) set(CURLOPT_FTP_CREATE_MISSING_DIRS, 1);
   if (kind.type == transfer::ftpCommand) {
-    set.number(CURLOPT_NOBODY, 1);
-    set.pointer(CURLOPT_QUOTE, lines);
+    set(CURLOPT_NOBODY, 1);
+    set(CURLOPT_QUOTE, lines);
   }
 }
 
 void CCurl::setUpload(Options& set, const RequestKind& kind) {
   openUpload();
   const bool post = kind.type == transfer::httpPost;
-  set.number(post ? CURLOPT_POST : CURLOPT_UPLOAD, 1);
-  set.number(post ? CURLOPT_POSTFIELDSIZE_LARGE : CURLOPT_INFILESIZE_LARGE, m_upload.size);
-  set.pointer(CURLOPT_READFUNCTION, &CurlHttpPutPostPushCallback);
-  set.pointer(CURLOPT_READDATA, static_cast<void*>(this));
-  set.pointer(CURLOPT_SEEKFUNCTION, &zelCurlOptSeekFunction);
-  set.pointer(CURLOPT_SEEKDATA, static_cast<void*>(this));
+  set(post ? CURLOPT_POST : CURLOPT_UPLOAD, 1);
+  set(post ? CURLOPT_POSTFIELDSIZE_LARGE : CURLOPT_INFILESIZE_LARGE, m_upload.size);
+  set(CURLOPT_READFUNCTION, &CurlHttpPutPostPushCallback);
+  set(CURLOPT_READDATA, static_cast<void*>(this));
+  set(CURLOPT_SEEKFUNCTION, &zelCurlOptSeekFunction);
+  set(CURLOPT_SEEKDATA, static_cast<void*>(this));
 }
 
 // A line break would begin a line of the protocol that nobody meant to send; libcurl refuses control characters in a

@@ -16,11 +16,16 @@ constexpr std::size_t hostLimit = 255;
 void require(const transfer::Text& part, const char* name) {
   if (!part.present())
     throw CCurlException(
-        transfer::formatLimited(1023, "Error: Request can not be processed until the %s property has been set.", name)
-            .c_str());
+        ("Error: Request can not be processed until the " + std::string(name) + " property has been set.").c_str());
 }
 
-bool needsPort(const transfer::Text& port) { return port.present() && port.str() != "80"; }
+/// The request URL up to its query.
+std::string urlWithoutQuery(const transfer::Settings& set) {
+  const bool withPort = set.port.present() && set.port.str() != "80";
+  return transfer::formatLimited(baseLimit, "%s://%s%s%s%s%s", set.scheme.c_str(), set.host.c_str(),
+                                 withPort ? ":" : "", withPort ? set.port.c_str() : "", set.path.present() ? "/" : "",
+                                 set.path.c_str());
+}
 
 // Copies a text of libcurl's, which is freed.
 int deliver(char* made, char* out, unsigned long outSize) {
@@ -38,9 +43,7 @@ int CCurl::CurlBuildUrlRq(char* out, int outSize) {
   require(m_set.host, "Host");
   require(m_set.path, "Path");
   require(m_set.query, "Query");
-  std::string url = transfer::formatLimited(baseLimit, "%s://%s%s%s/%s", m_set.scheme.c_str(), m_set.host.c_str(),
-                                            needsPort(m_set.port) ? ":" : "",
-                                            needsPort(m_set.port) ? m_set.port.c_str() : "", m_set.path.c_str());
+  std::string url = urlWithoutQuery(m_set);
   char mark = '?';
   for (const transfer::Text* part : {&m_set.queryPrefix, &m_set.query, &m_set.querySuffix}) {
     if (!part->present()) continue;
@@ -54,9 +57,7 @@ int CCurl::CurlBuildUrlRq(char* out, int outSize) {
 int CCurl::CurlBuildUrlRqSimple(char* out, int outSize) {
   require(m_set.scheme, "Scheme");
   require(m_set.host, "Host");
-  std::string url = transfer::formatLimited(
-      baseLimit, "%s://%s%s%s%s%s", m_set.scheme.c_str(), m_set.host.c_str(), needsPort(m_set.port) ? ":" : "",
-      needsPort(m_set.port) ? m_set.port.c_str() : "", m_set.path.present() ? "/" : "", m_set.path.c_str());
+  std::string url = urlWithoutQuery(m_set);
   if (m_set.query.present()) url += '?' + m_set.query.str();
   return transfer::copyTruncated(out, outSize, url);
 }

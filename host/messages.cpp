@@ -46,6 +46,10 @@ std::string expand(std::string_view format, va_list texts) {
   return first == std::string::npos ? std::string() : out.substr(first);
 }
 
+[[noreturn]] void refuse(const ZEL_Variable* given, const char* wanted) {
+  raise(argumentLabel(given) + wanted + " is required here, not " + describe(given) + '.');
+}
+
 } // namespace
 
 void raise(const std::string& text) {
@@ -102,14 +106,6 @@ void ZEL_MessageFromBlock(ZEL_MsgBlock block, int code, int action, ...) {
   inform(text);
 }
 
-void ZEL_MessageVE_REQOBJREF(const ZEL_Variable* v) {
-  raise(argumentLabel(v) + "An object is required here, not " + describe(v) + '.');
-}
-
-void ZEL_MessageVE_REQSTR(const ZEL_Variable* v) {
-  raise(argumentLabel(v) + "A string is required here, not " + describe(v) + '.');
-}
-
-void ZEL_MessageVE_NOTSCALAR(const ZEL_Variable* v) {
-  raise(argumentLabel(v) + "A single value is required here, not " + describe(v) + '.');
-}
+void ZEL_MessageVE_REQOBJREF(const ZEL_Variable* v) { refuse(v, "An object"); }
+void ZEL_MessageVE_REQSTR(const ZEL_Variable* v) { refuse(v, "A string"); }
+void ZEL_MessageVE_NOTSCALAR(const ZEL_Variable* v) { refuse(v, "A single value"); }

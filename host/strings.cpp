@@ -36,9 +36,7 @@ std::string upper(std::string_view name) {
 
 } // namespace zel::host
 
-void ZEL_StrStore(ZEL_STRING* dst, const char* text) {
-  zel::host::store(*dst, text != nullptr ? std::string_view(text) : std::string_view());
-}
+void ZEL_StrStore(ZEL_STRING* dst, const char* text) { zel::host::store(*dst, text != nullptr ? text : ""); }
 
 void ZEL_StrDelete(ZEL_STRING* s, std::int64_t n) noexcept {
   for (ZEL_STRING* end = s + n; s != end; ++s) {
@@ -47,9 +45,7 @@ void ZEL_StrDelete(ZEL_STRING* s, std::int64_t n) noexcept {
   }
 }
 
-ZEL_Variable* ZEL_StrToSTRING(const char* text) {
-  return zel::host::makeTempString(text != nullptr ? std::string_view(text) : std::string_view());
-}
+ZEL_Variable* ZEL_StrToSTRING(const char* text) { return zel::host::makeTempString(text != nullptr ? text : ""); }
 
 std::size_t ZEL_StrBase_strlcat(char* dst, const char* src, std::size_t size) noexcept {
   const std::size_t have = strnlen(dst, size);

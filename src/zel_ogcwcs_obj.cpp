@@ -7,25 +7,11 @@
 
 using namespace ogc;
 using transfer::itemAt;
-using transfer::length;
 
 namespace {
 
 constexpr std::size_t joinedNamesLimit = 2047;
 constexpr std::size_t nameLimit = 2048;
-constexpr int allItems = -1;
-
-/// Length of a list of item `n`, or the largest among all items.
-template <typename T, typename U>
-int lengthIn(const T* head, int n, WcsList<U> T::*list) noexcept {
-  if (n != allItems) {
-    const T* item = itemAt(head, n);
-    return item != nullptr ? length((item->*list).head) : 0;
-  }
-  int largest = 0;
-  for (; head != nullptr; head = head->next) largest = std::max(largest, length((head->*list).head));
-  return largest;
-}
 
 /// The Coverage parameter: all names as one comma-separated value.
 std::string coverageParameter(const char* const* names, int count) {
@@ -117,22 +103,6 @@ void COgcWcs::OgcWcsGetNextCOBSkip(int count) {
 const WcsOffering* COgcWcs::OgcWcsGetCO(int index) const {
   if (std::max(index, 0) >= offeringCount()) throw CCurlException("Error: Invalid index in OgcWcsGetCO call.");
   return itemAt(offerings(), index);
-}
-
-int COgcWcs::OgcWcsGetCOSDGridAxisNameCount(int co, int grid) const {
-  return lengthIn(OgcWcsGetCO(co)->grids.head, grid, &WcsGrid::axisNames);
-}
-
-int COgcWcs::OgcWcsGetCOSDGridOffsetVectorCount(int co, int grid) const {
-  return lengthIn(OgcWcsGetCO(co)->grids.head, grid, &WcsGrid::offsetVectors);
-}
-
-int COgcWcs::OgcWcsGetCORngAxisSingleCount(int co, int axis) const {
-  return lengthIn(OgcWcsGetCO(co)->axes.head, axis, &WcsAxis::singleValues);
-}
-
-int COgcWcs::OgcWcsGetCORngAxisIntCount(int co, int axis) const {
-  return lengthIn(OgcWcsGetCO(co)->axes.head, axis, &WcsAxis::intervals);
 }
 
 const WcsInterval* COgcWcs::OgcWcsGetCORngAxisInt(int co, int axis, int n) const {

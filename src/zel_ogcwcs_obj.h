@@ -7,6 +7,8 @@
 #include "client/base.h"
 #include "xml/arena.h"
 
+#include <algorithm>
+
 namespace ogc {
 
 /// A list in document order. Reads as a pointer to its first item; items are linked by `next`.
@@ -169,8 +171,12 @@ public:
   int OgcWcsGetCOSDLLECount(int co) const { return transfer::length(OgcWcsGetCO(co)->envelopes.head); }
   const ogc::WcsGrid* OgcWcsGetCOSDGrid(int co, int n) const { return item(&Offering::grids, co, n); }
   int OgcWcsGetCOSDGridCount(int co) const { return transfer::length(OgcWcsGetCO(co)->grids.head); }
-  [[nodiscard]] int OgcWcsGetCOSDGridAxisNameCount(int co, int grid) const;
-  [[nodiscard]] int OgcWcsGetCOSDGridOffsetVectorCount(int co, int grid) const;
+  int OgcWcsGetCOSDGridAxisNameCount(int co, int grid) const {
+    return lengthIn(&Offering::grids, co, grid, &ogc::WcsGrid::axisNames);
+  }
+  int OgcWcsGetCOSDGridOffsetVectorCount(int co, int grid) const {
+    return lengthIn(&Offering::grids, co, grid, &ogc::WcsGrid::offsetVectors);
+  }
   const ogc::WcsTimePosition* OgcWcsGetCOTempTimePos(int co, int n) const {
     return item(&Offering::timePositions, co, n);
   }
@@ -185,9 +191,13 @@ public:
   int OgcWcsGetCORngNullIntervalCount(int co) const { return transfer::length(OgcWcsGetCORngNullInterval(co, 0)); }
   const ogc::WcsAxis* OgcWcsGetCORngAxis(int co, int n) const { return item(&Offering::axes, co, n); }
   int OgcWcsGetCORngAxisCount(int co) const { return transfer::length(OgcWcsGetCO(co)->axes.head); }
-  [[nodiscard]] int OgcWcsGetCORngAxisSingleCount(int co, int axis) const;
+  int OgcWcsGetCORngAxisSingleCount(int co, int axis) const {
+    return lengthIn(&Offering::axes, co, axis, &ogc::WcsAxis::singleValues);
+  }
   [[nodiscard]] const ogc::WcsInterval* OgcWcsGetCORngAxisInt(int co, int axis, int n) const;
-  [[nodiscard]] int OgcWcsGetCORngAxisIntCount(int co, int axis) const;
+  int OgcWcsGetCORngAxisIntCount(int co, int axis) const {
+    return lengthIn(&Offering::axes, co, axis, &ogc::WcsAxis::intervals);
+  }
   /// @}
 
   /// \name Clean-ups
@@ -220,6 +230,15 @@ private:
   template <typename T>
   [[nodiscard]] T* item(ogc::WcsList<T> Offering::*list, int co, int n) const {
     return transfer::itemAt((OgcWcsGetCO(co)->*list).head, n);
+  }
+  /// Length of a list of item `n` of a list of offering `co`; for an `n` of -1 the largest among all items.
+  template <typename T, typename U>
+  [[nodiscard]] int lengthIn(ogc::WcsList<T> Offering::*items, int co, int n, ogc::WcsList<U> T::*list) const {
+    const auto lengthOf = [list](const T* one) { return one != nullptr ? transfer::length((one->*list).head) : 0; };
+    if (n != -1) return lengthOf(item(items, co, n));
+    int largest = 0;
+    for (const T* one = item(items, co, 0); one != nullptr; one = one->next) largest = std::max(largest, lengthOf(one));
+    return largest;
   }
   void forgetCapabilities() noexcept;
   void forgetDescription() noexcept;

@@ -26,7 +26,15 @@ T load(const char* data) noexcept {
   return value;
 }
 
-int tableSize(std::int64_t n) { return static_cast<int>(std::min<std::int64_t>(n, std::numeric_limits<int>::max())); }
+/// Pushes a table of `n` values. \param push pushes value `k`, from 0
+template <typename Push>
+void pushList(lua_State* L, std::int64_t n, Push push) {
+  lua_createtable(L, static_cast<int>(std::min<std::int64_t>(n, std::numeric_limits<int>::max())), 0);
+  for (std::int64_t k = 0; k < n; ++k) {
+    push(k);
+    lua_rawseti(L, -2, k + 1);
+  }
+}
 
 /// Pushes one element of a type that is no structure.
 void pushElement(lua_State* L, ZEL_Type type, const char* data) {
@@ -147,19 +155,11 @@ private:
   void pushField(const Field& field, const char* data) const {
     if (field.plan != nullptr) return field.n == 0 ? push(*field.plan, data) : pushAll(*field.plan, data, field.n);
     if (field.n == 0) return pushLeaf(field.type, data);
-    lua_createtable(m_state, tableSize(field.n), 0);
-    for (std::int64_t k = 0; k < field.n; ++k) {
-      pushLeaf(field.type, data + k * field.size);
-      lua_rawseti(m_state, -2, k + 1);
-    }
+    pushList(m_state, field.n, [&](std::int64_t k) { pushLeaf(field.type, data + k * field.size); });
   }
 
   void pushAll(const Plan& plan, const char* first, std::int64_t n) const {
-    lua_createtable(m_state, tableSize(n), 0);
-    for (std::int64_t k = 0; k < n; ++k) {
-      push(plan, first + k * plan.size);
-      lua_rawseti(m_state, -2, k + 1);
-    }
+    pushList(m_state, n, [&](std::int64_t k) { push(plan, first + k * plan.size); });
   }
 
   void pushLeaf(ZEL_Type type, const char* data) const {
@@ -200,11 +200,7 @@ void pushValue(lua_State* L, ZEL_Variable& v) {
   ZEL_VarGetData(&v, &n, &data);
   if ((v.flags & ZEL_V_ARR) == 0) return pushElement(L, v.type, data);
   const std::int64_t size = host::typeSize(v.type);
-  lua_createtable(L, tableSize(n), 0);
-  for (std::int64_t k = 0; k < n; ++k) {
-    pushElement(L, v.type, data + k * size);
-    lua_rawseti(L, -2, k + 1);
-  }
+  pushList(L, n, [&](std::int64_t k) { pushElement(L, v.type, data + k * size); });
 }
 
 bool pushHostTags(lua_State* L, int index) {

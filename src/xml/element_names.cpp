@@ -31,19 +31,19 @@ std::string lowerCase(const char* ascii) {
   return name;
 }
 
-ElementNames::ElementNames(const std::vector<Entry>& entries) : m_slots(std::bit_ceil(2 * entries.size() + 1)) {
-  for (const Entry& entry : entries) {
-    const std::uint32_t hash = hashOf(entry.name);
+ElementNames::ElementNames(const std::vector<std::string>& names) : m_slots(std::bit_ceil(2 * names.size() + 1)) {
+  for (std::size_t position = 1; const std::string& name : names) {
+    const std::uint32_t hash = hashOf(name.c_str());
     std::size_t at = hash & (m_slots.size() - 1);
-    while (m_slots[at].code != 0) at = (at + 1) & (m_slots.size() - 1);
-    m_slots[at] = {hash, entry.code, lowerCase(entry.name)};
+    while (m_slots[at].position != 0) at = (at + 1) & (m_slots.size() - 1);
+    m_slots[at] = {hash, position++, lowerCase(name.c_str())};
   }
 }
 
-int ElementNames::find(const XMLCh* name) const noexcept {
+std::size_t ElementNames::find(const XMLCh* name) const noexcept {
   const std::uint32_t hash = hashOf(name);
-  for (std::size_t at = hash & (m_slots.size() - 1); m_slots[at].code != 0; at = (at + 1) & (m_slots.size() - 1)) {
-    if (m_slots[at].hash == hash && equalsIgnoringCase(name, m_slots[at].name.c_str())) return m_slots[at].code;
+  for (std::size_t at = hash & (m_slots.size() - 1); m_slots[at].position != 0; at = (at + 1) & (m_slots.size() - 1)) {
+    if (m_slots[at].hash == hash && equalsIgnoringCase(name, m_slots[at].name.c_str())) return m_slots[at].position;
   }
   return 0;
 }

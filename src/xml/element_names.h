@@ -9,25 +9,21 @@
 
 namespace ogc::xml {
 
-/// A table from names to codes, looked up with the parser's own characters in any letter case. The cost of a look-up is
+/// A table of names, looked up with the parser's own characters in any letter case. The cost of a look-up is
 /// one hash over the name and one comparison, whatever the size of the table.
 class ElementNames {
 public:
-  struct Entry {
-    const char* name; ///< ASCII, any case
-    int code;         ///< not 0
-  };
+  /// \param names  ASCII, any case
+  explicit ElementNames(const std::vector<std::string>& names = {});
 
-  explicit ElementNames(const std::vector<Entry>& entries = {});
-
-  /// Code of a name, 0 when the table does not hold it.
-  [[nodiscard]] int find(const XMLCh* name) const noexcept;
+  /// Position of a name from 1, 0 when the table does not hold it.
+  [[nodiscard]] std::size_t find(const XMLCh* name) const noexcept;
 
 private:
   struct Slot {
     std::uint32_t hash;
-    int code;
-    std::string name; ///< lower case
+    std::size_t position; ///< 0 for an empty slot
+    std::string name;     ///< lower case
   };
 
   std::vector<Slot> m_slots; ///< open addressing, a power of two, at most half full

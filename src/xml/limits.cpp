@@ -1,14 +1,11 @@
 #include "xml/limits.h"
 
-#include "zel_curl_file.h"
-
 #include <algorithm>
 #include <cstring>
 #include <memory>
 #include <utility>
 #include <xercesc/framework/XMLErrorCodes.hpp>
 #include <xercesc/internal/XMLReader.hpp>
-#include <xercesc/util/BinFileInputStream.hpp>
 #include <xercesc/util/BinMemInputStream.hpp>
 #include <xercesc/util/PlatformUtils.hpp>
 #include <xercesc/util/XMLString.hpp>
@@ -231,17 +228,6 @@ void Reader::Parser::error(unsigned int code, const XMLCh* domain, ErrTypes type
   foundUnknownPrefix |=
       code == xercesc::XMLErrs::UnknownPrefix && xercesc::XMLString::equals(domain, xercesc::XMLUni::fgXMLErrDomain);
   SAX2XMLReaderImpl::error(code, domain, type, text, systemId, publicId, line, column);
-}
-
-FileSource::FileSource(std::string path) : InputSource(fromUtf8(path).c_str()), m_path(std::move(path)) {}
-
-xercesc::BinInputStream* FileSource::makeStream() const {
-  xercesc::MemoryManager* memory = getMemoryManager();
-  transfer::FilePtr file(std::fopen(m_path.c_str(), "rbe")); // like the parser, but not inherited by child processes
-  if (!file) return nullptr;
-  auto* stream = new (memory) xercesc::BinFileInputStream(static_cast<xercesc::FileHandle>(file.get()), memory);
-  static_cast<void>(file.release());
-  return stream;
 }
 
 } // namespace ogc::xml

@@ -12,7 +12,6 @@
 #include <vector>
 #include <xercesc/framework/MemoryManager.hpp>
 #include <xercesc/parsers/SAX2XMLReaderImpl.hpp>
-#include <xercesc/sax/InputSource.hpp>
 #include <xercesc/sax2/DefaultHandler.hpp>
 
 namespace ogc::xml {
@@ -156,16 +155,6 @@ private:
   Memory m_memory;
   LimitFilter m_filter;
   Parser m_reader;
-};
-
-/// A local file as the parser's input. Its name is in the bytes of the file system, whatever the locale.
-class FileSource final : public xercesc::InputSource {
-public:
-  explicit FileSource(std::string path);
-  [[nodiscard]] xercesc::BinInputStream* makeStream() const override;
-
-private:
-  std::string m_path;
 };
 
 } // namespace ogc::xml

@@ -3,6 +3,7 @@
 #include "xml/limits.h"
 #include "xml/resolver.h"
 #include "zel_curl_exception.h"
+#include "zel_curl_file.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -10,7 +11,9 @@
 #include <new>
 #include <utility>
 #include <xercesc/sax/ErrorHandler.hpp>
+#include <xercesc/sax/InputSource.hpp>
 #include <xercesc/sax/SAXParseException.hpp>
+#include <xercesc/util/BinFileInputStream.hpp>
 #include <xercesc/util/OutOfMemoryException.hpp>
 #include <xercesc/util/PlatformUtils.hpp>
 #include <xercesc/util/XMLException.hpp>
@@ -64,6 +67,23 @@ private:
   xercesc::ErrorHandler& m_handler;
   std::size_t m_seen = 0;
   std::size_t m_known = 0; ///< reports of the first reading
+};
+
+/// A local file as the parser's input. Its name is in the bytes of the file system, whatever the locale.
+class FileSource final : public xercesc::InputSource {
+public:
+  explicit FileSource(std::string path) : InputSource(fromUtf8(path).c_str()), m_path(std::move(path)) {}
+  [[nodiscard]] xercesc::BinInputStream* makeStream() const override {
+    xercesc::MemoryManager* memory = getMemoryManager();
+    transfer::FilePtr file(std::fopen(m_path.c_str(), "rbe")); // like the parser, but not inherited by child processes
+    if (!file) return nullptr;
+    auto* stream = new (memory) xercesc::BinFileInputStream(static_cast<xercesc::FileHandle>(file.get()), memory);
+    static_cast<void>(file.release());
+    return stream;
+  }
+
+private:
+  std::string m_path;
 };
 
 [[noreturn]] void failForMemory(const char* file, Reporter& reporter) {

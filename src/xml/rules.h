@@ -71,17 +71,17 @@ public:
     std::map<std::string, Element> elements; // by lower-case name
     for (const Rule& rule : rules) add(rule, codes, elements);
     if (codes.size() != opened) throw std::logic_error("a rule holds in a place that no element opens");
-    std::vector<ElementNames::Entry> entries;
+    std::vector<std::string> names;
     for (auto& [name, element] : elements) {
-      entries.push_back({name.c_str(), static_cast<int>(m_elements.size())});
+      names.push_back(name);
       m_elements.push_back(std::move(element));
     }
-    m_names = ElementNames(entries);
+    m_names = ElementNames(names);
   }
 
   /// The element of that name; an element without rules for other names.
   [[nodiscard]] const Element& find(const XMLCh* name) const noexcept {
-    const Element& element = m_elements[static_cast<std::size_t>(m_names.find(name))];
+    const Element& element = m_elements[m_names.find(name)];
     return element.exact.empty() || element.exact == name ? element : m_elements[0];
   }
   /// What every element does that opens no section, after its own rules.
@@ -124,12 +124,12 @@ private:
   }
 
   void add(const Rule& rule, Codes& codes, std::map<std::string, Element>& elements) {
-    const std::string_view name(rule.name);
+    const std::string name = lowerCase(rule.name);
     const Step step{placeOf(rule.in, codes), placeOf(rule.opens, codes), rule.act};
     if (name == "*") return m_everywhere.push_back(step);
-    Element& element = elements[lowerCase(rule.name)];
+    Element& element = elements[name];
     element.steps.push_back(step);
-    if (rule.exact) element.exact.assign(name.begin(), name.end());
+    if (rule.exact) element.exact.assign(rule.name, rule.name + name.size());
     element.opensSection = element.opensSection || step.opens.section != Place::any;
     if (rule.end != nullptr) element.end = rule.end;
     if (rule.closedBy == nullptr) return;
@@ -138,7 +138,7 @@ private:
       if (step.opens.*level != Place::any) closes.*level = step.opens.*level;
   }
 
-  std::vector<Element> m_elements{1}; ///< by code
+  std::vector<Element> m_elements{1}; ///< by the position of their names
   std::vector<Step> m_everywhere;
   ElementNames m_names{};
 };
