@@ -1,10 +1,18 @@
 --- The list of services to harvest: a URL a line, optionally followed by its kind, "#" begins a comment.
+--
+-- A service has one URL, however a list writes it: host in small letters, the port only when it is not the usual one,
+-- without parameters that every request has, without a "?" or "&" at its end.
 
 local errors = require "zel.ogc.errors"
+local files = require "zel.ogc.files"
+local printable = require "zel.ogc.printable"
 local service = require "zel.ogc.service"
 
 local KINDS = {wms = "WMS", wcs = "WCS"}
 local HIDDEN = "***"
+local PORTS = {http = ":80", https = ":443"}
+local OWN = {service = true, request = true, version = true} -- parameters of every request
+local MOST_COMPLAINTS = 20
 
 -- Parameters of a URL that nobody else should see.
 local SECRETS = {}
@@ -13,12 +21,23 @@ for _, name in ipairs{"password", "passwd", "pass", "pwd", "token", "access_toke
   SECRETS[name] = true
 end
 
--- The URL as it may be stored and shown.
+-- The URL as it may be stored and shown; its host, whose other ports are the same machine; and what it has in common
+-- with URLs that say the same in another order.
 local function public(url)
-  local base, query = url:gsub("^(%a+://)[^/?#]*@", "%1"):gsub("#.*$", ""):match("^([^?]*)(.*)$")
-  return base .. query:gsub("([?&])([^=&]*)=([^&]*)", function(mark, name)
-    if SECRETS[name:lower()] then return mark .. name .. "=" .. HIDDEN end
-  end)
+  local scheme, place, path, query = url:gsub("#.*$", ""):match("^(%a+)://([^/?]*)([^?]*)%??(.*)$")
+  scheme, place = scheme:lower(), place:gsub("^.*@", ""):lower()
+  local host, port = place:match("^(.-)(:?%d*)$")
+  if place:find("^%[.*%]$") then host, port = place, "" end
+  local kept = {}
+  for parameter in query:gmatch("[^&]+") do
+    local name = parameter:match("^[^=]*")
+    if SECRETS[name:lower()] then parameter = name .. "=" .. HIDDEN end
+    if not OWN[name:lower()] then kept[#kept + 1] = parameter end
+  end
+  local shown = scheme .. "://" .. host .. (port ~= PORTS[scheme] and port or "") .. path
+  local written = #kept > 0 and "?" .. table.concat(kept, "&") or ""
+  table.sort(kept)
+  return shown .. written, host, shown .. table.concat(kept, "&")
 end
 
 local function kind_of(url, word)
@@ -26,7 +45,7 @@ local function kind_of(url, word)
   return KINDS[(url:lower():match("[?&]service=([^&]*)") or "wms")] or "WMS"
 end
 
--- An entry {url, public, kind, host}; nil and why the line is none.
+-- An entry {url, public, kind, host, name}; nil and why the line is none.
 local function entry(line)
   local url, word, more = line:match("^(%S+)%s*(%S*)%s*(.-)$")
   local wrong = service.url_fault(url)
@@ -34,30 +53,39 @@ local function entry(line)
   if more ~= "" then return nil, ('"%s" follows the kind: a line is a URL and WMS or WCS'):format(more) end
   local kind = kind_of(url, word ~= "" and word or nil)
   if not kind then return nil, ('"%s" is no kind of service: WMS and WCS are known'):format(word) end
-  local shown = public(url)
-  return {url = url, public = shown, kind = kind, host = shown:match("^%a+://([^/?]*)"):lower()}
+  local shown, host, sorted = public(url)
+  return {url = url, public = shown, kind = kind, host = host, name = kind .. " " .. sorted}
 end
 
---- Reads a list from a file, "-" for standard input. `complain(text)` is told of every line that cannot be used.
+--- Reads a list from a file, "-" for standard input. `complain(text)` is told of lines that cannot be used.
 -- Returns the entries in their order, each service of a kind once: url (to ask), public (to store and show), kind,
 -- host.
 return function(path, complain)
+  if path ~= "-" and files.exists(path .. "/.") then errors.raise(("the list %s is a directory"):format(path)) end
   local file <close> = path == "-" and io.stdin or io.open(path)
   if not file then errors.raise(("the list %s cannot be read"):format(path)) end
-  local entries, seen, number = {}, {}, 0
+  local entries, seen, number, useless = {}, {}, 0, 0
   for line in file:lines() do
     number = number + 1
+    if number == 1 and (line:find("^\xFF\xFE") or line:find("^\xFE\xFF")) then
+      errors.raise(("the list %s is in UTF-16: save it as UTF-8"):format(path))
+    end
     line = line:gsub("^\xEF\xBB\xBF", ""):gsub("^%s*#.*$", ""):gsub("%s#.*$", ""):match("^%s*(.-)%s*$")
     if line ~= "" then
       local made, wrong = entry(line)
-      if not made then complain(("%s, line %d: %s"):format(path == "-" and "standard input" or path, number, wrong)) end
-      local name = made and made.kind .. " " .. made.public
-      if made and not seen[name] then
+      if not made then
+        useless = useless + 1
+        if useless <= MOST_COMPLAINTS then
+          complain(("%s, line %d: %s"):format(path == "-" and "standard input" or path, number, printable(wrong)))
+        end
+      end
+      if made and not seen[made.name] then
         entries[#entries + 1] = made
-        seen[name] = true
+        seen[made.name] = true
       end
     end
   end
+  if useless > MOST_COMPLAINTS then complain(("%d further lines cannot be used"):format(useless - MOST_COMPLAINTS)) end
   if #entries == 0 then errors.raise(("the list %s names no service"):format(path)) end
   return entries
 end
