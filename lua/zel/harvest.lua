@@ -17,6 +17,7 @@ local arguments = require "zel.ogc.arguments"
 local clock = require "zel.harvest.clock"
 local database = require "zel.harvest.database"
 local errors = require "zel.ogc.errors"
+local guard = require "zel.harvest.guard"
 local new_progress = require "zel.work_progress"
 local ogc_options = require "zel.ogc.options"
 local read_list = require "zel.harvest.list"
@@ -45,16 +46,6 @@ local function select_hosts(entries, shard)
   return chosen
 end
 
--- A directory that goes when it is closed, and also when this process is killed: a shell waits for that, and is there
--- before the directory.
-local function temporary_directory()
-  local named <close> = assert(io.popen("mktemp -du"))
-  local path = named:read("l") or ""
-  local guard = assert(io.popen(("trap '' INT TERM HUP; cat >/dev/null; rm -rf '%s'"):format(path), "w"))
-  assert(os.execute(("mkdir -m 700 '%s'"):format(path)), "There is no place for temporary files")
-  return setmetatable({path = path}, {__close = function() guard:close() end})
-end
-
 local harvest = {}
 
 --- Harvests a list.
@@ -69,7 +60,7 @@ function harvest.run(given)
   if given.shard then entries = select_hosts(entries, given.shard) end
 
   local base <close> = database.open(given.database, true, given.shard ~= nil)
-  local directory <close> = temporary_directory()
+  local directory <close> = guard.directory()
   local offset = clock.offset(base)
   local now = clock.new(offset)
   local part = given.shard and ("%d/%d"):format(table.unpack(given.shard)) or ""

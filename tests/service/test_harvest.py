@@ -235,6 +235,7 @@ def test_processes_end(server, run, tmp_path):
                     with contextlib.suppress(ProcessLookupError):
                         os.kill(pid, stop)
             else:
+                assert "written by another harvest" in run("merge", "a.db", "a.db", status=1).stderr
                 process.send_signal(stop)
             assert process.wait(5) == (130 if stop == signal.SIGINT else 0), process.stderr.read()
         assert not workers(str(tmp_path))
@@ -273,26 +274,27 @@ PARTS = [
 @pytest.mark.parametrize("code, printed", PARTS)
 def test_parts(zel, server, tmp_path, code, printed):
     write_list(tmp_path, server, ["busy", "a", "b"])
-    said = zel("local harvest, base = require 'zel.harvest'.run, require 'zel.harvest.database'.open('a.db', true) "
+    said = zel("local harvest, open = require 'zel.harvest'.run, require 'zel.harvest.database'.open "
+               "open('a.db', true):__close() local base = open('a.db') "
                "local given = {list = 'list', database = 'a.db', quiet = true, options = {retries = 0}} " + code)
     assert said.out.strip() == printed
 
 
 @pytest.mark.parametrize("words, says", [
-    ("harvest nosuch a.db", "the list nosuch cannot be read"), ("harvest empty a.db", "the list empty names no service"),
-    ("harvest list text", "text: file is not a database"), ("harvest list .", ". is a directory"),
+    ("harvest nosuch a.db", "the list nosuch cannot be read"), ("harvest /dev/null a.db", "/dev/null names no service"),
+    ("harvest list text", "text is no database of a harvest"), ("harvest . a.db", "the list . is a directory"),
+    ("merge sound.db ./sound.db", "sound.db cannot be merged with itself"), ("harvest list .", ". is a directory"),
     ("harvest list foreign.db", "foreign.db is no database of a harvest"), ("search nosuch.db x", "no database nosuch.db"),
     ("harvest list a.db --jobs 300", "jobs must be 256 or less"),
     ("harvest list b.db --jobs 2", "the processes that ask the services ended early: no room"),
-    ("harvest list no/a.db", "there is no directory no/"), ("merge a.db text", "text: file is not a database"),
+    ("harvest list no/a.db", "there is no directory no/"), ("merge a.db text", "text is no database of a harvest"),
 ])
 def test_faults_of_the_run(run, tmp_path, monkeypatch, words, says):
     (tmp_path / "list").write_text("http://localhost:1/x\n")
-    (tmp_path / "empty").write_text("# nothing\n")
     (tmp_path / "text").write_text("text " * 1000)
     (tmp_path / "parallel").write_text("#!/bin/sh\necho GNU parallel\necho no room >&2\nexit 1\n")
     (tmp_path / "parallel").chmod(0o755)
     monkeypatch.setenv("PATH", f"{tmp_path}:{os.environ['PATH']}")
-    with sqlite3.connect(tmp_path / "foreign.db") as base:
-        base.execute("CREATE TABLE t (a)")
+    sqlite3.connect(tmp_path / "foreign.db").execute("CREATE TABLE t (a)")
+    run("harvest", "list", "sound.db", "--retries", "0")
     assert says in run(*words.split(), status=1).stderr and not (tmp_path / "a.db").exists()

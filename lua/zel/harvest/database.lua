@@ -2,12 +2,30 @@
 
 local errors = require "zel.ogc.errors"
 local files = require "zel.ogc.files"
+local guard = require "zel.harvest.guard"
 local schema = require "zel.harvest.schema"
 
 local PATIENCE = 30000 -- ms that another process may hold the database
 
+-- What SQLite says, in words that name the remedy; %s is the database.
+local REMEDIES = {
+  {"file is not a database", "%s is no database of a harvest; name another file, zel-ogc harvest makes it"},
+  {"malformed", "%s is damaged: harvest into a new file"},
+  {"disk is full", "there is no space left to write to %s; what it holds is whole, and the next run goes on from there"},
+  {"readonly database", "%s may only be read here: see who may write to the file and its directory"},
+  {"unable to open database file", "%s cannot be opened: see who may write to the file and its directory"},
+  {"database is locked", "%s is used by another process: try again when that has ended"},
+}
+
 -- A name that begins with "file:" or ":" is a file's, too.
 local function place(path) return path:find("^/") and path or "./" .. path end
+
+local function fail(path, why)
+  for _, row in ipairs(REMEDIES) do
+    if why:find(row[1], 1, true) then errors.raise(row[2]:format(path)) end
+  end
+  errors.raise(("%s: %s"):format(path, (why:gsub("^LuaSQL: ", ""))))
+end
 
 local Database = {}
 Database.__index = Database
@@ -15,14 +33,14 @@ Database.__index = Database
 --- Runs a statement that returns no rows.
 function Database:run(statement)
   local done, why = self.connection:execute(statement)
-  if not done then errors.raise(("%s: %s"):format(self.path, (why:gsub("^LuaSQL: ", "")))) end
+  if not done then fail(self.path, why) end
   if type(done) == "userdata" then done:close() end
 end
 
 --- The rows of a query, as tables by column name, in a loop; however that ends.
 function Database:rows(query)
   local cursor, why = self.connection:execute(query)
-  if not cursor then errors.raise(("%s: %s"):format(self.path, (why:gsub("^LuaSQL: ", "")))) end
+  if not cursor then fail(self.path, why) end
   local closing = setmetatable({}, {__close = function() cursor:close() end})
   return function() return cursor:fetch({}, "a") end, nil, nil, closing
 end
@@ -47,6 +65,9 @@ function Database:transaction(statements)
   end
 end
 
+--- The name of its file, whatever it was opened by.
+function Database:file() return self:value("SELECT file FROM pragma_database_list WHERE name = 'main'") end
+
 --- Attaches another database, by the name "other".
 function Database:attach(path) self:run(("ATTACH '%s' AS other"):format((place(path):gsub("'", "''")))) end
 
@@ -57,13 +78,14 @@ function Database:finish() pcall(self.run, self, "PRAGMA journal_mode = DELETE")
 function Database:__close()
   self.connection:close()
   self.environment:close()
+  local _ <close> = self.lock
 end
 
 -- Makes the tables in an empty file, and refuses what is none of these databases.
 local function prepare(database, create)
   local application, version = database:value("PRAGMA application_id"), database:value("PRAGMA user_version")
-  local unmarked = application == 0 and version == 0
-  if unmarked and create and database:value("SELECT count(*) AS n FROM sqlite_master") == 0 then
+  local tables = database:value("SELECT count(*) FROM sqlite_master") -- fails when they cannot be read
+  if application == 0 and version == 0 and create and tables == 0 then
     database:run("PRAGMA journal_mode = WAL")
     database:transaction(schema.STATEMENTS)
   elseif application ~= schema.APPLICATION then
@@ -76,7 +98,7 @@ end
 
 local database = {}
 
---- Opens a database; with `create` it is made where there is none, and written to. With `alone` nobody else can read it
+--- Opens a database; with `create` it is made where there is none, and written to, by nobody else meanwhile. With `alone` nobody else can read it
 -- meanwhile, and it needs no memory shared with others, which file systems of a network do not have.
 function database.open(path, create, alone)
   if files.exists(path .. "/.") then errors.raise(path .. " is a directory, not a database") end
@@ -86,18 +108,21 @@ function database.open(path, create, alone)
   files.check_directory(path)
   local environment = require("luasql.sqlite3").sqlite3()
   local connection, why = environment:connect(place(path), PATIENCE)
-  if not connection then errors.raise(("%s cannot be opened: %s"):format(path, (why:gsub("^LuaSQL: ", "")))) end
+  if not connection then fail(path, why) end
   local opened = setmetatable({path = path, environment = environment, connection = connection}, Database)
-  if alone then opened:run("PRAGMA locking_mode = EXCLUSIVE") end
-  local done, wrong = pcall(prepare, opened, create)
+  local done, wrong = pcall(function()
+    if alone then opened:run("PRAGMA locking_mode = EXCLUSIVE") end
+    prepare(opened, create)
+    if create then
+      opened:run("PRAGMA journal_mode = WAL")
+      opened:run("PRAGMA synchronous = NORMAL") -- enough when the process is killed
+      opened:run("PRAGMA temp_store = MEMORY")  -- what undoes a statement
+      opened.lock = guard.lock(path)
+    end
+  end)
   if not done then
     opened:__close()
     error(wrong, 0)
-  end
-  if create then
-    opened:run("PRAGMA journal_mode = WAL")
-    opened:run("PRAGMA synchronous = NORMAL") -- enough when the process is killed
-    opened:run("PRAGMA temp_store = MEMORY")  -- what undoes a statement
   end
   return opened
 end

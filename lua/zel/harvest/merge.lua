@@ -3,6 +3,7 @@
 -- Ids of services differ between databases, and nothing else does: what belongs to a service moves by one number.
 
 local database = require "zel.harvest.database"
+local errors = require "zel.ogc.errors"
 local rows = require "zel.harvest.rows"
 local schema = require "zel.harvest.schema"
 local sql = require "zel.harvest.sql"
@@ -95,8 +96,13 @@ end
 --- Merges the databases at `paths` into that at `path`, which is made when it is not there; `told(path, taken, total)`
 -- is called after each.
 return function(path, paths, told)
-  for _, other in ipairs(paths) do database.open(other):__close() end -- all are known to be good before one is merged
+  local names = {}
+  for _, other in ipairs(paths) do -- all are known to be good before one is merged
+    local opened <close> = database.open(other)
+    names[opened:file()] = true
+  end
   local base <close> = database.open(path, true)
+  if names[base:file()] then errors.raise(path .. " cannot be merged with itself") end
   for _, other in ipairs(paths) do
     base:attach(other)
     local taken = merge_attached(base)

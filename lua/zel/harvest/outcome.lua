@@ -5,11 +5,13 @@
 -- again    true when the same may go well later
 -- version, bytes, seconds, started
 
+local errors = require "zel.ogc.errors"
 local refusal_of = require "zel.ogc.refusal"
 local service = require "zel.ogc.service"
 local printable = require "zel.ogc.printable"
 
 local LONGEST = 2000 -- bytes of words
+local UNWRITTEN = "Curl Error Code = 23" -- the fault of this machine, not of a service
 local PASSING_CURL = {[7] = true, [18] = true, [28] = true, [52] = true, [55] = true, [56] = true}
 
 local outcome = {}
@@ -29,6 +31,9 @@ end
 --- Of a request that raised `why`; what is no failure of the request is raised again. `s` has the object and options.
 function outcome.of_failure(s, why)
   if not service.is_failure(why) then error(why, 0) end
+  if why:find(UNWRITTEN, 1, true) then
+    errors.raise(service.told(s, why) .. " TMPDIR names another directory for temporary files")
+  end
   local refused = refusal_of(s.object)
   if not refused then
     local path = s.object:GetProperty{"LAST_FILE"}.LAST_FILE -- a temporary name

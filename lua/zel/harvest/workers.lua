@@ -4,12 +4,13 @@ local batches_of = require "zel.harvest.batches"
 local code = require "zel.lua_code"
 local errors = require "zel.ogc.errors"
 local files = require "zel.ogc.files"
+local quoted = require "zel.ogc.programs".quoted
 
--- A batch: a process that was killed is followed by one that goes on with the next service. The batch ends when all are
+-- A batch, a number and a slot of parallel: a process that was killed is followed by one that goes on with the next service. The batch ends when all are
 -- to end, and when processes are killed again and again before they ask anything.
 local BATCH = [[
-dir=$1 batch=$2 status=0 log=$1/$2.log idle=0
-export ZEL_USER_DIR="$dir/user-$3"
+batch=$1 status=0 log=$dir/$1.log idle=0
+export ZEL_USER_DIR="$dir/user-$2"
 mkdir -p "$ZEL_USER_DIR"
 while :; do
   size=$(stat -c %s "$log" 2>/dev/null)
@@ -26,26 +27,20 @@ done
 -- All batches. Ctrl-C is for the harvest alone, which ends this by SIGTERM; when the harvest is killed, so is this, and
 -- clears away what it left.
 local ALL = [[
-dir=$1
+export dir=$1
 trap '' INT HUP
 trap ': >"$dir/ending"; kill -TERM $work 2>/dev/null; wait $work' TERM
 echo $$ >"$dir/shell"
 export ZEL=$(readlink /proc/$PPID/exe) PARALLEL_HOME="$dir"
 seq "$2" | setsid parallel --plain --will-cite --tmpdir "$dir" -j "$3" --ungroup --halt now,fail=1 \
-  --termseq TERM,500,KILL,25 sh "$dir/batch.sh" "$dir" {} {%} 2>>"$dir/errors" &
+  --termseq TERM,500,KILL,25 'sh "$dir/batch.sh" {} {%}' 2>>"$dir/errors" &
 work=$!
 wait $work
 [ -e /proc/$PPID/exe ] || rm -rf "$dir"
 ]]
 
-local function write(path, text)
-  local file <close> = assert(io.open(path, "wb"))
-  assert(file:write(text) and file:close())
-end
-
 local function check_parallel()
-  local pipe <close> = assert(io.popen("parallel --version 2>/dev/null </dev/null"))
-  if not pipe:read("a"):find("GNU parallel", 1, true) then
+  if not os.execute('grep -q "GNU parallel" "$(command -v parallel)" 2>/dev/null') then -- others have that name, too
     errors.raise("several jobs need GNU parallel, the package parallel; one job does without")
   end
 end
@@ -76,14 +71,14 @@ end
 return function(entries, settings, jobs, directory, store)
   check_parallel()
   local batches = batches_of(entries, jobs)
-  for number, batch in ipairs(batches) do write(("%s/%d.batch"):format(directory, number), code(batch)) end
-  write(directory .. "/settings", code{run = settings.run, offset = settings.offset, options = plain(settings.options),
-                                       properties = plain(settings.properties)})
-  write(directory .. "/batch.sh", BATCH)
-  write(directory .. "/all.sh", ALL)
+  for number, batch in ipairs(batches) do files.write(("%s/%d.batch"):format(directory, number), code(batch)) end
+  files.write(directory .. "/settings", code{run = settings.run, offset = settings.offset, options = plain(settings.options),
+                                             properties = plain(settings.properties)})
+  files.write(directory .. "/batch.sh", BATCH)
+  files.write(directory .. "/all.sh", ALL)
   local left = #entries
-  local pipe = assert(io.popen(("exec setpriv --pdeathsig TERM sh '%s/all.sh' '%s' %d %d"):format(directory, directory,
-                                                                                                   #batches, jobs)))
+  local pipe = assert(io.popen(("exec setpriv --pdeathsig TERM sh %s %s %d %d"):format(
+    quoted(directory .. "/all.sh"), quoted(directory), #batches, jobs)))
   local complete, why = pcall(function()
     for line in function() return pipe:read("l") end do -- lines() raises at Ctrl-C, before that is known here
       local batch, number, result, word = line:match("^(%d+) (%d+) (%a+) (%a+)$")
@@ -94,7 +89,7 @@ return function(entries, settings, jobs, directory, store)
     end
   end)
   if not complete then
-    os.execute(("kill $(cat '%s/shell')"):format(directory))
+    os.execute(("kill $(cat %s)"):format(quoted(directory .. "/shell")))
     pcall(pipe.read, pipe, "a") -- until all have ended
   end
   pipe:close()

@@ -6,7 +6,10 @@ local MISSING = 127 -- what a shell answers when there is no such program
 
 local programs = {}
 
-local function quoted(word) return "'" .. tostring(word):gsub("'", "'\\''") .. "'" end
+--- A word of a shell's command.
+function programs.quoted(word) return "'" .. tostring(word):gsub("'", "'\\''") .. "'" end
+
+local quoted = programs.quoted
 
 --- Runs a program. Returns what it wrote to standard output, nil when it failed, and what it wrote to standard error.
 function programs.try(words, input)

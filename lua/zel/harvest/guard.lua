@@ -1,0 +1,34 @@
+--- What a harvest has while it runs: a place for files, and the right to write. Both go when they are closed, and also
+-- when this process is killed.
+
+local errors = require "zel.ogc.errors"
+local quoted = require "zel.ogc.programs".quoted
+
+-- A shell that says a line, and then writes to a full pipe: that ends when nobody is left to read it. Returns the line,
+-- and what ends the shell when it is closed.
+local function hold(script)
+  local pipe = assert(io.popen("trap '' INT TERM HUP PIPE; " .. script))
+  return pipe:read("l"), {__close = function() pipe:close() end}
+end
+
+local guard = {}
+
+--- A new directory, `path`.
+function guard.directory()
+  local path, held = hold('made=$(mktemp -d) && { echo "$made"; yes; rm -rf "$made"; } 2>/dev/null')
+  if not path then errors.raise("there is no place for temporary files; TMPDIR names another") end
+  held.path = path
+  return setmetatable(held, held)
+end
+
+--- The right to write to a database in WAL mode; raises when another process keeps it. One that was just killed may
+-- still have it for a moment.
+function guard.lock(path)
+  local said, held = hold(("flock -w 5 %s sh -c 'echo locked; yes' 2>/dev/null"):format(quoted(path .. "-wal")))
+  if not said then
+    errors.raise(path .. " is written by another harvest or merge: wait until it has ended, or name another file")
+  end
+  return setmetatable(held, held)
+end
+
+return guard
