@@ -11,11 +11,14 @@ local function positive(text)
   return nil, ("'%s' is not a number above 0"):format(text)
 end
 
-local function whole(text)
+local function whole(text, least)
   local number = math.tointeger(tonumber(text))
-  if number and number >= 0 then return number end
-  return nil, ("'%s' is not a whole number from 0 on"):format(text:match("%S+") or "")
+  if number and number >= least then return number end
+  return nil, ("'%s' is not a whole number from %d on"):format(text:match("%S+") or "", least)
 end
+
+local function whole_or_zero(text) return whole(text, 0) end
+local function count(text) return whole(text, 1) end
 
 local function number(text)
   local value = tonumber(text)
@@ -76,7 +79,7 @@ local function add_common(command, retries)
   command:option("--ca", "Certificates of the authorities to trust."):argname("FILE")
   command:option("--timeout", "Longest time for one transfer."):argname("SECONDS"):convert(positive)
   command:option("--retries", ("How often to try again after a failure that may pass (default %s)."):format(retries))
-    :argname("COUNT"):convert(whole)
+    :argname("COUNT"):convert(whole_or_zero)
   command:flag("--verbose", "Trace the transfers.")
   command:flag("--quiet", "Print results and errors only.")
 end
@@ -94,7 +97,7 @@ local function add_commands(parser)
   add_box(map)
   map:option("--size", "Size in pixels."):argname("W[xH]"):convert(size)
   map:option("--tile", "Fetch tiles of at most this many pixels a side, joined by a .vrt.")
-    :argname("PIXELS"):convert(positive)
+    :argname("PIXELS"):convert(count)
   map:option("--style", "Style of a layer; repeat for the next layer."):argname("NAME"):count("*")
   map:option("--elevation", "Elevation."):argname("VALUE")
   map:option("--dimension", "Value of another dimension."):argname("NAME=VALUE"):convert(pair):count("*")
@@ -107,7 +110,7 @@ local function add_commands(parser)
   feature:argument("lon", "Degrees east."):argname("LON"):convert(number)
   feature:argument("lat", "Degrees north."):argname("LAT"):convert(number)
   feature:option("--format", "Format of the answer."):argname("FORMAT")
-  feature:option("--count", "Most features to return (default 10)."):argname("COUNT"):convert(positive)
+  feature:option("--count", "Most features to return (default 10)."):argname("COUNT"):convert(count)
   feature:option("--time", "Time, as the service writes it."):argname("TIME")
 
   local coverage = parser:command("coverage", "Fetch a coverage: the values, not a picture of them.")
@@ -121,15 +124,15 @@ local function add_commands(parser)
   local catalogue = parser:command("catalogue", "Write a web page with a picture of every layer.")
   catalogue:argument("url", "URL of the service."):argname("URL")
   catalogue:argument("to", "Page to write."):argname("OUT.html")
-  catalogue:option("--jobs", "Pictures to fetch at a time (default 4)."):argname("COUNT"):convert(positive)
-  catalogue:option("--pictures", "How many layers get a picture (default all)."):argname("COUNT"):convert(positive)
+  catalogue:option("--jobs", "Pictures to fetch at a time (default 4)."):argname("COUNT"):convert(count)
+  catalogue:option("--pictures", "How many layers get a picture (default all)."):argname("COUNT"):convert(count)
 
   local harvest = parser:command("harvest", "Read what many services offer into a database.")
   harvest:argument("list", "File with one URL a line; \"-\" for standard input."):argname("LIST")
   harvest:argument("database", "SQLite database to create or update."):argname("DATABASE")
   harvest:option("--older", "Ask only services not read within this many days."):argname("DAYS"):convert(not_negative)
   harvest:option("--pause", "Pause between two requests to one host."):argname("SECONDS"):convert(not_negative)
-  harvest:option("--jobs", "Processes to run (default 1)."):argname("COUNT"):convert(positive)
+  harvest:option("--jobs", "Processes to run (default 1)."):argname("COUNT"):convert(count)
   harvest:option("--shard", "Harvest only the Ith of N parts, divided by host."):argname("I/N"):convert(part)
 
   for _, command in ipairs{info, map, feature, coverage} do add_common(command, "3") end
@@ -149,7 +152,7 @@ local function add_commands(parser)
   search:argument("words", "Words of titles, names, keywords and abstracts."):args("*"):argname("WORD")
   search:option("--bbox", "Box in degrees that results must touch."):args(4):argname{"W", "S", "E N"}:convert(number)
   search:option("--kind", "Only services of this kind: wms or wcs."):argname("KIND"):convert(kind)
-  search:option("--limit", "Most results to print (default 20)."):argname("COUNT"):convert(positive)
+  search:option("--limit", "Most results to print (default 20)."):argname("COUNT"):convert(count)
   search:mutex(search:flag("--json", "Print JSON."), search:flag("--geojson", "Print the boxes as GeoJSON."))
 end
 
