@@ -92,6 +92,9 @@ NodeName=localhost NodeHostname=$(hostname -s) NodeAddr=127.0.0.1 CPUs=2 \
 PartitionName=all Nodes=ALL Default=YES State=UP
 CONF
 
+# Nothing uses control groups, but slurmd looks for them unless their version is named.
+echo CgroupPlugin=cgroup/v1 >"$directory/cgroup.conf"
+
 start /usr/sbin/munged --foreground --force --key-file="$directory/key" --socket="$directory/munge" \
     --pid-file="$directory/munged.pid" --seed-file="$directory/seed"
 until_works munged munge --socket="$directory/munge" --no-input
