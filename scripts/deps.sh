@@ -90,7 +90,7 @@ main() {
         exit 1
     fi
 
-    echo "Installing ${#packages[@]} package$([ ${#packages[@]} -eq 1 ] || echo s) (log: $log)"
+    echo "Installing ${#packages[@]} package$([ ${#packages[@]} -eq 1 ] || echo s), which may take minutes (log: $log)"
     : >"$log"
     export DEBIAN_FRONTEND=noninteractive
     forbid_services
