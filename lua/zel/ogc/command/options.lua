@@ -49,7 +49,8 @@ end
 -- WIDTHxHEIGHT, or the width alone.
 local function size(text)
   local width, height = text:match("^(%d+)x?(%d*)$")
-  if width then return {math.tointeger(width), math.tointeger(height)} end
+  width, height = math.tointeger(width), math.tointeger(height)
+  if width and width > 0 and height ~= 0 then return {width, height} end
   return nil, ("'%s' is not a size such as 800 or 800x600"):format(text)
 end
 
