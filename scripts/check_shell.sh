@@ -3,4 +3,4 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-git ls-files -z '*.sh' .ci/run | xargs -0 shellcheck
+git ls-files -z '*.sh' '*.sbatch' '*.bash' .ci/run packaging/zel-ogc | xargs -0 shellcheck
