@@ -18,7 +18,7 @@ SPAN = 1_000_000  # ids of one service, its own first
 # The column by which rows belong to a service, what else is an id, and what is a time.
 TABLES = {
     "service": ("id", (), ("harvested",)), "layer": ("id", ("service", "parent"), ()), "coverage": ("id", ("service",), ()),
-    "style": ("layer", (), ()), "dimension": ("layer", (), ()), "keyword": ("item", (), ()), "box": ("id", (), ()),
+    "bounds": ("layer", (), ()), "style": ("layer", (), ()), "dimension": ("layer", (), ()), "keyword": ("item", (), ()), "box": ("id", (), ()),
 }
 READ, LAYERS = {"new", "changed", "unchanged"}, {"wms": "layer", "wcs": "coverage"}
 Attempt = collections.namedtuple("Attempt", "result again version bytes words")

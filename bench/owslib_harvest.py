@@ -39,7 +39,7 @@ class Rows:
 
     def __init__(self, service, identity, known_lists):
         self.known_lists = known_lists
-        self.layers, self.styles, self.dimensions, self.keywords, self.systems = [], [], [], [], []
+        self.layers, self.bounds, self.styles, self.dimensions, self.keywords, self.systems = [], [], [], [], [], []
         self.identity = identity
         self.seen = {}
         for layer in service.contents.values():
@@ -57,6 +57,9 @@ class Rows:
         self.layers.append((place, self.identity, parent, level, len(self.layers) + 1, layer.name, layer.title,
                             layer.abstract, getattr(layer, "attribution", {}).get("title"), layer.queryable, layer.opaque,
                             layer.cascaded, *box, None, None, self.system_list(names)))
+        if layer.boundingBox:
+            *edges, system = layer.boundingBox
+            self.bounds.append((place, 1, system, *edges))
         for number, (name, style) in enumerate(layer.styles.items(), 1):
             self.styles.append((place, number, name, style.get("title"), None, style.get("legend")))
         for number, (name, dimension) in enumerate(getattr(layer, "dimensions", {}).items(), 1):
@@ -84,7 +87,7 @@ def harvest(database, identity, url, known_lists):
                    "harvested) VALUES (?, ?, 'WMS', ?, ?, ?, ?, ?, ?, ?, ?)",
                    (identity, url, about.version, about.type, about.title, about.abstract, about.fees,
                     about.accessconstraints, digest, started))
-    for table, values in (("layer", rows.layers), ("style", rows.styles), ("dimension", rows.dimensions),
+    for table, values in (("layer", rows.layers), ("bounds", rows.bounds), ("style", rows.styles), ("dimension", rows.dimensions),
                           ("keyword", rows.keywords), ("system", rows.systems)):
         insert(cursor, table, values)
     ids = identity, identity + SPAN - 1

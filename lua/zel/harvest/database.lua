@@ -11,7 +11,7 @@ local PATIENCE = 30000 -- ms that another process may hold the database
 local REMEDIES = {
   {"file is not a database", "%s is no database of a harvest; name another file, zel-ogc harvest makes it"},
   {"malformed", "%s is damaged: harvest into a new file"},
-  {"disk is full", "there is no space left to write to %s; what it holds is whole, and the next run goes on from there"},
+  {"disk is full", "there is no space left to write to %s; it holds whole services, and the next run goes on there"},
   {"readonly database", "%s may only be read here: see who may write to the file and its directory"},
   {"unable to open database file", "%s cannot be opened: see who may write to the file and its directory"},
   {"database is locked", "%s is used by another process: try again when that has ended"},
@@ -98,8 +98,9 @@ end
 
 local database = {}
 
---- Opens a database; with `create` it is made where there is none, and written to, by nobody else meanwhile. With `alone` nobody else can read it
--- meanwhile, and it needs no memory shared with others, which file systems of a network do not have.
+--- Opens a database; with `create` it is made where there is none, and written to, by nobody else meanwhile. With
+-- `alone` nobody else can read it, and it needs no memory shared with others, which file systems of a network do not
+-- have.
 function database.open(path, create, alone)
   if files.exists(path .. "/.") then errors.raise(path .. " is a directory, not a database") end
   if not create and not files.exists(path) then

@@ -11,7 +11,7 @@ local sql = require "zel.harvest.sql"
 -- What belongs to a service: its tables with the columns that are ids.
 local TABLES = {
   {"layer", {id = true, service = true, parent = true}}, {"coverage", {id = true, service = true}},
-  {"style", {layer = true}}, {"dimension", {layer = true}}, {"keyword", {item = true}},
+  {"bounds", {layer = true}}, {"style", {layer = true}}, {"dimension", {layer = true}}, {"keyword", {item = true}},
 }
 
 -- The names of the columns of each table.

@@ -13,7 +13,7 @@ local text, number, flag, row = sql.text, sql.number, sql.flag, sql.row
 local MOST_OF_LISTS = 4000000 -- bytes of lists of systems that are kept in mind
 local PART = 500      -- layers that are looked at at once
 local BY_NUMBER = 32000 -- layers that can be asked for in parts
-local TABLES = {"keyword", "style", "dimension", "system"} -- beside layer and coverage
+local TABLES = {"keyword", "bounds", "style", "dimension", "system"} -- beside layer and coverage
 
 local rows = {}
 
@@ -89,9 +89,12 @@ function Service:layer(record)
   self:open_level(tonumber(record.LAYER), own)
   self.box = union(self.box, own.box)
   self.rows[#self.rows + 1] = row(id, self.id, above.id or "NULL", own.level, position, text(record.NAME),
-    text(record.TITLE), text(record.ABSTRACT), text(own.attribution), flag(own.queryable), flag(own.opaque), number(records.number(record.CASCADED)),
-    box_columns(own.box), number(own.min), number(own.max), self:system_list(layer.systems(record)))
+    text(record.TITLE), text(record.ABSTRACT), text(own.attribution), flag(own.queryable), flag(own.opaque),
+    number(records.number(record.CASCADED)), box_columns(own.box), number(own.min), number(own.max), self:system_list(layer.systems(record)))
   self:keywords(id, records.list(record.KEYWORD, record.NUM_KEYWORD))
+  for i, one in ipairs(layer.bounding_boxes(record)) do
+    if one.box then self.bounds[#self.bounds + 1] = row(id, i, text(one.crs), box_columns(one.box)) end
+  end
   for i, style in ipairs(records.list(record.STYLE, record.NUM_STYLE)) do
     self.style[#self.style + 1] = "(" .. id .. "," .. i .. "," .. text(style.NAME) .. "," .. text(style.TITLE) .. ","
                                   .. text(style.ABSTRACT) .. "," .. text(style.LEGEND_ONLINE) .. ")"
@@ -203,7 +206,7 @@ function rows.removal(id)
   for _, name in ipairs{"box", "layer", "coverage"} do
     list[#list + 1] = ("DELETE FROM %s WHERE id BETWEEN %d AND %d"):format(name, first, last)
   end
-  for name, column in pairs{keyword = "item", style = "layer", dimension = "layer"} do
+  for name, column in pairs{keyword = "item", bounds = "layer", style = "layer", dimension = "layer"} do
     list[#list + 1] = ("DELETE FROM %s WHERE %s BETWEEN %d AND %d"):format(name, column, first, last)
   end
   return list

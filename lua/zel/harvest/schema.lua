@@ -3,14 +3,15 @@
 -- A service has the id N * 1,000,000, its Kth layer or coverage that plus K: what belongs to a service is one range of
 -- ids, in the full-text index and the index of boxes too.
 --
--- Layers inherit: boxes, scales and flags stand with every layer, since a search wants them; names of systems, styles
--- and dimensions stand where the document has them, and the views layer_system, layer_style and layer_dimension add
--- what comes from the layers around. Layers with the same names of systems share one list.
+-- Layers inherit: boxes in degrees, scales and flags stand with every layer, since a search wants them; names of
+-- systems, boxes in their units, styles and dimensions stand where the document has them, and the views layer_system,
+-- layer_bounds, layer_style and layer_dimension add what comes from the layers around. Layers with the same names of
+-- systems share one list.
 
 local schema = {}
 
 schema.APPLICATION = 0x5A4F4743 -- in the file's header
-schema.VERSION = 1
+schema.VERSION = 2
 schema.SPAN = 1000000 -- ids of a service
 
 -- The columns of a service besides id, url and kind, with the tags of the two service structures.
@@ -55,6 +56,8 @@ schema.STATEMENTS = {
   "CREATE TABLE system (list INTEGER, position INTEGER, name TEXT NOT NULL, PRIMARY KEY (list, position)) "
     .. "WITHOUT ROWID",
   "CREATE INDEX system_name ON system (name)",
+  "CREATE TABLE bounds (layer INTEGER, position INTEGER, system TEXT, min_x REAL, min_y REAL, max_x REAL, max_y REAL, "
+    .. "PRIMARY KEY (layer, position)) WITHOUT ROWID",
   "CREATE TABLE style (layer INTEGER, position INTEGER, name TEXT, title TEXT, abstract TEXT, legend TEXT, "
     .. "PRIMARY KEY (layer, position)) WITHOUT ROWID",
   "CREATE TABLE dimension (layer INTEGER, position INTEGER, name TEXT, units TEXT, preset TEXT, extent TEXT, "
@@ -78,6 +81,9 @@ UNION ALL SELECT id, service, 'coverage', name, title, abstract, (SELECT group_c
   ABOVE,
   [[CREATE VIEW layer_system AS SELECT DISTINCT above.layer, system.name FROM layer_above AS above
 JOIN layer ON layer.id = above.above JOIN system ON system.list = layer.systems]],
+  [[CREATE VIEW layer_bounds AS SELECT above.layer, bounds.system, bounds.min_x, bounds.min_y, bounds.max_x,
+bounds.max_y, min(above.steps) AS steps FROM layer_above AS above JOIN bounds ON bounds.layer = above.above
+GROUP BY above.layer, bounds.system]],
   [[CREATE VIEW layer_style AS SELECT above.layer, style.name, style.title, style.abstract, style.legend
 FROM layer_above AS above JOIN style ON style.layer = above.above]],
   [[CREATE VIEW layer_dimension AS SELECT above.layer, dimension.name, dimension.units, dimension.preset,

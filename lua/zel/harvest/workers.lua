@@ -6,8 +6,9 @@ local errors = require "zel.ogc.errors"
 local files = require "zel.ogc.files"
 local quoted = require "zel.ogc.programs".quoted
 
--- A batch, a number and a slot of parallel: a process that was killed is followed by one that goes on with the next service. The batch ends when all are
--- to end, and when processes are killed again and again before they ask anything.
+-- A batch, by its number and its place among those that run: a process that was killed is followed by one that goes on
+-- with the next service. The batch ends when all are to end, and when processes are killed again and again before they
+-- ask anything.
 local BATCH = [[
 batch=$1 status=0 log=$dir/$1.log idle=0
 export ZEL_USER_DIR="$dir/user-$2"
@@ -72,7 +73,8 @@ return function(entries, settings, jobs, directory, store)
   check_parallel()
   local batches = batches_of(entries, jobs)
   for number, batch in ipairs(batches) do files.write(("%s/%d.batch"):format(directory, number), code(batch)) end
-  files.write(directory .. "/settings", code{run = settings.run, offset = settings.offset, options = plain(settings.options),
+  files.write(directory .. "/settings", code{run = settings.run, offset = settings.offset,
+                                             options = plain(settings.options),
                                              properties = plain(settings.properties)})
   files.write(directory .. "/batch.sh", BATCH)
   files.write(directory .. "/all.sh", ALL)

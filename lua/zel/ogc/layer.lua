@@ -52,6 +52,11 @@ local function values(extent)
   return found
 end
 
+--- Boxes in the units of reference systems: crs, box (nil when a number is missing).
+function layer.bounding_boxes(record)
+  return records.map(record.BOUNDING_BOX, record.NUM_BOUNDING_BOX, bounding_box)
+end
+
 function layer.styles(record) return records.map(record.STYLE, record.NUM_STYLE, style) end
 
 --- Dimensions. 1.3.0 has a dimension's values in it, 1.1 in the extent of the same name.
@@ -82,7 +87,7 @@ function layer.of(record, parent)
     queryable = layer.flag(record.QUERYABLE, above.queryable), opaque = layer.flag(record.OPAQUE, above.opaque),
     attribution = records.text(record.ATTRIBUTION.TITLE) or above.attribution,
     box = layer.box(record), crs = layer.systems(record),
-    bounding_boxes = records.map(record.BOUNDING_BOX, record.NUM_BOUNDING_BOX, bounding_box),
+    bounding_boxes = layer.bounding_boxes(record),
     styles = layer.styles(record), dimensions = layer.dimensions(record),
     scale = layer.scale(record, above.scale),
   }
