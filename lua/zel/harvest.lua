@@ -63,8 +63,7 @@ function harvest.run(given)
   local directory <close> = guard.directory()
   local offset = clock.offset(base)
   local now = clock.new(offset)
-  local part = given.shard and ("%d/%d"):format(table.unpack(given.shard)) or ""
-  local id, left = run.begin(base, entries, part, given.older or 0, options.retries, clock, now)
+  local id, left = run.begin(base, entries, given.older or 0, options.retries, clock, now)
   local counts = {services = #entries, new = 0, changed = 0, unchanged = 0, refused = 0, failed = 0,
                   skipped = #entries - #left}
   local progress = given.quiet and function() end or new_progress(#left, "services", "failed")

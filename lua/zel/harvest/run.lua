@@ -10,10 +10,10 @@ local DAY = 86400 -- seconds
 
 local run = {}
 
--- What tells one list from another: its services, and which part of it is harvested.
-local function digest(entries, part)
-  local lines = {part}
-  for _, entry in ipairs(entries) do lines[#lines + 1] = entry.kind .. " " .. entry.public end
+-- What tells one list, or part of a list, from another: its services.
+local function digest(entries)
+  local lines = {}
+  for i, entry in ipairs(entries) do lines[i] = entry.kind .. " " .. entry.public end
   return zel.digest(table.concat(lines, "\n"))
 end
 
@@ -49,12 +49,12 @@ local function fresh_services(database, seconds, clock)
   return fresh
 end
 
---- Begins a run, or continues one. `part` names the part of the list, `days` is the age up to which services are not
+--- Begins a run, or continues one. `days` is the age up to which services are not
 -- asked again. Returns the number of the run and the entries that are left to ask, each with `known`, its row, and
 -- `tries`, how often it was tried in this run.
-function run.begin(database, entries, part, days, retries, clock, now)
+function run.begin(database, entries, days, retries, clock, now)
   add_services(database, entries)
-  local list = sql.text(digest(entries, part))
+  local list = sql.text(digest(entries))
   local id = database:value("SELECT max(id) FROM run WHERE finished IS NULL AND list = " .. list)
   local tried, done = {}, {}
   if id then
