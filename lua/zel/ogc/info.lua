@@ -46,6 +46,9 @@ end
 local function place(o, system)
   if o.x and o.y and not (o.lon or o.lat) then return {o.x, o.y} end
   if not (o.lon and o.lat) or o.x or o.y then errors.raise("info wants a place: lon and lat, or x and y") end
+  if math.abs(o.lat) > 90 then
+    errors.raise(("lat is from -90 to 90 degrees, not %g: is that the longitude?"):format(o.lat))
+  end
   if crs.describe(system).geographic then return {o.lon, o.lat} end
   local point = crs.transform({{o.lon, o.lat}}, "CRS:84", system)[1]
   if not point then errors.raise(("%g, %g has no place in %s"):format(o.lon, o.lat, system)) end
