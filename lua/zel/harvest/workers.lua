@@ -26,13 +26,15 @@ done
 ]]
 
 -- All batches. Ctrl-C is for the harvest alone, which ends this by SIGTERM; when the harvest is killed, so is this, and
--- clears away what it left.
+-- clears away what it left. parallel keeps what it found out about this machine in the user's directory, since finding it
+-- out takes as long as tens of services.
 local ALL = [[
 export dir=$1
 trap '' INT HUP
 trap ': >"$dir/ending"; kill -TERM $work 2>/dev/null; wait $work' TERM
 echo $$ >"$dir/shell"
-export ZEL=$(readlink /proc/$PPID/exe) PARALLEL_HOME="$dir"
+export ZEL=$(readlink /proc/$PPID/exe)
+[ -w "$HOME" ] || export PARALLEL_HOME="$dir"
 seq "$2" | setsid parallel --plain --will-cite --tmpdir "$dir" -j "$3" --ungroup --halt now,fail=1 \
   --termseq TERM,500,KILL,25 'sh "$dir/batch.sh" {} {%}' 2>>"$dir/errors" &
 work=$!
