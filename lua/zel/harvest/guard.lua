@@ -4,31 +4,33 @@
 local errors = require "zel.ogc.errors"
 local quoted = require "zel.ogc.programs".quoted
 
+local TAKEN = 75 -- status of flock when another process has the lock
+
 -- A shell that says a line, and then writes to a full pipe: that ends when nobody is left to read it. Returns the line,
--- and what ends the shell when it is closed.
+-- and the pipe, which ends the shell when it is closed.
 local function hold(script)
   local pipe = assert(io.popen("trap '' INT TERM HUP PIPE; " .. script))
-  return pipe:read("l"), {__close = function() pipe:close() end}
+  return pipe:read("l"), pipe
 end
 
 local guard = {}
 
 --- A new directory, `path`.
 function guard.directory()
-  local path, held = hold('made=$(mktemp -d) && { echo "$made"; yes; rm -rf "$made"; } 2>/dev/null')
+  local path, pipe = hold('made=$(mktemp -d) && { echo "$made"; yes; rm -rf "$made"; } 2>/dev/null')
   if not path then errors.raise("there is no place for temporary files; TMPDIR names another") end
-  held.path = path
-  return setmetatable(held, held)
+  return setmetatable({path = path}, {__close = function() pipe:close() end})
 end
 
 --- The right to write to a database in WAL mode; raises when another process keeps it. One that was just killed may
--- still have it for a moment.
+-- still have it for a moment. File systems without locks hold nobody off: there it is nil.
 function guard.lock(path)
-  local said, held = hold(("flock -w 5 %s sh -c 'echo locked; yes' 2>/dev/null"):format(quoted(path .. "-wal")))
-  if not said then
+  local said, pipe = hold(("flock -E %d -w 5 %s sh -c 'echo locked; yes' 2>/dev/null"):format(TAKEN,
+                                                                                          quoted(path .. "-wal")))
+  if said then return pipe end
+  if select(3, pipe:close()) == TAKEN then
     errors.raise(path .. " is written by another harvest or merge: wait until it has ended, or name another file")
   end
-  return setmetatable(held, held)
 end
 
 return guard
