@@ -36,9 +36,8 @@ def unpacked(directory):
     run("cpack", "--config", BUILD / "CPackConfig.cmake", "-B", directory)
     package, = directory.glob("zel-ogc_*.deb")
     depends = run("dpkg-deb", "--field", package, "Depends")
-    for needed in ("ca-certificates", "libc6", "libcurl4", "libxerces-c3", "liblua5.4", "libreadline8", "lua-argparse",
-                   "gdal-bin"):
-        assert needed in depends
+    assert all(needed in depends for needed in (
+        "ca-certificates", "libc6", "libcurl4", "libxerces-c3", "liblua5.4", "libreadline8", "lua-argparse", "gdal-bin"))
     run("dpkg-deb", "--extract", package, directory / "root")
     return directory / "root" / "usr"
 
