@@ -172,9 +172,7 @@ void CCurl::CurlHttpParseContentType() {
 
 void CCurl::CurlHttpExamineHeaderMsg() {
   if (m_rsp.statusCode / 100 == 2) return;
-  const std::string html = m_requestType == transfer::httpDelete && m_buffer
-                               ? m_buffer->data
-                               : htmlText(m_rsp.header.data(), lastIndex - 1, 511);
+  const std::string html = m_buffer ? m_buffer->data : htmlText(m_rsp.header.data(), lastIndex - 1, 511);
   m_message = transfer::formatLimited(
       transfer::messageLimit, "%s Remote Host(%s), Http ErrCode(%d), Http Err(%s) Http ErrMsg(%s)",
       statusClass(m_rsp.statusCode), m_set.host.c_str(), m_rsp.statusCode, m_rsp.statusText.c_str(), html.c_str());

@@ -31,9 +31,9 @@ bool accepts(Action&& action) {
   }
 }
 
-/// A transfer object that believes in a running request.
-struct Transfer : CCurl {
-  explicit Transfer(int type) {
+/// A client that believes in a running request.
+struct Transfer : COgcBase {
+  explicit Transfer(int type) : COgcBase("1.1.1") {
     accepts([&] { CurlProcessRequest("", type); });
     CurlSetToBuf(1);
     CurlSetFtpExplicitSSL(1);
@@ -43,7 +43,7 @@ struct Transfer : CCurl {
       return 1;
     });
   }
-  void checkLimits() const {
+  void checkLimits() {
     const transfer::Response& rsp = response();
     check(rsp.header.back() == '\0' && rsp.lastFtpResponse.back() == '\0', "header and last FTP reply have an end");
     check(rsp.parsedContentType.str().size() <= 15, "a content type has at most 15 characters");
@@ -51,10 +51,17 @@ struct Transfer : CCurl {
                                        &rsp.date, &rsp.lastModified, &rsp.transferEncoding, &rsp.contentEncoding})
       check(text->str().size() <= 255, "a header value has at most 255 characters");
     check(message().size() <= 1023, "a message has at most 1023 characters");
+    const std::filesystem::path directory = "/nowhere/at/all";
+    for (const char* name : {"map", "map.", "map.png"}) {
+      transfer::Text file((directory / name).string());
+      CurlBuildFileName(&file);
+      check(std::filesystem::path(file.str()).parent_path() == directory, "a file stays in its directory");
+    }
   }
 };
 
-/// Response headers, line by line as libcurl hands them over, with the body after them; the trace of the same bytes.
+/// Response headers, line by line as libcurl hands them over, with the body after them; the trace of the same bytes,
+/// and the names of files that a content type makes.
 void fuzz_header(const std::string& text) {
   static Transfer transfers[] = {Transfer(transfer::httpGet), Transfer(transfer::httpDelete),
                                  Transfer(transfer::ftpGet)};
@@ -79,24 +86,6 @@ void fuzz_header(const std::string& text) {
   std::array<char, 64> error{};
   CCurl::CurlHttpParseError(text.c_str(), error.data(), error.size());
   check(error.back() == '\0', "an error text has an end");
-}
-
-/// Content types as the services read them, and the file names that they make.
-void fuzz_content_type(const std::string& text) {
-  const std::string header = "HTTP/1.1 200 OK\r\nContent-Type: " + text + "\r\n\r\n";
-  static CCurl plain;
-  static COgcWms service;
-  for (CCurl* curl : {&plain, static_cast<CCurl*>(&service)}) {
-    curl->CurlResponseReset();
-    curl->CurlHttpParseRspHdr(header.c_str());
-    check(curl->response().parsedContentType.str().size() <= 15, "a content type has at most 15 characters");
-    const std::filesystem::path directory = "/nowhere/at/all";
-    for (const char* name : {"map", "map.", "map.png"}) {
-      transfer::Text file((directory / name).string());
-      curl->CurlBuildFileName(&file);
-      check(std::filesystem::path(file.str()).parent_path() == directory, "a file stays in its directory");
-    }
-  }
 }
 
 void checkComposed(CCurl& curl, int (CCurl::*build)(char*, int)) {

@@ -4,6 +4,7 @@ import fcntl
 import os
 import pty
 import select
+import shutil
 import signal
 import struct
 import subprocess
@@ -123,18 +124,24 @@ def test_tab_completes_and_history_is_kept(prompt, tmp_path):
 
 
 def test_history_of_another_kind(prompt, tmp_path):
-    """Plain lines are taken as they are; a link in the file's place is not followed."""
-    (tmp_path / "history").write_text("x = 1\nx = 2\n")
+    """Plain lines are taken as they are, the last thousand of them; a link in the file's place is not followed."""
+    (tmp_path / "history").write_text("x = 0\n" * 2000 + "x = 1\nx = 2\n")
     one = prompt()
     one.type("\x10\x10\n")
     one.type("x\n", "\r\n1\r\n> ")
     one.end("exit\n")
+    assert (tmp_path / "history").read_text().count("#") < 1010
     (tmp_path / "history").unlink()
     (tmp_path / "history").symlink_to(tmp_path / "other")
     one = prompt()
     one.type("y = 1\n")
     one.end()
     assert not (tmp_path / "other").exists()
+
+
+def test_prompt_without_its_library(prompt, tmp_path):
+    shutil.copy(BUILD / "zel", tmp_path)
+    prompt(words=(tmp_path / "zel",), ready="module 'zel.prompt' not found").end("", 1)
 
 
 LOOP = "while true do pcall(function() while true do end end) end\n"

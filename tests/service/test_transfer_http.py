@@ -186,8 +186,10 @@ def test_routine_ends_an_upload(ask, tmp_path, action, result, request_type):
     assert any(line.startswith(f"Http: {request_type}: sending ") for line in got.lines)
 
 
-def test_interrupt_ends_a_delete_too(ask):
-    assert ask("dav/missing", "verbose=1", "on=Header Out:interrupt", request="delete").result == CANCELLED
+@pytest.mark.parametrize("path, action, request_type", [
+    ("dav/missing", "Header Out:interrupt", "delete"), ("hello.txt", "left intact:cancel", "get")])
+def test_a_delete_and_the_last_line_end_too(ask, tmp_path, path, action, request_type):
+    assert ask(path, "verbose=1", f"on={action}", request=request_type).result == CANCELLED and not list(tmp_path.iterdir())
 
 
 @pytest.mark.parametrize("line", ["Http: get: received", "Verbose: Header Out", f"received ({BIG})"])

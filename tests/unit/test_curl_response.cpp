@@ -51,8 +51,10 @@ public:
 };
 
 TEST(CurlHeader, FieldsAreRead) {
-  const auto fields = [](const std::string& header) {
-    Fed curl;
+  Fed curl;
+  const auto fields = [&curl](const std::string& header) {
+    curl.CurlResponseReset();
+    curl.told.clear();
     curl.block(header);
     EXPECT_EQ(curl.message(), curl.told.empty() ? "" : curl.told.back());
     EXPECT_EQ(curl.response().headerLength, static_cast<int>(header.size()));
@@ -65,6 +67,7 @@ TEST(CurlHeader, FieldsAreRead) {
              {{"HTTP/1.1 404 Not Found\r\nSERVER: s/1\r\ndate: today\r\nCONTENT-Length: 12\r\nLast-Modified: once\r\n"
                "Transfer-Encoding: CHUNKED\r\nContent-Encoding: gzip\r\nContent-Type: text/xml; charset=UTF-8\r\n\r\n",
                "404 12 11|Not Found|s/1|today|once|gzip|text/xml; charset=UTF-8|xml"},
+              {"\r\n" + ok + "\r\n", "0 0 01||||||||" + noStart},
               {"HTTP/1.1 404\r\nA: b\r\n\r\n", "404 0 01|||||||"},
               {"HTTP/1.1 404 \r\nA: b\r\n\r\n", "404 0 01|||||||"},
               {ok + "Content-Length: 5\r\n\r\n", "200 0 01|OK||||||"}, // one digit is none
@@ -163,7 +166,7 @@ TEST(CurlTrace, LinesAreLabelledTrimmedCutAndWithoutSecrets) {
       {CURLINFO_HEADER_OUT,
        {"A: b\r\nAUTHORIZATION: Basic secret\r\nProxy-Authorization: Digest secret=\"x\"\r\nCookie: secret\r\n\r\n"},
        {"A: b\r\nAUTHORIZATION: ***\r\nProxy-Authorization: ***\r\nCookie: ***"}},
-      {CURLINFO_HEADER_OUT, {"PASS secret\r\n", "pass secret\r\n", "PWD\r\n"}, {"PASS ***", "pass ***", "PWD"}},
+      {CURLINFO_HEADER_OUT, {"PASS secret\r\n", "acct secret\r\n", "PWD\r\n"}, {"PASS ***", "acct ***", "PWD"}},
       {CURLINFO_HEADER_OUT,
        {"A: b\r\nAuthor", "ization: sec", "ret\r\nB: c\r\n"},
        {"A: b\r\nAuthor", "ization: ***", "***\r\nB: c"}},
