@@ -69,9 +69,10 @@ TEXT = {'"  a b"': '"  a b"', '"Größe\\tµ"': '"Größe\\u0009µ"', "17": '"17
 # What values become: numbers wrap to 16 bits before they are judged.
 CONVERTED = {
     "URL_HOSTNAME": TEXT, "PASSWORD": dict.fromkeys(TEXT, NOT_ALLOWED), "MAP_FILENAME": {"5": '"5"'},
-    "ENCODE": {"'1'": "1", "3.9": "3", "65538": "2", "-65536": "0"},
+    "ENCODE": {"'1'": "1", "3.9": "3", "65538": "2", "-65536": "0"}, "CONNECT_TIMEOUT": {"0": "1", "-9": "1", "7": "7"},
     "TIMEOUT": {"0": "1", "-3": "1", "32767": "32767", "40000": "1", "65546": "10", "' 7'": "7"},
     "SSL_VERIFY_HOST": {"7": "1", "0": "0", "true": "1", "65536": "0", "-1": "1", "false": "0"},
+    "SSL_VERIFY_PEER": {"7": "1", "0": "0", "-1": "1"},
     "VERBOSE": {"5": "1", "-3": "-3", "0": "0", "65537": "1"}, "URL_PORT": {"8080": '"8080"', '"   443"': '"443"'},
     "PROXY_PORT": {'"x"': '"x"', "3128": '"3128"', '""': '""'},
     "CALLBACK_DATA": {"5": "5", '"text"': '"text"', "{1, 2}": "[1,2]", "zel.undefined": "0"},

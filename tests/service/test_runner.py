@@ -16,22 +16,15 @@ SETUP = f"zel.load('{MODULE}')\nlocal o = zel.new('Sample')\n"
 
 
 @pytest.mark.parametrize("words, status, out, err", [
-    (["--help"], 0, "Usage: zel", ""),
-    (["--version"], 0, "zel 1.", ""),
+    (["--help"], 0, "Usage: zel", ""), (["--version"], 0, "zel 1.", ""), (["-"], 0, "piped", ""), ([], 0, "piped", ""),
     (["-e", "x = 1", "-e", "print(x, arg[0], arg[1])", "-", "a", "-m"], 0, "1\t-\ta\npiped", ""),
     (["-e", "print(1)", "--", "/dev/stdin"], 0, "1\npiped", ""),
     (["-m", MODULE, "-e", "print(zel.new('sample'))"], 0, "SAMPLE object", ""),
-    (["-"], 0, "piped", ""),
-    ([], 0, "piped", ""),
     (["-e", "error('boom')"], 1, "", "zel: (command line):1: boom\nstack traceback:"),
-    (["-e", "error({})"], 1, "", "(error object is a table value)"),
-    (["-e", "x ="], 1, "", "unexpected symbol near <eof>"),
-    (["-e", "pcall(os.exit, 3)"], 3, "", ""),
-    (["-m", "nosuch", "-e", ""], 1, "", 'Module "nosuch" was not found in'),
-    (["-x"], 2, "", "unknown option -x"),
-    (["-e"], 2, "", "option -e needs code"),
+    (["-e", "error({})"], 1, "", "(error object is a table value)"), (["-e", "x ="], 1, "", "unexpected symbol near <eof>"),
+    (["-e", "pcall(os.exit, 3)"], 3, "", ""), (["-m", "nosuch", "-e", ""], 1, "", 'Module "nosuch" was not found in'),
+    (["-x"], 2, "", "unknown option -x"), (["-e"], 2, "", "option -e needs code"), (["/"], 2, "", "cannot read /"),
     (["nosuch.lua"], 2, "", "cannot open nosuch.lua: No such file"),
-    (["/"], 2, "", "cannot read /"),
 ])
 def test_command_line(words, status, out, err):
     done = subprocess.run([BUILD / "zel", *words], input="print('piped')", text=True, capture_output=True, timeout=60)

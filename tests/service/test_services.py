@@ -164,7 +164,10 @@ REFUSED = {
     'GetCapabilities, {FROM_FILE = "no such"}': "Error: Passed in FROM_FILE does not exist: no such",
     'GetCapabilities, {FROM_URL = "", SCHEMA_CHECKING = 3}': "Error: Passed in FROM_URL is empty.",
     'GetCapabilities, {VALIDATION_MODE = -1}': VALIDATION, 'GetCapabilities, {VALIDATION_MODE = 65536 + 3}': VALIDATION,
-    'GetCapabilities, {SCHEMA_CHECKING = "3"}': SCHEMA, 'GetCapabilities, {SCHEMA_CHECKING = -1}': SCHEMA}
+    'GetCapabilities, {SCHEMA_CHECKING = "3"}': SCHEMA, 'GetCapabilities, {SCHEMA_CHECKING = -1}': SCHEMA,
+    **{f"GetCapabilities, {{{keyword} = {value}}}": f"keyword {keyword}: {why}"
+       for keyword in ("FROM_FILE", "FROM_URL", "VALIDATION_MODE", "SCHEMA_CHECKING")
+       for value, why in (('{"a", "b"}', "A single value is required"), ("print", "a function cannot be passed"))}}
 METHODS = "Init", "Cleanup", "GetProperty", "SetProperty", "GetCapabilities", "GetServiceSection", "ParseURL"
 REFUSED_BY = {
     "WMS": REFUSED | {

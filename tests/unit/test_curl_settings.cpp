@@ -10,7 +10,7 @@ TEST(CurlSettings, NumbersAreRefusedOrBroughtIntoRange) {
   constexpr int refused = -99;
   using Values = std::vector<std::pair<int, int>>; // given and stored
   const Values upTo3{{0, 0}, {3, 3}, {4, refused}, {-1, refused}}, upTo1{{0, 0}, {1, 1}, {2, refused}, {-1, refused}};
-  const Values flag{{0, 0}, {-5, 1}, {0, 0}, {2, 1}}, seconds{{7, 7}, {0, 1}, {7, 7}, {-9, 1}};
+  const Values flag{{0, 0}, {-5, 1}, {0, 0}, {2, 1}};
   const struct {
     void (CCurl::*set)(int);
     int Settings::*field;
@@ -19,11 +19,8 @@ TEST(CurlSettings, NumbersAreRefusedOrBroughtIntoRange) {
               {&CCurl::CurlSetFtpDirListType, &Settings::ftpDirListType, upTo1},
               {&CCurl::CurlSetFtpAscii, &Settings::ftpAscii, upTo1},
               {&CCurl::CurlSetExtVers, &Settings::extVers, upTo1},
-              {&CCurl::CurlSetSslVerifyPeer, &Settings::sslVerifyPeer, flag},
               {&CCurl::CurlSetFtpExplicitSSL, &Settings::ftpExplicitSsl, flag},
-              {&CCurl::CurlSetFtpConnMode, &Settings::ftpConnMode, flag},
-              {&CCurl::CurlSetConnectTo, &Settings::connectTimeout, seconds},
-              {&CCurl::CurlSetVerbose, &Settings::verbose, {{7, 1}, {-3, -3}}}};
+              {&CCurl::CurlSetFtpConnMode, &Settings::ftpConnMode, flag}};
   CCurl curl;
   for (const auto& row : rows)
     for (const auto& [given, stored] : row.values) {
