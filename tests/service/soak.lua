@@ -79,8 +79,6 @@ local light = {
     with_routine("")
     static:SetProperty{URL_SCHEME = "http", URL_PORT = port, VERBOSE = 0}
   end,
-  function() fails("Keyword NONSENSE", wms.GetLayers, wms, {NONSENSE = 1})
-             fails("string is required", wms.GetMap, wms, 5) end,
 }
 
 -- What the host could keep for ever: a name for each function, a definition for each shape of a value or result.

@@ -204,8 +204,6 @@ EXCEPTION = "Error: Remote OGC server returned a "
 FAILURES = {
     "<ServiceExceptionReport><ServiceException code='c' locator='l'>text</ServiceException></ServiceExceptionReport>":
         EXCEPTION + "service exception: ( Code= c  Locator= l Service Exception Text= text).",
-    "<o:ExceptionReport xmlns:o='u'><o:Exception exceptionCode='c' locator='l'><o:ExceptionText>text</o:ExceptionText>"
-    "</o:Exception></o:ExceptionReport>": EXCEPTION + "exception report: ( Code= c Exception Text= text).",
     # half a document is none
     "<{0} version='1.0.0'><Service><name>s</name></Service><ContentMetadata><CoverageOfferingBrief/></ContentMetadata>"
     "<CoverageOffering/><ServiceExceptionReport><ServiceException code='c'/></ServiceExceptionReport></{0}>":

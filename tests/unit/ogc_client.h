@@ -69,8 +69,10 @@ protected:
   ~Ogc() override { std::filesystem::remove_all(m_directory); }
 
   [[nodiscard]] std::string path(const std::string& name) const { return (m_directory / name).string(); }
+  /// Writes a file anew: cutting an old one short may wait for the disk.
   std::string write(const std::string& name, const std::string& content) {
     std::filesystem::create_directories((m_directory / name).parent_path());
+    std::filesystem::remove(path(name));
     std::ofstream(path(name), std::ios::binary) << content;
     return path(name);
   }

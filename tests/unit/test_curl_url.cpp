@@ -60,22 +60,19 @@ TEST(CurlUrl, IsSplitAndComposed) {
                       {"http://h:81/p", "http h 81 - - - - Error: url does not contain a ?"},
                       {"http://h", "http old 81 old old old old Error: url does not contain a /"},
                       {"ftp://h:/p?q", "ftp h 80 old old old old Error: CurlSetPort failed"}});
-}
-
-TEST(CurlUrl, IsSplitAndComposedWithItsQuery) {
-  const auto result = [](const std::string& url) {
+  const auto withItsQuery = [](const std::string& url) {
     return splitAndComposed(url, &CCurl::CurlParseURLSimple, &CCurl::CurlBuildUrlRqSimple, false);
   };
-  expectEach(result, {{"https://me:pw@h:80/p/r?q?r", "https h 80 p/r - q?r - https://h/p/r?q?r"},
-                      {"http://h:443/p", "http h 443 p - - - http://h:443/p"},
-                      {"http://h/p?", "http h 80 p - - - http://h/p"},
-                      {"http://h", "http h 80 - - - - http://h"},
-                      {"http:///p", "http - 80 p - - - " + missing + "Host"},
-                      {"://h", "- h 80 - - - - " + missing + "Scheme"},
-                      {"", "old old 81 old old old old Error: url does not contain a :"},
-                      {"ftp:/h/", "ftp old 81 old old old old Error: url does not contain a //"},
-                      {"ftp:", "ftp old 81 old old old old Error: url does not contain a //"},
-                      {"ftp://h:-1/p?q", "ftp h -1 old old old old Error: CurlSetPort failed to convert"}});
+  expectEach(withItsQuery, {{"https://me:pw@h:80/p/r?q?r", "https h 80 p/r - q?r - https://h/p/r?q?r"},
+                            {"http://h:443/p", "http h 443 p - - - http://h:443/p"},
+                            {"http://h/p?", "http h 80 p - - - http://h/p"},
+                            {"http://h", "http h 80 - - - - http://h"},
+                            {"http:///p", "http - 80 p - - - " + missing + "Host"},
+                            {"://h", "- h 80 - - - - " + missing + "Scheme"},
+                            {"", "old old 81 old old old old Error: url does not contain a :"},
+                            {"ftp:/h/", "ftp old 81 old old old old Error: url does not contain a //"},
+                            {"ftp:", "ftp old 81 old old old old Error: url does not contain a //"},
+                            {"ftp://h:-1/p?q", "ftp h -1 old old old old Error: CurlSetPort failed to convert"}});
 }
 
 TEST(CurlNames, TextsAreConverted) {

@@ -258,16 +258,13 @@ TEST_F(Host, JoinsPaths) {
 
 TEST_F(Host, MakesUserDirectories) {
   const auto make = [](const char* application) {
-    const Temp arguments[] = {text("zel"),      text("Author"), text(application), text("A store"),
-                              text("\nText\n"), text("1.00"),   text("100")};
-    std::string path;
+    const Temp a[] = {text("zel"),      text("Author"), text(application), text("A store"),
+                      text("\nText\n"), text("1.00"),   text("100")};
+    Temp path;
     const std::string error = errorOf([&] {
-      const auto& a = arguments;
-      path = textOf(
-          Temp(ZEL_AppUserDir(a[0].get(), a[1].get(), a[2].get(), a[3].get(), a[4].get(), a[5].get(), a[6].get()))
-              .get());
+      path.reset(ZEL_AppUserDir(a[0].get(), a[1].get(), a[2].get(), a[3].get(), a[4].get(), a[5].get(), a[6].get()));
     });
-    return error.empty() ? path : error;
+    return error.empty() ? textOf(path.get()) : error;
   };
   setenv("ZEL_USER_DIR", at("made/deep").c_str(), 1);
   const fs::path zel = at("made/deep/zel");

@@ -96,11 +96,12 @@ TEST_F(Clients, CountsOfListsAreThoseOfOneRecordOrTheLargest) {
 /// Every end tag ends a report's text, whatever section has opened inside.
 TEST_F(Clients, ReportsHoldTheirOwnTexts) {
   const std::string file =
-      write("report.xml", "<ExceptionReport><ExceptionText>t<WCS_Capabilities version='1.0.0'>"
+      write("report.xml", "<o:ExceptionReport xmlns:o='u'><o:Exception "
+                          "exceptionCode='c'/><o:ExceptionText>t<WCS_Capabilities version='1.0.0'>"
                           "<Service><fees>f</fees>lost<label>l</label></Service></WCS_Capabilities>"
-                          "</ExceptionText></ExceptionReport>");
+                          "</o:ExceptionText></o:ExceptionReport>");
   EXPECT_EQ(errorOf([&] { wcs.OgcWcsGetCap(file.c_str(), nullptr, 0, 0); }),
-            "Error: Remote OGC server returned a exception report: (Exception Text= t).");
+            "Error: Remote OGC server returned a exception report: ( Code= c Exception Text= t).");
   EXPECT_EQ(errorOf([&] { wcs.OgcWcsGetCap("nosuch", nullptr, 0, 0); }),
             "Error: File does not exist.  file: (nosuch).");
 }
