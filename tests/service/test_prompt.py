@@ -112,12 +112,9 @@ def test_tab_completes_and_history_is_kept(prompt, tmp_path):
     beside.end("os.exit(7)\n", 7)
 
     again = prompt()
-    again.type("\x10", "os.exit(7)")
-    again.type("\x10", "for i = 7, 7 do")  # both of its lines
-    again.type("\nlast\n", "\r\n7\r\n> ")
-    again.type("\x10\x10\x10\x10\x10", "beside = 1")
-    again.type("\x10", "URL_HOSTNAME")
-    again.type("\x01\x0b40 + 2\n", "\r\n42\r\n> ")
+    for keys, answer in (("\x10", "os.exit(7)"), ("\x10", "for i = 7, 7 do"), ("\nlast\n", "\r\n7\r\n> "),  # both of its lines
+                         ("\x10" * 5, "beside = 1"), ("\x10", "URL_HOSTNAME"), ("\x01\x0b40 + 2\n", "\r\n42\r\n> ")):
+        again.type(keys, answer)
     again.end("quit\n")
     history = tmp_path / "history"
     assert history.stat().st_mode & 0o777 == 0o600 and "secret" not in history.read_text()
@@ -133,9 +130,7 @@ def test_history_of_another_kind(prompt, tmp_path):
     assert (tmp_path / "history").read_text().count("x = 0") < 1000
     (tmp_path / "history").unlink()
     (tmp_path / "history").symlink_to(tmp_path / "other")
-    one = prompt()
-    one.type("y = 1\n")
-    one.end()
+    prompt().end("y = 1\n\x04")
     assert not (tmp_path / "other").exists()
 
 
@@ -231,7 +226,7 @@ HELP = [
     ("'proxy'", ["Maps and coverages by name: wms\n  proxy", "See also: PROXY_AUTHENTICATION, PROXY_HOSTNAME"]),
     ("'status routine'", ["Status routine\n", "CALLBACK_FUNCTION"]),
     ("'REDIRECTS'", ["When a server redirects to another host"]),
-    ("'structure'", ["Topics:\n  Layer structure\n"]),
+    ("'tiles'", ["map\n"]), ("'structure'", ["Topics:\n  Layer structure\n"]),
     ("'errors people meet'", ["\n  ... Curl Error Code = 28\n      the time is up"]),
     ("", ["  GetLayers, GetMap, GetFeatureInfo\n", "WMS_VERSION", "Errors people meet"]),
     ("'nosuch'", ["There is nothing about nosuch; zel.help() lists the names.\n"]),
