@@ -17,30 +17,17 @@ from conftest import SOURCE
 from responder import HOLD, Responder, answer
 from servers import BUILD
 
-LAYER = "<Layer><Name>{0}</Name><Title>{1}</Title><Abstract>About {0}.</Abstract>{2}</Layer>"
-BOX = ("<EX_GeographicBoundingBox><westBoundLongitude>{}</westBoundLongitude><southBoundLatitude>{}</southBoundLatitude>"
-       "<eastBoundLongitude>{}</eastBoundLongitude><northBoundLatitude>{}</northBoundLatitude></EX_GeographicBoundingBox>")
 REFUSAL = "<ServiceExceptionReport><ServiceException code='{}' locator='L'>{}</ServiceException></ServiceExceptionReport>"
 DOCUMENTS = SOURCE / "tests/service/documents"
-ATLAS, RELIEF = ((DOCUMENTS / f"{name}.xml").read_text() for name in ("atlas", "relief"))
+ATLAS, BOXES, RELIEF, ROADS = ((DOCUMENTS / f"{name}.xml").read_text() for name in ("atlas", "boxes", "relief", "roads"))
 BRIEFS = RELIEF.index("<CoverageOfferingBrief>"), RELIEF.index("</ContentMetadata>")
 MANY = 501  # coverages, more than go into a database at once
-
-
-def wms(inside, title="Roads", attributes=""):
-    return (f"<?xml version='1.0'?><!-- made --><w:WMS_Capabilities version='1.3.0' {attributes} xmlns:w='w'><Service>"
-            f"<Title>{title}</Title></Service><Capability><Layer><Title>All</Title>{BOX.format(5, 45, 10, 48)}{inside}</Layer>"
-            "</Capability></w:WMS_Capabilities>")
-
-
-ROADS = wms(LAYER.format("roads", "Straßen der Höhe", "") + LAYER.format("fiji", "It's &#x9b;31m", BOX.format(177, -20, -178, -15)))
 # By the path of a service; what is stored of them stands in harvest.json.
 ANSWERS = {
     "atlas": ATLAS,
     "coverages": RELIEF,
     "many": RELIEF[:BRIEFS[0]] + RELIEF[slice(*BRIEFS)] * MANY + RELIEF[BRIEFS[1]:],
-    "boxes": wms("".join(LAYER.format(f"b{i}", "B", BOX.format(*box)) for i, box in enumerate(
-        [("NaN", 1, 2, 3), (1, 50, 2, 40), (0, -90, 360, 90), (1e400, 0, 1, 1), (190, 0, 200, 1), (3, 3, 3, 3)]))),
+    "boxes": BOXES,
     "bare": "<WMS_Capabilities version='1.3.0'><Capability><Layer/></Capability></WMS_Capabilities>",
     "moved": answer("", status="302 Moved", more="Location: bare?\r\n"),
     "refused": REFUSAL.format("Nope", "Out of ink \u009b31m"),
@@ -48,7 +35,7 @@ ANSWERS = {
     "page": "<!DOCTYPE html><html><body>Hello</body></html>",
     "other": "\ufeff<rss version='2.0'/>",
     "kind": "<!-- made -->" + RELIEF,
-    "broken": ROADS[:200],
+    "broken": ROADS[:400],
     "missing": answer("no", status="404 No"),
     "busy": answer("later", status="500 Later", more="Retry-After: 1\r\n"),
     "hasty": answer("", status="429 Hasty", more="Retry-After: 0\r\n"),
@@ -150,20 +137,20 @@ def test_answers_of_all_kinds(server, run, tmp_path):
 
 
 def test_what_is_unchanged_costs_a_row(server, run, tmp_path):
-    server.answers |= {"a": wms("", "One", "updateSequence='a&amp;1'"), "b": wms("", "Two", "updateSequence='2'")}
+    server.answers["b"] = ROADS.replace("a&amp;1", "b")
     write_list(tmp_path, server, ["a", "b", "roads", "a wcs"], hosts=1)
     (tmp_path / "less").write_text((tmp_path / "list").read_text().rsplit("\n", 1)[0])
     run("harvest", "list", "a.db")
     run("harvest", "less", "o'ld.db")
-    server.answers |= {"a": REFUSAL.format("CurrentUpdateSequence", "no news"), "b": wms("", "Too", "updateSequence='2'"),
-                       "roads": wms("", "Other maps")}
+    server.answers |= {"a": REFUSAL.format("CurrentUpdateSequence", "no news"), "b": server.answers["b"].replace("Roads", "B"),
+                       "roads": ROADS.replace("a&amp;1", "c").replace("roads", "ways")}
     done = run("harvest", "list", "a.db")
     assert "0 new, 1 changed, 2 unchanged" in done.stderr and "&UPDATESEQUENCE=a%261" in str(server.queries["a"])
     found = contents(tmp_path / "a.db")
     for merged, newer in (("b.db", "a.db", "o'ld.db"), ["3 of 4", "2 of 3"]), (("c.db", "o'ld.db", "a.db"), ["3 of 3", "1 of 4"]):
         assert re.findall(r": (\d of \d) ", run("merge", *merged).stderr) == newer  # the later reading counts
         assert contents(tmp_path / merged[0])["item"] == found["item"]
-    assert len(found["attempt"]) == 8 and not [row for row in found["item"] if "roads" in row]
+    assert len(found["attempt"]) == 8 and ["WMS roads 2", "WMS roads 0", "layer", "ways"] in [row[:4] for row in found["item"]]
     for name, age, aged, left in ("o'ld.db", "-20 hours", "new", 3), ("a.db", "-2 days", "new", 3), ("a.db", "-2 days", "unchanged", 1):
         with sqlite3.connect(tmp_path / name) as base:
             base.execute("UPDATE attempt SET started = strftime('%Y-%m-%dT%H:%M:%fZ', 'now', ?) WHERE result = ?", [age, aged])
