@@ -138,20 +138,20 @@ def test_answers_of_all_kinds(server, run, tmp_path):
 
 def test_what_is_unchanged_costs_a_row(server, run, tmp_path):
     server.answers["b"] = ROADS.replace("a&amp;1", "b")
-    write_list(tmp_path, server, ["a", "b", "roads", "a wcs"], hosts=1)
+    write_list(tmp_path, server, ["a", "b", "boxes", "roads", "a wcs"], hosts=1)
     (tmp_path / "less").write_text((tmp_path / "list").read_text().rsplit("\n", 1)[0])
     run("harvest", "list", "a.db")
     run("harvest", "less", "o'ld.db")
     server.answers |= {"a": REFUSAL.format("CurrentUpdateSequence", "no news"), "b": server.answers["b"].replace("Roads", "B"),
                        "roads": ROADS.replace("a&amp;1", "c").replace("roads", "ways")}
     done = run("harvest", "list", "a.db")
-    assert "0 new, 1 changed, 2 unchanged" in done.stderr and "&UPDATESEQUENCE=a%261" in str(server.queries["a"])
+    assert "0 new, 1 changed, 3 unchanged" in done.stderr and "&UPDATESEQUENCE=a%261" in str(server.queries["a"])
     found = contents(tmp_path / "a.db")
-    for merged, newer in (("b.db", "a.db", "o'ld.db"), ["3 of 4", "2 of 3"]), (("c.db", "o'ld.db", "a.db"), ["3 of 3", "1 of 4"]):
+    for merged, newer in (("b.db", "a.db", "o'ld.db"), ["4 of 5", "3 of 4"]), (("c.db", "o'ld.db", "a.db"), ["4 of 4", "1 of 5"]):
         assert re.findall(r": (\d of \d) ", run("merge", *merged).stderr) == newer  # the later reading counts
         assert contents(tmp_path / merged[0])["item"] == found["item"]
-    assert len(found["attempt"]) == 8 and ["WMS roads 2", "WMS roads 0", "layer", "ways"] in [row[:4] for row in found["item"]]
-    for name, age, aged, left in ("o'ld.db", "-20 hours", "new", 3), ("a.db", "-2 days", "new", 3), ("a.db", "-2 days", "unchanged", 1):
+    assert len(found["attempt"]) == 10 and ["WMS roads 2", "WMS roads 0", "layer", "ways"] in [row[:4] for row in found["item"]]
+    for name, age, aged, left in ("o'ld.db", "-20 hours", "new", 4), ("a.db", "-2 days", "new", 4), ("a.db", "-2 days", "unchanged", 1):
         with sqlite3.connect(tmp_path / name) as base:
             base.execute("UPDATE attempt SET started = strftime('%Y-%m-%dT%H:%M:%fZ', 'now', ?) WHERE result = ?", [age, aged])
         assert f", {left} not asked again; " in run("harvest", "list", name, "--older", 1).stderr
