@@ -40,10 +40,6 @@ bool ResponseFile::open(const char* path) {
   return true;
 }
 
-std::size_t ResponseFile::write(const char* data, std::size_t size) noexcept {
-  return std::fwrite(data, 1, size, m_file.get());
-}
-
 bool ResponseFile::close() noexcept {
   if (!m_file) return true;
   const bool flushed = std::fflush(m_file.get()) == 0;

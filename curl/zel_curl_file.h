@@ -39,7 +39,7 @@ public:
   /// \return false when the file could not be opened; `errno` says why.
   bool open(const char* path);
   /// \return the bytes written; `errno` says why some are missing.
-  std::size_t write(const char* data, std::size_t size) noexcept;
+  std::size_t write(const char* data, std::size_t size) noexcept { return std::fwrite(data, 1, size, m_file.get()); }
   /// \return false when data did not reach the disk; `errno` says why.
   bool close() noexcept;
   /// Closes and deletes the file, unless another one has replaced it.

@@ -360,14 +360,6 @@ private:
   const RequestKind& checkRequest(const char* url);
   void refuseControls(std::string_view url);
   CURLcode transfer(const RequestKind& kind, const char* url);
-  void setLimits(Options& set);
-  void setTrust(Options& set) const;
-  void setProxy(Options& set);
-  void setCallbacks(Options& set);
-  void setLogin(Options& set);
-  void setHttp(Options& set, const RequestKind& kind, curl_slist* lines);
-  void setFtp(Options& set, const RequestKind& kind, curl_slist* lines);
-  void setUpload(Options& set, const RequestKind& kind);
   void openUpload();
   CURLcode finish(CURLcode code);
   void checkHttpStatus(const RequestKind& kind);

@@ -147,21 +147,23 @@ int closeOnExec(void*, curl_socket_t socket, curlsocktype) noexcept {
 
 } // namespace
 
-/// Sets options of a handle, until libcurl refuses one.
+/// Sets the options of a transfer, until libcurl refuses one.
 class CCurl::Options {
 public:
-  explicit Options(CURL* handle) noexcept : m_handle(handle) {}
+  Options(CCurl& request, CURL* handle) noexcept : m_request(request), m_set(request.m_set), m_handle(handle) {}
 
-  /// Sets a number, a text or a pointer.
-  template <typename Value>
-  void operator()(CURLoption option, Value value) {
-    using Passed = std::conditional_t<std::is_convertible_v<Value, curl_off_t>, curl_off_t, Value>;
-    if (m_code != CURLE_OK) return;
-    m_code = curl_easy_setopt(m_handle, option, static_cast<Passed>(value));
-    m_refused = option;
+  void setAll(const RequestKind& kind, const char* url, curl_slist* lines) {
+    set(CURLOPT_URL, url);
+    setLimits();
+    setTrust();
+    setProxy();
+    setCallbacks();
+    if (m_request.isHttp())
+      setHttp(kind, lines);
+    else
+      setFtp(kind, lines);
+    if (kind.uploads) setUpload(kind);
   }
-  /// Sets a number that a transfer can do without.
-  void optional(CURLoption option, long value) { static_cast<void>(curl_easy_setopt(m_handle, option, value)); }
 
   [[nodiscard]] CURLcode code() const noexcept { return m_code; }
   [[nodiscard]] std::string refusal() const {
@@ -173,6 +175,115 @@ public:
 private:
   static_assert(sizeof(curl_off_t) == sizeof(long), "options of both types are set alike");
 
+  /// Sets a number, a text or a pointer.
+  template <typename Value>
+  void set(CURLoption option, Value value) {
+    using Passed = std::conditional_t<std::is_convertible_v<Value, curl_off_t>, curl_off_t, Value>;
+    if (m_code != CURLE_OK) return;
+    m_code = curl_easy_setopt(m_handle, option, static_cast<Passed>(value));
+    m_refused = option;
+  }
+
+  void setLimits() {
+    set(CURLOPT_PROTOCOLS_STR, m_request.isHttp() ? "http,https" : "ftp,ftps"); // redirects included
+    set(CURLOPT_AUTOREFERER, 1);
+    set(CURLOPT_FOLLOWLOCATION, 1);
+    set(CURLOPT_MAXREDIRS, -1);
+    set(CURLOPT_NOSIGNAL, 1);
+    set(CURLOPT_TIMEOUT, m_set.rxTxTimeout);
+    set(CURLOPT_CONNECTTIMEOUT, m_set.connectTimeout);
+    set(CURLOPT_ACCEPT_ENCODING, encodings[m_set.encode]);
+    static_cast<void>(curl_easy_setopt(m_handle, CURLOPT_BUFFERSIZE, receiveSize)); // it can do without
+  }
+
+  void setTrust() {
+    set(CURLOPT_SSL_VERIFYHOST, m_set.sslVerifyHost != 0 ? 2 : 0);
+    set(CURLOPT_SSL_VERIFYPEER, m_set.sslVerifyPeer);
+    set(CURLOPT_SSLVERSION, m_set.sslVersion);
+    set(CURLOPT_CAPATH, nullptr); // the bundle is the only trust
+    set(CURLOPT_PROXY_CAPATH, nullptr);
+    if (!m_set.sslCaInfo.present()) return;
+    set(CURLOPT_CAINFO, m_set.sslCaInfo.get());
+    set(CURLOPT_PROXY_CAINFO, m_set.sslCaInfo.get());
+  }
+
+  void setProxy() {
+    const Proxy proxy(m_set.proxy.str());
+    set(CURLOPT_PROXY, proxy.server.c_str()); // "": none, whatever the environment says
+    set(CURLOPT_NOPROXY, "");
+    if (m_set.proxy.present() && m_set.proxyPort.present()) {
+      const long port = std::strtol(m_set.proxyPort.c_str(), nullptr, 10);
+      set(CURLOPT_PROXYPORT, port > 0 ? port : -1); // 0 would mean libcurl's default
+    }
+    const std::string login = proxy.login.empty() ? escapedLogin(m_set.proxyUser, m_set.proxyPasswd) : proxy.login;
+    if (!m_request.isHttp() || login.empty() || m_set.proxyAuthent == 0) return;
+    set(CURLOPT_PROXYUSERPWD, login.c_str());
+    set(CURLOPT_PROXYAUTH, m_set.proxyAuthent);
+  }
+
+  void setCallbacks() {
+    void* const self = &m_request;
+    set(CURLOPT_ERRORBUFFER, m_request.m_errorText.data());
+    set(CURLOPT_OPENSOCKETFUNCTION, &openSocket);
+    set(CURLOPT_SOCKOPTFUNCTION, &closeOnExec);
+    set(CURLOPT_HEADERFUNCTION, &CurlHttpWriteHeaderCallback);
+    set(CURLOPT_HEADERDATA, self);
+    set(CURLOPT_WRITEFUNCTION, &CurlWriteDataCallback);
+    set(CURLOPT_WRITEDATA, self);
+    set(CURLOPT_XFERINFOFUNCTION, &xferInfo);
+    set(CURLOPT_XFERINFODATA, self);
+    set(CURLOPT_NOPROGRESS, 0);
+    if (m_set.verbose == 0) return;
+    set(CURLOPT_VERBOSE, 1);
+    set(CURLOPT_DEBUGFUNCTION, &CurlHttpDebugCallback);
+    set(CURLOPT_DEBUGDATA, self);
+  }
+
+  void setLogin() {
+    if (!m_set.user.present() && !m_set.passwd.present()) return;
+    set(CURLOPT_USERNAME, m_set.user.c_str());
+    set(CURLOPT_PASSWORD, m_set.passwd.c_str());
+    if (m_request.isHttp()) set(CURLOPT_HTTPAUTH, m_set.authent);
+  }
+
+  void setHttp(const RequestKind& kind, curl_slist* lines) {
+    set(CURLOPT_HTTP_VERSION, CURL_HTTP_VERSION_1_1);
+    set(CURLOPT_FAILONERROR, 0);
+    set(CURLOPT_HTTPHEADER, lines);
+    if (m_set.authent != 0) setLogin();
+    if (kind.type == transfer::httpGet) set(CURLOPT_HTTPGET, 1);
+    if (kind.type == transfer::httpDelete) set(CURLOPT_CUSTOMREQUEST, "DELETE");
+  }
+
+  void setFtp(const RequestKind& kind, curl_slist* lines) {
+    setLogin();
+    set(CURLOPT_TRANSFERTEXT, m_set.ftpAscii);
+    if (m_set.ftpExplicitSsl != 0 || strcasecmp(m_set.scheme.c_str(), "ftps") == 0)
+      set(CURLOPT_USE_SSL, CURLUSESSL_ALL);
+    set(CURLOPT_FTP_USE_EPSV, 0);
+    set(CURLOPT_FTP_USE_EPRT, 0);
+    set(CURLOPT_FTPPORT, m_set.ftpConnMode != 0 ? "-" : nullptr);
+    if (kind.type == transfer::ftpDirectory) set(CURLOPT_DIRLISTONLY, m_set.ftpDirListType);
+    if (kind.type == transfer::ftpPut) set(CURLOPT_FTP_CREATE_MISSING_DIRS, 1);
+    if (kind.type == transfer::ftpCommand) {
+      set(CURLOPT_NOBODY, 1);
+      set(CURLOPT_QUOTE, lines);
+    }
+  }
+
+  void setUpload(const RequestKind& kind) {
+    m_request.openUpload();
+    const bool post = kind.type == transfer::httpPost;
+    set(post ? CURLOPT_POST : CURLOPT_UPLOAD, 1);
+    set(post ? CURLOPT_POSTFIELDSIZE_LARGE : CURLOPT_INFILESIZE_LARGE, m_request.m_upload.size);
+    set(CURLOPT_READFUNCTION, &CurlHttpPutPostPushCallback);
+    set(CURLOPT_READDATA, static_cast<void*>(&m_request));
+    set(CURLOPT_SEEKFUNCTION, &zelCurlOptSeekFunction);
+    set(CURLOPT_SEEKDATA, static_cast<void*>(&m_request));
+  }
+
+  CCurl& m_request;
+  const transfer::Settings& m_set;
   CURL* m_handle;
   CURLcode m_code = CURLE_OK;
   CURLoption m_refused{};
@@ -249,121 +360,15 @@ const CCurl::RequestKind& CCurl::checkRequest(const char* url) {
 CURLcode CCurl::transfer(const RequestKind& kind, const char* url) {
   CURL* const handle = transfer::Lease::handle();
   const SList lines = copyLines(m_headers);
-  Options set(handle);
-  set(CURLOPT_URL, url);
-  setLimits(set);
-  setTrust(set);
-  setProxy(set);
-  setCallbacks(set);
-  if (isHttp())
-    setHttp(set, kind, lines.get());
-  else
-    setFtp(set, kind, lines.get());
-  if (kind.uploads) setUpload(set, kind);
-  if (set.code() != CURLE_OK) {
-    m_fault = set.refusal();
-    return set.code();
+  Options options(*this, handle);
+  options.setAll(kind, url, lines.get());
+  if (options.code() != CURLE_OK) {
+    m_fault = options.refusal();
+    return options.code();
   }
   const CURLcode code = curl_easy_perform(handle);
   curl_easy_reset(handle);
   return code;
-}
-
-void CCurl::setLimits(Options& set) {
-  set(CURLOPT_PROTOCOLS_STR, isHttp() ? "http,https" : "ftp,ftps"); // redirects included
-  set(CURLOPT_AUTOREFERER, 1);
-  set(CURLOPT_FOLLOWLOCATION, 1);
-  set(CURLOPT_MAXREDIRS, -1);
-  set(CURLOPT_NOSIGNAL, 1);
-  set(CURLOPT_TIMEOUT, m_set.rxTxTimeout);
-  set(CURLOPT_CONNECTTIMEOUT, m_set.connectTimeout);
-  set(CURLOPT_ACCEPT_ENCODING, encodings[m_set.encode]);
-  set.optional(CURLOPT_BUFFERSIZE, receiveSize);
-}
-
-void CCurl::setTrust(Options& set) const {
-  set(CURLOPT_SSL_VERIFYHOST, m_set.sslVerifyHost != 0 ? 2 : 0);
-  set(CURLOPT_SSL_VERIFYPEER, m_set.sslVerifyPeer);
-  set(CURLOPT_SSLVERSION, m_set.sslVersion);
-  set(CURLOPT_CAPATH, nullptr); // the bundle is the only trust
-  set(CURLOPT_PROXY_CAPATH, nullptr);
-  if (!m_set.sslCaInfo.present()) return;
-  set(CURLOPT_CAINFO, m_set.sslCaInfo.get());
-  set(CURLOPT_PROXY_CAINFO, m_set.sslCaInfo.get());
-}
-
-void CCurl::setProxy(Options& set) {
-  const Proxy proxy(m_set.proxy.str());
-  set(CURLOPT_PROXY, proxy.server.c_str()); // "": none, whatever the environment says
-  set(CURLOPT_NOPROXY, "");
-  if (m_set.proxy.present() && m_set.proxyPort.present()) {
-    const long port = std::strtol(m_set.proxyPort.c_str(), nullptr, 10);
-    set(CURLOPT_PROXYPORT, port > 0 ? port : -1); // 0 would mean libcurl's default
-  }
-  const std::string login = proxy.login.empty() ? escapedLogin(m_set.proxyUser, m_set.proxyPasswd) : proxy.login;
-  if (!isHttp() || login.empty() || m_set.proxyAuthent == 0) return;
-  set(CURLOPT_PROXYUSERPWD, login.c_str());
-  set(CURLOPT_PROXYAUTH, m_set.proxyAuthent);
-}
-
-void CCurl::setCallbacks(Options& set) {
-  void* const self = this;
-  set(CURLOPT_ERRORBUFFER, m_errorText.data());
-  set(CURLOPT_OPENSOCKETFUNCTION, &openSocket);
-  set(CURLOPT_SOCKOPTFUNCTION, &closeOnExec);
-  set(CURLOPT_HEADERFUNCTION, &CurlHttpWriteHeaderCallback);
-  set(CURLOPT_HEADERDATA, self);
-  set(CURLOPT_WRITEFUNCTION, &CurlWriteDataCallback);
-  set(CURLOPT_WRITEDATA, self);
-  set(CURLOPT_XFERINFOFUNCTION, &xferInfo);
-  set(CURLOPT_XFERINFODATA, self);
-  set(CURLOPT_NOPROGRESS, 0);
-  if (m_set.verbose == 0) return;
-  set(CURLOPT_VERBOSE, 1);
-  set(CURLOPT_DEBUGFUNCTION, &CurlHttpDebugCallback);
-  set(CURLOPT_DEBUGDATA, self);
-}
-
-void CCurl::setLogin(Options& set) {
-  if (!m_set.user.present() && !m_set.passwd.present()) return;
-  set(CURLOPT_USERNAME, m_set.user.c_str());
-  set(CURLOPT_PASSWORD, m_set.passwd.c_str());
-  if (isHttp()) set(CURLOPT_HTTPAUTH, m_set.authent);
-}
-
-void CCurl::setHttp(Options& set, const RequestKind& kind, curl_slist* lines) {
-  set(CURLOPT_HTTP_VERSION, CURL_HTTP_VERSION_1_1);
-  set(CURLOPT_FAILONERROR, 0);
-  set(CURLOPT_HTTPHEADER, lines);
-  if (m_set.authent != 0) setLogin(set);
-  if (kind.type == transfer::httpGet) set(CURLOPT_HTTPGET, 1);
-  if (kind.type == transfer::httpDelete) set(CURLOPT_CUSTOMREQUEST, "DELETE");
-}
-
-void CCurl::setFtp(Options& set, const RequestKind& kind, curl_slist* lines) {
-  setLogin(set);
-  set(CURLOPT_TRANSFERTEXT, m_set.ftpAscii);
-  if (m_set.ftpExplicitSsl != 0 || strcasecmp(m_set.scheme.c_str(), "ftps") == 0) set(CURLOPT_USE_SSL, CURLUSESSL_ALL);
-  set(CURLOPT_FTP_USE_EPSV, 0);
-  set(CURLOPT_FTP_USE_EPRT, 0);
-  set(CURLOPT_FTPPORT, m_set.ftpConnMode != 0 ? "-" : nullptr);
-  if (kind.type == transfer::ftpDirectory) set(CURLOPT_DIRLISTONLY, m_set.ftpDirListType);
-  if (kind.type == transfer::ftpPut) set(CURLOPT_FTP_CREATE_MISSING_DIRS, 1);
-  if (kind.type == transfer::ftpCommand) {
-    set(CURLOPT_NOBODY, 1);
-    set(CURLOPT_QUOTE, lines);
-  }
-}
-
-void CCurl::setUpload(Options& set, const RequestKind& kind) {
-  openUpload();
-  const bool post = kind.type == transfer::httpPost;
-  set(post ? CURLOPT_POST : CURLOPT_UPLOAD, 1);
-  set(post ? CURLOPT_POSTFIELDSIZE_LARGE : CURLOPT_INFILESIZE_LARGE, m_upload.size);
-  set(CURLOPT_READFUNCTION, &CurlHttpPutPostPushCallback);
-  set(CURLOPT_READDATA, static_cast<void*>(this));
-  set(CURLOPT_SEEKFUNCTION, &zelCurlOptSeekFunction);
-  set(CURLOPT_SEEKDATA, static_cast<void*>(this));
 }
 
 // A line break would begin a line of the protocol that nobody meant to send; libcurl refuses control characters in a

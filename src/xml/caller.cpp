@@ -7,12 +7,8 @@
 
 namespace ogc::xml {
 
-void Reporter::warn(const char* format, ...) {
-  std::va_list args;
-  va_start(args, format);
-  const std::string text = transfer::formatLimited(transfer::messageLimit, format, args);
-  va_end(args);
-  reportWarning(text.c_str());
+void Reporter::warn(const std::string& text) {
+  reportWarning(std::string(transfer::cutAt(text, transfer::messageLimit)).c_str());
 }
 
 void Reporter::fail(const char* format, ...) {

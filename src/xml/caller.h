@@ -14,12 +14,10 @@ public:
   /// The same for a warning.
   virtual void reportWarning(const char* text) = 0;
 
-  /// \name Texts composed as by `printf` and cut to the length of a message
-  /// @{
-  [[gnu::format(printf, 2, 3)]] void warn(const char* format, ...);
-  /// Reports a text and throws it as a CCurlException.
+  /// Reports a warning, cut to the length of a message.
+  void warn(const std::string& text);
+  /// Reports a text composed as by `printf`, cut to the length of a message, and throws it as a CCurlException.
   [[noreturn]] [[gnu::format(printf, 2, 3)]] void fail(const char* format, ...);
-  /// @}
 
 protected:
   ~Reporter() = default;

@@ -87,7 +87,7 @@ private:
 };
 
 [[noreturn]] void failForMemory(const char* file, Reporter& reporter) {
-  reporter.warn("Error: memory ran out while XML document (%s) was read.", file);
+  reporter.warn("Error: memory ran out while XML document (" + std::string(file) + ") was read.");
   throw CCurlException("Error: unknown parse error");
 }
 
@@ -139,10 +139,8 @@ void read(Handler& handler, const char* file, const Validation& validation, Repo
       reader->parse(FileSource(path));
     } catch (const CCurlException&) {
       if (reader.foundUnknownPrefix() && !loadsDtd && !reader.filter().dtd().empty()) {
-        const std::string name = toUtf8(reader.filter().dtd().c_str());
-        reporter.warn("Warning: the prefix may be declared in the DTD (%s), which was not read. "
-                      "VALIDATION_MODE 1 reads it.",
-                      name.c_str());
+        reporter.warn("Warning: the prefix may be declared in the DTD (" + toUtf8(reader.filter().dtd().c_str()) +
+                      "), which was not read. VALIDATION_MODE 1 reads it.");
       }
       throw;
     }

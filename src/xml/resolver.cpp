@@ -71,7 +71,7 @@ xercesc::InputSource* Resolver::schema(const std::string& name, const std::strin
     return source(content, id);
   } catch (const Refusal& refusal) {
     if (!m_unused.insert(id).second) return nullptr;
-    m_reporter.warn("Warning: XML Schema is not used: %s.", refusal.reason.c_str());
+    m_reporter.warn("Warning: XML Schema is not used: " + refusal.reason + '.');
     return nullptr;
   }
 }
