@@ -164,7 +164,7 @@ def test_all_that_is_said(write, browser):
         write(server.url + "?Service=y&q=1&request=x&Mytoken=z&VERSION=9", version="1.3.0")
     said = {"texts": [" ".join(one.split()) for one in texts(browser, "nav, .service, .summary, h2, .count, .about, .layer")],
             "links": browser.execute_script("return [...document.links].map(a => a.href.replace(location.href, ''))"),
-            "asked": sorted(server.queries, key=str)}
+            "asked": sorted(server.queries, key=str), "open": shown(browser, "h2, h3")}
     said = json.loads(json.dumps(said).replace(server.url, "URL").replace(time.strftime("%Y-%m-%d"), "DATE"))
     assert said == json.loads((DOCUMENTS / "page.json").read_text())
 

@@ -49,9 +49,10 @@ def test_maps(example, ogc, tmp_path):
 @pytest.mark.parametrize("script, arguments, said", [
     ("feature_info.lua", "{service} places 8.6 47.4", "name = 'Zürich'"),
     ("feature_info.lua", "", "Usage: zel feature_info.lua"),
-    ("plain_methods.lua", "{service} atlantis", "Invalid layer(s) given"),
+    ("plain_methods.lua", "{service} atlantis", "Invalid layer(s) given"), ("plain_methods.lua", "{url}/atlas.xml x", "8 layers\n"),
 ])
 def test_what_is_said(example, ogc, script, arguments, said):
-    run = example(script, *arguments.format(service=ogc.service).split(), ok=False)
+    (ogc.root / "atlas.xml").write_bytes((SOURCE / "tests/service/documents/atlas.xml").read_bytes())
+    run = example(script, *arguments.format(service=ogc.service, url=ogc.url).split(), ok=False)
     assert said in run.out + run.err
-    assert (run.status == 0) == ("places" in arguments) and ("traceback" in run.err) == ("atlantis" in arguments)
+    assert (run.status == 0) == ("places" in arguments) and ("traceback" in run.err) == ("atl" in arguments)
