@@ -8,7 +8,8 @@ IMAGE = b"HTTP/1.1 200 OK\r\nContent-Type: image/png\r\nContent-Length: "
 
 # An object for the server in arg[1]; `now(progress)` tells that some of the body has come.
 OBJECT = """
-wms = zel.new("ZELnetOGCWMS", {URL_HOSTNAME = "127.0.0.1", URL_PORT = arg[1], URL_PATH = "ogc", MAP_FILENAME = "map"})
+wms = zel.new("ZELnetOGCWMS", {URL_HOSTNAME = "127.0.0.1", URL_PORT = arg[1], URL_PATH = "ogc", MAP_FILENAME = "map",
+                               FEATURE_INFO_FILENAME = "feature"})
 other = zel.new("ZELnetOGCWCS", {URL_HOSTNAME = "127.0.0.1", URL_PORT = arg[1], URL_PATH = "ogc"})
 function now(progress) return progress[1] == 1 and progress[3] > 0 end
 function try(f, ...) return select(2, pcall(f, ...)) end
@@ -35,7 +36,7 @@ def test_what_the_routine_is_told(script):
           wms:GetMap("LAYERS=a b")
           wms:SetProperty{CALLBACK_DATA = {N = 7}}
           zel.reset()
-          wms:GetFeatureInfo("X=1")
+          print(wms:GetFeatureInfo("X=1"))
         """, server.port)
         assert len(server.requests) == 2
     lines = done.out.splitlines()
@@ -44,8 +45,8 @@ def test_what_the_routine_is_told(script):
     assert plain[:2] == ["2 Sending Http Get Request: ", f"2 {url}GetMap&LAYERS=a b"]
     assert plain[-3:] == ["2 Map file written to: ", "2 map.png", "2 Get Map request completed."]
     assert "2 Http: get: received (4), total expected (4) 1,4,4,0,0 " in lines
-    second = lines[lines.index("2 Get Map request completed. 0,0,0,0,0 ") + 1:]
-    assert second and all(line.startswith("3 ") and line.endswith(" 7") for line in second)
+    *second, file = lines[lines.index("2 Get Map request completed. 0,0,0,0,0 ") + 1:]
+    assert second and all(line.startswith("3 ") and line.endswith(" 7") for line in second) and file == "feature.png"
 
 
 @pytest.mark.parametrize("other", ["<WMT_MS_Capabilities version='1.1.0'/>", "<broken>"])

@@ -33,9 +33,9 @@ def test_get_and_put_over_every_kind_of_connection(ftp, servers, tmp_path, kind,
     server, content = getattr(servers, kind), bytes(range(256)) * 5000
     server.forget_log()
     secured = [f"scheme={scheme}", "active=0", f"explicit={int(kind == 'ftp_explicit')}"]
-    unknown = ["explicit=1"] if kind == "ftp" else []  # to a server without TLS
-    refused = ftp("ftpget", "file", *secured, *unknown, server=server)
-    assert refused.status in ("60", "64") and "Error: Ftp Get Request Failed. Error = " in refused.result
+    for wanted in [["explicit=1"], ["scheme=FTPS"]] if kind == "ftp" else [[]]:  # also of a server without TLS
+        refused = ftp("ftpget", "file", *secured, *wanted, server=server)
+        assert refused.status in ("60", "64") and "Error: Ftp Get Request Failed. Error = " in refused.result
     assert "USER" not in server.commands() and not list(tmp_path.iterdir())
     server.forget_log()
     (tmp_path / "source").write_bytes(content)

@@ -82,10 +82,11 @@ def test_headers_serve_one_request(ask):
 
 def test_put_and_delete_change_the_servers_files(ask, http, source):
     target = http.dav / "new.bin"
-    for settings, size, body in (([f"send={source}"], 5_000_000, source.read_bytes()),
+    chunked = "header=Transfer-Encoding: chunked"
+    for settings, size, body in (([f"send={source}", chunked], 5_000_000, source.read_bytes()),
                                  ([f"send={source}", "sendmemory=from memory"], 11, b"from memory"), ([], 0, b"")):
-        got = ask("dav/new.bin", *settings, request="put")
-        assert got.result == "ok" and target.read_bytes() == body
+        got = ask("dav/new.bin", "tobuf=1", *settings, "request=put", request="put")
+        assert got.all["result"] == ["ok"] * 2 and target.read_bytes() == body
         assert f"Http: put: sent ({size}), total to send ({size})" in got.lines or not size
     got = ask("dav/new.bin", request="delete")
     assert (got.result, got.status, got.lines, target.exists()) == ("ok", "204", [], False)

@@ -140,10 +140,11 @@ def test_uploads_are_sent_again(tmp_path, who, request_type, data):
     file = tmp_path / "source"
     file.write_text("sent again")
     challenge, settings = CHALLENGES[who]
-    with Responder([HEAD, Body(10), challenge], [HEAD, Body(10), answer()]) as server:
+    with Responder([HEAD, Body(10), challenge], [HEAD, Body(10), answer(b"body", b"Content-Type: image/png")]) as server:
         got = transfer(f"putpostfile={tmp_path / 'f'}", f"proxyport={server.port}", *settings, data.format(file=file),
                        "header=Expect:", f"url={server.url}", f"request={request_type}")
     assert got.result == "ok" and len(server.requests) == 2 and server.requests[1].endswith("\r\n\r\nsent again")
+    assert (tmp_path / "f").read_text() == "body"
 
 
 def test_error_status_keeps_the_page_and_names_the_word(tmp_path):

@@ -12,11 +12,8 @@ VERSIONS = ["1.1.0", "1.1.1", "1.3.0"]
 # For each document its layers and its service section, or what was said.
 READ = JSON + """
 local wms <close> = zel.new("ZELnetOGCWMS", {CAPABILITIES_FILENAME = "kept"})
-local ok, why
 for _, file in ipairs(arg) do
-  for disable = 0, file:find("plain") and 1 or 0 do -- what was inherited is forgotten
-    ok, why = pcall(wms.GetCapabilities, wms, {FROM_FILE = file, DISABLE_INHERITANCE = disable})
-  end
+  local ok, why = pcall(wms.GetCapabilities, wms, {FROM_FILE = file, DISABLE_INHERITANCE = file:find("plain") and 1 or 0})
   print(json{wms:GetLayers(), wms:GetServiceSection(), ok and "" or why})
 end
 """

@@ -252,6 +252,10 @@ TEST_F(Host, JoinsPaths) {
   };
   expectRows(path, {" -> bin/sub/", "/ -> /bin/sub/ca.crt", "/opt/zel -> /opt/zel/bin/sub/ca"});
   write(at("file"), "");
+  const uid_t user = geteuid();
+  EXPECT_TRUE(user != 0 || seteuid(65534) == 0);
+  EXPECT_EQ(errorOf([] { ZEL_FileOpChmod(text("/dev/null").get(), 0666); }), "") << "it is somebody else's";
+  EXPECT_EQ(seteuid(user), 0);
   ZEL_FileOpChmod(text(at("file")).get(), 0600);
   EXPECT_EQ(fs::status(at("file")).permissions(), fs::perms(0600));
 }
