@@ -59,7 +59,7 @@ void shareValues(Layer& child, const Layer& parent) noexcept {
   }
 }
 
-/// What each layer hands down of its dimensions: name, units and unit symbol of its own, then what it inherited.
+/// The dimensions that each layer hands down: name, units and unit symbol of its own, then what it inherited.
 class DimensionHeritage {
 public:
   DimensionHeritage(ogc::xml::Arena& arena, std::size_t layers) : m_arena(arena), m_handedDown(layers, nullptr) {}
