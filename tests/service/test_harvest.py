@@ -247,6 +247,7 @@ PARTS = [
         for entry in queue.take, queue do
           io.write(entry[1], ' ') queue:done(entry, entry.wait) entry.wait = nil
         end""", "a1 b1 a2 5 b1"),
+    ("for _, e in ipairs(require 'zel.harvest.list' 'list') do io.write(e.host, ' ') end", "127.0.0.1 127.0.0.2 127.0.0.3"),
     ("print(require 'zel.harvest.sql'.text('\\xE4\\0\xf6\\xFF'))", "'? \xf6?'"),
     ("""print((pcall(base.transaction, base, {"INSERT INTO system VALUES (1, 1, 'a')", "nonsense"})))
         base:transaction{"INSERT INTO system VALUES (2, 2, 'b')"} print(base:value("SELECT sum(list) FROM system"))""",

@@ -26,15 +26,16 @@ end
 local function public(url)
   local scheme, place, path, query = url:gsub("#.*$", ""):match("^(%a+)://([^/?]*)([^?]*)%??(.*)$")
   scheme, place = scheme:lower(), place:gsub("^.*@", ""):lower()
-  local host, port = place:match("^(.-)(:?%d*)$")
-  if place:find("^%[.*%]$") then host, port = place, "" end
+  local host, port = place:match("^(.*)(:%d*)$")
+  host, port = host or place, port or ""
+  if port == ":" or port == PORTS[scheme] then port = "" end
   local kept = {}
   for parameter in query:gmatch("[^&]+") do
     local name = parameter:match("^[^=]*")
     if SECRETS[name:lower()] then parameter = name .. "=" .. HIDDEN end
     if not OWN[name:lower()] then kept[#kept + 1] = parameter end
   end
-  local shown = scheme .. "://" .. host .. (port ~= PORTS[scheme] and port or "") .. path
+  local shown = scheme .. "://" .. host .. port .. path
   local written = #kept > 0 and "?" .. table.concat(kept, "&") or ""
   table.sort(kept)
   return shown .. written, host, shown .. table.concat(kept, "&")
