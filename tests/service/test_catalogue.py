@@ -175,7 +175,8 @@ HOSTILE = ["</title><script>window.owned=1</script>", "<img src=x onerror=window
 PICTURES = {"gif": b"GIF89a", "jpeg": b"\xff\xd8\xff", "webp": b"RIFF1234WEBP"}
 LEGENDS = {"javascript:window.owned=1": None, "file:///etc/hostname": None, "data:text/html,x": None,
            'SELF/x" onerror="window.owned=1': None, "SELF/page": "answer is not a picture",
-           "SELF/huge": "larger than 4 MB", "SELF/picture": "", **{f"SELF/{name}": "" for name in PICTURES}, "ELSEWHERE": "asks for a user"}
+           "SELF/huge": "larger than 4 MB", "SELF/picture": "",
+           **{f"SELF/{name}": "" for name in PICTURES}, "ELSEWHERE": "asks for a user"}
 
 
 def test_hostile_server(write, browser, tmp_path):

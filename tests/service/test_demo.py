@@ -49,7 +49,8 @@ def test_maps(example, ogc, tmp_path):
 @pytest.mark.parametrize("script, arguments, said", [
     ("feature_info.lua", "{service} places 8.6 47.4", "name = 'Zürich'"),
     ("feature_info.lua", "", "Usage: zel feature_info.lua"),
-    ("plain_methods.lua", "{service} atlantis", "Invalid layer(s) given"), ("plain_methods.lua", "{url}/atlas.xml x", "8 layers\n"),
+    ("plain_methods.lua", "{service} atlantis", "Invalid layer(s) given"),
+    ("plain_methods.lua", "{url}/atlas.xml x", "8 layers\n"),
 ])
 def test_what_is_said(example, ogc, script, arguments, said):
     (ogc.root / "atlas.xml").write_bytes((SOURCE / "tests/service/documents/atlas.xml").read_bytes())

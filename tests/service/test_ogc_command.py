@@ -18,8 +18,9 @@ gdal.UseExceptions()
 def zel_ogc(tmp_path, ogc):
     """zel_ogc(line): runs a command line, in which SERVICE, SECURE and REGIONS are URLs."""
     urls = {"SERVICE": ogc.service, "SECURE": ogc.secure_service, "REGIONS": ogc.regions}
-    (tmp_path / "odd.xml").write_text("<WMS_Capabilities version='1.3.0'><Service><Title>t&#x9b;2J&#x202e;</Title></Service><Capability>"
-                                      "<Layer><Name>a</Name><Title>t&#x9b;2J&#x2067;</Title></Layer></Capability></WMS_Capabilities>")
+    (tmp_path / "odd.xml").write_text(
+        "<WMS_Capabilities version='1.3.0'><Service><Title>t&#x9b;2J&#x202e;</Title></Service><Capability><Layer>"
+        "<Name>a</Name><Title>t&#x9b;2J&#x2067;</Title></Layer></Capability></WMS_Capabilities>")
 
     def run(line, **env):
         words = [urls.get(word, word) for word in shlex.split(line)]

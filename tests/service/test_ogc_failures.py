@@ -49,7 +49,7 @@ def test_tries_again_what_may_pass(zel):
           s.object:SetProperty{URL_PORT = 1}
           try()
         """, server.url)
-    assert done.out.splitlines() == ["true\t 0.1 0 0.1 2 0.1 7 0.1", "(404)\t 0.1 0 0.1 0 0.1", "(503)\t 0.1 60 0.1", "nil\t 0.1 1 0.1"]
+    assert done.out == "true\t 0.1 0 0.1 2 0.1 7 0.1\n(404)\t 0.1 0 0.1 0 0.1\n(503)\t 0.1 60 0.1\nnil\t 0.1 1 0.1\n"
     assert re.findall(r"Trying again in (\d+) s", done.err) == ["0", "2", "7", "0", "0", "60", "1"]
 
 
@@ -77,7 +77,8 @@ def refused(*what, **how):
 
 DENIED = answer("", status="401 No", more="WWW-Authenticate: Basic realm=x\r\n")
 REFUSED = ("local _, why = pcall(wms.map, wms, {layers = 'a', bbox = {0, 0, 1, 1}, to = 'f.png'}) "
-           "pcall(wms.object.GetMap, wms.object, 'LAYERS=a') print(why.text, why.code, why.locator, (zel.refusal(wms.object) or {}).text, (tostring(why):gsub('\\n', ' ')))")
+           "pcall(wms.object.GetMap, wms.object, 'LAYERS=a') "
+           "print(why.text, why.code, why.locator, (zel.refusal(wms.object) or {}).text, (tostring(why):gsub('\\n', ' ')))")
 TILES = "wms = require 'zel.ogc'.wms(arg[1]) wms:map{layers = 'a', bbox = {0, 0, 2, 1}, width = 2, tile = 1, to = 'f.png'} "
 SHOW = "for _, layer in ipairs(wms.layers) do layer.record, layer.parent = nil end zel.show(wms.layers[1])"
 CALLBACK = "wms.object:GetProperty{'CALLBACK_FUNCTION'}.CALLBACK_FUNCTION ~= ''"
@@ -180,7 +181,8 @@ ASKED = [
     (refused("<ServiceExceptionReport><ServiceException>x", status="500 Oops"), REFUSED, "^nil\tnil\tnil\tnil\t"),
     # Credentials, versions
     ([capabilities(LAYER), DENIED], MAP, "\nAuthorization: Basic bWU6cEBzcw==\r"),
-    ([capabilities(LAYER), DENIED], "map URL a --bbox 0 0 1 1 --user you --password-file secret", "\nAuthorization: Basic bWU6bm8=\r"),
+    ([capabilities(LAYER), DENIED], "map URL a --bbox 0 0 1 1 --user you --password-file secret",
+     "\nAuthorization: Basic bWU6bm8=\r"),
     ([capabilities(LAYER), answer("", status="407 No", more="Proxy-Authenticate: Basic realm=x\r\n")],
      "require 'zel.ogc'.wms('http://h/s', {proxy = 'http://p:q@localhost:' .. arg[2]})",
      "GET http://h/s.*(.|\n)*\nProxy-Authorization: Basic cDpx\r"),
@@ -192,7 +194,8 @@ ASKED = [
     ([capabilities(LAYER, service="")], "print(wms.title, #wms.layers)", "^nil\t1\n"),
     ([capabilities("")], MAP, 'there is no layer "a", nor any other'),
     ([capabilities(LAYER)], "wms:map{layers = 'a'}", "no box in EPSG:4326 for layer a: say which with bbox"),
-    (ATLAS, f"for _, time in ipairs{{'1', '3', '1/2'}} do print(#wms:map{{layers = 'b', {BBOX}, time = time}}.notes) end", "^1\n2\n1\n"),
+    (ATLAS, f"for _, time in ipairs{{'1', '3', '1/2'}} do print(#wms:map{{layers = 'b', {BBOX}, time = time}}.notes) end",
+     "^1\n2\n1\n"),
     ([capabilities(LAYER, service="<Service><LayerLimit>1</LayerLimit><MaxWidth>50</MaxWidth><MaxHeight>40</MaxHeight></Service>")],
      f"print(wms:map{{layers = 'a', {BBOX}, to = 'm.png'}}.size[1]) wms:map{{layers = {{'a', 'a'}}}}",
      "^40\n(.|\n)*draws at most 1 layers in one map, not 2"),
@@ -207,7 +210,8 @@ ASKED = [
     ([capabilities(f"<Layer>{''.join(f'<Layer><Name>n{i}</Name></Layer>' for i in range(25))}</Layer>")], MAP, "and 5 more"),
     ([capabilities(LAYER), answer("x", "")], f"print(wms:map{{layers = 'a', {BBOX}, to = 'map'}}.file)", "^map\n"),
     # On a terminal
-    ([capabilities(LAYER)] * 2, f"zel.columns = function() return 80 end wms = require 'zel.ogc'.wms(arg[1], {{quiet = true}}) print({CALLBACK})", "^false\n"),
+    ([capabilities(LAYER)] * 2, f"zel.columns = function() return 80 end "
+     f"wms = require 'zel.ogc'.wms(arg[1], {{quiet = true}}) print({CALLBACK})", "^false\n"),
     ([*[capabilities(LAYER)] * 2, GRAY, GRAY], f"zel.columns = function() return 80 end {TILES} print({CALLBACK})", "^true\n"),
     ([*[capabilities(LAYER)] * 2, GRAY, COLOURS], TILES, "the tiles do not fit together: "),
 ]
@@ -223,7 +227,8 @@ PIPE = "a pipe that nobody writes to"
 # What ~/.config/zel/ogc.lua holds, and what is said about it; the proxy of a script is not that of the file.
 DEFAULTS = {
     "return {retries = 0, TIMEOUT = 7, connect_timeout = 3, USERNAME = 'x', proxy = 'http://me:pw@localhost:1'}":
-        "0 8 3 x localhost 1 me .* The proxy is localhost:1, from .*/zel/ogc.lua. .* The proxy is localhost:2. the service was read from the file caps.xml",
+        "0 8 3 x localhost 1 me .* The proxy is localhost:1, from .*/zel/ogc.lua. "
+        ".* The proxy is localhost:2. the service was read from the file caps.xml",
     "return {retrys = 0}": 'there is no argument "retrys" of ',
     "return 5": "must return a table",
     "io.open('x')": "your defaults cannot be read: ",

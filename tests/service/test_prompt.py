@@ -208,7 +208,8 @@ def test_answers_on_a_terminal(prompt, http):
     """The password is asked for without being shown, and control characters of what a server says are left out."""
     (http.root / "caps.xml").write_text('<WMS_Capabilities version="1.3.0"><Capability><Layer queryable="1"><Name>a</Name>'
                                         "<CRS>CRS:84</CRS></Layer></Capability></WMS_Capabilities><!-- \x9b2J -->")
-    one = prompt(words=("zel-ogc", "feature", http.url + "/basic/caps.xml", "a", "1", "2", "--user", USER), ready=f"Password of {USER}: ")
+    words = ("zel-ogc", "feature", http.url + "/basic/caps.xml", "a", "1", "2", "--user", USER)
+    one = prompt(words=words, ready=f"Password of {USER}: ")
     said = one.type(PASSWORD + "\n", "-->")
     assert PASSWORD not in said and "\x9b" not in said and termios.tcgetattr(one.terminal)[3] & termios.ECHO
     one.end("")
