@@ -22,9 +22,9 @@ sources=()
 while read -r file; do
     stamp=$clean/${file//\//_}
     # shellcheck disable=SC2086
-    if [ ! -e "$stamp" ] || [ -z "${read[$file]-}" ] || [ -n "$(find ${read[$file]} -newer "$stamp" -print -quit)" ]; then
-        sources+=("$file")
-    fi
+    if [ -e "$stamp" ] && [ -n "${read[$file]-}" ] && [ -z "$(find ${read[$file]} -newer "$stamp" -print -quit)" ]
+    then continue; fi
+    sources+=("$file")
 done < <(sed -n 's/^  "file": "\(.*\)".*/\1/p' compile_commands.json)
 [ ${#sources[@]} -gt 0 ] || exit 0
 
