@@ -5,10 +5,11 @@ local records = {}
 --- The text; nil when it is empty.
 function records.text(value) return type(value) == "string" and value ~= "" and value or nil end
 
---- The first number in a text; nil without one.
+--- The first number in a text; nil without one, or when it is too large for a number.
 function records.number(value)
   if not value or value == "" then return nil end
-  return tonumber(value) or tonumber(value:match("%S+"))
+  local number = tonumber(value) or tonumber(value:match("%S+"))
+  return number and math.abs(number) < math.huge and number or nil
 end
 
 --- All numbers of a text, separated by blanks or commas.
