@@ -120,7 +120,7 @@ def contents(path):
 
 
 def test_answers_of_all_kinds(server, run, tmp_path):
-    kinds = {"coverages": "coverages?service=WCS", "many": "many wcs", "atlas": "atlas # the good one"}
+    kinds = {"coverages": "coverages?service=WCS", "many": "many?to=a@b/c wcs", "atlas": "atlas # the good one"}
     write_list(tmp_path, server, [kinds.get(name, name) for name in ANSWERS])
     text = (tmp_path / "list").read_text().replace("/refused\n", "/refused?token=sesame\n").replace("//", "//anna:secret@", 1)
     text += "\n" + text.replace("http:", "HTTP:")

@@ -87,12 +87,16 @@ end
 --- What is wrong with the URL of a service; nil when nothing is.
 function service.url_fault(url)
   local scheme, rest = url:match("^(%a+)://(.+)$")
-  local shown = url:gsub("//[^/?@]*@", "//")
+  local shown = url:gsub("%?.*$", ""):gsub("^(%a*:?/*)[^/]*@", "%1") -- without what is secret
   if not scheme or not scheme:lower():find("^https?$") then
     return ('"%s" is no URL: it should begin with http:// or https://'):format(shown)
   end
   if not rest:find("^[^/?]+/[^?]") then
     return ('"%s" has no path: a service is at an address like http://host/path'):format(shown)
+  end
+  local port = rest:match("^[^/?]*"):gsub("^.*@", ""):gsub("^%[.*%]", ""):match(":.*$")
+  if port and not port:find("^:%d+$") then
+    return 'the port of the URL is no number; in a user or password write "%2F" for a "/"'
   end
 end
 
@@ -100,12 +104,13 @@ end
 function service.set_url(object, url)
   local wrong = service.url_fault(url)
   if wrong then errors.raise(wrong) end
-  local rest = url:match("^%a+://(.+)$")
-  local user, password = rest:match("^([^/?@:]*):?([^/?@]*)@")
+  local scheme, place, rest = url:match("^(%a+://)([^/?]*)(.*)$")
+  local user, password = place:match("^([^:]*):?(.*)@")
   if user then
     object:SetProperty{USERNAME = unescaped(user), PASSWORD = password ~= "" and unescaped(password) or nil}
   end
-  object:ParseUrl(url:find("?", 1, true) and url or url .. "?")
+  rest = rest:gsub("@", "%%40") -- the object looks for its host behind any "@"
+  object:ParseUrl(scheme .. place:gsub("^.*@", "") .. rest .. (rest:find("?", 1, true) and "" or "?"))
 end
 
 local function is_file(name)
@@ -117,7 +122,7 @@ end
 -- of the library's defaults.
 function service.open(class, call, url, given, usual)
   if type(url) ~= "string" then errors.raise(call .. " wants the URL of a service") end
-  local s = {url = url:gsub("//[^/?@]*@", "//"), options = options.merge(call, given, usual)}
+  local s = {url = url:gsub("//[^/?]*@", "//"), options = options.merge(call, given, usual)}
   local made, object, why = pcall(zel.new, class, options.properties(s.options))
   if not made or not object then errors.raise(without_frame(tostring(why or object))) end
   s.object = object
