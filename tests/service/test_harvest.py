@@ -139,7 +139,7 @@ def test_answers_of_all_kinds(server, run, tmp_path):
 
 def test_what_is_unchanged_costs_a_row(server, run, tmp_path):
     server.answers["b"] = ROADS.replace("a&amp;1", "b")
-    write_list(tmp_path, server, ["a", "b", "boxes", "roads", "a wcs"], hosts=1)
+    write_list(tmp_path, server, ["a", "b?\x01", "boxes", "roads", "a wcs"], hosts=1)
     (tmp_path / "less").write_text((tmp_path / "list").read_text().rsplit("\n", 1)[0])
     run("harvest", "list", "a.db")
     run("harvest", "less", "o'ld.db")

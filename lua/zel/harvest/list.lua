@@ -46,12 +46,18 @@ local function kind_of(url, word)
   return KINDS[(url:lower():match("[?&]service=([^&]*)") or "wms")] or "WMS"
 end
 
+-- The URL with the bytes escaped that a database would not keep as they are.
+local function escaped(url)
+  return (url:gsub(utf8.len(url) and "%c" or "[%c\x80-\xFF]", function(c) return ("%%%02X"):format(c:byte()) end))
+end
+
 -- An entry {url, public, kind, host, name}; nil and why the line is none.
 local function entry(line)
   local url, word, more = line:match("^(%S+)%s*(%S*)%s*(.-)$")
   local wrong = service.url_fault(url)
   if wrong then return nil, wrong end
   if more ~= "" then return nil, ('"%s" follows the kind: a line is a URL and WMS or WCS'):format(more) end
+  url = escaped(url)
   local kind = kind_of(url, word ~= "" and word or nil)
   if not kind then return nil, ('"%s" is no kind of service: WMS and WCS are known'):format(word) end
   local shown, host, sorted = public(url)
