@@ -19,7 +19,7 @@ local function handlers(found)
     name = localname(name)
     if found.report == nil then found.report = REPORTS[name] or false end
     if name == "ServiceException" or name == "Exception" then
-      current = {text = "", code = filled(attributes.code or attributes.exceptionCode or ""),
+      current = {runs = {}, code = filled(attributes.code or attributes.exceptionCode or ""),
                  locator = filled(attributes.locator or "")}
       table.insert(found, current)
     end
@@ -28,7 +28,7 @@ local function handlers(found)
     if localname(name):find("Exception$") then current = nil end
   end
   local function text(_, characters)
-    if current then current.text = current.text .. characters end
+    if current then table.insert(current.runs, characters) end
   end
   return {StartElement = start, EndElement = finish, CharacterData = text}
 end
@@ -39,7 +39,9 @@ local function exceptions(document)
   local well = parser:parse(document) and parser:parse()
   pcall(parser.close, parser) -- which raises what made the document ill-formed
   if not well or not found.report or #found == 0 then return nil end
-  for _, exception in ipairs(found) do exception.text = trimmed(exception.text) end
+  for _, exception in ipairs(found) do
+    exception.text, exception.runs = trimmed(table.concat(exception.runs)), nil
+  end
   return found
 end
 
