@@ -253,8 +253,8 @@ PARTS = [
     ("for _, e in ipairs(require 'zel.harvest.list' 'list') do io.write(e.host, ' ') end", "127.0.0.1 127.0.0.2 127.0.0.3"),
     ("print(require 'zel.harvest.sql'.text('\\xE4\\0\xf6\\xFF'))", "'? \xf6?'"),
     ("""print((pcall(base.transaction, base, {"INSERT INTO system VALUES (1, 1, 'a')", "nonsense"})))
-        base:transaction{"INSERT INTO system VALUES (2, 2, 'b')"} print(base:value("SELECT sum(list) FROM system"))""",
-     "false\n2"),
+        base:transaction{"INSERT INTO system VALUES (2, 2, 'b')"} print(base:value("SELECT sum(list) FROM system"))
+        os.remove('a.db') print((pcall(base.transaction, base, {})))""", "false\n2\nfalse"),
     ("""local entry = "{host = 'h', kind = 'WMS', url = 'http://localhost:1/x', known = {id = %d, kind = 'WMS'}, tries = 0},"
         local texts = {settings = "{run = 1, offset = 0, options = {pause = 0, retries = 1}, properties = {}}",
                        ["x.log"] = "asking 1\\nagain 1\\nasking 2\\n", ["x.batch"] = ("{" .. entry .. entry .. "}"):format(1, 2)}

@@ -14,6 +14,7 @@ local REMEDIES = {
   {"disk is full", "there is no space left to write to %s; it holds whole services, and the next run goes on there"},
   {"readonly database", "%s may only be read here: see who may write to the file and its directory"},
   {"unable to open database file", "%s cannot be opened: see who may write to the file and its directory"},
+  {"table run already exists", "%s is just being made by another process: try again when that has ended"},
   {"database is locked", "%s is used by another process: try again when that has ended"},
 }
 
@@ -54,6 +55,9 @@ end
 
 --- Runs statements as one transaction: all of them or none.
 function Database:transaction(statements)
+  if not os.rename(self.path, self.path) then -- to open and close the file would end the locks on it
+    errors.raise(self.path .. " was removed while it was written: harvest again")
+  end
   self:run("BEGIN IMMEDIATE")
   local done, why = pcall(function()
     for _, statement in ipairs(statements) do self:run(statement) end
@@ -118,7 +122,7 @@ function database.open(path, create, alone)
       opened:run("PRAGMA journal_mode = WAL")
       opened:run("PRAGMA synchronous = NORMAL") -- enough when the process is killed
       opened:run("PRAGMA temp_store = MEMORY")  -- what undoes a statement
-      opened.lock = guard.lock(path)
+      opened.lock = guard.lock(opened:file())
     end
   end)
   if not done then
