@@ -36,6 +36,16 @@ FROM layer, json_each((WITH RECURSIVE up(id, parent) AS (
   SELECT layer.id, layer.parent UNION ALL SELECT next.id, next.parent FROM up JOIN layer AS next ON next.id = up.parent)
   SELECT json_group_array(id) FROM up)) AS above]]
 
+-- A view of what layers have themselves, and of what the layers around them have that nothing nearer replaces.
+local function nearest(view, owner, columns, same)
+  local values = {view = view, owner = owner, columns = columns, same = same}
+  return (([[CREATE VIEW $view AS SELECT above.layer, $columns, above.steps
+FROM layer_above AS above JOIN $owner AS own ON own.layer = above.above
+WHERE NOT EXISTS (SELECT 1 FROM layer_above AS way JOIN $owner AS nearer ON nearer.layer = way.above
+  WHERE way.layer = above.layer AND $same AND (way.steps, nearer.position) < (above.steps, own.position))]]):gsub(
+    "%$(%a+)", values))
+end
+
 schema.STATEMENTS = {
   ("PRAGMA application_id = %d"):format(schema.APPLICATION),
   ("PRAGMA user_version = %d"):format(schema.VERSION),
@@ -79,16 +89,16 @@ UNION ALL SELECT id, service, 'coverage', name, title, abstract, (SELECT group_c
   "INSERT INTO words (words, rank) VALUES ('rank', 'bm25(10.0, 6.0, 4.0, 1.0)')",
   "CREATE VIRTUAL TABLE box USING rtree (id, west, east, south, north)",
   ABOVE,
-  [[CREATE VIEW layer_system AS SELECT DISTINCT above.layer, system.name FROM layer_above AS above
-JOIN layer ON layer.id = above.above JOIN system ON system.list = layer.systems]],
-  [[CREATE VIEW layer_bounds AS SELECT above.layer, bounds.system, bounds.min_x, bounds.min_y, bounds.max_x,
-bounds.max_y, min(above.steps) AS steps FROM layer_above AS above JOIN bounds ON bounds.layer = above.above
-GROUP BY above.layer, bounds.system]],
+  -- Each layer for itself, here and in nearest(): DISTINCT or GROUP BY around all layers would make a join for a few of
+  -- them go through all.
+  [[CREATE VIEW layer_system AS SELECT layer.id AS layer, each.value AS name
+FROM layer, json_each((WITH RECURSIVE up(list, parent) AS (SELECT layer.systems, layer.parent
+  UNION ALL SELECT next.systems, next.parent FROM up JOIN layer AS next ON next.id = up.parent)
+  SELECT json_group_array(DISTINCT system.name) FROM up JOIN system ON system.list = up.list)) AS each]],
+  nearest("layer_bounds", "bounds", "system, min_x, min_y, max_x, max_y", "own.system IS nearer.system"),
   [[CREATE VIEW layer_style AS SELECT above.layer, style.name, style.title, style.abstract, style.legend
 FROM layer_above AS above JOIN style ON style.layer = above.above]],
-  [[CREATE VIEW layer_dimension AS SELECT above.layer, dimension.name, dimension.units, dimension.preset,
-dimension.extent, min(above.steps) AS steps FROM layer_above AS above JOIN dimension ON dimension.layer = above.above
-GROUP BY above.layer, lower(dimension.name)]],
+  nearest("layer_dimension", "dimension", "name, units, preset, extent", "lower(own.name) IS lower(nearer.name)"),
   [[CREATE VIEW latest_attempt AS SELECT service.url, service.kind, service.title, max(attempt.started) AS started,
 attempt.result, attempt.words, attempt.seconds FROM attempt JOIN service ON service.id = attempt.service
 GROUP BY attempt.service]],
