@@ -90,7 +90,8 @@ function Service:layer(record)
   self.box = union(self.box, own.box)
   self.rows[#self.rows + 1] = row(id, self.id, above.id or "NULL", own.level, position, text(record.NAME),
     text(record.TITLE), text(record.ABSTRACT), text(own.attribution), flag(own.queryable), flag(own.opaque),
-    number(records.number(record.CASCADED)), box_columns(own.box), number(own.min), number(own.max), self:system_list(layer.systems(record)))
+    number(records.number(record.CASCADED)), box_columns(own.box), number(own.min), number(own.max),
+    self:system_list(layer.systems(record)))
   self:keywords(id, records.list(record.KEYWORD, record.NUM_KEYWORD))
   for i, one in ipairs(layer.bounding_boxes(record)) do
     if one.box then self.bounds[#self.bounds + 1] = row(id, i, text(one.crs), box_columns(one.box)) end

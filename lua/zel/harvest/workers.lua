@@ -26,8 +26,8 @@ done
 ]]
 
 -- All batches. Ctrl-C is for the harvest alone, which ends this by SIGTERM; when the harvest is killed, so is this, and
--- clears away what it left. parallel keeps what it found out about this machine in the user's directory, since finding it
--- out takes as long as tens of services.
+-- clears away what it left. parallel keeps what it found out about this machine in the user's directory, since finding
+-- it out takes as long as tens of services.
 local ALL = [[
 export dir=$1
 trap '' INT HUP
