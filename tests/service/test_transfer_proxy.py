@@ -66,8 +66,7 @@ def test_credentials_arrive_as_they_were_typed(settings, sent):
     assert "Proxy-Authorization: Basic " + base64.b64encode(sent.encode()).decode() + "\r\n" in server.requests[0]
 
 
-def test_no_method_means_no_login():
-    """Also where a proxy of another protocol wants one."""
+def test_no_method_means_no_login_also_to_a_socks_proxy():
     with Responder([Body(4), b"\x05\x02", Body(3)]) as server:
         through(server, *LOGIN, "proxy=socks5://127.0.0.1", "proxyauthent=0", "url=http://elsewhere.invalid/")
     assert server.requests[0].endswith("\x01\0\0")
