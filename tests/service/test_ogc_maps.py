@@ -30,7 +30,7 @@ REFUSED = {
     "layers = 'earth', width = '5'": "width of map must be a number, not a string",
     "layers = 'earth', width = 0": "width must be a whole number of 1 or more, not 0",
     "layers = 'earth', height = 2.5": "height must be a whole number",
-    "layers = 'earth', crs = 'EPSG:31468'": 'no reference system "EPSG:31468" for these layers; did you mean "EPSG:31467"?',
+    "layers = 'earth', crs = 'EPSG:2056'": 'no reference system "EPSG:2056" for these layers; there are: ',
     "layers = 'earth', format = 'webp'": 'no format "webp"; there are: image/png, ',
     "layers = 'earth', to = 'x.bmp'": 'no format "image/bmp"',
     "layers = 'earth', styles = 'blue'": 'no style "blue" of layer earth',

@@ -52,9 +52,15 @@ local function distance(a, b)
   return row[#b]
 end
 
+-- The most letters in which a name may be wrong. Of a reference system such as EPSG:4326 the number alone counts.
+local function tolerance(name)
+  local code = name:match(":(%d+)$")
+  return code and #code // 3 or math.min(math.max(2, #name // 3), #name - 1)
+end
+
 -- The name that was likely meant.
 local function near(name, names)
-  local best, least = nil, math.min(math.max(2, #name // 3), #name - 1) + 1
+  local best, least = nil, tolerance(name) + 1
   for _, candidate in ipairs(names) do
     local steps = math.abs(#candidate - #name) < least and distance(name:lower(), candidate:lower()) or least
     if steps < least then best, least = candidate, steps end
