@@ -293,6 +293,7 @@ def address(number):
 async def serve(directory, services):
     loop = asyncio.get_running_loop()
     listener = socket.create_server(("0.0.0.0", 0), backlog=1000)
+    listener.setsockopt(socket.SOL_SOCKET, socket.SO_BINDTODEVICE, b"lo")  # all of 127.0.0.0/8, and no other machine
     port = listener.getsockname()[1]
     server = await loop.create_server(lambda: Connection(services), sock=listener)
     urls = [f"http://{address(number)}:{port}/{number}/ows" for number in range(len(services))]
