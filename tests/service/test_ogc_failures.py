@@ -147,6 +147,7 @@ ASKED = [
     (ATLAS, "wms:info{layers = 'b', x = 100, y = 200, crs = 32661, pixel = 2}", "&BBOX=99,-1,301,201&.*&INFO_FORMAT=text/plain&F"),
     (ATLAS, "wms:info{layers = 'b', lon = 9, lat = 50, crs = 31467}", r"&BBOX=5512127\.\d*,3471794\.\d*,5568687\.\d*,3528354\."),
     (ATLAS, "wms:info{layers = 'b', lon = 1, lat = 2, x = 3}", "info wants a place"),
+    (ATLAS, "wms:info{layers = 'b', lon = 50, lat = 98}", "is that the longitude"),
     (ATLAS, "wms:info{layers = 'b', lon = 1, lat = 2, pixel = 0}", "pixel must be more than 0"),
     (ATLAS, "wms:info{layers = 'a', lon = 1, lat = 2}", "a answers no questions; these do: b, e, f, g\n"),
     (ATLAS, "for _, crs in ipairs{4326, 3832} do print(('%.0f'):format(wms:map{layers = 'f', crs = crs}.box[3])) end",
