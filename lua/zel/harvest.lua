@@ -11,7 +11,7 @@
 --   quiet         true: nothing on standard error
 --
 -- Returns the numbers of services, and of those that were new, changed, unchanged, refused, failed and skipped (not
--- asked again), and the seconds it took.
+-- asked again), of lines of the list that are not usable, and the seconds it took.
 
 local arguments = require "zel.ogc.arguments"
 local clock = require "zel.harvest.clock"
@@ -56,7 +56,7 @@ function harvest.run(given)
   if jobs > MOST_JOBS then errors.raise(("jobs must be %d or less, not %d"):format(MOST_JOBS, jobs)) end
   local options = ogc_options.merge("harvest.run", given.options, DEFAULTS)
   local began = zel.clock()
-  local entries = read_list(given.list, say)
+  local entries, unusable = read_list(given.list, say)
   if given.shard then entries = select_hosts(entries, given.shard) end
 
   local base <close> = database.open(given.database, true, given.shard ~= nil)
@@ -65,7 +65,7 @@ function harvest.run(given)
   local now = clock.new(offset)
   local id, left = run.begin(base, entries, given.older or 0, options.retries, clock, now)
   local counts = {services = #entries, new = 0, changed = 0, unchanged = 0, refused = 0, failed = 0,
-                  skipped = #entries - #left}
+                  skipped = #entries - #left, unusable = unusable}
   local progress = given.quiet and function() end or new_progress(#left, "services", "failed")
   local done, store <close> = 0, new_store(base)
   if #left > 0 then progress(0, 0) end

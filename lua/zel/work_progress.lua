@@ -4,12 +4,10 @@
 --   local progress = require "zel.work_progress"(40, "pictures", "without")
 --   progress(12, 3)      "12 of 40 pictures, 3 without, 0:05 left"
 
+local count = require "zel.thousands"
+
 local TERMINAL_PAUSE, PLAIN_PAUSE = 0.1, 5 -- seconds between two lines
 local WIDEST_BAR, NARROWEST_BAR = 30, 8
-
-local function count(n)
-  return (("%.0f"):format(n):reverse():gsub("(%d%d%d)", "%1,"):reverse():gsub("^,", ""))
-end
 
 local function duration(seconds)
   local s = math.ceil(seconds)

@@ -33,7 +33,8 @@ def zel_ogc(tmp_path, ogc):
 LINES = [
     ("", 2, "", "zel-ogc: a command is required\nzel-ogc --help explains the usage\n"),
     ("mapp SERVICE", 2, "", "unknown command 'mapp'; Did you mean 'map'?"),
-    ("map", 2, "", "zel-ogc map --help explains the usage"),
+    ("map", 2, "", "zel-ogc map --help explains the usage"), ("harvest l d --jobs 300", 2, "", "300 is more than 256"),
+    ("search d", 2, "", "search wants words"), ("search d --bbox 0 9 1 8", 2, "", "south is beyond its north"),
     ("map SERVICE earth --bbox 1 2 3", 2, "", "option '--bbox' requires 4 arguments"),
     ("map SERVICE earth --bbox 1 2 3 x", 2, "", "'x' is not a number"),
     ("info SERVICE --retries -1", 2, "", "'-1' is not a whole number from 0 on"),

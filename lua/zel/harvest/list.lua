@@ -66,16 +66,19 @@ end
 
 --- Reads a list from a file, "-" for standard input. `complain(text)` is told of lines that cannot be used.
 -- Returns the entries in their order, each service of a kind once: url (to ask), public (to store and show), kind,
--- host.
+-- host. And how many lines cannot be used.
 return function(path, complain)
   if path ~= "-" and files.exists(path .. "/.") then errors.raise(("the list %s is a directory"):format(path)) end
-  local file <close> = path == "-" and io.stdin or io.open(path)
-  if not file then errors.raise(("the list %s cannot be read"):format(path)) end
+  local file <close>, why = table.unpack(path == "-" and {io.stdin} or {io.open(path)})
+  if not file then errors.raise("the list cannot be read: " .. why) end
   local entries, seen, number, useless = {}, {}, 0, 0
   for line in file:lines() do
     number = number + 1
     if number == 1 and (line:find("^\xFF\xFE") or line:find("^\xFE\xFF")) then
       errors.raise(("the list %s is in UTF-16: save it as UTF-8"):format(path))
+    end
+    if number == 1 and line:find("^SQLite format 3") then
+      errors.raise(path .. " is a database, not a list: the list comes first, then the database")
     end
     line = line:gsub("^\xEF\xBB\xBF", ""):gsub("^%s*#.*$", ""):gsub("%s#.*$", ""):match("^%s*(.-)%s*$")
     if line ~= "" then
@@ -94,5 +97,5 @@ return function(path, complain)
   end
   if useless > MOST_COMPLAINTS then complain(("%d further lines cannot be used"):format(useless - MOST_COMPLAINTS)) end
   if #entries == 0 then errors.raise(("the list %s names no service"):format(path)) end
-  return entries
+  return entries, useless
 end

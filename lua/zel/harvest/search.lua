@@ -1,7 +1,6 @@
 --- Finds services, layers and coverages in a harvest's database.
 
 local boxes = require "zel.ogc.boxes"
-local errors = require "zel.ogc.errors"
 local schema = require "zel.harvest.schema"
 local sql = require "zel.harvest.sql"
 
@@ -44,13 +43,14 @@ local function unlike(bbox)
   return ("-(%s) / (%s + %s - %s)"):format(shared, SIZE, area, shared)
 end
 
-local function statement(match, bbox, kind, limit)
-  local from, where, order = "words", {}, "words.rank"
+-- What matches, as the end of a query.
+local function matches(match, bbox, kind)
+  local from, where = "words", {}
   if match then
     where[1] = "words MATCH " .. sql.text(match)
     if bbox then from = "words JOIN box ON box.id = words.rowid" end
   else
-    from, order = "box", unlike(bbox)
+    from = "box"
   end
   if bbox then where[#where + 1] = touching(bbox) end
   local id = match and "words.rowid" or "box.id"
@@ -58,8 +58,12 @@ local function statement(match, bbox, kind, limit)
     where[#where + 1] = ("(SELECT kind FROM service WHERE service.id = %s - %s %% %d) = %s"):format(
       id, id, schema.SPAN, sql.text(kind))
   end
-  return ("SELECT %s AS id, %s AS score FROM %s WHERE %s ORDER BY score, id LIMIT %d"):format(
-    id, order, from, table.concat(where, " AND "), limit)
+  return (" FROM %s WHERE %s"):format(from, table.concat(where, " AND "))
+end
+
+local function statement(match, bbox, kind, limit)
+  return ("SELECT %s AS id, %s AS score%s ORDER BY score, id LIMIT %d"):format(
+    match and "words.rowid" or "box.id", match and "words.rank" or unlike(bbox), matches(match, bbox, kind), limit)
 end
 
 -- The rows of what a statement finds, in its order.
@@ -80,13 +84,16 @@ local function collect(database, text)
 end
 
 --- The best of what has all the words and touches the box, at most `limit`; words that are found nowhere as they are
--- are taken as the beginnings of words. Rows of the view `item` with url, type and title of their service, and box.
+-- are taken as the beginnings of words. Rows of the view `item` with url, type and title of their service, and box; and
+-- how many there are without a limit.
 return function(database, words, bbox, kind, limit)
   local match = query(words, false)
-  if words == "" and not bbox then errors.raise("search wants words to look for, or --bbox") end
-  if bbox and bbox[2] > bbox[4] then errors.raise("the box's south is beyond its north: --bbox takes W S E N") end
-  if words ~= "" and not match then return {} end -- nothing but signs
+  if words ~= "" and not match then return {}, 0 end -- nothing but signs
   local found = collect(database, statement(match, bbox, kind, limit))
-  if #found == 0 and match then found = collect(database, statement(query(words, true), bbox, kind, limit)) end
-  return found
+  if #found == 0 and match then
+    match = query(words, true)
+    found = collect(database, statement(match, bbox, kind, limit))
+  end
+  if #found < limit then return found, #found end
+  return found, database:value("SELECT count(*)" .. matches(match, bbox, kind))
 end

@@ -128,7 +128,7 @@ end
 
 function commands.merge(o)
   require "zel.harvest.merge"(o.database, o.databases, function(path, taken, total)
-    if not o.quiet then io.stderr:write(("%s: %d of %d services are newer\n"):format(path, taken, total)) end
+    if not o.quiet then io.stderr:write(("%s: %d services read, %d new or newer\n"):format(path, total, taken)) end
   end)
 end
 
@@ -147,7 +147,7 @@ return function(words)
   local done, why = pcall(commands[o.command], o)
   if done then exit(0) end
   if tostring(why):find("interrupted!", 1, true) or tostring(why):find("Cancel request detected", 1, true) then
-    exit(INTERRUPTED, "interrupted")
+    exit(INTERRUPTED, "interrupted" .. (o.command == "harvest" and ": the same command continues the harvest" or ""))
   end
   exit(FAILED, one_line(why))
 end

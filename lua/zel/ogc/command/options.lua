@@ -5,20 +5,26 @@ local argparse = require "argparse"
 local COMMANDS = {info = true, map = true, feature = true, coverage = true, catalogue = true,
                   harvest = true, search = true, merge = true}
 
+local MOST_JOBS = 256
+
 local function positive(text)
   local number = tonumber(text)
   if number and number > 0 then return number end
   return nil, ("'%s' is not a number above 0"):format(text)
 end
 
-local function whole(text, least)
+local function whole(text, least, most)
   local number = math.tointeger(tonumber(text))
+  if number and most and number > most then
+    return nil, ("%d is more than %d, the most there can be"):format(number, most)
+  end
   if number and number >= least then return number end
   return nil, ("'%s' is not a whole number from %d on"):format(text:match("%S+") or "", least)
 end
 
 local function whole_or_zero(text) return whole(text, 0) end
 local function count(text) return whole(text, 1) end
+local function jobs(text) return whole(text, 1, MOST_JOBS) end
 
 local function number(text)
   local value = tonumber(text)
@@ -133,7 +139,7 @@ local function add_commands(parser)
   harvest:argument("database", "SQLite database to create or update."):argname("DATABASE")
   harvest:option("--older", "Ask only services not read within this many days."):argname("DAYS"):convert(not_negative)
   harvest:option("--pause", "Pause between two requests to one host."):argname("SECONDS"):convert(not_negative)
-  harvest:option("--jobs", "Processes to run (default 1)."):argname("COUNT"):convert(count)
+  harvest:option("--jobs", "Processes to run (default 1)."):argname("COUNT"):convert(jobs)
   harvest:option("--shard", "Harvest only the Ith of N parts, divided by host."):argname("I/N"):convert(part)
 
   for _, command in ipairs{info, map, feature, coverage} do add_common(command, "3") end
@@ -185,10 +191,18 @@ local function prepared(words)
   return list
 end
 
+-- What is wrong with the options together.
+local function fault(o)
+  if o.command ~= "search" then return nil end
+  if #o.words == 0 and not o.bbox then return "search wants words to look for, or --bbox" end
+  if o.bbox and o.bbox[2] > o.bbox[4] then return "the box's south is beyond its north: --bbox takes W S E N" end
+end
+
 --- The options of a command line; nil and what is wrong with it.
 function options.parse(words)
   local well, result = options.parser():pparse(prepared(words))
-  if well then return result end
+  if well and not fault(result) then return result end
+  if well then result = fault(result) end
   local command = COMMANDS[words[1]] and words[1] .. " " or ""
   return nil, result:gsub("%s*\n%s*", "; ") .. "\nzel-ogc " .. command .. "--help explains the usage"
 end
