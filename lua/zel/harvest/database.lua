@@ -111,7 +111,7 @@ function database.open(path, create, alone)
     errors.raise(("there is no database %s; zel-ogc harvest makes one"):format(path))
   end
   files.check_directory(path)
-  local environment = require("luasql.sqlite3").sqlite3()
+  local environment = require("zel.ogc.packaged")("luasql.sqlite3").sqlite3()
   local connection, why = environment:connect(place(path), PATIENCE)
   if not connection then fail(path, why) end
   local opened = setmetatable({path = path, environment = environment, connection = connection}, Database)

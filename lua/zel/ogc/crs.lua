@@ -20,7 +20,7 @@ local function database()
     local file = io.open(path)
     if not file then errors.raise("PROJ's database " .. path .. " is missing; it comes with the package proj-data") end
     file:close()
-    connection = assert(require("luasql.sqlite3").sqlite3():connect(path))
+    connection = assert(require("zel.ogc.packaged")("luasql.sqlite3").sqlite3():connect(path))
   end
   return connection
 end

@@ -102,5 +102,5 @@ return function(s, o)
     {new and "I" or "X", middle}, {new and "J" or "Y", middle}}))
   service.check_answer(s)
   local text = files.read(file)
-  return text, format:lower():find("json", 1, true) and require("dkjson").decode(text) or nil
+  return text, format:lower():find("json", 1, true) and require("zel.ogc.packaged")("dkjson").decode(text) or nil
 end

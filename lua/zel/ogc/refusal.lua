@@ -3,7 +3,7 @@
 -- Returns {text =, code =, locator =, exceptions = {...}} with the first exception's fields and all of them as a list,
 -- and nil when the answer was none of the exception documents of the Web Map, Coverage and other OGC services.
 
-local lxp = require "lxp"
+local lxp = require "zel.ogc.packaged" "lxp"
 
 local REPORTS = {ServiceExceptionReport = true, ExceptionReport = true}
 local LARGEST = 1024 * 1024 -- a refusal is a text for people

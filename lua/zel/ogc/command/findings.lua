@@ -1,6 +1,6 @@
 --- zel-ogc search: what was found, as lines, as JSON or as GeoJSON.
 
-local json = require "dkjson"
+local json = require "zel.ogc.packaged" "dkjson"
 
 local arguments = require "zel.ogc.arguments"
 local database = require "zel.harvest.database"

@@ -1,6 +1,6 @@
 --- What zel-ogc info prints: a service as lines, as JSON or as GeoJSON.
 
-local json = require "dkjson"
+local json = require "zel.ogc.packaged" "dkjson"
 
 local boxes = require "zel.ogc.boxes"
 local printable = require "zel.ogc.printable"

@@ -1,6 +1,6 @@
 --- The command line of zel-ogc.
 
-local argparse = require "argparse"
+local argparse = require "zel.ogc.packaged" "argparse"
 
 local COMMANDS = {info = true, map = true, feature = true, coverage = true, catalogue = true,
                   harvest = true, search = true, merge = true}
