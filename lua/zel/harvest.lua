@@ -66,18 +66,29 @@ function harvest.run(given)
   local id, left = run.begin(base, entries, given.older or 0, options.retries, clock, now)
   local counts = {services = #entries, new = 0, changed = 0, unchanged = 0, refused = 0, failed = 0,
                   skipped = #entries - #left, unusable = unusable}
-  local progress = given.quiet and function() end or new_progress(#left, "services", "failed")
-  local done, store <close> = 0, new_store(base)
-  if #left > 0 then progress(0, 0) end
-  local function take(_, tried, statements, last)
+  local progress = given.quiet and function() end or new_progress(#entries, "services", "failed", counts.skipped)
+  local done, store <close> = counts.skipped, new_store(base)
+  local waits = {} -- for whom, and since when, by entry or batch
+  local function draw()
+    local longest
+    for _, wait in pairs(waits) do longest = longest and longest.since < wait.since and longest or wait end
+    progress(done, counts.failed + counts.refused, longest and longest.host, longest and zel.clock() - longest.since)
+  end
+  if #left > 0 then draw() end
+  local function take(who, tried, statements, last)
+    waits[who] = nil
     store:add(statements)
     if not last then return end
     counts[tried.result] = counts[tried.result] + 1
     done = done + 1
-    progress(done, counts.failed + counts.refused)
+    draw()
   end
   local settings = {run = id, file = directory.path .. "/document", options = options, offset = offset,
                     properties = ogc_options.properties(options)}
+  function settings.waiting(who, host, seconds)
+    waits[who] = {host = host, since = zel.clock() - seconds}
+    draw()
+  end
   if jobs > 1 and #left > 0 then workers(left, settings, jobs, directory.path, take) else work(left, settings, take) end
   store:flush()
   run.finish(base, id, now)

@@ -92,14 +92,15 @@ def test_elsewhere_at_most_a_line_a_second(zel):
                      "  3.5 kB  1.0 kB/s", "  done"]
 
 
-def test_time_left_of_tiles(zel):
+def test_time_left_of_tiles_and_other_parts(zel):
     """By those that were fetched, not by those that were there."""
     said = zel("""
       local now = 0
       zel.clock = function() return now end
       local shown <close> = require "zel.ogc.tile_progress"({options = {}}, 10)
       for i = 1, 5 do shown:step(true) end
-      now = 6
-      shown:step()
+      local progress = require "zel.work_progress"(10, "parts", "without", 5)
+      for done = 5, 6 do now = now + 6 progress(done, 1, "host", 8) end
+      now = 6 shown:step()
     """).err
-    assert said == "tile 6 of 10, 0:24 left\n"
+    assert said == "  6 of 10 parts, 1 without, 0:48 left, waiting 0:08 for host\ntile 6 of 10, 0:24 left\n"

@@ -7,6 +7,7 @@ local rows = require "zel.harvest.rows"
 local service = require "zel.ogc.service"
 
 local LARGEST = 256000000 -- bytes of a document; the largest that are known have 75 million
+local PATIENCE = 2 -- seconds that are no waiting
 local CLASSES = {WMS = "ZELnetOGCWMS", WCS = "ZELnetOGCWCS"}
 local VERSIONS = {WMS = {"1.3.0", "1.1.1", "1.1.0"}, WCS = {"1.0.0"}} -- the highest first
 local ROOTS = {WMS = {WMS_Capabilities = true, WMT_MS_Capabilities = true}, WCS = {WCS_Capabilities = true}}
@@ -27,13 +28,15 @@ function Request:__close() self.object:close() end
 
 -- A new object for every service, so that nothing of another one is left in it.
 local function open(entry, settings)
-  local request = setmetatable({entry = entry, options = settings.options}, Request)
+  local request = setmetatable({entry = entry, options = settings.options, began = zel.clock()}, Request)
   local properties = {}
   for name, value in pairs(settings.properties) do properties[name] = value end
   local status = properties.CALLBACK_FUNCTION
   properties.CAPABILITIES_FILENAME = settings.file
   properties.CALLBACK_FUNCTION = function(text, progress)
     if type(status) == "function" then status(text, progress) end
+    local seconds = zel.clock() - request.began
+    if seconds > PATIENCE then settings.waiting(entry, entry.host, seconds) end
     request.too_large = request.too_large or progress[3] > LARGEST
     return not request.too_large
   end
@@ -105,8 +108,8 @@ end
 
 --- Reads the service of an entry. `known` is its row in the database; `settings` has file (where documents go),
 -- options (of zel.ogc), properties (of the object), now() (the time as it is stored), lists (of systems that are
--- stored). Returns the outcome, and the statements that store what is new. An outcome with `again`
--- has `wait`, the seconds until then.
+-- stored), waiting(entry, host, seconds), which is called while a server is slow. Returns the outcome, and the
+-- statements that store what is new. An outcome with `again` has `wait`, the seconds until then.
 return function(entry, known, settings)
   local opened, result = pcall(open, entry, settings)
   if not opened then return failed(result, settings) end

@@ -2,7 +2,7 @@
 --
 -- The directory has settings, BATCH.batch with the entries and, from an earlier process of that batch that was killed,
 -- BATCH.log. The statements of a try go to BATCH.N.sql; a line of standard output reports each: the batch, N, the
--- result, and "last" or "again".
+-- result, and "last" or "again". While a server is slow: the batch, "waiting", the host and the seconds.
 
 local files = require "zel.ogc.files"
 local new_clock = require "zel.harvest.clock".new
@@ -45,6 +45,14 @@ return function(directory, batch, status)
     local word = last and "last" or "again"
     log:write(word, " ", entry.known.id, "\n")
     io.write(("%s %d %s %s\n"):format(batch, number, tried.result, word))
+    io.flush()
+  end
+
+  local told = -math.huge
+  function settings.waiting(_, host, seconds)
+    if zel.clock() - told < 1 then return end
+    told = zel.clock()
+    io.write(("%s waiting %s %d\n"):format(batch, host, seconds // 1))
     io.flush()
   end
 

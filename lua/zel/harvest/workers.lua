@@ -69,8 +69,8 @@ local function plain(values)
   return rest
 end
 
---- Asks all entries by `jobs` processes; settings and store() are those of zel.harvest.work, store() gets no entry.
--- `directory` is for files; to be removed by the caller.
+--- Asks all entries by `jobs` processes; settings and store() are those of zel.harvest.work, and get a batch for the
+-- entry. `directory` is for files; to be removed by the caller.
 return function(entries, settings, jobs, directory, store)
   check_parallel()
   local batches = batches_of(entries, jobs)
@@ -87,9 +87,11 @@ return function(entries, settings, jobs, directory, store)
     for line in function() return pipe:read("l") end do -- lines() raises at Ctrl-C, before that is known here
       local batch, number, result, word = line:match("^(%d+) (%d+) (%a+) (%a+)$")
       if batch then
-        store(nil, {result = result}, take(("%s/%s.%s.sql"):format(directory, batch, number)), word == "last")
+        store(batch, {result = result}, take(("%s/%s.%s.sql"):format(directory, batch, number)), word == "last")
         left = left - (word == "last" and 1 or 0)
       end
+      local slow, host, seconds = line:match("^(%d+) waiting (%S+) (%d+)$")
+      if slow then settings.waiting(slow, host, tonumber(seconds)) end
     end
   end)
   if not complete then
