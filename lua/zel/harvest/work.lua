@@ -7,9 +7,9 @@ local run = require "zel.harvest.run"
 
 local MUCH = 2000000 -- bytes of a document after which memory is given back at once
 
---- Asks all entries. settings: run (its number), file, options, properties, offset (of the clock),
--- waiting (see zel.harvest.read). For each try it calls `store(entry, tried, statements, last)`, in which `tried` is the
--- outcome and `last` is false when the service will be tried again; `before(entry)`, if given, is called before each.
+--- Asks all entries. settings: run (its number), file, options, properties, offset (of the clock), and waiting, which
+-- zel.harvest.read has. For each try it calls `store(entry, tried, statements, last)`, in which `tried` is the outcome
+-- and `last` is false when the service will be tried again; `before(entry)`, if given, is called before each.
 return function(entries, settings, store, before)
   -- Nearly all that is made for a service is garbage after it.
   local mode = collectgarbage("generational", 100)
