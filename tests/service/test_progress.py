@@ -95,8 +95,7 @@ def test_elsewhere_at_most_a_line_a_second(zel):
 def test_time_left_of_tiles_and_other_parts(zel):
     """By those that were fetched, not by those that were there."""
     said = zel("""
-      local now = 0
-      zel.clock = function() return now end
+      local now = 0 zel.clock = function() return now end
       local shown <close> = require "zel.ogc.tile_progress"({options = {}}, 10)
       for i = 1, 5 do shown:step(true) end
       local progress = require "zel.work_progress"(10, "parts", "without", 5)
