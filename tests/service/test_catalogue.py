@@ -209,7 +209,7 @@ def test_hostile_server(write, browser, tmp_path):
 
 REGION = latlon(-20, 30, 40, 70)
 TIMES = '<Dimension name="time" units="ISO8601"/><Extent name="time">2001,2002,2003,2004,2005</Extent>'
-DEPTHS = '<Dimension name="depth" units="m"/><Extent name="Depth">0/100/5</Extent>'
+DEPTHS = '<Dimension name="Depth" units="m"/><Extent name="DEPTH">0/100/5</Extent>'
 NO_PLACE = "The service does not say where this layer lies."
 
 # What a layer says of itself; what is asked for its map besides what is the same for all, None when there is none; what
@@ -222,7 +222,7 @@ DRAWN = [
     (REGION + '<ScaleHint min="19.798989873" max="197.98989873"/>', r"9\.69816\d*,49\.81135\d*,10\.3018\d*,50\.1886\d* 720 450",
      "1:50,000 to 1:500,000"),
     (REGION + TIMES, "-20,30,40,70 675 450 2001", "time 2001 … 2005 (5 values)"),
-    (REGION + DEPTHS, "-20,30,40,70 675 450 0", "depth 0 to 100, every 5, in m"),
+    (REGION + DEPTHS, "-20,30,40,70 675 450 0", "Depth 0 to 100, every 5, in m"),
     ("<SRS>LOCAL:1</SRS>" + latlon(5, 0, "nan", 1), None, NO_PLACE),
     (REGION + f"<Dimension name='x' units=''/><Extent name='x'>{'y' * 4000}</Extent>", None, "the request would have"),
     (None, None, "gives this layer no name"),

@@ -49,6 +49,7 @@ TEST(CurlUrl, IsSplitAndComposed) {
                        "http old 81 old old old old Error: url contains a host of more than 255 characters."},
                       {"http://h/p/r?a=b", "http h 80 p/r - - - http://h/p/r?pre&a=b&suf"},
                       {"https://me:pw@h:81/p?q?r@x", "https h 81 p - - - https://h:81/p?q?r@x"},
+                      {"http://me@h/a@b/c?q", "http h 80 a@b/c - - - http://h/a@b/c?q"},
                       {"http://h/p?mail=x@b/c?d", "http b 80 c - - - http://b/c?mail=x@b/c?d"},
                       {"http://[::1]:81/p?q", "http [::1] 81 p - - - http://[::1]:81/p?q"},
                       {"http://[::1]/p?q", "http [::1] 80 p - - - http://[::1]/p?q"},

@@ -165,6 +165,16 @@ TEST_F(Host, RefusesBadStructures) {
     EXPECT_NE(errorOf([&tags] { ZEL_MakeStruct(nullptr, tags); }).find("Unable to define"), std::string::npos);
 }
 
+TEST_F(Host, ForgetsStructuresThatNothingHas) {
+  const std::size_t before = zel::host::structCount();
+  for (int i = 1; i < 1000; ++i, zel::host::forgetUnusedStructs()) {
+    const ZEL_StructTagDef inner[] = {{"X", ZEL_TYP_STRING, i, nullptr, 0}, {}};
+    const ZEL_StructTagDef outer[] = {{"OUTER", ZEL_TYP_STRUCT, 3, ZEL_MakeStruct(nullptr, inner), 0}, {}};
+    ZEL_MakeStruct(nullptr, outer);
+  }
+  EXPECT_LT(zel::host::structCount(), before + 200);
+}
+
 TEST_F(Host, TellsObjectsAndHeapVariables) {
   const ZEL_StructTagDef base[] = {{"OWN", ZEL_TYP_LONG64, 0, nullptr, 0}, {}};
   const ZEL_StructDef* baseDef = ZEL_MakeStruct("HOSTBASE", base);
