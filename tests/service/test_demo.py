@@ -39,6 +39,7 @@ def test_maps(example, ogc, tmp_path):
     example("region_map.lua", ogc.regions, "earth", "EPSG:31467", 8, 47.5, 10, 49, "region.png")
     region = gdal.Warp("", str(tmp_path / "region.png"), format="MEM", dstSRS="EPSG:4326", outputBounds=[8, 47.5, 10, 49],
                        dstAlpha=True)
+    assert "31467" in gdal.Open(str(tmp_path / "region.png")).GetProjection()
     assert (region.GetRasterBand(4).ReadAsArray() == 255).all()
 
     assert len(example("time_series.lua", ogc.service, "seasons", 200).out.splitlines()) == 2

@@ -170,6 +170,7 @@ def test_search(server, run, tmp_path):
     url = f"http://localhost:{server.port}"
     assert search("höhe").stdout == f"Straßen der Höhe [roads], layer of Roads\n  {url}/roads\n  5 45 10 48\n"
     assert search("hohe straße").stdout.startswith("Straßen")  # the beginning of a word, last of all
+    assert search('"der hoh"').stdout.startswith("Straßen")
     for words in ('"', "a AND", "NOT", "-", "title:x", "(", "roads*", "'; DROP", "^x", "x NEAR y", "\udcff"):
         search(words)
     pacific, _ = json.loads(search("--bbox", 179, -19, 181, -18, "--geojson").stdout)["features"]

@@ -154,6 +154,7 @@ LOOP = "while true do pcall(function() while true do end end) end\n"
     (["function f() error('no') end f()\n"], "stack traceback:", "x = x"),
     (["table.unpack({}, 1, 999980)\n", "6 * 7\n"], "\r\n42\r\n", "PANIC"),
     (["print, require, zel.show = nil\n", "6 * 7, nil\n", "{1, {2}}\n"], "42\tnil\r\n", "table:"),
+    (["1, {2}\n"], "\r\n1\r\n[1]: 2\r\n", "table:"),
     (["'a\\27[2J\\155b\\nc'\n"], "\r\na [2J", "\33"),
     (["help\n", "zel.help\n", "help GetMap\n"], "\r\nGetMap\r\n\r\nfile = wms:GetMap(query) ", "function: "),
     (["help = 5\n", "help\n"], "\r\n5\r\n", "Methods"),
@@ -180,6 +181,7 @@ def test_tables_are_cut_to_the_screen(prompt, columns, rows):
     used = sum(-(-len(line) // columns) or 1 for line in lines)
     assert used == rows
     assert lines[-2] == "... cut to the screen, 99 entries; zel.show(t) prints all"
+    assert "zel.show(value) prints all" in one.type("1, t\n")
     assert one.type("{}, {a = {}}, 5\n").splitlines()[1:-1] == ["{}", "a: {}", "5"]
 
 
@@ -259,11 +261,12 @@ def test_show(zel, ogc):
     out = zel("""
       zel.show(require "zel.ogc".wms(arg[1], {version = "1.1.1"}).layers[3].record)
       local list = {"a", "", 3, {b = "\\27[2J"}}
-      list.self = list
+      list.self, list.twin, list.x = list, list[4], {("é"):rep(60), "", "v"}
       zel.show(list)
       zel.show("text")
       print(zel.show(list, 2))
     """, ogc.service).out
     assert "LAYER: 2\nPARENT: 1\nLEVEL: 3\n" in out and "\nSRS: EPSG:4326, EPSG:3857, CRS:84\n" in out
     assert "\nBOUNDING_BOX:\n  [1]:\n    SRS: EPSG:4326\n" in out and "    (empty: CRS, RESX, RESY)\n" in out
-    assert out.endswith("[1]: a\n[3]: 3\n[4]:\n  b:  [2J\nself: (itself)\ntext\n[1]: a\n[3]: 3\ntrue\n")
+    assert out.endswith("[1]: a\n[3]: 3\n[4]:\n  b:  [2J\nself: (itself)\ntwin:\n  b:  [2J\n"
+                        f"x: {'é' * 60}, v\ntext\n[1]: a\n[3]: 3\ntrue\n")
