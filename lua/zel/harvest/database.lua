@@ -9,13 +9,13 @@ local PATIENCE = 30000 -- ms that another process may hold the database
 
 -- What SQLite says, in words that name the remedy; %s is the database.
 local REMEDIES = {
-  {"file is not a database", "%s is no database of a harvest; name another file, zel-ogc harvest makes it"},
+  {"file is not a database", "%s is no database of a harvest; name another file, which zel-ogc harvest creates"},
   {"malformed", "%s is damaged: harvest into a new file"},
-  {"disk is full", "there is no space left to write to %s; it holds whole services, and the next run goes on there"},
-  {"readonly database", "%s may only be read here: see who may write to the file and its directory"},
-  {"unable to open database file", "%s cannot be opened: see who may write to the file and its directory"},
-  {"table run already exists", "%s is just being made by another process: try again when that has ended"},
-  {"database is locked", "%s is used by another process: try again when that has ended"},
+  {"disk is full", "there is no space left to write to %s; it holds whole services, and the next run continues it"},
+  {"readonly database", "%s is read-only: check the permissions of the file and its directory"},
+  {"unable to open database file", "%s cannot be opened: check the permissions of the file and its directory"},
+  {"table run already exists", "%s is being created by another process: try again when that has ended"},
+  {"database is locked", "%s is in use by another process: try again when that has ended"},
 }
 
 -- A name that begins with "file:" or ":" is a file's, too.
@@ -56,7 +56,7 @@ end
 --- Runs statements as one transaction: all of them or none.
 function Database:transaction(statements)
   if not os.rename(self.path, self.path) then -- to open and close the file would end the locks on it
-    errors.raise(self.path .. " was removed while it was written: harvest again")
+    errors.raise(self.path .. " was removed while it was being written: harvest again")
   end
   self:run("BEGIN IMMEDIATE")
   local done, why = pcall(function()
@@ -93,7 +93,7 @@ local function prepare(database, create)
     database:run("PRAGMA journal_mode = WAL")
     database:transaction(schema.STATEMENTS)
   elseif application ~= schema.APPLICATION then
-    errors.raise(database.path .. " is no database of a harvest; name another file, zel-ogc harvest makes it")
+    errors.raise(database.path .. " is no database of a harvest; name another file, which zel-ogc harvest creates")
   elseif version ~= schema.VERSION then
     errors.raise(("%s has tables of version %d, and this program knows version %d: harvest into a new file"):format(
       database.path, version, schema.VERSION))

@@ -18,7 +18,7 @@ local guard = {}
 --- A new directory, `path`.
 function guard.directory()
   local path, pipe = hold('made=$(mktemp -d) && { echo "$made"; yes; rm -rf "$made"; } 2>/dev/null')
-  if not path then errors.raise("there is no place for temporary files; TMPDIR names another") end
+  if not path then errors.raise("there is no room for temporary files; name another directory in TMPDIR") end
   return setmetatable({path = path}, {__close = function() pipe:close() end})
 end
 
@@ -29,7 +29,7 @@ function guard.lock(path)
                                                                                           quoted(path .. "-wal")))
   if said then return pipe end
   if select(3, pipe:close()) == TAKEN then
-    errors.raise(path .. " is written by another harvest or merge: wait until it has ended, or name another file")
+    errors.raise(path .. " is being written by another harvest or merge: wait until it has ended, or name another file")
   end
 end
 
