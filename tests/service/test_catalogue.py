@@ -216,7 +216,9 @@ NO_PLACE = "The service does not say where this layer lies."
 # the page says.
 SAME = {"SERVICE", "VERSION", "REQUEST", "LAYERS", "STYLES", "SRS", "CRS", "FORMAT"}
 DRAWN = [
-    ('<BoundingBox SRS="EPSG:4326" minx="1" miny="2" maxx="3" maxy="4"/>', "1,2,3,4 450 450", "EPSG:4326: 1, 2 to 3, 4"),
+    ('<BoundingBox SRS="EPSG:4326" minx="1.23456" miny="2" maxx="3.23456" maxy="4"/>', "1.23456,2,3.23456,4 450 450",
+     "EPSG:4326: 1.23456, 2 to 3.23456, 4"),
+    ("".join(f"<SRS>L:{i}</SRS>" for i in range(7)) + REGION, "-20,30,40,70 675 450", "7 besides those of the group"),
     (latlon(5, 6, 5, 6), "4.995,5.995,5.005,6.005 450 450", "5° E to 5° E"),
     (latlon(170, 0, 190, 10), "170,0,190,10 720 360", "170° E to 170° W, 0° N to 10° N"),
     (REGION + '<ScaleHint min="19.798989873" max="197.98989873"/>', r"9\.69816\d*,49\.81135\d*,10\.3018\d*,50\.1886\d* 720 450",
