@@ -155,6 +155,7 @@ def test_what_is_unchanged_costs_a_row(server, run, tmp_path):
     for name, age, aged, left in (("o'ld.db", "-20 hours", "new", 4), ("a.db", "-2 days", "new", 4),
                                   ("a.db", "-2 days", "unchanged", 1)):
         with sqlite3.connect(tmp_path / name) as base:
+            base.execute("INSERT INTO words (words, rank) VALUES ('integrity-check', 1)")
             base.execute("UPDATE attempt SET started = strftime('%Y-%m-%dT%H:%M:%fZ', 'now', ?) WHERE result = ?", [age, aged])
         assert f", {left} not asked again; " in run("harvest", "list", name, "--older", 1).stderr
 
