@@ -173,6 +173,9 @@ ASKED = [
     (RELIEF, "wcs:get{name = 'c', resy = .5, ranges = {DEPTH = 2}}", "&RESX=0.5&RESY=0.5&.*&depth=2[ &]"),
     (RELIEF, "print(wcs:get{name = 'c', resx = 1, resy = .5, ranges = {DEPTH = {min = 0, max = 8, step = 2}}}.size[2])",
      "^4\n.*&RESX=1&RESY=0.5&.*&depth=0/8/2[ &]"),
+    (RELIEF, "for _, range in ipairs{{min = 0}, {max = 8}, {}} do "
+     "print(pcall(wcs.get, wcs, {name = 'c', resx = 1, ranges = {DEPTH = range}})) end",
+     "^(false\t.*the range of depth must be a value, a list of values, or .min.*\n){3}"),
     (RELIEF, "require 'zel.ogc'.wcs(arg[1], {version = '1.0.5'})", "Version=1.0.5&"),
     # Refusals: text, code and locator as fields of the error, the text as zel.refusal has it, and the message
     (refused(SE.format('<ServiceException code="NotDefined">no\n  layer</ServiceException>')), REFUSED,

@@ -115,10 +115,13 @@ local function format_of(d, given, extension)
   return given or d.native_format or d.formats[1] or "GeoTIFF"
 end
 
-local function range_text(value)
+local function range_text(name, value)
   if type(value) ~= "table" then return tostring(value) end
-  if not value.min then return table.concat(value, ",") end
-  return value.min .. "/" .. value.max .. (value.step and "/" .. value.step or "")
+  if value.min and value.max then return value.min .. "/" .. value.max .. (value.step and "/" .. value.step or "") end
+  if value.min or value.max or #value == 0 then
+    errors.raise(("the range of %s must be a value, a list of values, or {min = ..., max = ...} with both"):format(name))
+  end
+  return table.concat(value, ",")
 end
 
 local function range_parameters(d, ranges)
@@ -127,7 +130,7 @@ local function range_parameters(d, ranges)
   for name, value in pairs(ranges or {}) do
     local found = arguments.find(names, tostring(name))
     if not found then errors.unknown("axis", tostring(name), names, "of coverage " .. d.name) end
-    parameters[#parameters + 1] = {found, range_text(value)}
+    parameters[#parameters + 1] = {found, range_text(found, value)}
   end
   return parameters
 end
