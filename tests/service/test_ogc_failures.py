@@ -212,6 +212,7 @@ ASKED = [
      f"print(wms:map{{layers = 'a', {BBOX}, to = 'm.png'}}.size[1]) wms:map{{layers = {{'a', 'a'}}}}",
      "^40\n(.|\n)*draws at most 1 layers in one map, not 2"),
     ([capabilities(LAYER)], f"wms:map{{layers = 'a', {BBOX}, to = 'm.png'}}", "m.png.aux.xml cannot be written: File too large"),
+    ([capabilities(LAYER)], f"os.execute('mkdir f.pgw') wms:map{{layers = 'a', {BBOX}, to = 'f.png'}}", "f.pgw cannot be written: Is a d"),
     ([capabilities(LAYER, picture="image/x")], f"print(wms:map{{layers = 'a', {BBOX}}}.format)", "^image/x\n"),
     ([capabilities(LAYER)], """for name in ('urn:ogc:def:crs:EPSG:9.1:4 http://www.opengis.net/def/crs/EPSG/0/5 CRS:84 IGNF:X ' ..
      'urn:ogc:def:crs:OGC::CRS83'):gmatch('%S+') do print(require 'zel.ogc.crs'.describe(name).definition) end""",

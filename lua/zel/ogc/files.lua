@@ -44,6 +44,7 @@ end
 --- Writes a text so that the file is complete or not there.
 function files.write(path, text)
   local partial = files.partial(path)
+  local unfinished <close> = files.removed_at_end(partial)
   local file, why = io.open(partial, "wb")
   local done = file
   if file then
@@ -51,10 +52,7 @@ function files.write(path, text)
     local closed, unwritten = file:close()
     if not closed then done, why = nil, unwritten end
   end
-  if not done then
-    os.remove(partial)
-    errors.raise(("%s cannot be written: %s"):format(path, why))
-  end
+  if not done then errors.raise(("%s cannot be written: %s"):format(path, why)) end
   files.rename(partial, path)
 end
 
