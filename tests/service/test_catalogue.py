@@ -265,18 +265,22 @@ def test_many_at_once_until_ctrl_c(zel_running, tmp_path):
                           program="zel-ogc", start_new_session=True, env={"TMPDIR": str(files), "ZEL_OGC_PASSWORD": "p@ss"})
         while len(server.queries) < 7 and run.poll() is None:
             time.sleep(0.05)
+        left = list(files.rglob("answer-*"))
         os.killpg(run.pid, signal.SIGINT)
         out, err = run.communicate(timeout=20)
     assert (out, run.returncode, server.most) == ("page\n", 130, 3) and "9 layers, 4 pictures\n" in err
     words = (tmp_path / "page").read_text()
     assert words.count("data:image/png") == 4 and words.count("Not fetched: the catalogue was ended before") == 4
-    assert not list(files.iterdir()) and subprocess.run(["pgrep", "-g", str(run.pid)]).returncode == 1
+    assert not left and not list(files.iterdir()) and subprocess.run(["pgrep", "-g", str(run.pid)]).returncode == 1
 
 
 def test_thousands_of_layers(write, browser):
-    """More than an index reaches are read; a page of thousands has smaller pictures, opens and can be searched."""
-    for count, pictures in (33_000, 0), (2_000, 1):
+    """More than an index reaches are read; a page of more than a hundred has smaller pictures, opens and can be searched.
+    What is offered in metres alone is drawn in metres."""
+    for count, system, heights in (33_000, "EPSG:4326", []), (99, "EPSG:3857", ["450"]), (2_000, "EPSG:4326", ["225"]):
+        pictures = len(heights)
         with Maps(REGION * pictures + "".join(f"<Layer><Name>n{i}</Name><Title>t</Title></Layer>" for i in range(count))) as server:
+            server.document = server.document.replace("EPSG:4326", system)
             assert write(server.url, pictures=pictures, opened=pictures > 0).out == f"{count + 1}\t{pictures}\tfalse\n"
-    assert server.queries[0]["HEIGHT"] == "225"
+        assert [(query["SRS"], query["HEIGHT"]) for query in server.queries] == [(system, height) for height in heights]
     assert search(browser, "n1999") == "1 of 2,000 layers" and shown(browser, "code") == ["n1999"]

@@ -14,7 +14,7 @@ import time
 import pytest
 
 from conftest import SOURCE
-from responder import HOLD, Responder, answer
+from responder import HOLD, RESET, Responder, answer
 from servers import BUILD
 
 REFUSAL = "<ServiceExceptionReport><ServiceException code='{}' locator='L'>{}</ServiceException></ServiceExceptionReport>"
@@ -57,8 +57,8 @@ class Server(Responder):
         self.overlaps |= {host} & self.busy
         self.queries[name].append(path)
         said = self.answers.get(name, ROADS)
-        if said == HOLD:
-            return [HOLD]
+        if said in (HOLD, RESET):
+            return [said]
         self.busy.add(host)
         return [0.001, lambda: self.busy.discard(host), said if isinstance(said, bytes) else answer(said)]
 
@@ -263,18 +263,29 @@ PARTS = [
         require 'zel.harvest.worker'('.', 'x', 137)""", "x 2 failed last\nx 3 failed last"),
     ("""given.options.status = function(_, figures) figures[3] = 1e9 end
         print(harvest(given).failed, base:value('SELECT max(words) FROM attempt'))""", "3\tthe document is larger than 256 MB"),
-    ("""local rows, count = require 'zel.harvest.rows', 0
+    ("""local list, said = io.open('list', 'a'), {}
+        list:write(('\\nnonsense'):rep(22)):close()
+        require 'zel.harvest.list'('list', function(text) said[#said + 1] = text end)
+        print(#said, said[21])""", "21\t2 further lines cannot be used"),
+    ("""local settings = {file = 'document', options = {pause = 0}, properties = {}, now = os.date, lists = {bytes = 0, numbers = {}}}
+        for _, name in ipairs{'reset', 'a'} do
+          local entry = {kind = 'WMS', url = io.open('list'):read():gsub('busy', name), tries = 1}
+          print(require 'zel.harvest.read'(entry, {id = 1}, settings).wait, zel.is_file('document.xml'))
+        end""", "2.0\tnil\nnil\tnil"),
+    ("""given.options.retries = 1
+        local rows, count = require 'zel.harvest.rows', 0
         local of = rows.of
         function rows.of(...) count = count + 1 return of(count ~= 2 and ... or error('interrupted!', 0), select(2, ...)) end
         print(pcall(harvest, given))
         io.open('less', 'w'):write(io.open('list'):read()):close()
         for _, list in ipairs{'less', 'list'} do given.list = list print(harvest(given).skipped) end
-        print(base:value('SELECT max(title) FROM service'))""", "false\tinterrupted!\n0\n2\nRoads"),
+        print(base:value('SELECT max(title) FROM service'))""", "false\tinterrupted!\n0\n1\nRoads"),
 ]
 
 
 @pytest.mark.parametrize("code, printed", PARTS)
 def test_parts(zel, server, tmp_path, code, printed):
+    server.answers["reset"] = RESET
     write_list(tmp_path, server, ["busy", "a", "b"])
     said = zel("local harvest, open = require 'zel.harvest'.run, require 'zel.harvest.database'.open "
                "open('a.db', true):__close() local base = open('a.db') "

@@ -110,6 +110,7 @@ def test_maps_are_placed_and_alike_in_both_versions(zel, ogc, urls, tmp_path, se
         opened, pixels = picture(tmp_path / file)
         pictures.append(pixels)
         west, width, _, north, _, height = opened.GetGeoTransform()
+        assert (tmp_path / f"{file[:-2]}{file[-1]}w").exists()  # the world file
         assert size == f"{opened.RasterXSize} {opened.RasterYSize}" and named == system
         edges = (west, north + height * opened.RasterYSize, west + width * opened.RasterXSize, north)
         assert numpy.allclose(edges, [float(edge) for edge in box.split()], rtol=1e-9)
