@@ -67,6 +67,15 @@ def test_what_is_imported_again_is_fetched_once(read, http):
     assert all(out.count(f"/{name}.xsd\n") == 1 for name in ("top", "left", "right", "shared", "none")), out
 
 
+def test_the_files_of_grammars_are_limited(read, http):
+    (http.root / "part.xsd").write_text(XSD % "")
+    for count in (255, 256):
+        (http.root / f"top{count}.xsd").write_text(
+            XSD % "".join(f'<xs:include schemaLocation="part.xsd?{i}"/>' for i in range(count)))
+        out = read(f"{http.url}/top{count}.xsd", "localhost", http.port)
+        assert ("part.xsd?255) is too much: at most 8 MiB in 256 files are read" in out) == (count == 256), out
+
+
 def test_credentials_go_to_the_clients_own_server_only(read, grammars):
     schema = grammars.url + "/basic/outer.xsd"
     assert "updateSequence" in read(schema, "localhost", grammars.port)
