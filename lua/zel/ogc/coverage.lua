@@ -119,7 +119,7 @@ local function range_text(name, value)
   if type(value) ~= "table" then return tostring(value) end
   if value.min and value.max then return value.min .. "/" .. value.max .. (value.step and "/" .. value.step or "") end
   if value.min or value.max or #value == 0 then
-    errors.raise(("the range of %s must be a value, a list of values, or {min = ..., max = ...} with both"):format(name))
+    errors.raise("the range of " .. name .. " must be a value, a list of values, or {min = ..., max = ...} with both")
   end
   return table.concat(value, ",")
 end
