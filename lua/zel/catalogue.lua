@@ -117,9 +117,8 @@ local catalogue = {}
 function catalogue.write(options)
   arguments.check("catalogue.write", options, TYPES)
   local url, to, properties = options.url, options.to, options.properties or {}
-  local jobs, most = arguments.check_count("jobs", options.jobs) or JOBS, options.pictures or math.huge
+  local jobs, most = arguments.check_count("jobs", options.jobs, MOST_JOBS) or JOBS, options.pictures or math.huge
   if not url or not to then errors.raise("catalogue.write wants a url and the file to write to") end
-  if jobs > MOST_JOBS then errors.raise(("jobs must be %d or less, not %d"):format(MOST_JOBS, jobs)) end
   local address = public_address(url)
 
   local page <close> = Page.new(to)

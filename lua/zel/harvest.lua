@@ -16,7 +16,6 @@
 local arguments = require "zel.ogc.arguments"
 local clock = require "zel.harvest.clock"
 local database = require "zel.harvest.database"
-local errors = require "zel.ogc.errors"
 local guard = require "zel.harvest.guard"
 local new_progress = require "zel.work_progress"
 local ogc_options = require "zel.ogc.options"
@@ -52,8 +51,7 @@ local harvest = {}
 function harvest.run(given)
   arguments.check("harvest.run", given, TYPES)
   local say = function(text) if not given.quiet then io.stderr:write("zel-ogc: ", text, "\n") end end
-  local jobs = arguments.check_count("jobs", given.jobs) or 1
-  if jobs > MOST_JOBS then errors.raise(("jobs must be %d or less, not %d"):format(MOST_JOBS, jobs)) end
+  local jobs = arguments.check_count("jobs", given.jobs, MOST_JOBS) or 1
   local options = ogc_options.merge("harvest.run", given.options, DEFAULTS)
   local began = zel.clock()
   local entries, unusable = read_list(given.list, say)

@@ -38,7 +38,7 @@ local function public(url)
   local shown = scheme .. "://" .. host .. port .. path
   local written = #kept > 0 and "?" .. table.concat(kept, "&") or ""
   table.sort(kept)
-  return shown .. written, host, shown .. table.concat(kept, "&")
+  return shown .. written, host, shown .. "?" .. table.concat(kept, "&")
 end
 
 local function kind_of(url, word)

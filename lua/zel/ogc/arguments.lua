@@ -39,10 +39,13 @@ function arguments.find(list, name)
   end
 end
 
---- Raises unless the number is a whole one, 1 or more.
-function arguments.check_count(name, number)
+--- Raises unless the number is a whole one, from 1 to `most`, if that is given.
+function arguments.check_count(name, number, most)
   if number and (math.type(number) == nil or number < 1 or number % 1 ~= 0) then
     errors.raise(("%s must be a whole number of 1 or more, not %s"):format(name, number))
+  end
+  if number and most and number > most then
+    errors.raise(("%s must be %d or less, not %d"):format(name, most, number))
   end
   return number and math.tointeger(number)
 end
