@@ -13,30 +13,31 @@ import time
 
 import pytest
 
-from conftest import BUILD
+from conftest import BUILD, SOURCE
 from mapserver.lighttpd import PASSWORD, USER
 
-OBJECTS = """
-  wms, wcs = zel.new("ZELnetOGCWMS"), zel.new("ZELnetOGCWCS")
-  layers = {{NAME = "x", STYLE = {{TITLE = "y"}}}}
+# Runs the statements of a recorded session, those after "> ", and prints what they print; they read a small reference.
+SESSION = """
+  function zel.columns() return columns, columns and 10 end
+  function zel.refusal(object) return object end
+  io.stderr = io.stdout
+  package.loaded["zel.reference"] = loadfile(package.searchpath("zel.reference", package.path))("", arg[1] .. "/lua/zel/")
+  prompt, wms, wcs = require "zel.prompt", zel.new("ZELnetOGCWMS"), zel.new("ZELnetOGCWCS")
+  list = {{NAME = "x", STYLE = {{TITLE = "y", NAME = ""}}}, "a", "", 3, {b = "\\27[2J\\194\\155!"}}
+  list.self, list.twin, list.x = list, list[5], {("é"):rep(60), "", "v"}
+  function complete(...) print(table.concat(require "zel.complete"(...), " ")) end
+  for line in io.lines(arg[1] .. "/session.txt") do
+    local statement = line:match("^> (.*)")
+    if statement then print(line) load(statement)() end
+  end
 """
 
 
-@pytest.mark.parametrize("before, word, names", [
-    ("", "pri", "print"), ("", "untI", "until"), ("zel.", "h", "help"), ("nothing.", "", ""),
-    ("layers[1].NAME:", "up", "upper"),
-    ("wms:", "getm", "GetMap"), ("wcs:", "getm", ""), ("print(wcs:", "De", "DescribeCoverage"), ("wms:", "init", "Init"),
-    ("unknown:", "GetMap", "GetMap"), ("wms:", "clos", "close"),
-    ("wms:GetLayers{", "", "COUNT INDEX NUMBER"), ("wms:GetLayers({INDEX = 1, ", "n", "NUMBER"), ("wms:SetProperty{HEADERS = {'a'}, ", "url_h", "URL_HOSTNAME"),
-    ("wms:SetProperty{\nURL_PORT = 80, ", "url_h", "URL_HOSTNAME"), ("wms:SetProperty{URL_PORT = ", "URL_H", ""),
-    ('wms:GetProperty{"', "MAP", "MAP_FILENAME"), ('wcs:GetProperty{"', "MAP", ""),
-    ('x = zel.new("', "", "ZELnetOGCWCS ZELnetOGCWMS"), ('x = zel.new("ZELnetOGCWCS", {', "COV", "COVERAGE_FILENAME"),
-    ('zel.help("', "getf", "GetFeatureInfo"), ('wms:ParseUrl("', "p", ""),
-    ("layers[1].", "", "NAME STYLE"), ("layers[1].STYLE[1].", "T", "TITLE"),
-])
-def test_completion(zel, before, word, names):
-    out = zel(OBJECTS + 'print(table.concat(require "zel.complete"(arg[1], arg[2]), " "))', before, word).out
-    assert out == names + "\n"
+def test_session(zel):
+    """All that help, completion and the display of values print."""
+    documents = SOURCE / "tests/service/documents"
+    out = zel(SESSION, documents, env={"TERM": "xterm"}).out
+    assert out.replace("\33", "^[") == (documents / "session.txt").read_text()
 
 
 def test_completion_runs_no_code_of_scripts(zel):
@@ -217,33 +218,6 @@ def test_answers_on_a_terminal(prompt, http):
     one.end("")
 
 
-HELP = [
-    ("'getMap'", ["GetMap\n\n", "file = wms:GetMap(query)", "    local wms <close> ="]),
-    ("'url_port'", ["Properties\n  URL_PORT  text or number  80  port; "]),
-    ("'tags'", ["zel.tags(structure)  the tags of a structure"]),
-    ("zel", ["The zel library\n", "More: Calling methods, Errors, Values\n"]),
-    ("'Init'", ["Init\n\nzel.new calls it"]),
-    ("zel.new('ZELnetOGCWMS')", ["Methods of ZELnetOGCWMS\n", "WMS_VERSION"]),
-    ("'ZELnetOGCWCS'", ["Methods of ZELnetOGCWCS\n", "WCS_VERSION"]),
-    ("'STYLE'", ["Layer structure\n  NUM_STYLE, STYLE[] {NAME,"]),
-    ("'proxy'", ["Maps and coverages by name: wms\n  proxy", "See also: PROXY_AUTHENTICATION, PROXY_HOSTNAME"]),
-    ("'status routine'", ["Status routine\n", "CALLBACK_FUNCTION"]),
-    ("'REDIRECTS'", ["When a server redirects to another host"]),
-    ("'tiles'", ["map\n"]), ("'structure'", ["Topics:\n  Layer structure\n"]),
-    ("'errors people meet'", ["\n  ... Curl Error Code = 28\n      the time is up"]),
-    ("", ["  GetLayers, GetMap, GetFeatureInfo\n", "WMS_VERSION", "Errors people meet"]),
-    ("'nosuch'", ["There is nothing about nosuch; zel.help() lists the names.\n"]),
-]
-
-
-@pytest.mark.parametrize("name, shown", HELP)
-def test_help(zel, name, shown):
-    out = zel(f"zel.help({name})").out
-    heads = [line for line in out.splitlines() if line[:1].strip()]
-    assert all(text in out for text in shown) and len(heads) == len(set(heads)) and "](" not in out and "|" not in out
-    assert [line for line in out.splitlines() if len(line) > 80 and not line.startswith("    ")] == []
-
-
 def test_help_fits_the_width(zel):
     """Every section, as wide as the terminal allows; a word longer than that stands alone."""
     code = """
@@ -255,18 +229,3 @@ def test_help_fits_the_width(zel):
         lines = [line for line in zel(code, columns, env={"TERM": "dumb"}).out.splitlines() if not line.startswith("    ")]
         assert [line for line in lines if len(line) > widest and " " in line.strip()] == []
         assert max(map(len, lines)) > widest - 10
-
-
-def test_show(zel, ogc):
-    out = zel("""
-      zel.show(require "zel.ogc".wms(arg[1], {version = "1.1.1"}).layers[3].record)
-      local list = {"a", "", 3, {b = "\\27[2J"}}
-      list.self, list.twin, list.x = list, list[4], {("é"):rep(60), "", "v"}
-      zel.show(list)
-      zel.show("text")
-      print(zel.show(list, 2))
-    """, ogc.service).out
-    assert "LAYER: 2\nPARENT: 1\nLEVEL: 3\n" in out and "\nSRS: EPSG:4326, EPSG:3857, CRS:84\n" in out
-    assert "\nBOUNDING_BOX:\n  [1]:\n    SRS: EPSG:4326\n" in out and "    (empty: CRS, RESX, RESY)\n" in out
-    assert out.endswith("[1]: a\n[3]: 3\n[4]:\n  b:  [2J\nself: (itself)\ntwin:\n  b:  [2J\n"
-                        f"x: {'é' * 60}, v\ntext\n[1]: a\n[3]: 3\ntrue\n")
