@@ -40,9 +40,7 @@ function outcome.of_failure(s, why)
     why = why:gsub(path ~= "" and path:gsub("%p", "%%%0") or "^$", "document")
     return {result = "failed", words = shortened(service.told(s, why)), again = passing(why)}
   end
-  local place = (refused.code or "") .. (refused.code and refused.locator and ", " or "") .. (refused.locator or "")
-  return {result = "refused", words = shortened(refused.text .. (place ~= "" and " (" .. place .. ")" or "")),
-          code = refused.code, again = false}
+  return {result = "refused", words = shortened(service.refusal_text(refused)), code = refused.code, again = false}
 end
 
 function outcome.failed(words) return {result = "failed", words = words, again = false} end

@@ -44,11 +44,15 @@ function service.tell(s, text)
 end
 
 --- Raises the server's words when its last answer was a refusal.
+--- The words of a refusal, with its code and locator.
+function service.refusal_text(refused)
+  local place = (refused.code or "") .. (refused.code and refused.locator and ", " or "") .. (refused.locator or "")
+  return refused.text .. (place ~= "" and " (" .. place .. ")" or "")
+end
+
 function service.check_answer(s)
   local refused = refusal_of(s.object)
-  if not refused then return end
-  local place = (refused.code or "") .. (refused.code and refused.locator and ", " or "") .. (refused.locator or "")
-  errors.raise("the server refused: " .. refused.text .. (place ~= "" and " (" .. place .. ")" or ""), refused)
+  if refused then errors.raise("the server refused: " .. service.refusal_text(refused), refused) end
 end
 
 --- Whether it was the request that failed, and not Ctrl-C, an error of the script's own status routine or a cancel that
@@ -88,13 +92,17 @@ end
 function service.url_fault(url)
   local scheme, rest = url:match("^(%a+)://(.+)$")
   local shown = url:gsub("%?.*$", ""):gsub("^(%a*:?/*)[^/]*@", "%1") -- without what is secret
+  rest = rest:gsub("^[^/?]*@", "")
+  if rest:find("^[:/?]") then
+    return ('"%s" names no host: a service is at an address like http://host/path'):format(shown)
+  end
   if not scheme or not scheme:lower():find("^https?$") then
     return ('"%s" is no URL: it should begin with http:// or https://'):format(shown)
   end
   if not rest:find("^[^/?]+/[^?]") then
     return ('"%s" has no path: a service is at an address like http://host/path'):format(shown)
   end
-  local port = rest:match("^[^/?]*"):gsub("^.*@", ""):gsub("^%[.*%]", ""):match(":.*$")
+  local port = rest:match("^[^/?]*"):gsub("^%[.*%]", ""):match(":.*$")
   if port and not port:find("^:%d+$") then
     return 'the port of the URL is no number; in a user or password write "%2F" for a "/"'
   end
