@@ -5,6 +5,8 @@ local json = require "zel.ogc.packaged" "dkjson"
 local boxes = require "zel.ogc.boxes"
 local printable = require "zel.ogc.printable"
 
+local NO_TITLE = "(no title)"
+
 local listing = {}
 
 --- A box for people.
@@ -18,14 +20,15 @@ end
 local function items(s) return s.layers or s.coverages end
 
 local function heading(s)
-  local title = s.title or "(no title)"
+  local title = s.title or NO_TITLE
   return s.version and ("%s (WMS %s)"):format(title, s.version) or title .. " (WCS 1.0.0)"
 end
 
 local function line(item)
-  local name = item.name and " [" .. item.name .. "]" or ""
+  local words = {item.title or not item.name and NO_TITLE or nil}
+  words[#words + 1] = item.name and "[" .. item.name .. "]"
   local queryable = item.queryable and ", queryable" or ""
-  return ("  "):rep(item.level or 1) .. (item.title or "") .. name .. queryable .. ", " .. listing.box_text(item.box)
+  return ("  "):rep(item.level or 1) .. table.concat(words, " ") .. queryable .. ", " .. listing.box_text(item.box)
 end
 
 --- Prints a service, an item a line.
