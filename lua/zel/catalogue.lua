@@ -18,9 +18,10 @@ local fetch = require "zel.catalogue.pictures"
 local request = require "zel.catalogue.request"
 local arguments = require "zel.ogc.arguments"
 local errors = require "zel.ogc.errors"
+local most_jobs = require "zel.most_jobs"
 local ogc = require "zel.ogc"
 
-local JOBS, MOST_JOBS = 4, 64
+local JOBS = 4
 local SIZE, SMALL_SIZE = {720, 450}, {360, 225} -- of pictures
 local MANY = 100                         -- layers; pages with more have small pictures
 local LINKED_SIZE = {1440, 900}          -- of the map that a link asks for
@@ -117,7 +118,8 @@ local catalogue = {}
 function catalogue.write(options)
   arguments.check("catalogue.write", options, TYPES)
   local url, to, properties = options.url, options.to, options.properties or {}
-  local jobs, most = arguments.check_count("jobs", options.jobs, MOST_JOBS) or JOBS, options.pictures or math.huge
+  local jobs = arguments.check_count("jobs", options.jobs, most_jobs.catalogue) or JOBS
+  local most = options.pictures or math.huge
   if not url or not to then errors.raise("catalogue.write wants a url and the file to write to") end
   local address = public_address(url)
 

@@ -17,6 +17,7 @@ local arguments = require "zel.ogc.arguments"
 local clock = require "zel.harvest.clock"
 local database = require "zel.harvest.database"
 local guard = require "zel.harvest.guard"
+local most_jobs = require "zel.most_jobs"
 local new_progress = require "zel.work_progress"
 local ogc_options = require "zel.ogc.options"
 local read_list = require "zel.harvest.list"
@@ -26,7 +27,6 @@ local work = require "zel.harvest.work"
 local workers = require "zel.harvest.workers"
 
 local DEFAULTS = {timeout = 60, connect_timeout = 20, retries = 1} -- patience with one of thousands
-local MOST_JOBS = 256
 local TYPES = {
   list = "string", database = "string", older = "number", jobs = "number", shard = "table", options = "table",
   quiet = "boolean",
@@ -51,7 +51,7 @@ local harvest = {}
 function harvest.run(given)
   arguments.check("harvest.run", given, TYPES)
   local say = function(text) if not given.quiet then io.stderr:write("zel-ogc: ", text, "\n") end end
-  local jobs = arguments.check_count("jobs", given.jobs, MOST_JOBS) or 1
+  local jobs = arguments.check_count("jobs", given.jobs, most_jobs.harvest) or 1
   local options = ogc_options.merge("harvest.run", given.options, DEFAULTS)
   local began = zel.clock()
   local entries, unusable = read_list(given.list, say)

@@ -1,11 +1,10 @@
 --- The command line of zel-ogc.
 
 local argparse = require "zel.ogc.packaged" "argparse"
+local most_jobs = require "zel.most_jobs"
 
 local COMMANDS = {info = true, map = true, feature = true, coverage = true, catalogue = true,
                   harvest = true, search = true, merge = true}
-
-local MOST_JOBS = 256
 
 local function positive(text)
   local number = tonumber(text)
@@ -24,7 +23,7 @@ end
 
 local function whole_or_zero(text) return whole(text, 0) end
 local function count(text) return whole(text, 1) end
-local function jobs(text) return whole(text, 1, MOST_JOBS) end
+local function jobs(most) return function(text) return whole(text, 1, most) end end
 
 local function number(text)
   local value = tonumber(text)
@@ -131,7 +130,8 @@ local function add_commands(parser)
   local catalogue = parser:command("catalogue", "Write a web page with a picture of every layer.")
   catalogue:argument("url", "URL of the service."):argname("URL")
   catalogue:argument("to", "Page to write."):argname("OUT.html")
-  catalogue:option("--jobs", "Pictures to fetch at a time (default 4)."):argname("COUNT"):convert(count)
+  catalogue:option("--jobs", "Pictures to fetch at a time (default 4)."):argname("COUNT")
+    :convert(jobs(most_jobs.catalogue))
   catalogue:option("--pictures", "How many layers get a picture (default all)."):argname("COUNT"):convert(count)
 
   local harvest = parser:command("harvest", "Read what many services offer into a database.")
@@ -139,7 +139,7 @@ local function add_commands(parser)
   harvest:argument("database", "SQLite database to create or update."):argname("DATABASE")
   harvest:option("--older", "Ask only services not read within this many days."):argname("DAYS"):convert(not_negative)
   harvest:option("--pause", "Pause between two requests to one host."):argname("SECONDS"):convert(not_negative)
-  harvest:option("--jobs", "Processes to run (default 1)."):argname("COUNT"):convert(jobs)
+  harvest:option("--jobs", "Processes to run (default 1)."):argname("COUNT"):convert(jobs(most_jobs.harvest))
   harvest:option("--shard", "Harvest only the Ith of N parts, divided by host."):argname("I/N"):convert(part)
 
   for _, command in ipairs{info, map, feature, coverage} do add_common(command, "3") end
