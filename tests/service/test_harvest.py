@@ -268,10 +268,11 @@ PARTS = [
         require 'zel.harvest.list'('list', function(text) said[#said + 1] = text end)
         print(#said, said[21])""", "21\t2 further lines cannot be used"),
     ("""local settings = {file = 'document', options = {pause = 0}, properties = {}, now = os.date, lists = {bytes = 0, numbers = {}}}
-        for _, name in ipairs{'reset', 'a'} do
+        for _, name in ipairs{'reset', 'a', 'circle'} do
           local entry = {kind = 'WMS', url = io.open('list'):read():gsub('busy', name), tries = 1}
-          print(require 'zel.harvest.read'(entry, {id = 1}, settings).wait, zel.is_file('document.xml'))
-        end""", "2.0\tnil\nnil\tnil"),
+          local tried = require 'zel.harvest.read'(entry, {id = 1}, settings)
+          print(tried.wait, zel.is_file('document.xml'), (tried.words or ''):match('redirects.*'))
+        end""", "2.0\tnil\tnil\nnil\tnil\tnil\nnil\tnil\tredirects again and again"),
     ("""given.options.retries = 1
         local rows, count = require 'zel.harvest.rows', 0
         local of = rows.of
@@ -285,7 +286,7 @@ PARTS = [
 
 @pytest.mark.parametrize("code, printed", PARTS)
 def test_parts(zel, server, tmp_path, code, printed):
-    server.answers["reset"] = RESET
+    server.answers |= {"reset": RESET, "circle": answer("", status="307 On", more="Location: circle?\r\n")}
     write_list(tmp_path, server, ["busy", "a", "b"])
     said = zel("local harvest, open = require 'zel.harvest'.run, require 'zel.harvest.database'.open "
                "open('a.db', true):__close() local base = open('a.db') "

@@ -9,6 +9,8 @@ local service = require "zel.ogc.service"
 local LARGEST = 256000000 -- bytes of a document; the largest that are known have 75 million
 local PATIENCE = 2 -- seconds that are no waiting
 local CLASSES = {WMS = "ZELnetOGCWMS", WCS = "ZELnetOGCWCS"}
+-- Reports without a byte of a document: some ten for each redirect, and while a server is slow a few a second.
+local MOST_EMPTY, MOST_EMPTY_A_SECOND = 200, 10
 local VERSIONS = {WMS = {"1.3.0", "1.1.1", "1.1.0"}, WCS = {"1.0.0"}} -- the highest first
 local ROOTS = {WMS = {WMS_Capabilities = true, WMT_MS_Capabilities = true}, WCS = {WCS_Capabilities = true}}
 
@@ -27,6 +29,16 @@ Request.__index = Request
 function Request:__close() self.object:close() end
 
 -- A new object for every service, so that nothing of another one is left in it.
+-- Why a request is to be ended while it runs; nil when it is not.
+function Request:fault(progress, seconds)
+  if progress[3] > LARGEST then return ("the document is larger than %d MB"):format(LARGEST // 1000000) end
+  self.empty = progress[3] == 0 and self.empty + 1 or 0
+  if self.empty <= MOST_EMPTY + MOST_EMPTY_A_SECOND * seconds then return nil end
+  self.empty = 0
+  local header = self.object:GetProperty{"RESPONSE_HEADER"}.RESPONSE_HEADER
+  return header:find("^HTTP/%S+ 3") and "the server redirects again and again" or nil
+end
+
 local function open(entry, settings)
   local request = setmetatable({entry = entry, options = settings.options, began = zel.clock()}, Request)
   local properties = {}
@@ -37,8 +49,8 @@ local function open(entry, settings)
     if type(status) == "function" then status(text, progress) end
     local seconds = zel.clock() - request.began
     if seconds > PATIENCE then settings.waiting(entry, entry.host, seconds) end
-    request.too_large = request.too_large or progress[3] > LARGEST
-    return not request.too_large
+    request.ended = request.ended or request:fault(progress, seconds)
+    return not request.ended
   end
   request.object = assert(zel.new(CLASSES[entry.kind], properties))
   service.set_url(request.object, entry.url)
@@ -49,8 +61,7 @@ end
 -- Asks once. Returns an outcome when that fails.
 function Request:ask(version, sequence)
   if self.asked and self.options.pause > 0 then zel.sleep(self.options.pause) end
-  self.asked = true
-  self.version = version
+  self.asked, self.version, self.empty = true, version, 0
   local object, changed = self.object, {}
   if self.entry.kind == "WMS" then changed.WMS_VERSION = version end
   changed.URL_QUERY_SUFFIX = self.suffix .. (sequence and "&UPDATESEQUENCE=" .. escaped(sequence) or "")
@@ -58,7 +69,7 @@ function Request:ask(version, sequence)
   local inheritance = self.entry.kind == "WMS" and {DISABLE_INHERITANCE = 1} or {}
   local done, why = pcall(object.GetCapabilities, object, inheritance)
   if done then return end
-  if self.too_large then return outcome.failed(("the document is larger than %d MB"):format(LARGEST // 1000000)) end
+  if self.ended then return outcome.failed(self.ended) end
   return outcome.of_failure(self, why)
 end
 
