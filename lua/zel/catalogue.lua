@@ -20,6 +20,7 @@ local arguments = require "zel.ogc.arguments"
 local errors = require "zel.ogc.errors"
 local most_jobs = require "zel.most_jobs"
 local ogc = require "zel.ogc"
+local secrets = require "zel.ogc.secrets"
 
 local JOBS = 4
 local SIZE, SMALL_SIZE = {720, 450}, {360, 225} -- of pictures
@@ -30,18 +31,14 @@ local TYPES = {
   url = "string", to = "string", jobs = "number", pictures = "number", properties = "table", quiet = "boolean",
 }
 
--- Parameters of a URL that nobody else should see.
-local SECRETS = {"pass", "pwd", "token", "key", "secret", "sig", "auth"}
-
 -- The address of the service without what is secret, and without what requests write themselves.
 local function public_address(url)
   local address, query = html.public(url):match("^([^?]*)%??(.*)$")
   local kept = {}
   for parameter in query:gmatch("[^&]+") do
     local name = parameter:lower():match("^[^=]*")
-    local drop = name == "service" or name == "request" or name == "version"
-    for _, word in ipairs(SECRETS) do drop = drop or name:find(word, 1, true) ~= nil end
-    if not drop then kept[#kept + 1] = parameter end
+    local ours = name == "service" or name == "request" or name == "version"
+    if not ours and not secrets.is_secret(name) then kept[#kept + 1] = parameter end
   end
   return html.clean(#kept == 0 and address or address .. "?" .. table.concat(kept, "&"))
 end

@@ -28,9 +28,9 @@ ANSWERS = {
     "coverages": RELIEF,
     "many": RELIEF[:BRIEFS[0]] + RELIEF[slice(*BRIEFS)] * MANY + RELIEF[BRIEFS[1]:],
     "boxes": BOXES,
-    "bare": "<WMS_Capabilities version='1.3.0'><Capability><Layer/></Capability></WMS_Capabilities>",
+    "bare": "<WMS_Capabilities version='1.3.0'><Service><OnlineResource href='http://x?Key=sesame'/></Service><Capability><Layer/></Capability></WMS_Capabilities>",
     "moved": answer("", status="302 Moved", more="Location: bare?\r\n"),
-    "refused": REFUSAL.format("Nope", "Out of ink \u009b31m"),
+    "refused": REFUSAL.format("Nope", "Out of ink \u009b31m: http://x/y?a&amp;token=sesame"),
     "refused-400": answer(REFUSAL.format("", "Not today" + "ö" * 3000), status="400 Bad"),
     "page": "<!DOCTYPE html><html><body>Hello</body></html>",
     "other": "\ufeff<rss version='2.0'/>",
@@ -120,9 +120,10 @@ def contents(path):
 
 
 def test_answers_of_all_kinds(server, run, tmp_path):
-    kinds = {"coverages": "coverages?service=WCS", "many": "many?to=a@b/c wcs", "atlas": "atlas # the good one"}
+    kinds = {"coverages": "coverages?service=WCS", "many": "many?to=a@b/c wcs", "atlas": "atlas # the good one",
+             "refused": "refused?tok%65n=sesame", "bare": "bare?key=sesame", "moved": "moved?key=sesame"}
     write_list(tmp_path, server, [kinds.get(name, name) for name in ANSWERS])
-    text = (tmp_path / "list").read_text().replace("/refused\n", "/refused?token=sesame\n").replace("//", "//anna:secret@", 1)
+    text = (tmp_path / "list").read_text().replace("//", "//anna:secret@", 1)
     text += "\n" + text.replace("http:", "HTTP:")
     (tmp_path / "list").write_text("\ufeffnonsense\nhttp://h/x wms more\n" + text + "\nhttp://h/x?a wfs\n")
     done = run("harvest", "list", "a.db", "--timeout", 1)
@@ -130,7 +131,7 @@ def test_answers_of_all_kinds(server, run, tmp_path):
                   "17 of 17 services, 11 failed\n17 services: 6 new, 0 changed, 0 unchanged, 2 refused, 9 failed, 3 lines not usable; "):
         assert words in done.stderr
     assert b"secret" not in (tmp_path / "a.db").read_bytes() and b"sesame" not in (tmp_path / "a.db").read_bytes()
-    assert "token=sesame" in server.queries["refused"][0] and len(server.queries["refused"]) == 3 and not server.overlaps
+    assert "tok%65n=sesame" in server.queries["refused"][0] and len(server.queries["refused"]) == 3 and not server.overlaps
     found = contents(tmp_path / "a.db")
     assert sum(row[3] == "c" and "many" in row[0] for row in found["coverage"]) == MANY
     stored = {name: [row for row in rows if "many" not in str(row)] for name, rows in found.items()}

@@ -6,20 +6,13 @@
 local errors = require "zel.ogc.errors"
 local files = require "zel.ogc.files"
 local printable = require "zel.ogc.printable"
+local secrets = require "zel.ogc.secrets"
 local service = require "zel.ogc.service"
 
 local KINDS = {wms = "WMS", wcs = "WCS"}
-local HIDDEN = "***"
 local PORTS = {http = ":80", https = ":443"}
 local OWN = {service = true, request = true, version = true} -- parameters of every request
 local MOST_COMPLAINTS = 20
-
--- Parameters of a URL that nobody else should see.
-local SECRETS = {}
-for _, name in ipairs{"password", "passwd", "pass", "pwd", "token", "access_token", "apikey", "api_key", "key",
-                      "secret", "signature", "sig", "auth", "authkey"} do
-  SECRETS[name] = true
-end
 
 -- The URL as it may be stored and shown; its host, whose other ports are the same machine; and what it has in common
 -- with URLs that say the same in another order.
@@ -32,7 +25,7 @@ local function public(url)
   local kept = {}
   for parameter in query:gmatch("[^&]+") do
     local name = parameter:match("^[^=]*")
-    if SECRETS[name:lower()] then parameter = name .. "=" .. HIDDEN end
+    if secrets.is_secret(name) then parameter = name .. "=" .. secrets.HIDDEN end
     if not OWN[name:lower()] then kept[#kept + 1] = parameter end
   end
   local shown = scheme .. "://" .. host .. port .. path

@@ -6,9 +6,10 @@
 -- version, bytes, seconds, started
 
 local errors = require "zel.ogc.errors"
-local refusal_of = require "zel.ogc.refusal"
-local service = require "zel.ogc.service"
 local printable = require "zel.ogc.printable"
+local refusal_of = require "zel.ogc.refusal"
+local secrets = require "zel.ogc.secrets"
+local service = require "zel.ogc.service"
 
 local LONGEST = 2000 -- bytes of words
 local UNWRITTEN = "Curl Error Code = 23" -- the fault of this machine, not of a service
@@ -23,7 +24,7 @@ local function passing(why)
 end
 
 local function shortened(text)
-  text = printable(text)
+  text = secrets.hidden(printable(text))
   if #text <= LONGEST then return text end
   return text:sub(1, (utf8.offset(text, 0, LONGEST + 1) or LONGEST + 1) - 1)
 end

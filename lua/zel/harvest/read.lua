@@ -4,13 +4,14 @@ local errors = require "zel.ogc.errors"
 local document = require "zel.harvest.document"
 local outcome = require "zel.harvest.outcome"
 local rows = require "zel.harvest.rows"
+local secrets = require "zel.ogc.secrets"
 local service = require "zel.ogc.service"
 
 local LARGEST = 256000000 -- bytes of a document; the largest that are known have 75 million
 local PATIENCE = 2 -- seconds that are no waiting
-local CLASSES = {WMS = "ZELnetOGCWMS", WCS = "ZELnetOGCWCS"}
 -- Reports without a byte of a document: some ten for each redirect, and while a server is slow a few a second.
 local MOST_EMPTY, MOST_EMPTY_A_SECOND = 200, 10
+local CLASSES = {WMS = "ZELnetOGCWMS", WCS = "ZELnetOGCWCS"}
 local VERSIONS = {WMS = {"1.3.0", "1.1.1", "1.1.0"}, WCS = {"1.0.0"}} -- the highest first
 local ROOTS = {WMS = {WMS_Capabilities = true, WMT_MS_Capabilities = true}, WCS = {WCS_Capabilities = true}}
 
@@ -28,7 +29,6 @@ Request.__index = Request
 
 function Request:__close() self.object:close() end
 
--- A new object for every service, so that nothing of another one is left in it.
 -- Why a request is to be ended while it runs; nil when it is not.
 function Request:fault(progress, seconds)
   if progress[3] > LARGEST then return ("the document is larger than %d MB"):format(LARGEST // 1000000) end
@@ -39,6 +39,7 @@ function Request:fault(progress, seconds)
   return header:find("^HTTP/%S+ 3") and "the server redirects again and again" or nil
 end
 
+-- A new object for every service, so that nothing of another one is left in it.
 local function open(entry, settings)
   local request = setmetatable({entry = entry, options = settings.options, began = zel.clock()}, Request)
   local properties = {}
@@ -107,6 +108,9 @@ function Request:take(known, file, settings)
   local facts = {version = self.version, update_sequence = sequence, document_hash = hash, bytes = size,
                  harvested = settings.now()}
   local statements = rows.of(self.object, known, facts, settings.lists)
+  if self.entry.public:find(secrets.HIDDEN, 1, true) then -- documents repeat the URL by which they were asked for
+    for i, statement in ipairs(statements) do statements[i] = secrets.hidden(statement) end
+  end
   return {result = known.harvested and "changed" or "new", again = false, version = facts.version}, statements
 end
 

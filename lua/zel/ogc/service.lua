@@ -4,6 +4,7 @@
 local errors = require "zel.ogc.errors"
 local options = require "zel.ogc.options"
 local refusal_of = require "zel.ogc.refusal"
+local unescaped = require "zel.ogc.unescaped"
 
 local RETRIED_STATUS = {[429] = true, [502] = true, [503] = true, [504] = true}
 local RETRIED_CURL = {[7] = true, [28] = true} -- no connection; the time is up
@@ -43,13 +44,13 @@ function service.tell(s, text)
   if not s.options.quiet then io.stderr:write(text, "\n") end
 end
 
---- Raises the server's words when its last answer was a refusal.
 --- The words of a refusal, with its code and locator.
 function service.refusal_text(refused)
   local place = (refused.code or "") .. (refused.code and refused.locator and ", " or "") .. (refused.locator or "")
   return refused.text .. (place ~= "" and " (" .. place .. ")" or "")
 end
 
+--- Raises the server's words when its last answer was a refusal.
 function service.check_answer(s)
   local refused = refusal_of(s.object)
   if refused then errors.raise("the server refused: " .. service.refusal_text(refused), refused) end
@@ -84,20 +85,16 @@ function service.request(s, method, ...)
   end
 end
 
-local function unescaped(text)
-  return (text:gsub("%%(%x%x)", function(digits) return string.char(tonumber(digits, 16)) end))
-end
-
 --- What is wrong with the URL of a service; nil when nothing is.
 function service.url_fault(url)
   local scheme, rest = url:match("^(%a+)://(.+)$")
   local shown = url:gsub("%?.*$", ""):gsub("^(%a*:?/*)[^/]*@", "%1") -- without what is secret
+  if not scheme or not scheme:lower():find("^https?$") then
+    return ('"%s" is no URL: it should begin with http:// or https://'):format(shown)
+  end
   rest = rest:gsub("^[^/?]*@", "")
   if rest:find("^[:/?]") then
     return ('"%s" names no host: a service is at an address like http://host/path'):format(shown)
-  end
-  if not scheme or not scheme:lower():find("^https?$") then
-    return ('"%s" is no URL: it should begin with http:// or https://'):format(shown)
   end
   if not rest:find("^[^/?]+/[^?]") then
     return ('"%s" has no path: a service is at an address like http://host/path'):format(shown)
