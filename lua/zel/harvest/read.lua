@@ -32,7 +32,7 @@ function Request:__close() self.object:close() end
 -- Why a request is to be ended while it runs; nil when it is not.
 function Request:fault(progress, seconds)
   if progress[3] > LARGEST then return ("the document is larger than %d MB"):format(LARGEST // 1000000) end
-  self.empty = progress[3] == 0 and self.empty + 1 or 0
+  self.empty = progress[3] == 0 and self.empty + progress[1] or 0 -- a line of the trace adds nothing
   if self.empty <= MOST_EMPTY + MOST_EMPTY_A_SECOND * seconds then return nil end
   self.empty = 0
   local header = self.object:GetProperty{"RESPONSE_HEADER"}.RESPONSE_HEADER
