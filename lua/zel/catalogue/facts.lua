@@ -122,8 +122,8 @@ end
 local function styles(layer)
   local found = {}
   for i, style in ipairs(layer.styles) do
-    found[i] = "<code>" .. escape(style.name) .. "</code> "
-               .. escape(style.title and style.title:lower() ~= style.name:lower() and style.title or "")
+    local named = style.title and style.title:lower() ~= style.name:lower()
+    found[i] = "<code>" .. escape(style.name) .. "</code>" .. (named and " " .. escape(style.title) or "")
   end
   local text = table.concat(found, #found < FOLDED_FROM and "<br>" or ", ")
   return fact("Styles", #found >= FOLDED_FROM and facts.folded(#found .. " styles", text) or text)
