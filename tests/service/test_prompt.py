@@ -13,32 +13,8 @@ import time
 
 import pytest
 
-from conftest import BUILD, SOURCE
+from conftest import BUILD
 from mapserver.lighttpd import PASSWORD, USER
-
-# Runs the statements of a recorded session, those after "> ", and prints what they print; they read a small reference.
-SESSION = """
-  function zel.columns() return columns, columns and 10 end
-  function zel.refusal(object) return object end
-  io.stderr = io.stdout
-  package.loaded["zel.reference"] = loadfile(package.searchpath("zel.reference", package.path))("", arg[1] .. "/lua/zel/")
-  prompt, wms, wcs = require "zel.prompt", zel.new("ZELnetOGCWMS"), zel.new("ZELnetOGCWCS")
-  list = {{NAME = "x", STYLE = {{TITLE = "y", NAME = ""}}}, "a", "", 3, {b = "\\27[2J\\194\\155!"}}
-  list.self, list.twin, list.x = list, list[5], {("é"):rep(60), "", "v"}
-  function complete(...) print(table.concat(require "zel.complete"(...), " ")) end
-  for line in io.lines(arg[1] .. "/session.txt") do
-    local statement = line:match("^> (.*)")
-    if statement then print(line) load(statement)() end
-  end
-"""
-
-
-def test_session(zel):
-    """All that help, completion and the display of values print."""
-    documents = SOURCE / "tests/service/documents"
-    out = zel(SESSION, documents, env={"TERM": "xterm"}).out
-    assert out.replace("\33", "^[") == (documents / "session.txt").read_text()
-
 
 def test_completion_runs_no_code_of_scripts(zel):
     """Neither metamethods nor functions in the place of a library's."""
