@@ -98,12 +98,14 @@ function tiles.fetch(s, plan, map, largest, to)
   local directory = files.stem(to) .. ".tiles/"
   local list = cut(map, largest, extension)
   prepare(directory, description(s, plan, list))
-  local shown <close> = progress(s, #list)
+  local missing = {}
   for _, tile in ipairs(list) do
-    local path = directory .. tile.name
-    local there = files.exists(path)
-    if not there then plan.fetch(tile.box, tile.width, tile.height, path) end
-    shown:step(there)
+    if not files.exists(directory .. tile.name) then missing[#missing + 1] = tile end
+  end
+  local shown <close> = progress(s, #list, #list - #missing)
+  for _, tile in ipairs(missing) do
+    plan.fetch(tile.box, tile.width, tile.height, directory .. tile.name)
+    shown:step()
   end
   local path = files.stem(to) .. ".vrt"
   join(directory, list, path)
