@@ -12,10 +12,9 @@ local thousands = require "zel.thousands"
 local LIMIT = 20
 
 local function line(item)
-  local name = item.name and " [" .. item.name .. "]" or ""
   local place = item.kind == "service" and "" or ", " .. item.kind .. " of " .. (item.service_title or "a service")
-  return ("%s%s%s\n  %s\n  %s"):format(printable(item.title or "(no title)"), printable(name), printable(place),
-                                       printable(item.url), listing.box_text(item.box))
+  return ("%s\n  %s\n  %s"):format(printable(listing.label(item) .. place), printable(item.url),
+                                   listing.box_text(item.box))
 end
 
 local function properties(item)

@@ -24,11 +24,16 @@ local function heading(s)
   return s.version and ("%s (WMS %s)"):format(title, s.version) or title .. " (WCS 1.0.0)"
 end
 
-local function line(item)
+--- Title and name.
+function listing.label(item)
   local words = {item.title or not item.name and NO_TITLE or nil}
   words[#words + 1] = item.name and "[" .. item.name .. "]"
+  return table.concat(words, " ")
+end
+
+local function line(item)
   local queryable = item.queryable and ", queryable" or ""
-  return ("  "):rep(item.level or 1) .. table.concat(words, " ") .. queryable .. ", " .. listing.box_text(item.box)
+  return ("  "):rep(item.level or 1) .. listing.label(item) .. queryable .. ", " .. listing.box_text(item.box)
 end
 
 --- Prints a service, an item a line.
