@@ -70,12 +70,10 @@ void COgcWcs::OgcWcsDescribeCoverage(const char* const* names, int nameCount, co
 
 void COgcWcs::OgcWcsGetCoverage(const char* query) {
   const Request request(*this);
-  m_coverageCount = 0;
   setQuery("WCS", "GetCoverage", std::string("&").append(query != nullptr ? query : ""));
   const std::string file = fetchFile(m_covFile.c_str(), {"Error: failed to get a coverage.",
                                                          "Error: Get Coverage request failed to retrieve a data file.",
                                                          "Coverage file written to: "});
-  m_coverageCount = 1;
   if (answerIsXml()) {
     ogc::xml::Arena texts;
     ogc::xml::ExceptionHandler handler(*this, texts);
@@ -83,7 +81,7 @@ void COgcWcs::OgcWcsGetCoverage(const char* query) {
     throw CCurlException("Error: Received an XML file instead of a coverage.", response().contentTypeText.c_str());
   }
   throwIfHtml();
-  reportCount("Number of Coverages retrieved: ", m_coverageCount);
+  reportCount("Number of Coverages retrieved: ", 1);
   reportStatus("Get Coverage request completed.");
 }
 

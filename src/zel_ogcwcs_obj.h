@@ -247,5 +247,4 @@ private:
   ogc::WcsCapabilities m_capabilities;
   const ogc::WcsBrief* m_briefCursor = nullptr;
   ogc::WcsDescription m_description;
-  int m_coverageCount = 0;
 };
