@@ -7,6 +7,9 @@
 --
 -- The cursor rests below what was drawn, so that whatever ends a transfer (an error, Ctrl-C) starts on a new line.
 
+local duration = require "zel.duration"
+local printable = require "zel.terminal".printable
+
 local FIRST_DRAW = 0.5      -- seconds: what ends earlier is not worth a line
 local TERMINAL_PAUSE = 0.1  -- seconds between two drawings
 local PLAIN_PAUSE = 1
@@ -21,15 +24,6 @@ local function bytes(n)
   while n >= 999.5 and i < #units do n, i = n / 1000, i + 1 end
   return (i == 1 or n >= 99.95) and ("%.0f %s"):format(n, units[i]) or ("%.1f %s"):format(n, units[i])
 end
-
-local function duration(seconds)
-  local s = math.ceil(math.min(seconds, 359999))
-  if s < 3600 then return ("%d:%02d"):format(s // 60, s % 60) end
-  return ("%d:%02d:%02d"):format(s // 3600, s // 60 % 60, s % 60)
-end
-
--- Control characters of a server's text must not reach a terminal.
-local function printable(text) return (text:gsub("%c", " "):gsub("\xC2[\x80-\x9F]", " ")) end
 
 local function columns()
   local width = os.getenv("TERM") ~= "dumb" and zel.columns(io.stderr)

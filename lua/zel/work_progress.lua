@@ -5,14 +5,10 @@
 --   progress(12, 3)      "12 of 40 pictures, 3 without, 0:05 left"
 
 local count = require "zel.thousands"
+local duration = require "zel.duration"
 
 local TERMINAL_PAUSE, PLAIN_PAUSE = 0.1, 5 -- seconds between two lines
 local WIDEST_BAR, NARROWEST_BAR = 30, 8
-
-local function duration(seconds)
-  local s = math.ceil(seconds)
-  return s < 3600 and ("%d:%02d"):format(s // 60, s % 60) or ("%d:%02d:%02d"):format(s // 3600, s // 60 % 60, s % 60)
-end
 
 local function bar(part, room)
   if room < NARROWEST_BAR then return "" end

@@ -37,11 +37,7 @@ function html.link(url, text)
   return html.fill('<a href="{url}" rel="noopener noreferrer" target="_blank">{text}</a>', {url = url, text = text})
 end
 
---- 1234567 as "1,234,567".
-function html.number(n)
-  local digits = ("%.0f"):format(n)
-  return (digits:reverse():gsub("(%d%d%d)", "%1,"):reverse():gsub("^,", ""))
-end
+html.number = require "zel.thousands"
 
 --- "1 layer", "2,000 layers".
 function html.count(n, what) return html.number(n) .. " " .. what .. (n == 1 and "" or "s") end
