@@ -1,5 +1,4 @@
-"""Maps by the library zel.ogc, against every server that there is: what is refused, what is fetched, and where it lies on
-the Earth."""
+"""Maps by the library zel.ogc, against every server that there is: what is fetched, and where it lies on the Earth."""
 
 import os
 
@@ -20,51 +19,6 @@ SERVERS = pytest.mark.parametrize("server", ["MapServer", *OTHERS])
 def urls(ogc, tmp_path_factory):
     with map_servers(OTHERS, ogc, tmp_path_factory.mktemp("maps")) as urls:
         yield urls
-
-
-# s:map{...} and what it says; nothing of this is sent.
-REFUSED = {
-    "layers = 'eart'": 'no layer "eart"; did you mean "earth"? There are: regions, earth, ',
-    "": "map wants layers; there are: regions, earth",
-    "layer = 'earth'": 'no argument "layer" of map; did you mean "layers"?',
-    "layers = 'earth', width = '5'": "width of map must be a number, not a string",
-    "layers = 'earth', width = 0": "width must be a whole number of 1 or more, not 0",
-    "layers = 'earth', height = 2.5": "height must be a whole number",
-    "layers = 'earth', crs = 'EPSG:2056'": 'no reference system "EPSG:2056" for these layers; there are: ',
-    "layers = 'earth', format = 'webp'": 'no format "webp"; there are: image/png, ',
-    "layers = 'earth', to = 'x.bmp'": 'no format "image/bmp"',
-    "layers = 'earth', styles = 'blue'": 'no style "blue" of layer earth',
-    "layers = 'earth', styles = {'', ''}": "2 styles for 1 layers",
-    "layers = 'earth', time = '2024'": 'no dimension "time" of these layers',
-    "layers = 'earth', bbox = {0, 10, 10, 0}": "not {0, 10, 10, 0}",
-    "layers = 'earth', bbox = {170, 0, -170, 10}": "over the date line, east counts on beyond 180",
-    "layers = 'earth', bbox = {0, 0, 0/0, 10}": "bbox must be {west, south, east, north}",
-    "layers = 'earth', bbox = {-1/0, 0, 1, 10}": "bbox must be {west, south, east, north}",
-    "layers = 'earth', bbox = {0, 0, 1, 91}": "bbox lies beyond the degrees",
-    "layers = 'earth', crs = 31467, bbox = {8, -40, 10, -30}, bbox_crs = 'CRS:84'": "bbox lies outside of what EPSG:31467 is for",
-    "layers = 'earth', tile = .5, to = 'x.png'": "tile must be a whole number",
-    "layers = 'earth', bbox = {300000, 0, 400000, 1}": "name the crs that its numbers are in",
-    "layers = 'earth', to = 'nosuch/x.png'": "no directory nosuch/ to write x.png to",
-    "layers = 'earth', bgcolor = 'red'": 'bgcolor must be like "#ff8000", not "red"',
-    "layers = 'earth', extra = {bbox = 1}": "bbox is no extra parameter",
-    "layers = 'earth', extra = {vendor = ('y'):rep(4000)}": "the request would have ",
-    "layers = 'earth', width = 5000, format = 'image/png'": "needs a name: say where with to",
-}
-
-
-def test_what_is_refused_before_sending(zel, ogc):
-    calls = "\n".join(f"try{{{call}}}" for call in REFUSED)
-    done = zel(f"""
-      local s = require "zel.ogc".wms(arg[1])
-      s.object:SetProperty{{URL_PORT = 1}}
-      local function try(o)
-        local done, why = pcall(s.map, s, o)
-        print(done, why.message, why.text)
-      end
-      {calls}
-    """, ogc.regions)
-    for line, said in zip(done.out.splitlines(), REFUSED.values(), strict=True):
-        assert line.startswith("false") and said in line and line.endswith("nil")
 
 
 # A server, a layer, what is asked for, and the system of the map.
