@@ -113,7 +113,7 @@ SERVERS = {
     "untyped": [PLAIN, answer("x", "")], "tiles": [PLAIN, PLAIN, GRAY, GRAY], "tiles that differ": [PLAIN, GRAY, COLOURS]}
 
 # What differs from run to run, or is long, in what is seen.
-SHORTER = {r"[\w./-]*script\.lua": "script.lua", "-nan": "nan", r"after \d+ ms": "after 0 ms", r"\d:\d\d left": "0:00 left", r"(<SRS.{80}).*(?=</SRS)": r"\1",
+SHORTER = {r"[\w./-]*script\.lua": "script.lua", "-nan": "nan", r"after \d+ ms": "after 0 ms", r"\n *Verbose: Info.*": "", r"\d:\d\d left": "0:00 left", r"(<SRS.{80}).*(?=</SRS)": r"\1",
            r"\d+\.\d{9,}": lambda number: f"{float(number[0]):.12g}", r"[^\n -~]": lambda code: ascii(code[0])[1:-1],
            r"\s*\n": "\n"}
 
@@ -167,7 +167,7 @@ def ask(zel, zel_running, tmp_path):
     ("atlas", "zel-ogc info URL", "atlas.txt"), ("atlas", "zel-ogc info URL b", "layer.txt"),
     ("atlas", SHOW, "layers.txt"), ("old", SHOW, "old.txt"),
     ("relief", "zel-ogc info URL --wcs --json", "coverages.json"), ("relief", "zel-ogc info URL c --wcs --json", "coverage.json"),
-    ("relief", "zel-ogc info URL c --wcs", "coverage.txt"), ("odd", "zel-ogc info URL --json", "odd.json"),
+    ("relief", "zel-ogc info URL c --wcs", "coverage.txt"), ("odd", "zel-ogc info URL --json", "odd.json"), ("odd", "zel-ogc info URL p q --geojson", "odd.geojson"),
     ("fields", "zel-ogc info URL G bare --wcs --json", "fields.json")])
 def test_all_that_is_known(ask, server, line, known):
     said, _ = ask(server, line)
