@@ -172,6 +172,7 @@ def test_what_is_unchanged_costs_a_row(server, run, tmp_path):
 
 
 def test_search(server, run, tmp_path):
+    server.answers["coverages"] = RELIEF
     (tmp_path / "list").write_text(f"http://localhost:{server.port}/roads\nhttp://LOCALHOST:{server.port}/coverages wcs")
     done = run("harvest", "list", "file:a.db", "--pause", 0.6, "--wms", "1.1.1")
     assert float(re.search(r"; (\S+) s", done.stderr)[1]) >= 0.6 and "ersion=1.1.1" in server.queries["roads"][0]
