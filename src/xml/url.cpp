@@ -25,8 +25,8 @@ std::string Url::get(CURLUPart part, unsigned flags) const {
 }
 
 bool Url::sameServer(const Url& other) const {
-  const auto same = [&](CURLUPart part) {
-    return get(part, CURLU_DEFAULT_PORT) == other.get(part, CURLU_DEFAULT_PORT);
+  const auto same = [&](CURLUPart part) { // host names in any letter case
+    return curl_strequal(get(part, CURLU_DEFAULT_PORT).c_str(), other.get(part, CURLU_DEFAULT_PORT).c_str()) != 0;
   };
   return same(CURLUPART_SCHEME) && same(CURLUPART_HOST) && same(CURLUPART_PORT);
 }

@@ -1,5 +1,6 @@
 // How service URLs are split, and every limit of a text or buffer: one character below it, at it, above it, far above.
 #include "ogc_client.h"
+#include "xml/url.h"
 #include "zel_ogcwcs_obj.h"
 #include "zel_ogcwms_obj.h"
 
@@ -29,6 +30,17 @@ TEST_F(Ogc, UrlIsSplitAroundTheControlParameters) {
   EXPECT_EQ(errorOf([&] { client.OgcBaseParseURL("http://other/p"); }),
             "Error: url does not contain a ? cannot locate a path in url.");
   EXPECT_EQ(client.settings().host.str(), "other");
+}
+
+TEST(OgcUrl, OneServerHasOneSchemeHostAndPort) {
+  using ogc::xml::Url;
+  const auto same = [](const std::string& two) {
+    const auto space = two.find(' ');
+    return std::to_string(Url(two.substr(0, space)).sameServer(Url(two.substr(space + 1))));
+  };
+  expectRows(same,
+             {"http://h/p?q http://u@H:80 -> 1", "https://h:443 https://h -> 1", "http://[::1] http://[::1]:80 -> 1",
+              "http://h:81 https://h:81 -> 0", "http://h http://h:81 -> 0", "http://h http://g -> 0"});
 }
 
 /// The client in a request.
