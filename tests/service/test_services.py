@@ -85,7 +85,7 @@ def test_map(on, ogc, version, query, extension):
 REPORT = "<ServiceExceptionReport><ServiceException code='c'>no</ServiceException></ServiceExceptionReport>"
 NEWER = "<ExceptionReport><Exception exceptionCode='No'/></ExceptionReport>"
 SAID = "Error: Remote OGC server returned a service exception: ( Code= c"
-NO_MAP, NO_COVERAGE = "Error: Recieved an XML file instead of a Map. ", "Error: Received an XML file instead of a coverage. "
+NO_MAP, NO_COVERAGE = "Error: Recieved an XML file instead of a Map. {}.", "Error: Received an XML file instead of a coverage. {}."
 BROKEN, EMPTY, HTML = "Fatal Error: SAX Parser: Message (", "Error: failed to get a", "Error: Http Get did not succeed. "
 STATUS = ("Http ErrCode(400), Http Err(Bad) Http ErrMsg(No HTML found)",) * 4
 # The errors when a map, a coverage, feature information, capabilities were asked for, and the last words of the server that
@@ -131,7 +131,7 @@ def test_answers_that_were_not_asked_for(zel, tmp_path, answer):
           print(kept) print((heard:gsub("\\n", " ")))
         """).out.splitlines()
     for line, part in zip(said, errors, strict=True):
-        assert part in line and bool(part) == bool(line)
+        assert part.replace("{}", kind) in line and bool(part) == bool(line)
     assert kept == "2" and words in told and (words != "" or "Remote OGC server" not in told)
     assert ("see file: (" in told) == (status[0] == "4" and body != "")
 
@@ -148,7 +148,9 @@ def test_from_file_and_from_url(on, ogc, tmp_path):
         print(o:GetCapabilities{{FROM_FILE = file, DISABLE_INHERITANCE = disable}}, o:GetLayers()[10].NUM_CRS)
       end
       print(before == io.open(file):read("a"))
-      o:SetProperty{{CAPABILITIES_FILENAME = "copy"}}
+      o:SetProperty{{CAPABILITIES_FILENAME = "copy", CALLBACK_FUNCTION = function()
+        o:SetProperty{{CAPABILITIES_FILENAME = "later"}}
+      end}}
       print(o:GetCapabilities{{FROM_FILE = file}}, before == io.open("copy.xml"):read("a"))
     """, "", "1.3.0")
     i = lines.index("0")
@@ -161,7 +163,7 @@ VALIDATION, SCHEMA = (f"Error: {what} keyword value is not valid." for what in (
 # Before anything is sent: the object has no server. The first of two faults is the one that is said.
 REFUSED = {
     'GetCapabilities, {FROM_FILE = ""}': "Error: Passed in FROM_FILE does not exist: ",
-    'GetCapabilities, {FROM_FILE = "no such"}': "Error: Passed in FROM_FILE does not exist: no such",
+    'GetCapabilities, {FROM_FILE = "http://me:pw@h"}': "Error: Passed in FROM_FILE does not exist: http://***@h",
     'GetCapabilities, {FROM_URL = "", SCHEMA_CHECKING = 3}': "Error: Passed in FROM_URL is empty.",
     'GetCapabilities, {VALIDATION_MODE = -1}': VALIDATION, 'GetCapabilities, {VALIDATION_MODE = 65536 + 3}': VALIDATION,
     'GetCapabilities, {SCHEMA_CHECKING = "3"}': SCHEMA, 'GetCapabilities, {SCHEMA_CHECKING = -1}': SCHEMA,

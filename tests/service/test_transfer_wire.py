@@ -81,7 +81,8 @@ def test_servers_that_break_their_word_or_never_end(tmp_path):
     began = time.monotonic()
     with concurrent.futures.ThreadPoolExecutor(len(BROKEN)) as pool:
         for (how, (_, code)), got in zip(BROKEN.items(), pool.map(attempt, BROKEN)):
-            assert (got.all["status"], got.all["buffer"]) == ([str(code)] * 2 + ["200"], ["none"] * 2 + ["body"]), how
+            assert (got.all["status"], got.all["buffer"], got.all["file"]) == (
+                [str(code)] * 2 + ["200"], ["none"] * 2 + ["body"], [""] * 3), how
             for said in got.all["result"][:2]:
                 assert said.startswith("Error: Http Get Request Failed. Error = ") and said[:-1] in got.lines
                 assert said.endswith(f", Curl Error Code = {code}.."), (how, said)

@@ -19,9 +19,11 @@ TEST(OgcArena, TextsThatGrowInTurnKeepTheirContent) {
   for (std::size_t at = 0; at < texts.size(); ++at) EXPECT_TRUE(texts[at] == expected[at]) << at;
   for (std::size_t left = 15; left < 25; ++left) { // of the first chunk
     ogc::xml::Arena full;
-    const char* text = full.copy(std::string((16 << 10) - 1 - left, 'x'));
-    full.append(&text, std::string(20, 'y'), "");
+    const std::string most((16 << 10) - 1 - left, 'x'), piece(10, 'y');
+    const char* text = full.copy(most);
+    for (int i = 0; i < 2; ++i) full.append(&text, piece, "");
     EXPECT_EQ(full.size() == 16 << 10, left >= 20) << left;
+    EXPECT_EQ(text, most + piece + piece);
   }
   const char* grown = arena.copy("x");
   EXPECT_STREQ(arena.copy("-"), "-");

@@ -34,9 +34,16 @@ protected:
 constexpr char brief[] = "<CoverageOfferingBrief/>";
 
 TEST_F(Clients, ForgetTheirDocumentsAndWorkAgain) {
-  EXPECT_EQ(readOfferings("<CoverageOffering/>") + readBriefs(times(2, brief)) + readLayers("<Layer/>"), "");
-  EXPECT_TRUE(wcs.briefCount() == 2 && wcs.offeringCount() == 1 && wms.layerCount() == 1);
+  const auto read = [this] {
+    EXPECT_EQ(readOfferings(times(300, "<CoverageOffering/>")) + readBriefs(times(2, brief)) + readLayers("<Layer/>"),
+              "");
+    EXPECT_TRUE(wcs.briefCount() == 2 && wcs.offeringCount() == 300 && wms.layerCount() == 1);
+    return std::pair(wcs.recordSize(), wms.recordSize());
+  };
+  const auto sizes = read();
+  EXPECT_EQ(read(), sizes);
   EXPECT_TRUE(wms.OgcWmsCleanup() == 1 && wcs.OgcWcsCleanup() == 1);
+  EXPECT_EQ(wcs.recordSize() + wms.recordSize(), 0U);
   EXPECT_EQ(wcs.briefCount() + wcs.offeringCount() + wms.layerCount() + wms.layerCacheCapacity(), 0);
   wms.OgcWmsSetCapFN(path("kept").c_str());
   EXPECT_EQ(readLayers("<Layer/>"), "");
