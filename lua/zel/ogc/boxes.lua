@@ -26,14 +26,14 @@ function boxes.unrolled(box)
   return box[1] > box[3] and {box[1], box[2], box[3] + 360, box[4]} or box
 end
 
---- Two boxes of degrees in common; the second may lie a turn of the Earth away.
-function boxes.shared_degrees(a, b)
-  a, b = boxes.unrolled(a), boxes.unrolled(b)
-  local shared
+--- The parts of a box of degrees within another, in the other's degrees: the two may lie a turn of the Earth apart.
+function boxes.shared_degrees(box, other)
+  box, other = boxes.unrolled(box), boxes.unrolled(other)
+  local parts = {}
   for turn = -360, 360, 360 do
-    shared = boxes.union(shared, boxes.intersection(a, {b[1] + turn, b[2], b[3] + turn, b[4]}))
+    parts[#parts + 1] = boxes.intersection({box[1] + turn, box[2], box[3] + turn, box[4]}, other)
   end
-  return shared
+  return parts
 end
 
 --- The box with its axes swapped.

@@ -114,8 +114,11 @@ function crs.from_degrees(box, to)
   local system = crs.describe(to)
   box = boxes.unrolled(box)
   if system.geographic then return box end
-  if system.area then box = boxes.shared_degrees(box, system.area) end
-  return box and crs.transform_box(box, "CRS:84", to)
+  local around
+  for _, part in ipairs(system.area and boxes.shared_degrees(box, system.area) or {box}) do
+    around = boxes.union(around, crs.transform_box(part, "CRS:84", to))
+  end
+  return around
 end
 
 --- The system as one line of well-known text; nil when GDAL does not know it.
