@@ -138,6 +138,13 @@ def test_answers_of_all_kinds(server, run, tmp_path):
     assert stored == json.loads((DOCUMENTS / "harvest.json").read_text())
 
 
+def runs(path):
+    """The runs with the number of their tries, whatever their ids."""
+    with sqlite3.connect(path) as base:
+        return base.execute("SELECT run.started, list, finished, count(*) FROM run JOIN attempt ON run.id = run GROUP BY run.id "
+                            "ORDER BY 1").fetchall()
+
+
 def test_what_is_unchanged_costs_a_row(server, run, tmp_path):
     server.answers |= {"b": ROADS.replace("a&amp;1", "b"), "roads": ATLAS}
     write_list(tmp_path, server, ["a", "b?\x01", "bare", "roads", "a wcs"], hosts=1)
@@ -145,7 +152,8 @@ def test_what_is_unchanged_costs_a_row(server, run, tmp_path):
     run("harvest", "list", "a.db")
     run("harvest", "less", "o'ld.db")
     server.answers |= {"a": REFUSAL.format("CurrentUpdateSequence", "no news"), "b": server.answers["b"].replace("Roads", "B"),
-                       "roads": ROADS.replace("a&amp;1", "c").replace("roads", "ways")}
+                       "roads": ATLAS[:ATLAS.rindex("<Layer>")].replace('"u"', '"v"').replace("<Name>b", "<Name>ways")
+                       + "</Layer></Capability></WMS_Capabilities>"}
     done = run("harvest", "list", "a.db")
     assert "0 new, 1 changed, 3 unchanged" in done.stderr and "&UPDATESEQUENCE=a%261" in str(server.queries["a"])
     found = contents(tmp_path / "a.db")
@@ -153,9 +161,10 @@ def test_what_is_unchanged_costs_a_row(server, run, tmp_path):
     for merged, newer in (("b.db", "a.db", "o'ld.db"), ["5", "4", "4", "3"]), (("c.db", "o'ld.db", "a.db"), ["4", "4", "5", "1"]):
         assert re.findall(r"\b\d\b", run("merge", *merged).stderr) == newer  # the later reading counts
         both = contents(tmp_path / merged[0])
-        histories.append((both.pop("attempt"), both.pop("latest_attempt"), both.pop("system")))
+        histories.append((both.pop("attempt"), both.pop("latest_attempt"), runs(tmp_path / merged[0]), both.pop("system")))
         assert both == {name: rows for name, rows in found.items() if name in both}
-    assert histories[0][:2] == histories[1][:2] and len(histories[0][0]) == 14
+    assert histories[0][:3] == histories[1][:3] and len(histories[0][0]) == 14
+    assert histories[0][2] == sorted(runs(tmp_path / "a.db") + runs(tmp_path / "o'ld.db"))
     server.answers["a"] = ROADS
     run("harvest", "list", "fresh.db")
     fresh = contents(tmp_path / "fresh.db")

@@ -47,10 +47,10 @@ end
 
 -- What libcurl says when a transfer fails, and how people say it.
 local REASONS = {
-  {"Curl Error Code = 28", "The server gave no picture in time."},
-  {"Curl Error Code = 7", "The server could not be reached."},
-  {"Curl Error Code = 6", "The server's name is not known."},
-  {"Curl Error Code = 60", "The server's certificate is not trusted."},
+  {"Curl Error Code = 28%D", "The server gave no picture in time."},
+  {"Curl Error Code = 7%D", "The server could not be reached."},
+  {"Curl Error Code = 6%D", "The server's name is not known."},
+  {"Curl Error Code = 60%D", "The server's certificate is not trusted."},
   {"ErrCode%(401%)", "The server asks for a user and a password."},
 }
 
