@@ -193,7 +193,7 @@ DEFAULTS = {
     "return {retries = 0, TIMEOUT = 7, connect_timeout = 3, USERNAME = 'x', proxy = 'http://me:pw@localhost:1'}":
         "0 8 3 x localhost 1 me .* The proxy is localhost:1, from .*/zel/ogc.lua. "
         ".* The proxy is localhost:2. the service was read from the file caps.xml",
-    "return {retrys = 0}": 'there is no argument "retrys" of ',
+    "return {retrys = 0}": 'there is no argument "retrys" of ', "return {timeout = 86400}": "timeout = 86400 is not a number of",
     "return 5": "must return a table",
     "io.open('x')": "your defaults cannot be read: ",
     "return {NO_SUCH = 1}": "Keyword NO_SUCH is not allowed",

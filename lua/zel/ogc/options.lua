@@ -6,6 +6,8 @@ local errors = require "zel.ogc.errors"
 
 local options = {}
 
+options.LONGEST_TIMEOUT = 32767 -- seconds; the properties have 16 bits
+
 -- Options of the library, and the properties that some of them set.
 local TYPES = {
   version = "string", retries = "number", pause = "number", quiet = "boolean", verbose = "boolean",
@@ -30,6 +32,12 @@ local function check(call, given)
   for _, name in ipairs{"retries", "pause"} do
     if own[name] and not (own[name] >= 0 and own[name] < math.huge) then
       errors.raise(("%s: %s = %s is not a number from 0 on"):format(call, name, own[name]))
+    end
+  end
+  for _, name in ipairs{"timeout", "connect_timeout"} do
+    if own[name] and not (own[name] > 0 and own[name] <= options.LONGEST_TIMEOUT) then
+      errors.raise(("%s: %s = %s is not a number of seconds above 0, at most %d"):format(call, name, own[name],
+                                                                                     options.LONGEST_TIMEOUT))
     end
   end
 end

@@ -1,6 +1,7 @@
 --- The command line of zel-ogc.
 
 local argparse = require "zel.ogc.packaged" "argparse"
+local longest_timeout = require "zel.ogc.options".LONGEST_TIMEOUT
 local most_jobs = require "zel.most_jobs"
 
 local COMMANDS = {info = true, map = true, feature = true, coverage = true, catalogue = true,
@@ -10,6 +11,12 @@ local function positive(text)
   local number = tonumber(text)
   if number and number > 0 then return number end
   return nil, ("'%s' is not a number above 0"):format(text)
+end
+
+local function seconds(text)
+  local number, wrong = positive(text)
+  if not number or number <= longest_timeout then return number, wrong end
+  return nil, ("%s is more than %d, the most there can be"):format(text, longest_timeout)
 end
 
 local function whole(text, least, most)
@@ -83,7 +90,7 @@ local function add_common(command, retries)
   command:option("--password-file", "File whose first line is the password."):argname("FILE")
   command:option("--proxy", "Proxy: http://host:port"):argname("URL")
   command:option("--ca", "Certificates of the authorities to trust."):argname("FILE")
-  command:option("--timeout", "Longest time for one transfer."):argname("SECONDS"):convert(positive)
+  command:option("--timeout", "Longest time for one transfer."):argname("SECONDS"):convert(seconds)
   command:option("--retries", ("How often to try again after a failure that may pass (default %s)."):format(retries))
     :argname("COUNT"):convert(whole_or_zero)
   command:flag("--verbose", "Trace the transfers.")
