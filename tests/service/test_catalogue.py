@@ -285,6 +285,16 @@ def test_what_goes_wrong_is_said_and_leaves_the_old_page(write, tmp_path, url, t
     assert (tmp_path / "page").read_text() == "old" and not list(tmp_path.rglob("*.part"))
 
 
+def test_processes_that_fail(write, tmp_path):
+    """What they say of it is told; here none finds the runner."""
+    (tmp_path / "readlink").write_text("#!/bin/sh\necho /nosuch\n")
+    (tmp_path / "readlink").chmod(0o755)
+    with Maps(layer("a")) as server:
+        run = write(server.url, ok=False, opened=False, env={"PATH": f"{tmp_path}:{os.environ['PATH']}", "TMPDIR": str(tmp_path)})
+    assert re.search("fetch pictures ended early: sh: .*/nosuch: not found\n", run.err)
+    assert not list(tmp_path.glob("tmp.*")) and not list(tmp_path.glob("page*"))
+
+
 def test_many_at_once_until_ctrl_c(zel_running, tmp_path):
     """As many processes as asked for fetch pictures; Ctrl-C leaves a page with those that came, and nothing else."""
     files = tmp_path / "files"
