@@ -83,7 +83,7 @@ bool Handler::GetAttributes(const xercesc::Attributes& attrs, const char* name, 
 int Handler::HandleVersion(const xercesc::Attributes& attrs) {
   GetAttributes(attrs, "version", &szVersion);
   GetAttributes(attrs, "updatesequence", &szUpdateSequence);
-  if (szVersion == nullptr || *szVersion == '\0') m_reporter.fail("%s", m_versions.missing);
+  if (szVersion == nullptr) m_reporter.fail("%s", m_versions.missing);
   if (std::ranges::none_of(m_versions.supported, [&](const char* v) { return strcasecmp(v, szVersion) == 0; })) {
     m_reporter.fail("%s", transfer::formatLimited(versionMessageLimit, m_versions.unsupported, szVersion).c_str());
   }

@@ -140,7 +140,8 @@ def test_from_file_and_from_url(on, ogc, tmp_path):
     """A document fetched by its URL is read later from where it was written, and stays as it is."""
     lines = on("WMS", f"""
       o:SetProperty{{CALLBACK_FUNCTION = function(text) print(text) end}}
-      print(o:GetCapabilities{{FROM_URL = "{ogc.service}&Service=WMS&Version=1.3.0&Request=GetCapabilities"}})
+      local url = "{ogc.service}&Service=WMS&Version=1.3.0&Request=GetCapabilities"
+      print(o:GetCapabilities{{FROM_URL = url}})
       o:SetProperty{{CALLBACK_FUNCTION = ""}}
       local file, before = last(), io.open(last()):read("a")
       print(file, o:GetLayers())
@@ -151,7 +152,7 @@ def test_from_file_and_from_url(on, ogc, tmp_path):
       o:SetProperty{{CAPABILITIES_FILENAME = "copy", CALLBACK_FUNCTION = function()
         o:SetProperty{{CAPABILITIES_FILENAME = "later"}}
       end}}
-      print(o:GetCapabilities{{FROM_FILE = file}}, before == io.open("copy.xml"):read("a"))
+      print(o:GetCapabilities{{FROM_FILE = file, FROM_URL = url}}, before == io.open("copy.xml"):read("a"))
     """, "", "1.3.0")
     i = lines.index("0")
     assert lines[i - 2:i] == ["url response written to: ", lines[i + 1].split("\t")[0]] and lines[i + 1].endswith("\t0")

@@ -174,7 +174,7 @@ TEST(CurlNames, ResponseFilesGetTheExtensionOfTheContentType) {
     EXPECT_NE(curl.CurlBuildFileName(&name), 0) << "there is no such file to delete";
     return name.str().substr(testing::TempDir().size());
   };
-  expectRows(named, {"map|png -> map.png", "map.PNG|png -> map.PNG", "map.|png -> map.png",
+  expectRows(named, {"map|png -> map.png", "v1.1.PNG|png -> v1.1.PNG", "map.|png -> map.png",
                      "map.gif|png -> map.gif.png", "map| -> map", "map|a\x1b\xc2\x9b/b -> map.a___b"});
 }
 
