@@ -65,7 +65,10 @@ return function(tasks, settings)
     if #tasks > 0 then progress(0, 0) end
     return self:follow(progress)
   end)
-  if not complete then os.execute(("kill $(cat '%s/shell')"):format(self.directory)) end
+  if not complete then
+    os.execute(("kill $(cat '%s/shell')"):format(self.directory))
+    pcall(self.follow, self, function() end) -- what came before
+  end
   if self.pipe then self.pipe:close() end
   self.stopped = not complete and tostring(count):find("interrupted!$") ~= nil
   if complete and count == #tasks or self.stopped then return self end
