@@ -160,10 +160,10 @@ class Lighttpd:
             raise
 
     def _wait_until_it_answers(self):
-        deadline = time.monotonic() + 30
+        deadline = time.monotonic() + 60
         while time.monotonic() < deadline and self._process.poll() is None:
             with contextlib.suppress(OSError), contextlib.closing(
-                    http.client.HTTPConnection("127.0.0.1", self.port, timeout=5)) as connection:
+                    http.client.HTTPConnection("127.0.0.1", self.port, timeout=60)) as connection:
                 connection.request("GET", "/hello.txt")
                 if connection.getresponse().status == 200:
                     return

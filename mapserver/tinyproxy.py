@@ -34,9 +34,9 @@ class Tinyproxy:
         raise RuntimeError("tinyproxy did not start: " + self.log())
 
     def _answers(self):
-        deadline = time.monotonic() + 10
+        deadline = time.monotonic() + 60
         while time.monotonic() < deadline and self._process.poll() is None:
-            with contextlib.suppress(OSError), socket.create_connection(("127.0.0.1", self.port), 1):
+            with contextlib.suppress(OSError), socket.create_connection(("127.0.0.1", self.port), 60):
                 return True
             time.sleep(0.02)
         self._process.kill()

@@ -18,6 +18,7 @@ import pytest
 from servers import BUILD, attached_or_started
 
 SOURCE = pathlib.Path(__file__).resolve().parents[2]
+PATIENCE = 600  # seconds for what takes moments: only a test that fails waits so long
 
 
 @pytest.fixture(scope="session")
@@ -64,13 +65,13 @@ def zel(tmp_path):
     Lua code that leaves variables or objects in the host. `wrap` runs the runner, other options are those of subprocess.
     """
 
-    def run(script, *arguments, ok=True, no_leak=False, env=None, wrap=(), timeout=120, **options):
+    def run(script, *arguments, ok=True, no_leak=False, env=None, wrap=(), **options):
         if not isinstance(script, pathlib.Path):
             code, script = script, tmp_path / "script.lua"
             script.write_text(NO_LEAK.replace("{}", code) if no_leak else code)
         user_dir = tmp_path / "user"
         user_dir.mkdir(exist_ok=True)
-        done = subprocess.run([*wrap, BUILD / "zel", script, *map(str, arguments)], cwd=tmp_path, timeout=timeout,
+        done = subprocess.run([*wrap, BUILD / "zel", script, *map(str, arguments)], cwd=tmp_path, timeout=PATIENCE,
                               capture_output=True, text=True, stdin=subprocess.DEVNULL,
                               env=os.environ | {"ZEL_USER_DIR": str(user_dir)} | (env or {}), **options)
         assert not ok or done.returncode == 0, done.stdout + done.stderr

@@ -14,7 +14,7 @@ from selenium.webdriver.chrome.service import Service
 from selenium.webdriver.common.by import By
 from selenium.webdriver.common.keys import Keys
 
-from conftest import SOURCE
+from conftest import PATIENCE, SOURCE
 from responder import HOLD, Responder, answer
 
 WRITE = """local result = require("zel.catalogue").write{url = arg[1], to = arg[2], jobs = %d, pictures = %d,
@@ -35,6 +35,8 @@ def browser(tmp_path_factory):
     for switch in (*SWITCHES, f"user-data-dir={tmp_path_factory.mktemp('browser')}"):
         options.add_argument("--" + switch)
     driver = webdriver.Chrome(service=Service("/usr/bin/chromedriver"), options=options)
+    driver.set_script_timeout(PATIENCE)
+    driver.set_page_load_timeout(PATIENCE)
     yield driver
     driver.quit()
 
@@ -47,9 +49,9 @@ class Maps(Responder):
     """A map server; `layers` is the XML inside its outermost layer. `queries` are the parameters of its GetMaps, `most`
     is how many it had at once. A layer "refused STATUS" gets an exception, those named "slow ..." wait for the end."""
 
-    def __init__(self, layers, title="Maps", pause=0):
+    def __init__(self, layers, title="Maps"):
         super().__init__(self.play)
-        self.queries, self.now, self.most, self.pause, self.url = [], 0, 0, pause, self.url + "wms"
+        self.queries, self.now, self.most, self.url = [], 0, 0, self.url + "wms"
         self.document = f"""<?xml version="1.0" encoding="UTF-8"?>
             <WMT_MS_Capabilities version="1.1.1" xmlns:xlink="http://www.w3.org/1999/xlink"><Service><Name>WMS</Name>
             <Title>{text(title)}</Title><OnlineResource xlink:href="javascript:window.owned=1"/></Service>
@@ -77,7 +79,7 @@ class Maps(Responder):
         self.most = max(self.most, self.now)
         kind, _, status = query["LAYERS"].partition(" ")
         drawn = answer(REFUSAL, status=status) if kind == "refused" else answer(GIF + kind.encode(), "image/gif")
-        return [HOLD] if kind == "slow" else [self.pause, self.end_drawing, drawn]
+        return [HOLD] if kind == "slow" else [self.end_drawing, drawn]
 
     def end_drawing(self):
         self.now -= 1
@@ -118,10 +120,8 @@ def shown(browser, selector):
 def search(browser, words):
     browser.find_element(By.TAG_NAME, "body").send_keys("/")
     browser.switch_to.active_element.send_keys(words)
-    for _ in range(100):
-        if found := browser.find_element(By.ID, "found").text:
-            return found
-        time.sleep(0.1)
+    browser.execute_async_script("setTimeout(arguments[0], 200)")  # the page itself waits for less
+    return browser.find_element(By.ID, "found").text
 
 
 def test_page_of_a_real_server(write, ogc, browser, tmp_path):
@@ -299,14 +299,14 @@ def test_many_at_once_until_ctrl_c(zel_running, tmp_path):
     """As many processes as asked for fetch pictures; Ctrl-C leaves a page with those that came, and nothing else."""
     files = tmp_path / "files"
     files.mkdir()
-    with Maps("".join(map(layer, ["a", "b", "c", "d", "slow 1", "slow 2", "slow 3", "e"])), pause=0.3) as server:
+    with Maps("".join(map(layer, ["a", "b", "c", "d", "slow 1", "slow 2", "slow 3", "e"]))) as server:
         run = zel_running("", "catalogue", server.url.replace("wms", "locked"), "page", "--jobs", 3, "--user", "me", "--wms", "1.1.1",
                           program="zel-ogc", start_new_session=True, env={"TMPDIR": str(files), "ZEL_OGC_PASSWORD": "p@ss"})
         while len(server.queries) < 7 and run.poll() is None:
             time.sleep(0.05)
         left = list(files.rglob("answer-*"))
         os.killpg(run.pid, signal.SIGINT)
-        out, err = run.communicate(timeout=20)
+        out, err = run.communicate(timeout=PATIENCE)
     assert (out, run.returncode, server.most) == ("page\n", 130, 3) and "9 layers, 4 pictures\n" in err
     words = (tmp_path / "page").read_text()
     assert words.count("data:image/gif") == 4 and words.count("Not fetched: the catalogue was ended before") == 4

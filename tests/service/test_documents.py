@@ -11,7 +11,7 @@ import subprocess
 
 import pytest
 
-from conftest import BUILD, SOURCE
+from conftest import BUILD, PATIENCE, SOURCE
 
 DOCUMENTS = [SOURCE / "README.md", *sorted((SOURCE / "docs").glob("*.md"))]
 BLOCK = re.compile(r"^```(lua|sh)\n(.*?)^```\n(?:\n*```text\n(.*?)^```$)?", re.DOTALL | re.MULTILINE)
@@ -35,7 +35,7 @@ def pattern(text):
 def test_block(tmp_path, servers, language, code, expected):
     places = {"PATH": f"{BUILD}:{os.environ['PATH']}", "HOME": str(tmp_path), "XDG_CONFIG_HOME": "",
               "ZEL_USER_DIR": str(tmp_path / "user"), "TMPDIR": str(tmp_path), "PROXY": servers.proxy.url}
-    done = subprocess.run(SHELL[language], input=code, cwd=tmp_path, capture_output=True, text=True, timeout=60,
+    done = subprocess.run(SHELL[language], input=code, cwd=tmp_path, capture_output=True, text=True, timeout=PATIENCE,
                           env=os.environ | servers.web.variables() | places)
     assert done.returncode == 0, done.stderr
     assert re.fullmatch(pattern(expected or ""), done.stdout), done.stdout

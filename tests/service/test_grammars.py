@@ -32,7 +32,7 @@ def read(zel, tmp_path):
                             ("" if dtd else ' xmlns:xsi="http://www.w3.org/2001/XMLSchema-instance"'
                                             f' xsi:noNamespaceSchemaLocation="{url}"') + "/>")
         arguments = [0 if dtd else 1, document, host, port] + ([no] if no else [])
-        return zel(READ.replace("{answer}", answer), *arguments, timeout=60).out
+        return zel(READ.replace("{answer}", answer), *arguments).out
 
     return run
 

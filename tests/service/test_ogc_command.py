@@ -9,7 +9,7 @@ import time
 import pytest
 from osgeo import gdal
 
-from conftest import BUILD
+from conftest import BUILD, PATIENCE
 
 gdal.UseExceptions()
 
@@ -21,7 +21,7 @@ def zel_ogc(tmp_path, ogc):
 
     def run(line, **env):
         words = [urls.get(word, word) for word in shlex.split(line)]
-        return subprocess.run([BUILD / "zel-ogc", *words], cwd=tmp_path, capture_output=True, text=True, timeout=120,
+        return subprocess.run([BUILD / "zel-ogc", *words], cwd=tmp_path, capture_output=True, text=True, timeout=PATIENCE,
                               stdin=subprocess.DEVNULL, env=os.environ | {"ZEL_USER_DIR": str(tmp_path / "user")} | env)
     return run
 
@@ -61,7 +61,7 @@ def test_large_map_goes_on_where_it_was_stopped(zel_ogc, zel_running, tmp_path, 
         while not ready():
             time.sleep(0.01)
         run.send_signal(signal.SIGINT)
-        out, err = run.communicate(timeout=20)
+        out, err = run.communicate(timeout=PATIENCE)
         assert run.returncode in (130, -signal.SIGINT) and out == "" and "traceback" not in err
         return err
 

@@ -7,11 +7,10 @@ import os
 import re
 import shlex
 import signal
-import time
 
 import pytest
 
-from conftest import SOURCE, limited
+from conftest import PATIENCE, SOURCE, limited
 from responder import HEAD, HOLD, Responder, answer
 
 
@@ -35,9 +34,12 @@ def test_tries_again_what_may_pass(zel):
     with Responder(capabilities(LAYER), busy(503), [HEAD, HOLD], busy(429, 7), PICTURE, busy(502), busy(504), busy(404),
                    busy(503, " 86400")) as server:
         done = zel("""
-          local paused = ""
-          function zel.sleep(seconds) paused = ("%s %g"):format(paused, seconds) end
-          local s = require "zel.ogc".wms(arg[1] .. "wms", {retries = 3, pause = 0.1, timeout = 1})
+          local paused, s, patience = "", nil, {600, 600, 1}
+          function zel.sleep(seconds)
+            paused = ("%s %g"):format(paused, seconds)
+            s.object:SetProperty{TIMEOUT = table.remove(patience, 1) or 600}
+          end
+          s = require "zel.ogc".wms(arg[1] .. "wms", {retries = 3, pause = 0.1})
           local function try()
             local done, why = pcall(s.map, s, {layers = "a", bbox = {0, 0, 1, 1}})
             print(done or why.message:match("%(%d+%)"), paused)
@@ -57,9 +59,8 @@ def test_waiting_ends_with_an_interrupt(zel_running):
     with Responder(busy(503, " 86400")) as server:
         run = zel_running("require 'zel.ogc'.wms(arg[1] .. 'wms')", server.url)
         assert "again in 60 s" in run.stderr.readline()
-        time.sleep(0.2)
         run.send_signal(signal.SIGINT)
-        assert "interrupted!" in run.communicate(timeout=30)[1]
+        assert "interrupted!" in run.communicate(timeout=PATIENCE)[1]
 
 
 # Services of maps and of coverages that say everything there is, each value one of its own, or odd values.
@@ -134,7 +135,7 @@ def ask(zel, zel_running, tmp_path):
             for line in lines.splitlines() if lines.startswith("zel-ogc") else ():
                 words = shlex.split(line.replace("URL", responder.url.replace("//", "//me@") + "s"))[1:]
                 running = zel_running("", *words, program="zel-ogc", errors="replace")
-                said += "".join(running.communicate(timeout=30)) + f"status {running.returncode}\n"
+                said += "".join(running.communicate(timeout=PATIENCE)) + f"status {running.returncode}\n"
             if not said:
                 kind = "wcs" if server in ("relief", "fields") else "wms"
                 done = zel(f"""

@@ -6,7 +6,7 @@ import subprocess
 
 import pytest
 
-from conftest import BUILD
+from conftest import BUILD, PATIENCE
 
 SCRIPT = """
 local wms <close> = assert(zel.new("ZELnetOGCWMS", {CALLBACK_FUNCTION = require "zel.progress"}))
@@ -20,7 +20,7 @@ print(select(2, pcall(wms.GetCapabilities, wms)))
 
 
 def run(*words, **options):
-    done = subprocess.run([*map(str, words)], capture_output=True, text=True, timeout=300, **options)
+    done = subprocess.run([*map(str, words)], capture_output=True, text=True, timeout=PATIENCE, **options)
     assert done.returncode == 0, done.stdout + done.stderr
     return done.stdout
 
@@ -68,7 +68,7 @@ def test_is_used_from_outside_the_build(tmp_path, ogc, make):
 
 def test_no_package_without_the_tools_that_find_its_dependencies(tmp_path):
     done = subprocess.run([shutil.which("cpack"), "--config", BUILD / "CPackConfig.cmake", "-B", tmp_path,
-                           "-D", "CMAKE_FIND_USE_CMAKE_SYSTEM_PATH=OFF"], env={"PATH": str(tmp_path)}, timeout=60,
+                           "-D", "CMAKE_FIND_USE_CMAKE_SYSTEM_PATH=OFF"], env={"PATH": str(tmp_path)}, timeout=PATIENCE,
                           capture_output=True, text=True)
     assert done.returncode != 0 and "Debian packages file and dpkg-dev" in " ".join(done.stderr.split())
     assert not list(tmp_path.rglob("*.deb"))

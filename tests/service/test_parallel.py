@@ -2,6 +2,8 @@
 
 import pytest
 
+from conftest import PATIENCE
+
 NAMES = [f"p{number}" for number in range(8)]
 # Reads its own document and map, which hold its name many times, over and over.
 SCRIPT = """
@@ -35,7 +37,7 @@ def test_contents_are_never_mixed_unnoticed(http, zel_running, tmp_path, shared,
     running = [zel_running(SCRIPT, http.port, name, own_names, apart,
                            env={"ZEL_USER_DIR": str(tmp_path / ("user" if shared else name))}) for name in NAMES]
     for one in running:
-        out, err = one.communicate(timeout=120)
+        out, err = one.communicate(timeout=PATIENCE)
         assert one.returncode == 0, err
         assert not apart or out == "0\n", out
     texts = [file.read_text() for file in tmp_path.rglob("README.txt")]

@@ -10,7 +10,7 @@ import termios
 
 import pytest
 
-from conftest import BUILD
+from conftest import BUILD, PATIENCE
 
 HALF = """
 local status, now = require "zel.progress", 0
@@ -42,7 +42,7 @@ def on_terminal(code, environment=None, columns=80):
             lines.pop()
             line = line.removeprefix("\x1b[A\r\x1b[K")
         lines.append(line)
-    return run.wait(30), lines
+    return run.wait(PATIENCE), lines
 
 
 @pytest.mark.parametrize("more, options, line, shown", [

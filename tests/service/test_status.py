@@ -24,7 +24,7 @@ function try(f, ...) return select(2, pcall(f, ...)) end
 def script(zel):
     """Runs a script with OBJECT before it; in the end nothing is left of its objects."""
     return lambda code, *ports: zel(OBJECT + code + "\nwms:close() other:close() wms, other = nil", *ports,
-                                    no_leak=True, timeout=30)
+                                    no_leak=True)
 
 
 def test_what_the_routine_is_told(script):

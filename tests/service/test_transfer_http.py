@@ -243,10 +243,10 @@ def test_connect_timeout(ask):
         for one in waiting:
             one.setblocking(False)
             one.connect_ex(full.getsockname())
-        got = ask(f"url=http://127.0.0.1:{full.getsockname()[1]}/", "connectto=1", "timeout=60")
+        got = ask(f"url=http://127.0.0.1:{full.getsockname()[1]}/", "connectto=1")
         for one in waiting:
             one.close()
-    assert got.status == "28" and re.search(r"Failed to connect to 127.0.0.1 port \d+ after \d{4} ms", got.result)
+    assert got.status == "28" and re.search(r"Failed to connect to 127.0.0.1 port \d+ after \d{4,} ms", got.result)
 
 
 def test_environment_names_no_proxy(ask):

