@@ -173,6 +173,7 @@ def test_what_is_unchanged_costs_a_row(server, run, tmp_path):
     for name in both:  # nothing is left of what a service said before
         stored, wanted = ([row for row in one[name] if "WMS roads" in str(row)] for one in (found, fresh))
         assert stored == wanted
+    assert "changed" in [row[3] for row in found["latest_attempt"]]
     assert len(found["attempt"]) == 10 and ["WMS roads 2", "WMS roads 0", "layer", "ways"] in [row[:4] for row in found["item"]]
     for name, age, aged, left in (("o'ld.db", "-20 hours", "new", 4), ("a.db", "-2 days", "new", 4),
                                   ("a.db", "-2 days", "unchanged", 1)):
