@@ -15,13 +15,13 @@ NAME   only the tests whose name contains it, a regular expression: service.wms
 TEXT
 }
 
-preset=release
+preset=release directory=build
 packages='test'
 only=()
 case ${1:-} in
 -h | --help) usage; exit ;;
 '') ;;
---all) preset=all packages=all ;;
+--all) preset=all directory=build-all packages=all ;;
 -*) echo "test.sh: there is no option $1" >&2; usage >&2; exit 2 ;;
 *) only=(--tests-regex "$1") ;;
 esac
@@ -33,4 +33,15 @@ if [ ${#only[@]} -gt 0 ] && [[ $(ctest --preset "$preset" -N "${only[@]}") == *"
     echo "test.sh: no test's name contains $1; ctest --preset $preset -N lists them" >&2
     exit 2
 fi
-exec ctest --preset "$preset" "${only[@]}"
+
+log=$directory/Testing/Temporary/LastTest
+rm -f "${log}sFailed.log"
+if ctest --preset "$preset" "${only[@]}"; then exit; fi
+[ -e "${log}sFailed.log" ] || exit 1
+
+# Once more at the end, for those who see no more than the last lines.
+while IFS=: read -r _ name; do
+    echo "== $name failed"
+    sed -n "\\| Testing: $name\$|,/^<end of output>/p" "$log.log" | tail -n 40
+done <"${log}sFailed.log"
+exit 1
