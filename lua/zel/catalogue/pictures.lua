@@ -1,6 +1,7 @@
 --- Fetches many pictures with several processes at once.
 
 local code = require "zel.lua_code"
+local files = require "zel.ogc.files"
 local new_progress = require "zel.work_progress"
 
 -- Ctrl-C is for this process alone: the shell and the workers ignore it, and SIGTERM to the shell ends them. If this
@@ -17,18 +18,13 @@ local function run(command)
   return pipe:read("l")
 end
 
-local function write(path, text)
-  local file <close> = assert(io.open(path, "wb"))
-  assert(file:write(text) and file:flush())
-end
-
 local Pictures = {}
 Pictures.__index = Pictures
 
 --- The picture of a task as data URI; nil and the reason when there is none.
 function Pictures:get(number)
-  local file <close> = io.open(("%s/%d.picture"):format(self.directory, number), "rb")
-  if self.done[number] and file then return file:read("a") end
+  local picture = self.done[number] and files.read(("%s/%d.picture"):format(self.directory, number))
+  if picture then return picture end
   return nil, self.why[number] or "Not fetched: the catalogue was ended before that."
 end
 
@@ -56,9 +52,9 @@ end
 return function(tasks, settings)
   local self = setmetatable({done = {}, why = {}, failed = 0}, Pictures)
   self.directory = assert(run("umask 077; mktemp -d"), "There is no place for temporary files")
-  write(self.directory .. "/settings", "return " .. code{
+  files.write(self.directory .. "/settings", "return " .. code{
     url = settings.url, options = settings.options, version = settings.version, tasks = #tasks})
-  for number, task in ipairs(tasks) do write(("%s/%d.task"):format(self.directory, number), task) end
+  for number, task in ipairs(tasks) do files.write(("%s/%d.task"):format(self.directory, number), task) end
   local progress = settings.quiet and function() end or new_progress(#tasks, "pictures", "without")
   local complete, count = pcall(function()
     self.pipe = assert(io.popen(COMMAND:format(self.directory, math.min(settings.jobs, #tasks))))
@@ -72,8 +68,7 @@ return function(tasks, settings)
   if self.pipe then self.pipe:close() end
   self.stopped = not complete and tostring(count):find("interrupted!$") ~= nil
   if complete and count == #tasks or self.stopped then return self end
-  local errors <close> = io.open(self.directory .. "/errors")
-  local said = errors and errors:read("a"):match("[^\n]+")
+  local said = (files.read(self.directory .. "/errors") or ""):match("[^\n]+")
   self:__close()
   error("The processes that fetch pictures ended early: " .. (said or tostring(count)), 0)
 end

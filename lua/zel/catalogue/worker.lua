@@ -5,6 +5,7 @@
 
 local html = require "zel.catalogue.html"
 local errors = require "zel.ogc.errors"
+local files = require "zel.ogc.files"
 local service = require "zel.ogc.service"
 
 local LARGEST = 4000000 -- bytes of a picture
@@ -35,16 +36,6 @@ local function base64(data)
   return table.concat(out)
 end
 
-local function read(path)
-  local file <close> = assert(io.open(path, "rb"))
-  return file:read("a")
-end
-
-local function write(path, data)
-  local file <close> = assert(io.open(path, "wb"))
-  assert(file:write(data) and file:flush())
-end
-
 -- What libcurl says when a transfer fails, and how people say it.
 local REASONS = {
   {"Curl Error Code = 28%D", "The server gave no picture in time."},
@@ -66,7 +57,7 @@ end
 local function origin(url) return html.public(url):lower():match("^%a+://[^/?#]*") end
 
 return function(directory)
-  local settings = load(read(directory .. "/settings"), "settings", "t", {})()
+  local settings = load(files.read(directory .. "/settings"), "settings", "t", {})()
   local base = directory .. "/answer-" .. zel.clock() .. math.random(0, 0xFFFFFFFF)
   local too_large
   local function watch(_, figures)
@@ -93,7 +84,7 @@ return function(directory)
     if not is_map then method, argument = "GetCapabilities", {FROM_URL = what} end
     local done, why = pcall(service.request, s, method, argument)
     local path = s.object:GetProperty{"LAST_FILE"}.LAST_FILE
-    local data = done and read(path)
+    local data = done and files.read(path)
     os.remove(path)
     if too_large then return nil, ("The picture is larger than %d MB."):format(LARGEST // 1000000) end
     if not done then return nil, reason(why) end
@@ -106,8 +97,8 @@ return function(directory)
   for number = 1, settings.tasks do
     local path = ("%s/%d."):format(directory, number)
     if os.rename(path .. "task", path .. "taken") then -- by one process alone
-      local picture, why = fetch(read(path .. "taken"))
-      if picture then write(path .. "picture", picture) end
+      local picture, why = fetch(files.read(path .. "taken"))
+      if picture then files.write(path .. "picture", picture) end
       io.write(number, " ", picture and "" or html.clean(why):sub(1, 1000), "\n")
       io.flush()
     end
