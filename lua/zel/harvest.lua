@@ -16,6 +16,7 @@
 local arguments = require "zel.ogc.arguments"
 local clock = require "zel.harvest.clock"
 local database = require "zel.harvest.database"
+local errors = require "zel.ogc.errors"
 local guard = require "zel.harvest.guard"
 local most_jobs = require "zel.most_jobs"
 local new_progress = require "zel.work_progress"
@@ -38,6 +39,10 @@ local function in_shard(host, shard)
 end
 
 local function select_hosts(entries, shard)
+  local part, parts = math.tointeger(shard[1]), math.tointeger(shard[2])
+  if not (part and parts and part >= 1 and part <= parts) then
+    errors.raise("shard must be {I, N}, such as {3, 8}, the third of eight parts")
+  end
   local chosen = {}
   for _, entry in ipairs(entries) do
     if in_shard(entry.host, shard) then chosen[#chosen + 1] = entry end
@@ -50,6 +55,7 @@ local harvest = {}
 --- Harvests a list.
 function harvest.run(given)
   arguments.check("harvest.run", given, TYPES)
+  if not given.list or not given.database then errors.raise("harvest.run wants a list and a database") end
   local say = function(text) if not given.quiet then io.stderr:write("zel-ogc: ", text, "\n") end end
   local jobs = arguments.check_count("jobs", given.jobs, most_jobs.harvest) or 1
   local options = ogc_options.merge("harvest.run", given.options, DEFAULTS)

@@ -54,15 +54,16 @@ end
 local function part(text)
   local number_of, parts = text:match("^(%d+)/(%d+)$")
   number_of, parts = math.tointeger(number_of), math.tointeger(parts)
-  if number_of and number_of >= 1 and number_of <= parts then return {number_of, parts} end
+  if number_of and parts and number_of >= 1 and number_of <= parts then return {number_of, parts} end
   return nil, ("'%s' is not a part such as 3/8, the third of eight"):format(text)
 end
 
 -- WIDTHxHEIGHT, or the width alone.
 local function size(text)
-  local width, height = text:match("^(%d+)x?(%d*)$")
-  width, height = math.tointeger(width), math.tointeger(height)
-  if width and width > 0 and height ~= 0 then return {width, height} end
+  local width, high = text:match("^(%d+)x?(%d*)$")
+  local height = math.tointeger(high)
+  width = math.tointeger(width)
+  if width and width > 0 and (high == "" or height and height > 0) then return {width, height} end
   return nil, ("'%s' is not a size such as 800 or 800x600"):format(text)
 end
 
