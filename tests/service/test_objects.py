@@ -19,7 +19,7 @@ def test_methods_need_an_object_with_a_client(zel, service):
     *lines, again = zel(f"""
       local function new() return zel.new("ZELnetOGC{service}") end
       local o, closed, cleaned, other = new(), new(), new(), zel.new(arg[1])
-      closed:close() cleaned:Cleanup()
+      closed:close() closed:close() cleaned:Cleanup()
       local query = {{GETMAP = "a=b", GETFEATUREINFO = "a=b", GETCOVERAGE = "a=b", PARSEURL = "http://a/b?"}}
       for i, self in ipairs{{{', '.join(SELVES)}}} do
         for _, method in ipairs(zel.methods(o)) do

@@ -117,15 +117,15 @@ def test_prompt_without_its_library(prompt, tmp_path):
 
 
 LOOP = "while true do pcall(function() print('on') while true do end end) end\n"
-INTERRUPTED = [("\x03", "on\r\n"), "\x03", "6 * 7\n"]
+INTERRUPTED = [("\x03", "on\r\n"), "\x03", "zel.reset() return 42\n"]
 
 
 @pytest.mark.parametrize("keys, shown, hidden", [
     ([("wms:GetLayers{\n", ">> "), "\x03", "pri\t(6 * 7)\n"], "\r\n42\r\n", "<eof>"),
     ([("drop this", "drop this"), "\x03", "3 / 2\n"], "\r\n1.5\r\n", "syntax"),
-    ([(LOOP, "\non\r\n"), *INTERRUPTED], "interrupted!\r\n> 6 * 7\r\n42", "traceback"),
+    ([(LOOP, "\non\r\n"), *INTERRUPTED], "interrupted!\r\n> zel.reset() return 42\r\n42", "traceback"),
     ([(f"f = coroutine.wrap(function() {LOOP.strip()} end) coroutine.wrap(function() while true do pcall(f) end end)()\n",
-       "\non\r\n"), *INTERRUPTED], "interrupted!\r\n> 6 * 7\r\n42", "PANIC"),
+       "\non\r\n"), *INTERRUPTED], "interrupted!\r\n> zel.reset() return 42\r\n42", "PANIC"),
     (["zel.show(setmetatable({7}, {__len = function() return 1e9 end, __index = function() return 1 end}))\n"],
      "[1]: 7\r\n> ", "[2]"),
     (["error('no')\n"], "zel: prompt:1: no\r\n> ", "traceback"),

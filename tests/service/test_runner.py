@@ -16,8 +16,8 @@ SETUP = f"zel.load('{MODULE}')\nlocal o = zel.new('Sample')\n"
 
 @pytest.mark.parametrize("words, status, out, err", [
     (["--help"], 0, "Usage: zel", ""), (["--version"], 0, "zel 1.", ""), (["-"], 0, "piped", ""), ([], 0, "piped", ""),
-    (["-e", "x = 1", "-e", "print(x, arg[0], arg[1])", "-", "a", "-m"], 0, "1\t-\ta\npiped", ""),
-    (["-e", "print(1)", "--", "/dev/stdin"], 0, "1\npiped", ""),
+    (["-m", "zel_ogc.so", "-e", "x = 1", "-e", "print(x, arg[0], arg[1])", "-", "a", "-m"], 0, "1\t-\ta\npiped", ""),
+    (["-e", "print(zel.new('zelnetogcwms'))", "--", "/dev/stdin"], 0, "ZELNETOGCWMS object\npiped", ""),
     (["-m", MODULE, "-e", "print(zel.new('sample'))", "-m", MODULE], 0, "SAMPLE object", ""),
     (["-e", "error('boom')"], 1, "", "zel: (command line):1: boom\nstack traceback:"),
     (["-e", "error({})"], 1, "", "(error object is a table value)"), (["-e", "x ="], 1, "", "unexpected symbol near <eof>"),

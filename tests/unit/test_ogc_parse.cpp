@@ -54,6 +54,9 @@ TEST_F(Ogc, DocumentsAreValidatedByGrammarsBesideThem) {
   write("own.dtd", "<!ELEMENT a (#PCDATA)><!ATTLIST a a CDATA 'default'>");
   write("my own/a.xsd", schemaHead + std::string(schemaOfA) + "</xs:schema>");
   write("including.xsd", schemaHead + std::string("<xs:include schemaLocation='my%20own/a.xsd'/></xs:schema>"));
+  const std::string b = "<xs:element name='b'/>"; // which of two a document has is a question of full checking
+  write("twice.xsd", schemaHead + ("<xs:element name='a'><xs:complexType><xs:choice>" + b + b) +
+                         "</xs:choice></xs:complexType></xs:element></xs:schema>");
   const std::string dtd = "<!DOCTYPE a SYSTEM 'own.dtd'>";
   const struct {
     std::string document;
@@ -70,7 +73,9 @@ TEST_F(Ogc, DocumentsAreValidatedByGrammarsBesideThem) {
                {withSchema("including.xsd", "one"), 1, 1, 1},
                {withSchema("including.xsd", "one"), 2, 2, 1},
                {withSchema("including.xsd", "one"), 1, 0, 0},
-               {withSchema("including.xsd", "one"), 0, 1, 0}};
+               {withSchema("including.xsd", "one"), 0, 1, 0},
+               {withSchema("twice.xsd", "<b/>"), 1, 1, 0},
+               {withSchema("twice.xsd", "<b/>"), 2, 1, 1}};
   for (const auto& c : cases) {
     fakeBridge() = {};
     EXPECT_EQ(parse(c.document, c.schema, c.validation), "") << c.document;
