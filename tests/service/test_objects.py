@@ -39,8 +39,11 @@ def test_methods_need_an_object_with_a_client(zel, service):
 
 @SERVICES
 def test_file_store_tells_what_it_is(zel, service):
-    user_dir = zel(f'zel.new("ZELnetOGC{service}")').user_dir
-    text = (user_dir / f"zel/ogc_user_files_{service.lower()}-100/README.txt").read_text()
+    done = zel(f'print(zel.new("ZELnetOGC{service}"):GetProperty{{"CAPABILITIES_FILENAME"}}.CAPABILITIES_FILENAME)',
+               env={"ZEL_USER_DIR": "user"})
+    store = done.user_dir / f"zel/ogc_user_files_{service.lower()}-100"
+    text = (store / "README.txt").read_text()
+    assert done.out == f"{store}/cap\n"
     assert "hold ogc related files" in text and text.endswith("\nVersion 1.00\n")
 
 

@@ -98,12 +98,13 @@ def test_properties_on_the_wire(zel):
             PROXY_USERNAME = "clerk", PROXY_PASSWORD = "s3cret", PROXY_AUTHENTICATION = 1, ENCODE = 2, HEADERS = {"X-A: 1", "X-B: 2"},
             WMS_VERSION = "1.3.0", MAP_FILENAME = "themap", CALLBACK_DATA = {N = 7},
             CALLBACK_FUNCTION = function(_, _, data) told = data.N end})
-          print(wms:GetMap("q=1 2"))
+          print(wms:GetMap("q=1" .. (" "):rep(500) .. "2"))
           print(told)
           print((wms:GetProperty{"RESPONSE_HEADER"}.RESPONSE_HEADER:gsub("\\r\\n", "|")))
         """, proxy.port).out.splitlines()
     sent = proxy.requests[0].split("\r\n")
-    assert sent[0] == ("GET http://thehost:81/path?prefix=1&Version=1.3.0&Service=WMS&Request=GetMap&q=1%202&suffix=1 HTTP/1.1")
+    query = "prefix=1&Version=1.3.0&Service=WMS&Request=GetMap&q=1" + 500 * "%20" + "2&suffix=1"
+    assert sent[0] == f"GET http://thehost:81/path?{query} HTTP/1.1"
     assert {"Host: thehost:81", "Authorization: Basic dXNlcjpzZWNyZXQ=", "Proxy-Authorization: Basic Y2xlcms6czNjcmV0",
             "Accept-Encoding: gzip", "X-A: 1", "X-B: 2"} <= set(sent)
     assert (file, told) == ("themap.png", "7") and header.startswith("HTTP/1.1 200 OK|Content-Type: image/png|")
