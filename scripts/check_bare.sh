@@ -6,6 +6,7 @@
 # were fetched stay in a cache. Everything runs in separate namespaces: mounts are never seen outside, and vanish with
 # every process when the check ends, however it ends.
 set -euo pipefail
+[[ $* =~ ^(--inside)?$ ]] || { echo "usage: $0" >&2; exit 2; }
 cd "$(dirname "$0")/.."
 
 SUITE=bookworm

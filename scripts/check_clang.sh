@@ -2,6 +2,7 @@
 # Checks every source of the gate's build with clang-tidy, which reports clang's own warnings too. What was clean is
 # checked again only when it, a header that it includes, its flags or the checks have changed.
 set -euo pipefail
+[ $# -eq 0 ] || { echo "usage: $0" >&2; exit 2; }
 cd "$(dirname "$0")/.."
 
 [ -e build-all/compile_commands.json ] || cmake --preset all >/dev/null

@@ -1,6 +1,7 @@
 #!/bin/bash
 # Compiles every header alone: each includes what it needs.
 set -euo pipefail
+[ $# -eq 0 ] || { echo "usage: $0" >&2; exit 2; }
 cd "$(dirname "$0")/.."
 
 # A header is compiled like the source of its name, or else like a source of its folder or of the next one above.
