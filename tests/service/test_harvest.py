@@ -170,6 +170,8 @@ def test_what_is_unchanged_costs_a_row(server, run, tmp_path):
     server.answers["a"] = ROADS
     run("harvest", "list", "fresh.db")
     fresh = contents(tmp_path / "fresh.db")
+    run("merge", "d.db", "fresh.db", "a.db")
+    assert runs(tmp_path / "d.db") == sorted(runs(tmp_path / "a.db") + runs(tmp_path / "fresh.db"))
     for name in both:  # nothing is left of what a service said before
         stored, wanted = ([row for row in one[name] if "WMS roads" in str(row)] for one in (found, fresh))
         assert stored == wanted
