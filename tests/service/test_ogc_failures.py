@@ -66,15 +66,16 @@ def test_waiting_ends_with_an_interrupt(zel_running):
 # Services of maps and of coverages that say everything there is, each value one of its own, or odd values.
 DOCUMENTS = SOURCE / "tests/service/documents"
 PLAIN = capabilities(LAYER)
-GRAY, COLOURS = (answer(base64.b64decode("iVBORw0KGgoAAAANSUhEUgAAAAEAAAABCA" + rest), "image/png") for rest in (
+GRAY, COLOURS, PALETTE = (answer(base64.b64decode("iVBORw0KGgoAAAANSUhEUgAAAAEAAAABCA" + rest), "image/png") for rest in (
     "AAAAA6fptVAAAACklEQVQImWNgAAAAAgAB9HFkpgAAAABJRU5ErkJggg==",
-    "IAAACQd1PeAAAADElEQVQImWNgYGAAAAAEAAGjChXjAAAAAElFTkSuQmCC"))
+    "IAAACQd1PeAAAADElEQVQImWNgYGAAAAAEAAGjChXjAAAAAElFTkSuQmCC",
+    "MAAAAoyzS7AAAAA1BMVEX/AAAZ4gk3AAAACklEQVR4nGNgAAAAAgABSK+kcQAAAABJRU5ErkJggg=="))
 SHOW = "for _, layer in ipairs(wms.layers) do layer.record, layer.parent = nil end zel.show(wms.layers[1])"
 
 
 def service(name, **coverages):
     """Answers each request with what it asks for: its capabilities, a coverage's description, or else a picture."""
-    answers = {"Request=GetFeatureInfo": answer("what is there", "text/plain")} | {
+    answers = {"Request=GetFeatureInfo": answer("what is there\n", "text/plain")} | {
         asked: answer((DOCUMENTS / f"{document}.xml").read_text())
         for asked, document in {"Request=GetCapabilities": name, **{f"Coverage={c}": d for c, d in coverages.items()}}.items()}
     return [lambda head: [next((known for asked, known in answers.items() if re.search(f"{asked}[ &]", head)), PICTURE)]]
@@ -88,9 +89,9 @@ def refusing(*reports):
 SERVERS = {
     "atlas": service("atlas"), "old": service("old"), "odd": service("odd"),
     "relief": service("relief", c="relief-described"),
-    "fields": service("fields", G="fields-described", bare="bare-described"),
+    "fields": service("fields", G="fields-described", bare="bare-described", flat="flat-described"),
     "plain": [PLAIN, PICTURE], "disk": [PLAIN, PICTURE], "empty": [capabilities("")],
-    "siblings": [capabilities("<Layer><Layer><Name>a</Name><CRS>EPSG:3857</CRS></Layer><Layer><Name>b</Name></Layer></Layer>"), PICTURE],
+    "siblings": [capabilities("<Layer><Layer><Name>a</Name><CRS>EPSG:3857</CRS></Layer><Layer><Name>b</Name></Layer><Layer><Name>c</Name><CRS>EPSG:2180</CRS></Layer></Layer>"), PICTURE],
     "feature": [capabilities(LAYER.replace(">", " queryable='1'>", 1)), answer(SE.format("<ServiceException>no</ServiceException>"))],
     "refusing": refusing(
         (SE.format('<ServiceException code="NotDefined">no\n  layer</ServiceException>'), "text/xml", "200 OK"),
@@ -116,7 +117,7 @@ SERVERS = {
                           " maxy='90'/></Layer></Capability></WMT_MS_Capabilities>"), PICTURE],
     "json": [*service("old"), answer('{"features": [{"name": "Z"}]}', "application/json")],
     "many": [capabilities(f"<Layer>{''.join(f'<Layer><Name>n{i}</Name></Layer>' for i in range(25))}</Layer>"), PICTURE],
-    "untyped": [PLAIN, answer("x", "")], "gray": [PLAIN, GRAY], "tiles": [PLAIN, PLAIN, GRAY], "tiles that differ": [PLAIN, GRAY, COLOURS]}
+    "untyped": [PLAIN, answer("x", "")], "gray": [PLAIN, GRAY], "palette": [PLAIN, PALETTE], "tiles": [PLAIN, PLAIN, GRAY], "tiles that differ": [PLAIN, GRAY, COLOURS]}
 
 # What differs from run to run, or is long, in what is seen.
 SHORTER = {r"[\w./-]*script\.lua": "script.lua", "-nan": "nan", r"after \d+ ms": "after 0 ms", r"\n *Verbose: Info.*": "", r"\d:\d\d left": "0:00 left", r"(<SRS.{80}).*(?=</SRS)": r"\1",
