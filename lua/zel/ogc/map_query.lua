@@ -42,8 +42,9 @@ local function dimension_parameters(layers, o)
   local function add(name, value)
     local found = arguments.find(names, name)
     if not found then errors.unknown("dimension", name, names, "of these layers") end
-    local standard = name == "time" or name == "elevation"
-    table.insert(parameters, {(standard and "" or "DIM_") .. name:upper(), table.concat(arguments.list(value), ",")})
+    local upper = name:upper()
+    local standard = upper == "TIME" or upper == "ELEVATION"
+    table.insert(parameters, {(standard and "" or "DIM_") .. upper, table.concat(arguments.list(value), ",")})
   end
   if o.time then add("time", o.time) end
   if o.elevation then add("elevation", o.elevation) end
