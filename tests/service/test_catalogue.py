@@ -192,7 +192,7 @@ def test_all_that_is_done(maps, browser, tmp_path):
         else:
             browser.execute_script("const find = id => document.getElementById(id);" + line[2:])
         after = browser.execute_async_script(STATE)
-        told += [line, *(f"{name}: {value}" for name, value in after.items() if before.get(name) != value)]
+        told += [line, *(f"{name}: {value}".rstrip() for name, value in after.items() if before.get(name) != value)]
         before = after
     assert "\n".join(told) + "\n" == recorded
 
