@@ -12,6 +12,8 @@ import subprocess
 import sys
 import time
 
+from conftest import PATIENCE
+
 NAME = "Höhe 100 % + mehr #1"
 SYSTEMS = ["EPSG:4326", "EPSG:3857", "EPSG:31467", "EPSG:2180"]
 
@@ -52,11 +54,11 @@ def serving(directory, words, path):
                                    stderr=log, stdin=subprocess.DEVNULL, start_new_session=True,
                                    env=os.environ | {"QT_QPA_PLATFORM": "offscreen"})
     try:
-        deadline = time.monotonic() + 60
+        deadline = time.monotonic() + PATIENCE
         while True:
             assert time.monotonic() < deadline and process.poll() is None, (directory / "server.log").read_text()
             with contextlib.suppress(OSError), contextlib.closing(
-                    http.client.HTTPConnection("127.0.0.1", port, timeout=30)) as connection:
+                    http.client.HTTPConnection("127.0.0.1", port, timeout=PATIENCE)) as connection:
                 connection.request("GET", path + "?SERVICE=WMS&REQUEST=GetCapabilities")
                 if connection.getresponse().status == 200:
                     break
