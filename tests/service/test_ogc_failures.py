@@ -161,7 +161,7 @@ def ask(zel, zel_running, tmp_path):
         asked = [re.sub(r"(?s)^GET (\S+).*?(\n\S*uthorization: [^\r]*|$).*", r"\1\2", head) for head in responder.requests]
         files = {path.relative_to(tmp_path): path.read_text(errors="replace") for path in sorted(tmp_path.rglob("*.*")) if path.is_file()}
         texts = [f"{name}: {text}" for name, text in files.items() if name.parts[0][:2] == "f." and "\0" not in text]
-        seen = "\n".join([said, *asked, *texts]).replace(str(responder.port), "PORT").replace(str(tmp_path), "")
+        seen = "\n".join([said, *asked, *texts]).replace(f":{responder.port}", ":PORT").replace(str(tmp_path), "")
         for pattern, short in SHORTER.items():
             seen = re.sub(pattern, short, seen)
         return said.replace(responder.url, "URL/"), seen
