@@ -107,7 +107,8 @@ def test_history_of_another_kind(prompt, tmp_path):
     (tmp_path / "history").unlink()
     (tmp_path / "other").write_text("kept\n")
     (tmp_path / "history").symlink_to(tmp_path / "other")
-    prompt().end("y = 1\n\x04")
+    prompt().end(f"io.open('{tmp_path}/made', 'w')\n\x04")
+    assert (tmp_path / "made").stat().st_mode == (tmp_path / "other").stat().st_mode
     assert (tmp_path / "other").read_text() == "kept\n"
 
 

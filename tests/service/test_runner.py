@@ -36,8 +36,10 @@ def test_digests(zel):
     abc = "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad"
     assert zel("""local file <close> = io.tmpfile()
       file:write("-abc") file:seek("set", 1)
-      print(zel.digest("abc"), zel.digest(file), zel.digest(file), (pcall(zel.digest, io.open("/"))))""").out.split() == [
-        abc, abc, "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855", "false"]
+      print(zel.digest("abc"), zel.digest(file), zel.digest(file), (pcall(zel.digest, io.open("/"))))
+      file:close()
+      print(zel.columns(file), select(2, pcall(zel.digest, file)):match("is closed"))""").out.split() == [
+        abc, abc, "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855", "false", "nil", "is", "closed"]
 
 
 def test_fifo_as_script(zel, tmp_path):
@@ -116,15 +118,16 @@ def test_objects_live_and_die(zel):
     done = zel(SETUP + """
       local none, why = zel.new('SampleDerived', {FAIL = 'no luck'})
       print(none, why)
-      do local d <close> = zel.new('SampleDerived') print(d, d:Echo('inherited')) end
+      do local d <close> = zel.new('SampleDerived') print(d, d:Echo('inherited'), d:Fault{}, #zel.methods(d) == #zel.methods(o)) end
       print(zel.counts().objects)
-      o:close() o:close()
+      o:Close() o:close()
       print(o, pcall(o.Echo, o, 1))
       for i = 1, 10 do zel.new('Sample') end
     """, no_leak=True)
-    assert done.out == ("nil\tSAMPLE::INIT: no luck\nSAMPLEDERIVED object\tinherited\n1\n"
+    assert done.out == ("nil\tSAMPLE::INIT: no luck\nSAMPLEDERIVED object\tinherited\t1\ttrue\n1\n"
                         "SAMPLE object (closed)\tfalse\tSAMPLE::ECHO: the object is closed.\n")
     assert "no luck" not in done.err and done.err.count("SAMPLE::INIT: hello\n") == 12
+    assert done.err.count("SAMPLEDERIVED::FAULT: hello\n") == 1
 
 
 @pytest.mark.parametrize("body, answer", [

@@ -102,7 +102,7 @@ ANSWERS = {
     **{("400 Bad", kind, body): (STATUS, words) for kind, body, words in (
         ("text/xml", REPORT, SAID), ("text/html", REPORT, SAID), ("text/xml", REPORT[:-9], SAID), ("text/xml", REPORT[:9], ""),
         ("text/xml", NEWER, "Error: Remote OGC server returned a exception report: ( Code= No)"), ("text/html", "", ""),
-        ("text/xml", "<WMS_Capabilities/>", ""), ("image/png", "picture", ""))}}
+        ("text/xml", "<WMS_Capabilities/>", ""), ("image/png", "picture", ""), ("text/html", "<!DOCTYPE a SYSTEM 'd'><p:b/>", ""))}}
 
 
 @pytest.mark.parametrize("answer", ANSWERS)
@@ -113,7 +113,7 @@ def test_answers_that_were_not_asked_for(zel, tmp_path, answer):
     head = f"HTTP/1.1 {status}\r\nContent-Type: {kind}\r\nContent-Length: {len(body)}\r\nConnection: close\r\n\r\n"
     (tmp_path / "caps.xml").write_text(CAPABILITIES["WMS"][0].format("<Layer/><Layer/>"))
     with Responder([HEAD, (head + body).encode()]) as server:
-        *said, kept, told = zel(f"""
+        done = zel(f"""
           local told = {{}}
           local wms = zel.new("ZELnetOGCWMS", {{CALLBACK_FUNCTION = function(text) told[#told + 1] = text end}})
           local wcs = zel.new("ZELnetOGCWCS")
@@ -129,7 +129,9 @@ def test_answers_that_were_not_asked_for(zel, tmp_path, answer):
           local kept = #wms:GetLayers()
           ask(wms, "GetCapabilities")
           print(kept) print((heard:gsub("\\n", " ")))
-        """).out.splitlines()
+        """)
+    *said, kept, told = done.out.splitlines()
+    assert not done.err
     for line, part in zip(said, errors, strict=True):
         assert part.replace("{}", kind) in line and bool(part) == bool(line)
     assert kept == "2" and words in told and (words != "" or "Remote OGC server" not in told)

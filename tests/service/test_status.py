@@ -28,7 +28,8 @@ def script(zel):
 
 
 def test_what_the_routine_is_told(script):
-    """Texts in their order, whole figures, and a copy of the data when there is one. A reset ends connections."""
+    """Texts in their order, whole figures, and a copy of the data when there is one. A reset ends connections, so does
+    the end of an object."""
     with Responder([HEAD, IMAGE + b"4\r\n\r\ndone"] * 2) as server:
         done = script("""
           function on_status(...)
@@ -41,8 +42,11 @@ def test_what_the_routine_is_told(script):
           wms:SetProperty{CALLBACK_DATA = {N = 7}}
           zel.reset()
           print(wms:GetFeatureInfo("X=1"))
+          wms:SetProperty{CALLBACK_FUNCTION = ""}
+          zel.new("ZELnetOGCWCS"):close()
+          wms:GetMap("a=b")
         """, server.port)
-        assert len(server.requests) == 2
+        assert len(server.requests) == 3
     lines = done.out.splitlines()
     url = f"http://127.0.0.1:{server.port}/ogc?Version=1.1.1&Service=WMS&Request="
     plain = [line[:-len(" 0,0,0,0,0 ")] for line in lines if line.endswith(" 0,0,0,0,0 ")]

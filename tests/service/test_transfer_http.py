@@ -103,9 +103,12 @@ def test_post_sends_its_data(echo, source, path):
 
 @pytest.mark.parametrize("request_type", ["put", "post"])
 def test_missing_file_to_send_is_named(ask, http, request_type):
-    got = ask("", "send=/none", "header=X-Once: 1", f"request={request_type}", "tobuf=1", f"url={http.url}/cgi-bin/echo")
+    """Neither its header lines nor its login stay for the next request."""
+    got = ask("", "send=/none", "header=X-Once: 1", "user=me", "authent=1", f"request={request_type}", "user=", "tobuf=1",
+              f"url={http.url}/cgi-bin/echo")
     text = "Error: The file to send (http put/post) to the remote server failed to open: /none"
-    assert (got.all["result"], got.lines[0]) == ([text + ".", "ok"], text) and "X_ONCE" not in got.buffer
+    assert (got.all["result"], got.lines[0]) == ([text + ".", "ok"], text)
+    assert "X_ONCE" not in got.buffer and "AUTHORIZATION" not in got.buffer
 
 
 @pytest.mark.parametrize("kind, accepted", [("basic", {1, 3}), ("digest", {2, 3})])

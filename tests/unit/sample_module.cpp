@@ -140,8 +140,9 @@ extern "C" int ZEL_Load() {
                                      {echo, "SAMPLE::ECHO", 2, 2, ZEL_SYSRTN_KEYWORDS},
                                      {call, "SAMPLE::CALL", 2, 3, 0},
                                      {leak, "SAMPLE::LEAK", 1, 1, 0},
-                                     {fault, "SAMPLE::FAULT", 2, 2, 0}};
+                                     {fault, "SAMPLE::FAULT", 2, 2, 0},
+                                     {init, "SAMPLEDERIVED::FAULT", 1, 1, ZEL_SYSRTN_KEYWORDS}};
   const ZEL_SysRtnDef procedures[] = {{cleanup, "SAMPLE::CLEANUP", 1, 1, 0},
                                       {configure, "SAMPLE::CONFIGURE", 1, 1, ZEL_SYSRTN_KEYWORDS}};
-  return g_messages && ZEL_SysRtnAdd(functions, 1, 5) && ZEL_SysRtnAdd(procedures, 0, 2);
+  return g_messages && ZEL_SysRtnAdd(functions, 1, 6) && ZEL_SysRtnAdd(procedures, 0, 2);
 }

@@ -166,12 +166,16 @@ TEST_F(Host, RefusesBadStructures) {
 }
 
 TEST_F(Host, ForgetsStructuresThatNothingHas) {
-  const std::size_t before = zel::host::structCount();
-  for (int i = 1; i < 1000; ++i, zel::host::forgetUnusedStructs()) {
-    const ZEL_StructTagDef inner[] = {{"X", ZEL_TYP_STRING, i, nullptr, 0}, {}};
+  static int length = 0;
+  const auto make = +[](int, ZEL_Variable**) {
+    const ZEL_StructTagDef inner[] = {{"X", ZEL_TYP_STRING, ++length, nullptr, 0}, {}};
     const ZEL_StructTagDef outer[] = {{"OUTER", ZEL_TYP_STRUCT, 3, ZEL_MakeStruct(nullptr, inner), 0}, {}};
-    ZEL_MakeStruct(nullptr, outer);
-  }
+    return ZEL_MakeTempStruct(ZEL_MakeStruct(nullptr, outer), 1, nullptr);
+  };
+  const ZEL_SysRtnDef def{make, "MAKE", 0, 0, 0};
+  ASSERT_TRUE(ZEL_SysRtnAdd(&def, 1, 1));
+  const std::size_t before = zel::host::structCount();
+  while (length < 1000) zel::host::callRoutine(*zel::host::findRoutine("MAKE"), 0, nullptr, {});
   EXPECT_LT(zel::host::structCount(), before + 200);
 }
 
@@ -215,6 +219,7 @@ TEST_F(Host, RegistersRoutinesOnceAndCountsWhatTheyLeave) {
   EXPECT_EQ(errorOf([&] { zel::host::callRoutine(*zel::host::findRoutine("SAY"), 0, nullptr, {}); }),
             "SAY: text [] 100%");
   EXPECT_TRUE(zel::host::leakedTemporaries() == leaked + 1 && zel::host::routineDepth() == 0);
+  EXPECT_EQ(errorOf([] { ZEL_MessageFromBlock(block, 0, ZEL_MSG_ERROR, "of none"); }), "of none");
   EXPECT_NE(errorOf([] { ZEL_MessageFromBlock(block, 1, ZEL_MSG_INFO); }), "");
 }
 

@@ -52,7 +52,7 @@ TEST_F(Clients, ForgetTheirDocumentsAndWorkAgain) {
 TEST_F(Clients, CursorsAndIndexesKnowTheirLimits) {
   EXPECT_TRUE(wms.OgcWmsGetNextLayer() == nullptr && wcs.OgcWcsGetNextCOB() == nullptr);
   EXPECT_EQ(readBriefs(times(3, brief)) +
-                readLayers("<Layer><Style/><Style/><Extent name='e'/></Layer><Layer/><Layer/>"),
+                readLayers("<Layer><Style/><Style/><BoundingBox/><BoundingBox/><Layer/></Layer><Layer/>"),
             "");
   const struct {
     int skip, next;      ///< index of the next one, -1 none
@@ -72,6 +72,7 @@ TEST_F(Clients, CursorsAndIndexesKnowTheirLimits) {
   EXPECT_EQ(wms.OgcWmsGetLyrStyle(0, 1), wms.OgcWmsGetLyrStyle(0, 0)->next);
   EXPECT_EQ(wms.OgcWmsGetLyrStyle(0, -1), wms.OgcWmsGetLyrStyle(0, 0));
   EXPECT_EQ(wms.OgcWmsGetLyrStyle(0, 5), nullptr);
+  EXPECT_TRUE(wms.OgcWmsGetLyrBBox(0, 1) != nullptr && wms.OgcWmsGetLyrBBox(1, 1) == nullptr) << "one is inherited";
   EXPECT_TRUE(wms.OgcWmsGetLyrStyle(1, 0) && wms.OgcWmsGetLyrDim(1, 0) && wms.OgcWmsGetLyrFeat(1, 0))
       << "empty records";
   wms.OgcWmsAllocateLayerPtrCache(10, 0);

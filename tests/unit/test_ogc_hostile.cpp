@@ -281,6 +281,13 @@ TEST_F(OgcHostile, SchemasCostASecondAndNoStack) {
       {"many long values", pattern("(ab|cd)*"), "for their pattern", times(20, "<bp>" + times(5'500, "ab") + "</bp>")},
       {"long values of a type that the document names", "<xs:element name='d'/>" + pattern("(ab|cd)*"),
        "for their pattern", "<d xsi:type='p'>" + words.substr(4, 40'000) + "</d>"},
+      {"a long default",
+       pattern("(ab|cd)*") + "<xs:element name='e' type='p' default='" + words.substr(4, 40'000) + "'/>",
+       "for their pattern"},
+      {"a long fixed list",
+       "<xs:simpleType name='l'><xs:list itemType='p'/></xs:simpleType>" + pattern("(ab|cd)*") +
+           "<xs:element name='e' type='l' fixed='" + words.substr(4, 40'000) + "'/>",
+       "for their pattern"},
       {"parentheses", pattern(std::string(900, '(') + "a" + std::string(900, ')')), "nested more than 100 deep"},
       {"counted repetitions", pattern("(a{200}){200}"), "too large"},
       {"honest patterns",
