@@ -75,7 +75,7 @@ SHOW = "for _, layer in ipairs(wms.layers) do layer.record, layer.parent = nil e
 
 def service(name, **coverages):
     """Answers each request with what it asks for: its capabilities, a coverage's description, or else a picture."""
-    answers = {"Request=GetFeatureInfo": answer("what is there\n", "text/plain")} | {
+    answers = {"Request=GetFeatureInfo": answer('"what is there"\n', "text/plain")} | {
         asked: answer((DOCUMENTS / f"{document}.xml").read_text())
         for asked, document in {"Request=GetCapabilities": name, **{f"Coverage={c}": d for c, d in coverages.items()}}.items()}
     return [lambda head: [next((known for asked, known in answers.items() if re.search(f"{asked}[ &]", head)), PICTURE)]]
@@ -114,10 +114,12 @@ SERVERS = {
     "limits": [capabilities(LAYER, service="<Service><LayerLimit>1</LayerLimit><MaxWidth>50</MaxWidth><MaxHeight>40</MaxHeight></Service>"), GRAY],
     "image/x": [capabilities(LAYER, picture="image/x"), PICTURE],
     "no formats": [answer("<WMT_MS_Capabilities version='1.1.1'><Capability><Layer><Name>a</Name><LatLonBoundingBox minx='0' miny='-90' maxx='360'"
-                          " maxy='90'/></Layer></Capability></WMT_MS_Capabilities>"), PICTURE],
+                          " maxy='90'/><Layer><Name>point</Name><LatLonBoundingBox minx='3' miny='3' maxx='3' maxy='3'/></Layer></Layer></Capability></WMT_MS_Capabilities>"), PICTURE],
     "json": [*service("old"), answer('{"features": [{"name": "Z"}]}', "application/json")],
     "many": [capabilities(f"<Layer>{''.join(f'<Layer><Name>n{i}</Name></Layer>' for i in range(25))}</Layer>"), PICTURE],
-    "untyped": [PLAIN, answer("x", "")], "gray": [PLAIN, GRAY], "palette": [PLAIN, PALETTE], "tiles": [PLAIN, PLAIN, GRAY], "tiles that differ": [PLAIN, GRAY, COLOURS]}
+    "untyped": [PLAIN, answer("x", "")], "gray": [PLAIN, GRAY], "palette": [PLAIN, PALETTE],
+    "gif": [capabilities(LAYER, picture="image/gif"), answer(base64.b64decode("R0lGODdhAQABAPAAAP8AAAAAACwAAAAAAQABAAACAkQBADs="), "image/gif")],
+    "tiles": [PLAIN, PLAIN, GRAY], "tiles that differ": [PLAIN, GRAY, COLOURS]}
 
 # What differs from run to run, or is long, in what is seen.
 SHORTER = {r"[\w./-]*script\.lua": "script.lua", "-nan": "nan", r"after \d+ ms": "after 0 ms", r"\n *Verbose: Info.*": "", r"\d:\d\d left": "0:00 left", r"(<SRS.{80}).*(?=</SRS)": r"\1",
@@ -195,7 +197,7 @@ def test_what_is_asked(ask, row):
 PIPE = "a pipe that nobody writes to"
 # What ~/.config/zel/ogc.lua holds, and what is said about it; the proxy of a script is not that of the file.
 DEFAULTS = {
-    "return {retries = 0, TIMEOUT = 7, connect_timeout = 3, USERNAME = 'x', proxy = 'http://me:pw@localhost:1'}":
+    "return {retries = os.remove and 9 or 0, TIMEOUT = 7, connect_timeout = 3, USERNAME = 'x', proxy = 'http://me:pw@localhost:1'}":
         "0 8 3 x localhost 1 me .* The proxy is localhost:1, from .*/zel/ogc.lua. "
         ".* The proxy is localhost:2. the service was read from the file caps.xml",
     "return {retrys = 0}": 'there is no argument "retrys" of ', "return {timeout = 86400}": "timeout = 86400 is not a number of",
