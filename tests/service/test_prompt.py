@@ -123,7 +123,7 @@ INTERRUPTED = [("\x03", "on\r\n"), "\x03", "zel.reset() return 42\n"]
 
 @pytest.mark.parametrize("keys, shown, hidden", [
     ([("wms:GetLayers{\n", ">> "), "\x03", "pri\t(6 * 7)\n"], "\r\n42\r\n", "<eof>"),
-    ([("drop this", "drop this"), "\x03", "3 / 2\n"], "\r\n1.5\r\n", "syntax"),
+    (["1\n", ("drop this", "drop this"), "\x03", "3 / 2\n"], "\r\n1.5\r\n", "syntax"),
     ([(LOOP, "\non\r\n"), *INTERRUPTED], "interrupted!\r\n> zel.reset() return 42\r\n42", "traceback"),
     ([(f"f = coroutine.wrap(function() {LOOP.strip()} end) coroutine.wrap(function() while true do pcall(f) end end)()\n",
        "\non\r\n"), *INTERRUPTED], "interrupted!\r\n> zel.reset() return 42\r\n42", "PANIC"),

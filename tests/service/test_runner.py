@@ -175,9 +175,14 @@ def test_function_values_as_routines(zel):
       collectgarbage() collectgarbage()
       print(kept.object)
       print(select(2, pcall(o.Configure, o, {TEXT = ''})))
+      kept.last = function() end
+      o:Configure{WATCH_FUNCTION = kept.last}
+      o:close()
+      collectgarbage()
+      print(kept.last)
     """, no_leak=True).out.splitlines()
     assert out[:4] == ["first\tworking\tSAMPLE object", "second", "nil", "second"]
-    assert out[4] == "nil" and "There is no global function" in out[5]
+    assert out[4] == out[6] == "nil" and "There is no global function" in out[5]
 
 
 def test_an_object_dropped_while_its_method_runs(zel):

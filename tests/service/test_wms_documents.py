@@ -114,7 +114,7 @@ LAYERS = {
     "<Layer/><Layer/>": "0 -1 1 / 1 -1 1",
     "<Layer><Layer/><Layer><Layer/></Layer></Layer><Layer><Layer/></Layer>":
         "0 -1 1 / 1 0 2 / 2 0 2 / 3 2 3 / 4 -1 1 / 5 4 2",
-    "<Layer><Name>a</Name><Layer><Name>b</Name></Layer><Name>c</Name></Layer><Title>t</Title>":
+    "<Layer><Name>a<Layer>lost<Name>b</Name></Layer></Name><Name>c</Name></Layer><Title>t</Title>":
         "0 -1 1 NAME=a / 1 0 2 NAME=b c TITLE=t",
     "<x:LAYER QUERYABLE='1' x:Opaque=''><x:nAmE>n</x:nAmE><TITLE>t</TITLE></x:LAYER>": "0 -1 1 NAME=n TITLE=t QUERYABLE=1",
     # runs of text
