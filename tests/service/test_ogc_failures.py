@@ -91,7 +91,8 @@ SERVERS = {
     "relief": service("relief", c="relief-described"),
     "fields": service("fields", G="fields-described", bare="bare-described", flat="flat-described"),
     "plain": [PLAIN, PICTURE], "disk": [PLAIN, PICTURE], "empty": [capabilities("")],
-    "siblings": [capabilities("<Layer><Layer><Name>a</Name><CRS>EPSG:3857</CRS></Layer><Layer><Name>b</Name></Layer><Layer><Name>c</Name><CRS>EPSG:2180</CRS></Layer></Layer>"), PICTURE],
+    "siblings": [capabilities("<Layer><Layer><Name>a</Name><CRS>EPSG:3857</CRS></Layer><Layer><Name>b</Name></Layer>"
+                              "<Layer><Name>c</Name><CRS>EPSG:2180</CRS></Layer></Layer>"), PICTURE],
     "feature": [capabilities(LAYER.replace(">", " queryable='1'>", 1)), answer(SE.format("<ServiceException>no</ServiceException>"))],
     "refusing": refusing(
         (SE.format('<ServiceException code="NotDefined">no\n  layer</ServiceException>'), "text/xml", "200 OK"),
@@ -110,19 +111,25 @@ SERVERS = {
     "busy": [PLAIN, busy(503), PICTURE],
     "proxy": [PLAIN, answer("", status="407 No", more="Proxy-Authenticate: Basic realm=x\r\n"), PLAIN],
     "1.1.1": [capabilities(LAYER, "1.1.1"), PICTURE], "1.1.0": [capabilities(LAYER, "1.1.0"), PICTURE],
-    "older": [answer(SE.format("<ServiceException>1.3.0?</ServiceException>"), status="400 Bad"), capabilities(LAYER, "1.1.1"), PICTURE],
-    "limits": [capabilities(LAYER, service="<Service><LayerLimit>1</LayerLimit><MaxWidth>50</MaxWidth><MaxHeight>40</MaxHeight></Service>"), GRAY],
+    "older": [answer(SE.format("<ServiceException>1.3.0?</ServiceException>"), status="400 Bad"),
+              capabilities(LAYER, "1.1.1"), PICTURE],
+    "limits": [capabilities(LAYER, service="<Service><LayerLimit>1</LayerLimit>"
+                            "<MaxWidth>50</MaxWidth><MaxHeight>40</MaxHeight></Service>"), GRAY],
     "image/x": [capabilities(LAYER, picture="image/x"), PICTURE],
-    "no formats": [answer("<WMT_MS_Capabilities version='1.1.1'><Capability><Layer><Name>a</Name><LatLonBoundingBox minx='0' miny='-90' maxx='360'"
-                          " maxy='90'/><Layer><Name>point</Name><LatLonBoundingBox minx='3' miny='3' maxx='3' maxy='3'/></Layer></Layer></Capability></WMT_MS_Capabilities>"), PICTURE],
+    "no formats": [answer("<WMT_MS_Capabilities version='1.1.1'><Capability><Layer><Name>a</Name>"
+                          "<LatLonBoundingBox minx='0' miny='-90' maxx='360' maxy='90'/><Layer><Name>point</Name>"
+                          "<LatLonBoundingBox minx='3' miny='3' maxx='3' maxy='3'/></Layer></Layer></Capability></WMT_MS_Capabilities>"),
+                   PICTURE],
     "json": [*service("old"), answer('{"features": [{"name": "Z"}]}', "application/json")],
     "many": [capabilities(f"<Layer>{''.join(f'<Layer><Name>n{i}</Name></Layer>' for i in range(25))}</Layer>"), PICTURE],
     "untyped": [PLAIN, answer("x", "")], "gray": [PLAIN, GRAY], "palette": [PLAIN, PALETTE],
-    "gif": [capabilities(LAYER, picture="image/gif"), answer(base64.b64decode("R0lGODdhAQABAPAAAP8AAAAAACwAAAAAAQABAAACAkQBADs="), "image/gif")],
+    "gif": [capabilities(LAYER, picture="image/gif"),
+            answer(base64.b64decode("R0lGODdhAQABAPAAAP8AAAAAACwAAAAAAQABAAACAkQBADs="), "image/gif")],
     "tiles": [PLAIN, PLAIN, GRAY], "tiles that differ": [PLAIN, GRAY, COLOURS]}
 
 # What differs from run to run, or is long, in what is seen.
-SHORTER = {r"[\w./-]*script\.lua": "script.lua", "-nan": "nan", r"after \d+ ms": "after 0 ms", r"\n *Verbose: Info.*": "", r"\d:\d\d left": "0:00 left", r"(<SRS.{80}).*(?=</SRS)": r"\1",
+SHORTER = {r"[\w./-]*script\.lua": "script.lua", "-nan": "nan", r"after \d+ ms": "after 0 ms", r"\n *Verbose: Info.*": "",
+           r"\d:\d\d left": "0:00 left", r"(<SRS.{80}).*(?=</SRS)": r"\1",
            r"\d+\.\d{9,}": lambda number: f"{float(number[0]):.12g}", r"[^\n -~]": lambda code: ascii(code[0])[1:-1],
            r"\s*\n": "\n"}
 
