@@ -19,6 +19,7 @@ from servers import BUILD, attached_or_started
 
 SOURCE = pathlib.Path(__file__).resolve().parents[2]
 PATIENCE = 600  # seconds for what takes moments: only a test that fails waits so long
+os.environ["TERM"] = "xterm"  # whatever terminal the tests are run from
 
 
 @pytest.fixture(scope="session")

@@ -27,7 +27,7 @@ def on_terminal(code, environment=None, columns=80):
     parent, child = pty.openpty()
     fcntl.ioctl(child, termios.TIOCSWINSZ, struct.pack("HHHH", 24, columns, 0, 0))
     run = subprocess.Popen([BUILD / "zel", "-e", code], stdin=child, stdout=child, stderr=child, close_fds=True,
-                           env=os.environ | {"TERM": "xterm"} | (environment or {}))
+                           env=os.environ | (environment or {}))
     os.close(child)
     shown = b""
     try:

@@ -27,5 +27,5 @@ SESSIONS = sorted((SOURCE / "tests/service/documents").glob("*.session"))
 
 @pytest.mark.parametrize("session", SESSIONS, ids=lambda path: path.stem)
 def test_session(zel, session):
-    out = zel(RUN, session, env={"TERM": "xterm"}).out
+    out = zel(RUN, session).out
     assert re.sub(" +\n", "\n", out.replace("\33", "^[")) == session.read_text()
