@@ -19,7 +19,9 @@ from servers import BUILD, attached_or_started
 
 SOURCE = pathlib.Path(__file__).resolve().parents[2]
 PATIENCE = 600  # seconds for what takes moments: only a test that fails waits so long
-os.environ["TERM"] = "xterm"  # whatever terminal the tests are run from
+for name in "COLUMNS", "NO_COLOR":  # what is printed is the same whatever terminal the tests are run from
+    os.environ.pop(name, None)
+os.environ["TERM"] = "xterm"
 
 
 @pytest.fixture(scope="session")

@@ -241,7 +241,7 @@ def test_all_ways_lead_to_the_same(server, run, tmp_path):
 
 
 def workers(directory):
-    listed = subprocess.run(["ps", "-eo", "pid,args"], capture_output=True, text=True, check=True).stdout
+    listed = subprocess.run(["ps", "-ww", "-eo", "pid,args"], capture_output=True, text=True, check=True).stdout
     return [int(line.split()[0]) for line in listed.splitlines() if "zel.harvest.worker" in line and directory in line]
 
 
