@@ -175,7 +175,7 @@ TEST_F(Host, ForgetsStructuresThatNothingHas) {
   const ZEL_SysRtnDef def{make, "MAKE", 0, 0, 0};
   ASSERT_TRUE(ZEL_SysRtnAdd(&def, 1, 1));
   const std::size_t before = zel::host::structCount();
-  while (length < 1000) zel::host::callRoutine(*zel::host::findRoutine("MAKE"), 0, nullptr, {});
+  for (int i = 0; i < 1000; ++i) zel::host::callRoutine(*zel::host::findRoutine("MAKE"), 0, nullptr, {});
   EXPECT_LT(zel::host::structCount(), before + 200);
 }
 

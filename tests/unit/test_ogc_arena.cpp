@@ -23,7 +23,7 @@ TEST(OgcArena, TextsThatGrowInTurnKeepTheirContent) {
     const char* text = full.copy(most);
     for (int i = 0; i < 2; ++i) full.append(&text, piece, "");
     EXPECT_EQ(full.size() == 16 << 10, left >= 20) << left;
-    EXPECT_EQ(text, most + piece + piece);
+    EXPECT_EQ(text, std::string(most).append(piece).append(piece));
   }
   const char* grown = arena.copy("x");
   EXPECT_STREQ(arena.copy("-"), "-");

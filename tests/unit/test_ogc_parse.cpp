@@ -2,6 +2,7 @@
 #include "ogc_client.h"
 
 #include <stdexcept>
+#include <string_view>
 #include <sys/stat.h>
 #include <xercesc/sax/SAXParseException.hpp>
 
@@ -97,7 +98,8 @@ TEST_F(Ogc, DocumentsAreValidatedByGrammarsBesideThem) {
   }
   for (const auto& [broken, validation] : {std::pair{"<a><p:b/></a>", 0}, {"<a><q:b/></a>", 1}, {"<a>", 0}}) {
     EXPECT_NE(parse(std::string("<!DOCTYPE a SYSTEM 'prefix.dtd'>") + broken, 0, validation), "");
-    EXPECT_EQ(fakeBridge().info.back().find("VALIDATION_MODE 1 reads it") != std::string::npos, broken[4] == 'p');
+    EXPECT_EQ(fakeBridge().info.back().find("VALIDATION_MODE 1 reads it") != std::string::npos,
+              std::string_view(broken).starts_with("<a><p:"));
     fakeBridge().info = {""};
   }
   // Relative to the working directory, as users name them, and by ways that go round corners, a link among them.
