@@ -19,7 +19,8 @@ from servers import BUILD, attached_or_started
 
 SOURCE = pathlib.Path(__file__).resolve().parents[2]
 PATIENCE = 600  # seconds for what takes moments: only a test that fails waits so long
-for name in "COLUMNS", "NO_COLOR":  # what is printed is the same whatever terminal the tests are run from
+# What tests see is the same whatever terminal and network they are run from; the browser is driven without a proxy.
+for name in "COLUMNS", "NO_COLOR", "http_proxy", "HTTP_PROXY", "all_proxy", "ALL_PROXY":
     os.environ.pop(name, None)
 os.environ["TERM"] = "xterm"
 
